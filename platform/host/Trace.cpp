@@ -1,0 +1,199 @@
+#include <cutils/trace.h>
+#include <platform/Trace.h>
+#include <unistd.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <stdexcept>
+#include <vector>
+
+using zebcam::platform::ITraceSink;
+
+namespace {
+
+/// Who is attached; the last one is written to. Sinks are called under the shared lock, so that
+/// none is detached and destroyed while a call is inside it.
+class Attachments {
+public:
+    void attach(ITraceSink* sink, uint64_t tags) {
+        std::unique_lock lock(mLock);
+        mSinks.push_back({sink, tags});
+        publishTags();
+    }
+
+    void detach(ITraceSink* sink) {
+        std::unique_lock lock(mLock);
+        std::erase_if(mSinks, [sink](Attachment const& a) { return a.sink == sink; });
+        publishTags();
+    }
+
+    void replaceDirect(ITraceSink* sink, uint64_t tags) {
+        std::unique_lock lock(mLock);
+        std::erase_if(mSinks, [this](Attachment const& a) { return a.sink == mDirect; });
+        mDirect = sink;
+        if (sink) {
+            mSinks.push_back({sink, tags});
+        }
+        publishTags();
+    }
+
+    template <typename Call>
+    void withSink(Call const& call) {
+        std::shared_lock lock(mLock);
+        if (!mSinks.empty()) {
+            call(*mSinks.back().sink);
+        }
+    }
+
+    uint64_t tags() const { return mTags.load(std::memory_order_relaxed); }
+
+private:
+    struct Attachment {
+        ITraceSink* sink;
+        uint64_t tags;
+    };
+
+    void publishTags() { mTags = mSinks.empty() ? 0 : mSinks.back().tags; }
+
+    std::shared_mutex mLock;
+    std::vector<Attachment> mSinks;
+    ITraceSink* mDirect = nullptr;  ///< the one of setTraceSink
+    std::atomic<uint64_t> mTags{0};
+};
+
+/// Never destroyed: sections are opened until the last destructor of the process.
+Attachments& attachments() {
+    static Attachments& instance = *new Attachments;
+    return instance;
+}
+
+void appendEscaped(std::string& out, char const* text) {
+    for (; *text != '\0'; ++text) {
+        auto const c = static_cast<unsigned char>(*text);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += *text;
+        } else if (c < 0x20 || c > 0x7e) {
+            char code[8];
+            std::snprintf(code, sizeof code, "\\u%04x", c);
+            out += code;
+        } else {
+            out += *text;
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+uint64_t atrace_get_enabled_tags() {
+    return attachments().tags();
+}
+
+void atrace_begin_body(char const* name) {
+    attachments().withSink([name](ITraceSink& sink) { sink.beginSection(name ? name : ""); });
+}
+
+void atrace_end_body() {
+    attachments().withSink([](ITraceSink& sink) { sink.endSection(); });
+}
+
+}  // extern "C"
+
+namespace zebcam::platform {
+
+void setTraceSink(ITraceSink* sink, uint64_t enabledTags) {
+    attachments().replaceDirect(sink, enabledTags);
+}
+
+struct TraceFile::Impl {
+    std::mutex lock;
+    std::FILE* file = nullptr;
+    bool isFirst = true;
+    std::map<pid_t, unsigned> openSections;  ///< by thread
+
+    void write(char phase, pid_t thread, char const* name) {
+        std::string event = isFirst ? "\n{\"ph\":\"" : ",\n{\"ph\":\"";
+        isFirst = false;
+        event += phase;
+        if (name) {
+            event += "\",\"cat\":\"camera\",\"name\":\"";
+            appendEscaped(event, name);
+        }
+        int64_t const ns = systemTime(SYSTEM_TIME_BOOTTIME);
+        std::fprintf(file, "%s\",\"pid\":%d,\"tid\":%d,\"ts\":%" PRId64 ".%03d}", event.c_str(),
+                     static_cast<int>(getpid()), static_cast<int>(thread), ns / 1000,
+                     static_cast<int>(ns % 1000));
+    }
+};
+
+TraceFile::TraceFile(std::string const& path, uint64_t enabledTags)
+    : mImpl(std::make_unique<Impl>()) {
+    mImpl->file = std::fopen(path.c_str(), "we");
+    if (!mImpl->file) {
+        throw std::runtime_error(path + ": cannot create the trace file: " + std::strerror(errno));
+    }
+    std::fputc('[', mImpl->file);
+    attachments().attach(this, enabledTags);
+}
+
+TraceFile::~TraceFile() {
+    attachments().detach(this);
+    for (auto& [thread, depth] : mImpl->openSections) {
+        for (; depth > 0; --depth) {
+            mImpl->write('E', thread, nullptr);
+        }
+    }
+    std::fputs("\n]\n", mImpl->file);
+    bool const isBroken = std::ferror(mImpl->file) != 0;
+    if (std::fclose(mImpl->file) != 0 || isBroken) {
+        std::fprintf(stderr, "the trace file could not be written completely\n");
+    }
+}
+
+void TraceFile::beginSection(char const* name) {
+    std::lock_guard lock(mImpl->lock);
+    ++mImpl->openSections[gettid()];
+    mImpl->write('B', gettid(), name);
+}
+
+void TraceFile::endSection() {
+    std::lock_guard lock(mImpl->lock);
+    auto const it = mImpl->openSections.find(gettid());
+    if (it == mImpl->openSections.end() || it->second == 0) {
+        return;
+    }
+    --it->second;
+    mImpl->write('E', gettid(), nullptr);
+}
+
+namespace {
+
+/// The trace of the whole process, from the load of this library to the end.
+std::unique_ptr<TraceFile> const gProcessTrace = []() -> std::unique_ptr<TraceFile> {
+    char const* path = std::getenv(TRACE_FILE_VARIABLE);
+    if (!path || *path == '\0') {
+        return nullptr;
+    }
+    try {
+        return std::make_unique<TraceFile>(path, ATRACE_TAG_VALID_MASK);
+    } catch (std::exception const& e) {
+        std::fprintf(stderr, "%s: %s\n", TRACE_FILE_VARIABLE, e.what());
+        return nullptr;
+    }
+}();
+
+}  // namespace
+
+}  // namespace zebcam::platform
