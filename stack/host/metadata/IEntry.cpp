@@ -1,0 +1,130 @@
+#include <metadata/IMetadata.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include "ItemConversion.h"
+
+namespace NSCam {
+
+namespace {
+
+using Type = IMetadata::Type;
+
+template <MetadataItem T>
+constexpr Type TYPE_OF = std::is_same_v<T, uint8_t>   ? Type::Byte
+                         : std::is_same_v<T, int32_t> ? Type::Int32
+                         : std::is_same_v<T, float>   ? Type::Float
+                         : std::is_same_v<T, int64_t> ? Type::Int64
+                         : std::is_same_v<T, double>  ? Type::Double
+                                                      : Type::Rational;
+
+/// Calls `use` with the Type2Type of the item type.
+template <typename Use>
+auto withItemType(Type type, Use use) {
+    switch (type) {
+        case Type::Byte:
+            return use(Type2Type<uint8_t>());
+        case Type::Int32:
+            return use(Type2Type<int32_t>());
+        case Type::Float:
+            return use(Type2Type<float>());
+        case Type::Int64:
+            return use(Type2Type<int64_t>());
+        case Type::Double:
+            return use(Type2Type<double>());
+        case Type::Rational:
+            break;
+    }
+    return use(Type2Type<Rational>());
+}
+
+template <typename T>
+T load(std::byte const* from) {
+    T item;
+    std::memcpy(&item, from, sizeof(item));
+    return item;
+}
+
+}  // namespace
+
+IMetadata::IEntry::IEntry(IEntry&& other) noexcept
+    : mTag(other.mTag),
+      mShape(std::exchange(other.mShape, {})),
+      mInline(other.mInline),
+      mView(other.mView),
+      mOwned(std::move(other.mOwned)) {
+}
+
+IMetadata::IEntry& IMetadata::IEntry::operator=(IEntry const& other) {
+    // The copy may fail half-way; the move cannot.
+    return *this = IEntry(other);
+}
+
+IMetadata::IEntry& IMetadata::IEntry::operator=(IEntry&& other) noexcept {
+    if (this != &other) {
+        mTag = other.mTag;
+        mShape = std::exchange(other.mShape, {});
+        mInline = other.mInline;
+        mView = other.mView;
+        mOwned = std::move(other.mOwned);
+    }
+    return *this;
+}
+
+/// Appends one item of this entry's type, given as its bytes.
+void IMetadata::IEntry::append(std::byte const* item) {
+    if (count() == Shape::MAX_COUNT) {
+        throw std::length_error("IMetadata::IEntry: too many items");
+    }
+    Shape const larger(type(), count() + 1);
+    if (larger.isInline()) {
+        std::memcpy(mInline.data() + mShape.bytes(), item, mShape.itemBytes());
+    } else {
+        if (mShape.isInline() || mView != nullptr) {
+            mOwned.assign(items(), items() + mShape.bytes());
+        }
+        mOwned.insert(mOwned.end(), item, item + mShape.itemBytes());
+        mView = nullptr;
+    }
+    mShape = larger;
+}
+
+template <MetadataItem T>
+void IMetadata::IEntry::push_back(T const& item, Type2Type<T>) {
+    if (isEmpty()) {
+        mShape = Shape(TYPE_OF<T>, 0);
+        mView = nullptr;
+    }
+    withItemType(type(), [&]<typename Stored>(Type2Type<Stored>) {
+        Stored const stored = convertItem<Stored>(item);
+        append(reinterpret_cast<std::byte const*>(&stored));
+    });
+}
+
+template <MetadataItem T>
+T IMetadata::IEntry::itemAt(size_t index, Type2Type<T>) const {
+    if (index >= count()) {
+        return T{};
+    }
+    if (type() == TYPE_OF<T>) {
+        return load<T>(items() + index * sizeof(T));
+    }
+    std::byte const* const at = items() + index * mShape.itemBytes();
+    return withItemType(type(), [at]<typename Stored>(Type2Type<Stored>) {
+        return convertItem<T>(load<Stored>(at));
+    });
+}
+
+#define INSTANTIATE(T)                                                          \
+    template void IMetadata::IEntry::push_back<T>(T const& item, Type2Type<T>); \
+    template T IMetadata::IEntry::itemAt<T>(size_t index, Type2Type<T>) const;
+INSTANTIATE(uint8_t)
+INSTANTIATE(int32_t)
+INSTANTIATE(float)
+INSTANTIATE(int64_t)
+INSTANTIATE(double)
+INSTANTIATE(Rational)
+#undef INSTANTIATE
+
+}  // namespace NSCam

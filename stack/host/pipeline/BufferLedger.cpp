@@ -1,0 +1,139 @@
+#include <host/BufferLedger.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace zebcam::host {
+
+char const* toString(BufferHolder holder) {
+    switch (holder) {
+        case BufferHolder::Processor:
+            return "processor";
+        case BufferHolder::FrameBuilder:
+            return "frame builder";
+        case BufferHolder::Returned:
+            return "returned";
+        case BufferHolder::Released:
+            return "released";
+        case BufferHolder::Consumed:
+            return "consumed";
+        case BufferHolder::Lost:
+            return "lost";
+    }
+    return "?";
+}
+
+LedgerEntry::LedgerEntry(std::shared_ptr<BufferLedger> ledger, LedgerLine const& line,
+                         size_t images)
+    : mLedger(std::move(ledger)), mId(line.id), mIsClone(line.isClone), mImagesUnaccounted(images) {
+}
+
+LedgerEntry::~LedgerEntry() {
+    if (!mEnded) {
+        mLedger->update(mId, mImagesUnaccounted == 0 ? BufferHolder::Consumed : BufferHolder::Lost);
+    }
+}
+
+void LedgerEntry::imageInFrameBuilder() {
+    account(true);
+}
+
+void LedgerEntry::imageReleased() {
+    account(false);
+}
+
+void LedgerEntry::account(bool inFrameBuilder) {
+    std::lock_guard lock(mLock);
+    if (mEnded) {
+        return;
+    }
+    if (mImagesUnaccounted > 0) {
+        --mImagesUnaccounted;
+    }
+    if (inFrameBuilder) {
+        mLedger->update(mId, BufferHolder::FrameBuilder);
+    }
+}
+
+void LedgerEntry::setEnded(BufferHolder how) {
+    std::lock_guard lock(mLock);
+    if (!std::exchange(mEnded, true)) {
+        mLedger->update(mId, how);
+    }
+}
+
+std::shared_ptr<LedgerEntry> BufferLedger::open(uint32_t frameNo, uint32_t forRequestNo,
+                                                size_t images, bool isClone) {
+    LedgerLine line;
+    line.frameNo = frameNo;
+    line.forRequestNo = forRequestNo;
+    line.sinceNs = systemTime(SYSTEM_TIME_BOOTTIME);
+    line.isClone = isClone;
+    {
+        std::lock_guard lock(mLock);
+        line.id = mNextId++;
+        mLines.emplace(line.id, line);
+        ++mTotals.handedOut;
+    }
+    return std::make_shared<LedgerEntry>(shared_from_this(), line, images);
+}
+
+void BufferLedger::update(uint64_t id, BufferHolder holder) {
+    std::lock_guard lock(mLock);
+    auto const it = mLines.find(id);
+    if (it == mLines.end()) {
+        return;
+    }
+    LedgerLine& line = it->second;
+    line.holder = holder;
+    if (holder == BufferHolder::Processor || holder == BufferHolder::FrameBuilder) {
+        return;
+    }
+    line.untilNs = systemTime(SYSTEM_TIME_BOOTTIME);
+    mLongestHeldNs = std::max(mLongestHeldNs, line.untilNs - line.sinceNs);
+    if (holder == BufferHolder::Lost) {
+        ++mTotals.lost;
+        return;
+    }
+    ++(holder == BufferHolder::Returned   ? mTotals.returned
+       : holder == BufferHolder::Released ? mTotals.released
+                                          : mTotals.consumed);
+    mLines.erase(it);
+}
+
+BufferLedger::Totals BufferLedger::totals() const {
+    std::lock_guard lock(mLock);
+    Totals totals = mTotals;
+    for (auto const& [id, line] : mLines) {
+        totals.withProcessor += line.holder == BufferHolder::Processor;
+        totals.withFrameBuilder += line.holder == BufferHolder::FrameBuilder;
+    }
+    return totals;
+}
+
+std::vector<LedgerLine> BufferLedger::unsettled() const {
+    std::lock_guard lock(mLock);
+    std::vector<LedgerLine> lines;
+    lines.reserve(mLines.size());
+    for (auto const& [id, line] : mLines) {
+        lines.push_back(line);
+    }
+    std::stable_partition(lines.begin(), lines.end(),
+                          [](LedgerLine const& line) { return line.holder != BufferHolder::Lost; });
+    return lines;
+}
+
+int64_t BufferLedger::longestHeldNs() const {
+    std::lock_guard lock(mLock);
+    int64_t longest = mLongestHeldNs;
+    int64_t const now = systemTime(SYSTEM_TIME_BOOTTIME);
+    for (auto const& [id, line] : mLines) {
+        if (line.holder != BufferHolder::Lost) {
+            longest = std::max(longest, now - line.sinceNs);
+        }
+    }
+    return longest;
+}
+
+}  // namespace zebcam::host

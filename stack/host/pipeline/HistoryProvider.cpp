@@ -1,0 +1,260 @@
+#include <host/HistoryProvider.h>
+#include <host/ImageStreamBuffer.h>
+#include <host/MetaStreamBuffer.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace zebcam::host {
+
+using NSCam::v3::IImageStreamBuffer;
+using NSCam::v3::IMetaStreamBuffer;
+using NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet;
+
+namespace {
+
+constexpr int64_t NS_PER_MS = 1'000'000;
+
+/// Calls `visit` with each buffer of this host in the set; others cannot carry a ledger entry.
+template <typename Visit>
+void forEachHostBuffer(HistoryBufferSet const& set, Visit const& visit) {
+    for (auto const& image : set.halImage) {
+        if (auto* const buffer = dynamic_cast<ImageStreamBuffer*>(image.get())) {
+            visit(*buffer);
+        }
+    }
+    for (auto const* metas : {&set.halMeta, &set.appMeta}) {
+        for (auto const& meta : *metas) {
+            if (auto* const buffer = dynamic_cast<MetaStreamBuffer*>(meta.get())) {
+                visit(*buffer);
+            }
+        }
+    }
+}
+
+void setLedgerEntry(HistoryBufferSet const& set, std::shared_ptr<LedgerEntry> const& entry) {
+    forEachHostBuffer(set, [&entry](auto& buffer) { buffer.setLedgerEntry(entry); });
+}
+
+/// The hand-out that the set stands for: that of the first buffer that is left of it.
+std::shared_ptr<LedgerEntry> ledgerEntryOf(HistoryBufferSet const& set) {
+    std::shared_ptr<LedgerEntry> entry;
+    forEachHostBuffer(set, [&entry](auto const& buffer) {
+        if (!entry) {
+            entry = buffer.ledgerEntry();
+        }
+    });
+    return entry;
+}
+
+android::sp<IImageStreamBuffer> copyOf(IImageStreamBuffer const& original) {
+    android::sp<ImageStreamBuffer> copy = new ImageStreamBuffer(original.getStreamInfo());
+    copy->setError(original.hasError());
+    return copy;
+}
+
+android::sp<IMetaStreamBuffer> copyOf(IMetaStreamBuffer& original) {
+    constexpr char USER[] = "HistoryProvider";
+    NSCam::IMetadata* const locked = original.tryReadLock(USER);
+    android::sp<MetaStreamBuffer> copy =
+        new MetaStreamBuffer(original.getStreamInfo(), locked ? *locked : NSCam::IMetadata());
+    original.unlock(USER, locked);
+    copy->setError(original.hasError() || !locked);
+    return copy;
+}
+
+template <typename Buffers>
+Buffers copiesOf(Buffers const& originals) {
+    Buffers copies;
+    copies.reserve(originals.size());
+    for (auto const& original : originals) {
+        if (original != nullptr) {
+            copies.push_back(copyOf(*original));
+        }
+    }
+    return copies;
+}
+
+std::string listOf(std::vector<uint32_t> const& frameNos) {
+    std::string text;
+    for (uint32_t const frameNo : frameNos) {
+        text += " F" + std::to_string(frameNo);
+    }
+    return text.empty() ? " none" : text;
+}
+
+}  // namespace
+
+HistoryProvider::HistoryProvider(size_t capacity, std::string name)
+    : mName(std::move(name)), mCapacity(capacity), mLedger(std::make_shared<BufferLedger>()) {
+}
+
+HistoryProvider::~HistoryProvider() = default;
+
+void HistoryProvider::dump(android::Printer& printer) const {
+    std::string here;
+    std::string inFlight;
+    uint64_t dropped = 0;
+    {
+        std::lock_guard lock(mLock);
+        for (auto const& [frameNo, set] : mHistory) {
+            here += " F" + std::to_string(frameNo);
+        }
+        inFlight = listOf(mInFlight);
+        dropped = mDropped;
+    }
+    printer.printFormatLine("%s: capacity %zu, dropped %llu", mName.c_str(), mCapacity,
+                            static_cast<unsigned long long>(dropped));
+    printer.printFormatLine("  here:%s", here.empty() ? " none" : here.c_str());
+    printer.printFormatLine("  in flight:%s", inFlight.c_str());
+    for (auto const& line : mLedger->unsettled()) {
+        printer.printFormatLine("  %s: F%u%s for R%u since %lld ms",
+                                line.holder == BufferHolder::Lost ? "lost" : "out", line.frameNo,
+                                line.isClone ? " (clone)" : "", line.forRequestNo,
+                                static_cast<long long>(line.sinceNs / NS_PER_MS));
+    }
+}
+
+void HistoryProvider::beginSelect() {
+}
+
+std::optional<std::list<HistoryBufferSet>> HistoryProvider::getHistoryBufferSets() {
+    std::lock_guard lock(mLock);
+    if (!mHasHistory) {
+        return std::nullopt;
+    }
+    std::list<HistoryBufferSet> sets;
+    for (auto& [frameNo, set] : mHistory) {
+        handOut(set, false);
+        sets.push_back(std::move(set));
+    }
+    mHistory.clear();
+    return sets;
+}
+
+void HistoryProvider::handOut(HistoryBufferSet const& set, bool isClone) const {
+    size_t images = 0;
+    for (auto const& image : set.halImage) {
+        images += dynamic_cast<ImageStreamBuffer*>(image.get()) != nullptr;
+    }
+    setLedgerEntry(set, mLedger->open(set.frameNo, mCurrentRequestNo, images, isClone));
+}
+
+void HistoryProvider::endSelect() {
+    std::lock_guard lock(mLock);
+    ++mEndSelectCalls;
+}
+
+void HistoryProvider::returnBufferSet(ReturnedBufferSet& returned) {
+    std::shared_ptr<LedgerEntry> const entry =
+        returned.pSet ? ledgerEntryOf(*returned.pSet) : nullptr;
+    if (!entry || !entry->isIn(*mLedger)) {
+        std::lock_guard lock(mLock);
+        ++mStrayReturns;
+        return;
+    }
+    HistoryBufferSet set = std::move(*returned.pSet);
+    entry->setEnded(returned.isUnused ? BufferHolder::Returned : BufferHolder::Released);
+    setLedgerEntry(set, nullptr);
+    if (!returned.isUnused || entry->isClone()) {
+        return;
+    }
+    std::vector<HistoryBufferSet> dropped;  // destroyed outside the lock
+    std::lock_guard lock(mLock);
+    uint32_t const frameNo = set.frameNo;
+    if (!mHistory.try_emplace(frameNo, std::move(set)).second) {
+        ++mDropped;
+    }
+    trim_Locked(dropped);
+}
+
+std::vector<NSCam::ZslPolicy::InFlightInfo> HistoryProvider::getInFlightInfos() const {
+    std::lock_guard lock(mLock);
+    std::vector<NSCam::ZslPolicy::InFlightInfo> infos;
+    infos.reserve(mInFlight.size());
+    for (uint32_t const frameNo : mInFlight) {
+        infos.push_back({frameNo, nullptr});
+    }
+    return infos;
+}
+
+HistoryBufferSet HistoryProvider::cloneBufferSet(HistoryBufferSet const& original) {
+    HistoryBufferSet clone;
+    clone.frameNo = original.frameNo;
+    clone.requestNo = original.requestNo;
+    clone.timestamp = original.timestamp;
+    clone.halImage = copiesOf(original.halImage);
+    clone.halMeta = copiesOf(original.halMeta);
+    clone.appMeta = copiesOf(original.appMeta);
+    std::lock_guard lock(mLock);
+    handOut(clone, true);
+    return clone;
+}
+
+void HistoryProvider::announce(uint32_t frameNo) {
+    std::lock_guard lock(mLock);
+    if (std::find(mInFlight.begin(), mInFlight.end(), frameNo) == mInFlight.end()) {
+        mInFlight.push_back(frameNo);
+    }
+}
+
+void HistoryProvider::cancel(uint32_t frameNo) {
+    std::lock_guard lock(mLock);
+    std::erase(mInFlight, frameNo);
+}
+
+void HistoryProvider::arrive(HistoryBufferSet set) {
+    std::vector<HistoryBufferSet> dropped;  // destroyed outside the lock
+    std::lock_guard lock(mLock);
+    uint32_t const frameNo = set.frameNo;
+    std::erase(mInFlight, frameNo);
+    auto const [place, isNew] = mHistory.try_emplace(frameNo);
+    std::swap(place->second, set);
+    mDropped += isNew ? 0 : 1;
+    trim_Locked(dropped);
+}
+
+void HistoryProvider::trim_Locked(std::vector<HistoryBufferSet>& dropped) {
+    while (mHistory.size() > mCapacity) {
+        dropped.push_back(std::move(mHistory.begin()->second));
+        mHistory.erase(mHistory.begin());
+        ++mDropped;
+    }
+}
+
+void HistoryProvider::setCurrentRequest(uint32_t requestNo) {
+    std::lock_guard lock(mLock);
+    mCurrentRequestNo = requestNo;
+}
+
+void HistoryProvider::setHasHistory(bool hasHistory) {
+    std::lock_guard lock(mLock);
+    mHasHistory = hasHistory;
+}
+
+std::vector<uint32_t> HistoryProvider::frameNumbers() const {
+    std::lock_guard lock(mLock);
+    std::vector<uint32_t> numbers;
+    numbers.reserve(mHistory.size());
+    for (auto const& [frameNo, set] : mHistory) {
+        numbers.push_back(frameNo);
+    }
+    return numbers;
+}
+
+uint64_t HistoryProvider::droppedFrames() const {
+    std::lock_guard lock(mLock);
+    return mDropped;
+}
+
+uint64_t HistoryProvider::strayReturns() const {
+    std::lock_guard lock(mLock);
+    return mStrayReturns;
+}
+
+unsigned HistoryProvider::takeEndSelectCalls() {
+    std::lock_guard lock(mLock);
+    return std::exchange(mEndSelectCalls, 0U);
+}
+
+}  // namespace zebcam::host

@@ -1,0 +1,82 @@
+#include <ulog/ULogPrinter.h>
+#include <ulog/ULogger.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace NSCam::Utils::ULog {
+
+namespace {
+
+// A module's info and debug lines pass when the settings share a bit of its class (normal, ...)
+// and a bit of its area with it.
+constexpr uint32_t MODULE_CLASS_MIN = 0x100000;
+constexpr uint32_t MODULE_AREA_MASK = 0xff000;
+
+constexpr size_t FORMAT_BUFFER_SIZE = 1024;
+
+android_LogPriority toAndroidPriority(uint32_t level) {
+    switch (level) {
+        case 0:
+        case LOG_LEVEL_ERROR:
+            return ANDROID_LOG_ERROR;
+        case LOG_LEVEL_WARNING:
+            return ANDROID_LOG_WARN;
+        case LOG_LEVEL_INFO:
+            return ANDROID_LOG_INFO;
+        default:
+            return ANDROID_LOG_DEBUG;
+    }
+}
+
+}  // namespace
+
+ULogPrinter::ULogPrinter(uint32_t moduleId, std::string tag, uint32_t level)
+    : mLogLevel(level),
+      mModuleId(moduleId),
+      mTag(std::move(tag)),
+      mLogPrinter(mTag.c_str(), toAndroidPriority(level)) {
+}
+
+bool ULogPrinter::passes() const {
+    if (ULogger::sDetailsLevel < mLogLevel) {
+        return false;
+    }
+    if (mLogLevel < LOG_LEVEL_INFO) {
+        return true;
+    }
+    uint32_t const shared = ULogger::sNormalDetailsMask & mModuleId;
+    return shared >= MODULE_CLASS_MIN && (shared & MODULE_AREA_MASK) != 0;
+}
+
+void ULogPrinter::printLine(char const* string) {
+    if (!passes()) {
+        return;
+    }
+    char const* const line = string ? string : "";
+    uint32_t const mode = ULogger::sMode;
+    if ((mode & LOG_MODE_ANDROID) != 0) {
+        mLogPrinter.printLine(line);
+    }
+    if ((mode & LOG_MODE_CAMERA_MASK) != 0) {
+        if (ULogger* const logger = ULogger::sULogger) {
+            logger->onLog(line, std::strlen(line), mModuleId, mTag.c_str(), mLogLevel);
+        }
+    }
+}
+
+void ULogPrinter::printFormatLine(char const* format, ...) {
+    if (!passes()) {
+        return;
+    }
+    char buffer[FORMAT_BUFFER_SIZE] = {};
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(buffer, sizeof buffer, format, arguments);
+    va_end(arguments);
+    printLine(buffer);
+}
+
+}  // namespace NSCam::Utils::ULog
