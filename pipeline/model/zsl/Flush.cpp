@@ -1,0 +1,59 @@
+#include "Log.h"
+#include "TraceSection.h"
+#include "ZslProcessor.h"
+
+namespace NSCam::v3::pipeline::model {
+
+ZslFrameBuilders ZslProcessor::flush() {
+    TraceSection const trace("flush");
+    ZSL_LOGD("+");
+    LockGuard const lock(mLock);
+    ZslFrameBuilders result;
+    for (ZslReqObject& req : mPendingRequests) {
+        if (!changeToNormalCapture(req, result)) {
+            return {};
+        }
+    }
+    mPendingRequests.clear();
+    returnLockedBuffers();
+    ZSL_LOGD("-");
+    return deliver(std::move(result));
+}
+
+/// False, with an error line, when a frame has no frame builder.
+bool ZslProcessor::changeToNormalCapture(ZslReqObject& req, ZslFrameBuilders& result) {
+    req.vFrameObj.merge(req.vPreselectFrameObj);
+    FrameBuilders frames;
+    for (auto const& [index, frame] : req.vFrameObj) {
+        if (frame.pFB == nullptr) {
+            ZSL_LOGE_AS("flush", "bad pFrameBuilder - requestNo:%u", req.requestNo);
+            return false;
+        }
+        frame.pFB->setFrameTimestamp(fakeShutterOf(req.requestNo));
+        frame.pFB->setBuiltFromHistory(false);
+        frames.push_back(frame.pFB);
+    }
+    frames.insert(frames.end(), req.vTuningFrameBuilder.begin(), req.vTuningFrameBuilder.end());
+    result.push_back(frames);
+    ZSL_LOGI_AS("flush",
+                "[requestNo:%u]: change pending to normal capture (frames:#%zu + tuning:#%zu)",
+                req.requestNo, frames.size(), req.vTuningFrameBuilder.size());
+    return true;
+}
+
+void ZslProcessor::returnLockedBuffers() {
+    for (auto& [name, sets] : mLockedBuffersMap) {
+        ZSL_LOGI_AS("flush", "return and release lockedBuffers of [%s](#%zu)", name.c_str(),
+                    sets.size());
+        if (mpHistoryBufferProvider != nullptr) {
+            for (HistoryBufferSet& set : sets) {
+                NSPipelineContext::IHistoryBufferProvider::ReturnedBufferSet released{&set, false};
+                mpHistoryBufferProvider->returnBufferSet(released);
+            }
+            mpHistoryBufferProvider->endSelect();
+        }
+        sets.clear();
+    }
+}
+
+}  // namespace NSCam::v3::pipeline::model
