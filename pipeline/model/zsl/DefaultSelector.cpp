@@ -7,13 +7,12 @@ namespace NSCam::v3::pipeline::model {
 namespace {
 
 constexpr char JUDGE[] = "operator()";  ///< function name of the lines that give a reason
-constexpr int64_t NS_PER_MS = 1'000'000;
 
 bool isAcceptable(ISelector::SelectInputParams const& in, ISelector::HistoryFrame const& hf,
                   ISelector::ZslFrameInfo const& info) {
     if (hf.timestamp < in.zsdTs) {
         ZSL_LOGW_AS(JUDGE, "[DefaultSelector] hbs[F%u] Ts(%ld) > zsd(%ld), shutterDelay=%ldms X",
-                    hf.frameNo, hf.timestamp, in.zsdTs, (hf.timestamp - in.zsdTs) / NS_PER_MS);
+                    hf.frameNo, hf.timestamp, in.zsdTs, shutterDelayMs(hf, in.zsdTs));
         return false;
     }
     if (!containsRequiredStreamBuffer(hf, *info.requiredStreams)) {

@@ -41,6 +41,14 @@ bool isAESoftStable(ISelector::HistoryFrame const& hf, RequiredStreams const& re
 /// before one that is not required is met.
 bool isFameSync(ISelector::HistoryFrame const& hf, RequiredStreams const& req);
 
+/// From the instant that the capture stands for to the frame's exposure, whole ms toward zero;
+/// wraps around for times that are centuries apart.
+inline int64_t shutterDelayMs(ISelector::HistoryFrame const& hf, int64_t zsdTs) {
+    return static_cast<int64_t>(static_cast<uint64_t>(hf.timestamp) -
+                                static_cast<uint64_t>(zsdTs)) /
+           1'000'000;
+}
+
 /// Whether `tag` holds `target`; `bc` when the tag is not there. `T` is int32_t or int64_t, `name`
 /// shows in the log.
 template <typename T>

@@ -64,9 +64,12 @@ public:
     }
 
     void toAndroid(Level level, char const* function, int line) const {
-        if ((ULogger::sMode.load(std::memory_order_relaxed) & ULog::LOG_MODE_ANDROID) == 0) {
-            return;
+        if ((ULogger::sMode.load(std::memory_order_relaxed) & ULog::LOG_MODE_ANDROID) != 0) {
+            printToAndroid(level, function, line);
         }
+    }
+
+    void printToAndroid(Level level, char const* function, int line) const {
         android_LogPriority const priority = traitsOf(level).priority;
         if (level == Level::Error) {
             __android_log_print(priority, TAG, "%s (%s){#%d:%s}", mText, function, line, SOURCE);
@@ -116,7 +119,8 @@ void hold(char const* function, int line, char const* format, ...) {
         va_start(args, format);
         Line const text(format, args);
         va_end(args);
-        text.toAndroid(Level::Error, function, line);
+        // Whatever the mode: nobody would find a thread that hangs without a word.
+        text.printToAndroid(Level::Error, function, line);
         text.toCamera(ULog::LOG_LEVEL_ERROR);
     }
     for (;;) {

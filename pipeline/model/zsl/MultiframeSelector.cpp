@@ -10,7 +10,6 @@ namespace NSCam::v3::pipeline::model {
 namespace {
 
 constexpr char JUDGE[] = "operator()";  ///< function name of the lines that give a reason
-constexpr int64_t NS_PER_MS = 1'000'000;
 
 /// The history by position, oldest first.
 using Frames = std::vector<ISelector::HistoryFrame const*>;
@@ -63,8 +62,8 @@ size_t findStart(ISelector::SelectInputParams const& in, Frames const& frames, s
     ZSL_LOGD_AS("select",
                 "[MultiframeSelector] zslReqNo(%u) frameSize(%zu) zsdIdx(%zu)/shutterDelay(%ldms) "
                 "startIdx(%zu)/shutterDelay(%ldms)",
-                in.requestNo, frameSize, zsdIdx, (frames[zsdIdx]->timestamp - in.zsdTs) / NS_PER_MS,
-                startIdx, (frames[startIdx]->timestamp - in.zsdTs) / NS_PER_MS);
+                in.requestNo, frameSize, zsdIdx, shutterDelayMs(*frames[zsdIdx], in.zsdTs),
+                startIdx, shutterDelayMs(*frames[startIdx], in.zsdTs));
     return startIdx;
 }
 

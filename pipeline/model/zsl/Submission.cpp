@@ -1,4 +1,4 @@
-#include <ulog/ULogPrinter.h>
+#include <utils/Printer.h>
 
 #include <algorithm>
 
@@ -11,7 +11,12 @@ namespace NSCam::v3::pipeline::model {
 
 namespace {
 
-constexpr int64_t NS_PER_MS = 1'000'000;
+/// `nowNs` less `offsetMs`; wraps around for an offset of centuries.
+int64_t before(int64_t nowNs, int64_t offsetMs) {
+    constexpr uint64_t NS_PER_MS = 1'000'000;
+    return static_cast<int64_t>(static_cast<uint64_t>(nowNs) -
+                                static_cast<uint64_t>(offsetMs) * NS_PER_MS);
+}
 
 /// The entries of `modes` whose sensor is required.
 std::unordered_map<uint32_t, uint32_t> requiredModes(
@@ -40,7 +45,7 @@ ZslProcessor::ZslReqObject ZslProcessor::makeRequest(ZslRequestParams& params) c
     req.pSelector = std::move(params.pSelector);
     req.checkPureRaw = params.checkPureRaw;
     req.needFrameSync = params.needFrameSync;
-    req.zsdTimestamp = processorClockNs() - mZsdOffsetMs * NS_PER_MS;
+    req.zsdTimestamp = before(processorClockNs(), mZsdOffsetMs);
     req.pHistoryBufferProvider = std::move(params.pHistoryBufferProvider);
     static std::unordered_map<uint32_t, uint32_t> const NO_MODES;
     static std::vector<uint32_t> const NO_SENSORS;
@@ -129,7 +134,8 @@ void ZslProcessor::queue(ZslReqObject&& pending, size_t selected) {
                 requestNo, selected, req.vPreselectFrameObj.size(), req.vFrameObj.size(),
                 fakeShutter, mPendingRequests.size(), dumpPendingToString().c_str());
     if (req.pHistoryBufferProvider != nullptr) {
-        ULog::ULogPrinter printer(ULog::MOD_PIPELINE_MODEL_ZSL, log::TAG, ULog::LOG_LEVEL_WARNING);
+        // To the Android log whatever the log level: a capture that waits is worth the lines.
+        android::LogPrinter printer(log::TAG, ANDROID_LOG_WARN);
         req.pHistoryBufferProvider->dump(printer);
     }
 }

@@ -22,7 +22,10 @@ int64_t readZsdOffsetMs() {
     int64_t const platform = property_get_int64("ro.vendor.camera3.zsl.default", 0);
     int64_t const project = property_get_int64("ro.vendor.camera3.zsl.project", 0);
     int64_t const user = property_get_int64("vendor.debug.camera3.zsl.timestamp", 0);
-    int64_t const sum = platform + project + user;
+    // Unsigned, so that absurd settings wrap around instead of being undefined.
+    auto const sum =
+        static_cast<int64_t>(static_cast<uint64_t>(platform) + static_cast<uint64_t>(project) +
+                             static_cast<uint64_t>(user));
     ZSL_LOGI_AS("ZslProcessor", "zsdOffsetMs(%ld) = default(%ld)+project(%ld)+user(%ld)", sum,
                 platform, project, user);
     return sum;
