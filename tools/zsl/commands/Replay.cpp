@@ -1,0 +1,151 @@
+#include "commands/Replay.h"
+
+#include <fmt/format.h>
+#include <ulog/ULogger.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+#include "cli/OptionValues.h"
+#include "cli/ReplayArguments.h"
+#include "output/AtomicFile.h"
+#include "recording/RecordingReader.h"
+#include "replay/Replay.h"
+#include "report/JsonReport.h"
+#include "report/TextReport.h"
+#include "sim/ProcessorLog.h"
+#include "text/Duration.h"
+
+namespace zebcam::tool {
+namespace {
+
+constexpr size_t kLongRecording = 2'000;
+
+struct Arguments {
+    std::string recording;
+    std::optional<std::string> json;
+    ReplayOptions options;
+};
+
+/// Progress in percent on one line of a terminal, wiped at the end.
+class Progress {
+public:
+    Progress(std::ostream& err, bool isOn) : mErr(err), mIsOn(isOn) {}
+    ~Progress() {
+        if (mShown >= 0) {
+            mErr << "\r\033[K" << std::flush;
+        }
+    }
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    void operator()(size_t frames, size_t total) {
+        int const percent = static_cast<int>(frames * 100 / total);
+        if (mIsOn && total >= kLongRecording && percent != mShown) {
+            mShown = percent;
+            mErr << fmt::format("\r{:3} % of {} frames", percent, total) << std::flush;
+        }
+    }
+
+private:
+    std::ostream& mErr;
+    bool const mIsOn;
+    int mShown = -1;
+};
+
+char const* levelName(host::LogLine const& line) {
+    switch (logLevelOf(line)) {
+        case NSCam::Utils::ULog::LOG_LEVEL_ERROR:
+            return "error";
+        case NSCam::Utils::ULog::LOG_LEVEL_WARNING:
+            return "warning";
+        case NSCam::Utils::ULog::LOG_LEVEL_INFO:
+            return "info";
+        default:
+            return "debug";
+    }
+}
+
+void addOwnOptions(CLI::App& command, ReplayOptions& options) {
+    auto const addTo = [](std::vector<int64_t>& times) {
+        return [&times](std::string const& text) { times.push_back(parseDuration(text)); };
+    };
+    addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
+             "Frames of each capture");
+    addValue(
+        command, "--policy",
+        [&options](std::string const& text) { options.policy = parsePolicy(text); },
+        "default, cshot, multiframe or a library with a policy [default: default]", "NAME|PATH.so");
+    addValue(
+        command, "--offset",
+        [&options](std::string const& text) { options.offsetMs = parseMilliseconds(text); },
+        "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
+    addValue(command, "--flush-at", addTo(options.flushesNs),
+             "Flush this long after the first frame; may be repeated", "T")
+        ->take_all();
+    addValue(command, "--dump-at", addTo(options.dumpsNs),
+             "Print what every debuggee tells then; may be repeated", "T")
+        ->take_all();
+    addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
+}
+
+int run(Arguments const& arguments, CliStreams const& streams) {
+    requireOneOffset(arguments.options, arguments.options.offsetMs);
+    Recording const recording = readRecording(arguments.recording);
+    std::optional<AtomicFile> json;
+    bool const isJsonOnly = arguments.json == "-";
+    if (arguments.json && !isJsonOnly) {
+        json.emplace(*arguments.json);
+    }
+    ReplayListener listener;
+    listener.log = [&](int64_t timeNs, host::LogLine const& line) {
+        streams.err << fmt::format("{:>10} {:<7} {}\n", formatSeconds(timeNs), levelName(line),
+                                   line.message);
+    };
+    std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
+    listener.progress = [&](size_t frames, size_t total) { (*progress)(frames, total); };
+    ReplayResult const result = replay(recording, arguments.options, listener);
+    progress.reset();
+    if (json) {
+        writeJson(result, json->stream());
+        json->commit();
+    }
+    if (isJsonOnly) {
+        writeJson(result, streams.out);
+    } else {
+        streams.out << textReport(result);
+    }
+    return result.isClean() ? 0 : 1;
+}
+
+}  // namespace
+
+void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
+    auto const arguments = std::make_shared<Arguments>();
+    CLI::App* const command = app.add_subcommand(
+        "replay", "Replay a recording, press the button and tell which frames the captures get");
+    command->add_option("RECORDING", arguments->recording, "CSV file, - for standard input")
+        ->required()
+        ->type_name("FILE");
+    addPressOptions(*command, arguments->options);
+    addOwnOptions(*command, arguments->options);
+    addCaptureOptions(*command, arguments->options);
+    addPipelineOptions(*command, arguments->options);
+    addValue(
+        *command, "--log",
+        [arguments](std::string const& text) { arguments->options.logLevel = parseLogLevel(text); },
+        "Print the processor's log: error, warning, info or debug", "LEVEL");
+    addValue(
+        *command, "--json", [arguments](std::string const& text) { arguments->json = text; },
+        "Write the result as JSON too, - for standard output instead of the text", "FILE");
+    command->callback(
+        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+}
+
+}  // namespace zebcam::tool

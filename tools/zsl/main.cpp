@@ -1,0 +1,10 @@
+#include <unistd.h>
+
+#include <iostream>
+
+#include "cli/Cli.h"
+
+int main(int argc, char** argv) {
+    bool const isTerminal = isatty(STDOUT_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
+    return zebcam::tool::runCli(argc, argv, {std::cout, std::cerr, isTerminal});
+}

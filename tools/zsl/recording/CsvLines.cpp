@@ -1,0 +1,92 @@
+#include "recording/CsvLines.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "recording/RecordingError.h"
+
+namespace zebcam::tool {
+namespace {
+
+constexpr size_t kMaxLineBytes = 1 << 20;
+constexpr size_t kCellBlockBytes = 1 << 16;  // long cells grow the buffer in few steps
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+constexpr std::string_view kBlanks = " \t";
+
+// Called from C code, through which no exception may pass.
+void storeCell(void* content, size_t size, void* cells) noexcept {
+    std::string_view cell(static_cast<char const*>(content), size);
+    cell.remove_prefix(std::min(cell.find_first_not_of(kBlanks), cell.size()));
+    cell = cell.substr(0, cell.find_last_not_of(kBlanks) + 1);
+    static_cast<std::vector<std::string>*>(cells)->emplace_back(cell);
+}
+
+}  // namespace
+
+CsvLines::CsvLines(std::istream& in, std::string name)
+    : mIn(in), mName(std::move(name)), mBuffer(kMaxLineBytes + 2) {
+    if (csv_init(&mParser, CSV_STRICT | CSV_STRICT_FINI) != 0) {
+        throw std::bad_alloc();
+    }
+    csv_set_blk_size(&mParser, kCellBlockBytes);
+}
+
+CsvLines::~CsvLines() {
+    csv_free(&mParser);
+}
+
+bool CsvLines::next(std::vector<std::string>& cells) {
+    cells.clear();
+    std::string_view text;
+    while (cells.empty() && readLine(text)) {
+        rejectBinary(text);
+        split(text, cells);
+    }
+    return !cells.empty();
+}
+
+bool CsvLines::readLine(std::string_view& text) {
+    mIn.getline(mBuffer.data(), static_cast<std::streamsize>(mBuffer.size()));
+    auto size = static_cast<size_t>(mIn.gcount());
+    if (mIn.bad()) {
+        throw RecordingError({mName, mLine + 1, {}}, "a readable line", "a read error");
+    }
+    if (!mIn.eof() && !mIn.fail()) {
+        --size;  // the line end is counted
+    } else if (size == 0) {
+        return false;
+    }
+    ++mLine;
+    if (size > kMaxLineBytes) {
+        throw RecordingError({mName, mLine, {}}, "a line of at most 1 MiB", "a longer one");
+    }
+    text = {mBuffer.data(), size};
+    if (mLine == 1 && text.starts_with(kByteOrderMark)) {
+        text.remove_prefix(kByteOrderMark.size());
+    }
+    if (text.ends_with('\r')) {
+        text.remove_suffix(1);
+    }
+    return true;
+}
+
+void CsvLines::rejectBinary(std::string_view text) const {
+    auto const isBinary = [](char c) { return (c >= '\0' && c < ' ' && c != '\t') || c == '\x7f'; };
+    auto const at = std::find_if(text.begin(), text.end(), isBinary);
+    if (at != text.end()) {
+        auto const rest = text.substr(static_cast<size_t>(at - text.begin()));
+        throw RecordingError({mName, mLine, {}}, "text without control characters",
+                             quoteContent(rest));
+    }
+}
+
+void CsvLines::split(std::string_view text, std::vector<std::string>& cells) {
+    auto const parsed = csv_parse(&mParser, text.data(), text.size(), storeCell, nullptr, &cells);
+    if (parsed != text.size() || csv_fini(&mParser, storeCell, nullptr, &cells) != 0) {
+        throw RecordingError({mName, mLine, {}}, "quotes in pairs around whole cells",
+                             quoteContent(text));
+    }
+}
+
+}  // namespace zebcam::tool

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <csv.h>
+
+#include <cstddef>
+#include <istream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zebcam::tool {
+
+/// The cells of a CSV stream line by line, so that every complaint has a line number and no more
+/// than one line is held. A cell therefore cannot span lines. Throws RecordingError.
+class CsvLines {
+public:
+    /// `in` is borrowed for the lifetime of this object; `name` is the path in errors.
+    CsvLines(std::istream& in, std::string name);
+    ~CsvLines();
+    CsvLines(CsvLines const&) = delete;
+    CsvLines& operator=(CsvLines const&) = delete;
+
+    /// Puts the next line that is not blank into `cells`, without blanks around them. False at the
+    /// end of the stream.
+    bool next(std::vector<std::string>& cells);
+
+    /// Number of the line that next() gave last, from 1; 0 before the first.
+    size_t line() const { return mLine; }
+
+private:
+    bool readLine(std::string_view& text);
+    void rejectBinary(std::string_view text) const;
+    void split(std::string_view text, std::vector<std::string>& cells);
+
+    std::istream& mIn;
+    std::string mName;
+    std::vector<char> mBuffer;
+    csv_parser mParser{};
+    size_t mLine = 0;
+};
+
+}  // namespace zebcam::tool

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <host/Services.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "recording/Recording.h"
+#include "replay/ReplayOptions.h"
+#include "replay/ReplayResult.h"
+#include "sim/SimulatedPipeline.h"
+
+namespace zebcam::tool {
+
+/// What may be heard while a replay runs. Any may be empty.
+struct ReplayListener {
+    std::function<void(size_t frames, size_t total)> progress;  ///< frames that have arrived
+    /// A line of the log up to the level asked for; `timeNs` counts from the first frame.
+    std::function<void(int64_t timeNs, host::LogLine const& line)> log;
+    /// After each event, with its boot time.
+    std::function<void(int64_t bootTimeNs, Occupancy const& occupancy)> occupancy;
+};
+
+/**
+ * Replays `recording` through the processor, in virtual time.
+ *
+ * Events at one instant happen in this order: frames leave for the history, frames arrive (by
+ * number), results come back, presses, dumps, flushes. The last arrival ends the recording: the
+ * pipeline is flushed and the results that are due come in.
+ *
+ * Throws InputError when the options do not fit the recording or cannot be carried out. At most one
+ * at a time.
+ */
+ReplayResult replay(Recording const& recording, ReplayOptions const& options,
+                    ReplayListener const& listener = {});
+
+}  // namespace zebcam::tool

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <IZslProcessor.h>
+#include <host/HistoryProvider.h>
+#include <host/Services.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "recording/Recording.h"
+#include "sim/CaptureRecord.h"
+#include "sim/FrameFactory.h"
+#include "sim/ProcessorLog.h"
+
+namespace zebcam::tool {
+
+/// How the pipeline is set up.
+struct PipelineOptions {
+    size_t history = 8;                                          ///< frames that the provider keeps
+    std::shared_ptr<NSCam::ZslPolicy::ZslPolicyParams> pPolicy;  ///< of each capture
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> pSelector;      ///< of each capture
+    int64_t timeoutMs = 3000;  ///< time-out that the policy implies
+    bool frameSync = false;
+    uint32_t logLevel = 0;  ///< see ProcessorLog
+    ProcessorLog::Sink logSink;
+};
+
+/// What a press asks for.
+struct CaptureOrder {
+    size_t frames = 1;
+    std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
+};
+
+/// A frame that the processor returned; the pipeline reprocesses or exposes it now.
+struct BuiltFrame {
+    size_t capture = 0;  ///< position in captures()
+    size_t index = 0;    ///< within the capture
+    std::shared_ptr<host::FrameBuilder> builder;
+};
+
+/// Something that must not happen.
+struct PipelineFailure {
+    int64_t timeNs = 0;  ///< boot time
+    std::string text;
+};
+
+/// Where the sensor's frames are, in numbers.
+struct Occupancy {
+    size_t history = 0;   ///< with the provider, to be chosen from
+    size_t inFlight = 0;  ///< on their way to the history
+    size_t locked = 0;    ///< kept by policies
+
+    bool operator==(Occupancy const&) const = default;
+};
+
+/**
+ * The camera pipeline around one processor: a sensor whose frames go through a history, captures,
+ * and results. It has no clock of its own: everything happens when it is called, at the boot time
+ * that the platform tells. Whoever drives it decides when that is.
+ *
+ * Not thread-safe; at most one at a time.
+ */
+class SimulatedPipeline {
+public:
+    /// Throws InputError when the processor cannot be made or configured.
+    explicit SimulatedPipeline(PipelineOptions options);
+    ~SimulatedPipeline();
+
+    /// The sensor starts on a frame.
+    void announce(SensorFrame const& frame) { mProvider->announce(frame.frameNo); }
+    /// A frame reaches the history; the captures that wait are tried again.
+    std::vector<BuiltFrame> arrive(SensorFrame const& frame);
+    /// The user presses the button.
+    std::vector<BuiltFrame> submit(CaptureOrder const& order);
+    std::vector<BuiltFrame> flush();
+    /// A built frame is done: its result goes to the processor, its buffers are let go.
+    void finish(BuiltFrame const& frame);
+    /// What every debuggee prints, line by line.
+    static std::vector<std::string> dump();
+
+    std::deque<CaptureRecord> const& captures() const { return mRecords; }
+    Occupancy occupancy() const;
+    host::BufferLedger const& ledger() const { return *mProvider->ledger(); }
+    uint64_t droppedFrames() const { return mProvider->droppedFrames(); }
+    uint64_t errorLines() const { return mLog.errorLines(); }
+    /// Exceptions and frames that came back wrongly so far, and what must not be at the end:
+    /// metadata locks that are held, buffer sets that came back without having been out.
+    std::vector<PipelineFailure> failures() const;
+
+private:
+    class ShutterListener;
+    struct Capture;
+    using FrameBuilders = NSCam::v3::pipeline::model::ZslFrameBuilders;
+
+    template <typename Call>
+    void guard(char const* what, Call call);
+    template <typename Call>
+    std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
+    void beginTry(size_t capture, struct Offer offer);
+    void endTry();
+    void take(FrameBuilders::value_type const& list, bool isFlush, std::vector<BuiltFrame>& out);
+    void note(BuiltFrame const& frame, Served served);
+    NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture,
+                                                           CaptureOrder const& order);
+    android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
+    void fail(std::string text);
+
+    PipelineOptions const mOptions;
+    FrameFactory const mFactory;
+    ProcessorLog mLog;
+    host::DeviceRegistration const mDevice;
+    std::shared_ptr<host::HistoryProvider> const mProvider;
+    std::deque<CaptureRecord> mRecords;
+    std::deque<Capture> mCaptures;  ///< beside mRecords: what is no record
+    size_t mTried = 0;              ///< capture of the running try
+    std::vector<PipelineFailure> mFailures;
+    android::sp<ShutterListener> const mListener;
+    android::sp<NSCam::v3::pipeline::model::IZslProcessor> mProcessor;  ///< goes first
+};
+
+}  // namespace zebcam::tool
