@@ -1,0 +1,113 @@
+#include "NearestSettledSelector.h"
+
+#include "FrameFacts.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <vector>
+
+namespace sample {
+
+namespace {
+
+constexpr int64_t NS_PER_MS = 1'000'000;
+
+/// How good a choice is: more frames served first, then nearer ones.
+struct Score {
+    size_t served = 0;
+    int64_t distanceNs = 0;
+
+    bool operator==(Score const&) const = default;
+    bool isWorseThan(Score const& other) const {
+        return served != other.served ? served < other.served : distanceNs > other.distanceNs;
+    }
+};
+
+/// The best scores for the first `wanted` requested and the first `history` history frames.
+class ScoreTable {
+public:
+    ScoreTable(size_t wanted, size_t history)
+        : mColumns(history + 1), mScores((wanted + 1) * mColumns) {}
+
+    Score& at(size_t wanted, size_t history) { return mScores[wanted * mColumns + history]; }
+
+private:
+    size_t mColumns;
+    std::vector<Score> mScores;
+};
+
+/// Both lists keep their order, so what is best for shorter lists gives what is best for longer
+/// ones: either list's last frame stays unused, or the two last frames are paired.
+template <typename MayServe>
+ScoreTable scoreChoices(ISelector::SelectInputParams const& in, MayServe mayServe) {
+    ScoreTable best(in.frameInfos.size(), in.historyFrames.size());
+    size_t i = 0;
+    for (auto const& [index, wanted] : in.frameInfos) {
+        ++i;
+        size_t j = 0;
+        for (auto const& [frameNo, frame] : in.historyFrames) {
+            ++j;
+            Score score = best.at(i, j - 1);
+            if (score.isWorseThan(best.at(i - 1, j))) {
+                score = best.at(i - 1, j);
+            }
+            Score paired = best.at(i - 1, j - 1);
+            paired.served += 1;
+            paired.distanceNs += std::abs(frame.timestamp - in.zsdTs);
+            if (score.isWorseThan(paired) && mayServe(frame, wanted)) {
+                score = paired;
+            }
+            best.at(i, j) = score;
+        }
+    }
+    return best;
+}
+
+/// Walks back along the choices that led to the best score. Where several did, the earlier of the
+/// requested frames are served.
+ISelector::SelectOutputParams bestChoice(ISelector::SelectInputParams const& in, ScoreTable& best) {
+    ISelector::SelectOutputParams out;
+    auto wanted = in.frameInfos.rbegin();
+    auto history = in.historyFrames.rbegin();
+    size_t i = in.frameInfos.size();
+    size_t j = in.historyFrames.size();
+    while (i > 0 && j > 0) {
+        bool const isUnserved = best.at(i, j) == best.at(i - 1, j);
+        bool const isUnused = !isUnserved && best.at(i, j) == best.at(i, j - 1);
+        if (!isUnserved && !isUnused) {
+            out.selected[wanted->first].frameNo = history->first;
+        }
+        if (!isUnused) {
+            --i;
+            ++wanted;
+        }
+        if (!isUnserved) {
+            --j;
+            ++history;
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+bool NearestSettledSelector::mayServe(SelectInputParams const& in, HistoryFrame const& frame,
+                                      ZslFrameInfo const& wanted) const {
+    return frame.timestamp >= in.zsdTs - mLimits.maxAgeMs * NS_PER_MS && isFocusSettled(frame) &&
+           isExposureSettled(frame) && carriesStreams(frame, *wanted.requiredStreams) &&
+           matchesSensorModes(frame, wanted) && (!in.needFrameSync || isSynchronised(frame));
+}
+
+ISelector::SelectOutputParams NearestSettledSelector::select(SelectInputParams const& in) const {
+    bool const reachesPress =
+        !in.historyFrames.empty() && in.historyFrames.rbegin()->second.timestamp >= in.zsdTs;
+    if (!reachesPress && in.durationMs < mLimits.maxWaitMs) {
+        return {};
+    }
+    ScoreTable best = scoreChoices(in, [&](HistoryFrame const& frame, ZslFrameInfo const& wanted) {
+        return mayServe(in, frame, wanted);
+    });
+    return bestChoice(in, best);
+}
+
+}  // namespace sample

@@ -1,0 +1,129 @@
+#define ATRACE_TAG ATRACE_TAG_CAMERA
+#include <cutils/trace.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <platform/Trace.h>
+#include <platform/VirtualClock.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/TempFile.h"
+
+namespace zebcam::test {
+namespace {
+
+using platform::setTraceSink;
+using platform::TraceFile;
+using testing::ElementsAre;
+
+/// The events of a trace file by thread, as "B name ts" and "E ts".
+std::map<int, std::vector<std::string>> eventsOf(std::string const& path) {
+    std::map<int, std::vector<std::string>> events;
+    for (auto const& event : nlohmann::json::parse(std::ifstream(path))) {
+        EXPECT_EQ(event.at("pid"), getpid());
+        std::string text = event.at("ph");
+        if (event.contains("name")) {
+            text += " " + event.at("name").get<std::string>();
+        }
+        events[event.at("tid")].push_back(text + " " + event.at("ts").dump());
+    }
+    return events;
+}
+
+class CountingSink final : public platform::ITraceSink {
+public:
+    void beginSection(char const*) override { ++begun; }
+    void endSection() override { ++ended; }
+    int begun = 0;
+    int ended = 0;
+};
+
+TEST(TraceTest, WritesNestedSectionsOfEachThread) {
+    TempFile const trace("nested.json");
+    platform::VirtualClock clock({.bootTimeNs = 2'000'500});
+    {
+        auto const file = std::make_unique<TraceFile>(trace.path, ATRACE_TAG_CAMERA);
+        ATRACE_END();  // opened before the file was there
+        ATRACE_BEGIN("outer");
+        clock.advance(1000);
+        std::thread([] {
+            ATRACE_BEGIN("elsewhere");
+            ATRACE_END();
+        }).join();
+        ATRACE_BEGIN("quote\" slash\\ tab\t");
+        ATRACE_END();
+        ATRACE_BEGIN("cut off");
+        clock.advance(1);
+    }
+    ATRACE_BEGIN("after the file");
+    ATRACE_END();
+
+    auto events = eventsOf(trace.path);
+    EXPECT_THAT(events[gettid()],
+                ElementsAre("B outer 2000.5", "B quote\" slash\\ tab\t 2001.5", "E 2001.5",
+                            "B cut off 2001.5", "E 2001.501", "E 2001.501"));
+    events.erase(gettid());
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_THAT(events.begin()->second, ElementsAre("B elsewhere 2001.5", "E 2001.5"));
+}
+
+TEST(TraceTest, IsAnArrayAlsoWithoutEvents) {
+    TempFile const trace("empty.json");
+    { TraceFile const file(trace.path, 0); }
+    EXPECT_EQ(nlohmann::json::parse(std::ifstream(trace.path)), nlohmann::json::array());
+    EXPECT_THROW(TraceFile("/no such folder/trace.json", 0), std::runtime_error);
+    EXPECT_EQ(atrace_get_enabled_tags(), 0U) << "a file that failed is attached";
+}
+
+TEST(TraceTest, TheNewestAttachmentTakesTheSections) {
+    TempFile const trace("newest.json");
+    CountingSink first;
+    CountingSink second;
+    setTraceSink(&first, ATRACE_TAG_CAMERA | ATRACE_TAG_HAL);
+    EXPECT_EQ(atrace_get_enabled_tags(), uint64_t{ATRACE_TAG_CAMERA | ATRACE_TAG_HAL});
+    ATRACE_BEGIN("first");
+    {
+        TraceFile const file(trace.path, ATRACE_TAG_CAMERA);
+        ATRACE_BEGIN("file");
+        ATRACE_END();
+        setTraceSink(&second, ATRACE_TAG_HAL);
+        ATRACE_BEGIN("tag is off");
+    }
+    EXPECT_EQ(atrace_get_enabled_tags(), uint64_t{ATRACE_TAG_HAL});
+    setTraceSink(&second, ATRACE_TAG_CAMERA);
+    ATRACE_END();
+    setTraceSink(nullptr, ATRACE_TAG_CAMERA);
+    EXPECT_EQ(atrace_get_enabled_tags(), 0U);
+    EXPECT_EQ(first.begun, 1);
+    EXPECT_EQ(first.ended, 0);
+    EXPECT_EQ(second.begun, 0);
+    EXPECT_EQ(second.ended, 1);
+}
+
+TEST(TraceDeathTest, TracesTheWholeProcessOnRequest) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a new process, which loads the library
+    TempFile const trace("process.json");
+    setenv(platform::TRACE_FILE_VARIABLE, trace.path.c_str(), 1);
+    EXPECT_EXIT(
+        {
+            ATRACE_BEGIN("to the end");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+    unsetenv(platform::TRACE_FILE_VARIABLE);
+    auto const events = nlohmann::json::parse(std::ifstream(trace.path));
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0]["name"], "to the end");
+    EXPECT_EQ(events[1]["ph"], "E");
+}
+
+}  // namespace
+}  // namespace zebcam::test

@@ -1,0 +1,95 @@
+#include "ZslFixture.h"
+
+namespace zebcam::test {
+namespace {
+
+TEST_F(ZslTest, PendingCapturesAreServedInOrder) {
+    submit(capture(5));
+    submit(capture(6));
+    EXPECT_EQ(1U, logged("[submitZslRequest] [requestNo:6]: fail. (selected:#0, preselect:#0, "
+                         "remaining:#1) => add to pending [fakeShutter:100000002000; "
+                         "pendingReq(#2):R5 R6 ]"));
+    push({11, 12});
+    EXPECT_EQ("[5.0=F11][6.0=F12]", retry());
+    EXPECT_EQ(1U, logged("[processZslPendingRequest] [requestNo:99]: success. (reqNo:6, "
+                         "selected:#1, tuning:#0) => remove from pending (#0)"));
+    log.clear();
+    EXPECT_EQ("", retry());
+    EXPECT_TRUE(log.empty()) << log.front().message;
+}
+
+TEST_F(ZslTest, AFailureDoesNotStopTheWalk) {
+    submit(capture(5).by(answering({})));
+    submit(capture(6));
+    push({11});
+    EXPECT_EQ("[6.0=F11]", retry());
+    EXPECT_EQ(1U, logged("[requestNo:99]: fail. (reqNo:5, selected:#0, preselect:#0, "
+                         "remaining:#1) => keep pending (#2)"));
+    EXPECT_EQ("[5.0=none]", passMs(3001));
+}
+
+TEST_F(ZslTest, OlderCapturesGoBeforeANewOne) {
+    submit(capture(5, 2));
+    push({11, 12, 13, 14});
+    EXPECT_EQ("[5.0=F11 5.1=F12][6.0=F13]", submit(capture(6)));
+    EXPECT_EQ(1U, callback->results.size());
+}
+
+TEST_F(ZslTest, PartlyServedCaptureKeepsTheRestPending) {
+    push({11});
+    EXPECT_EQ("[5.0=F11]", submit(capture(5, 3)));
+    EXPECT_EQ(1U, callback->results.size());
+    push({12});
+    EXPECT_EQ("[5.1=F12]", retry());
+    EXPECT_TRUE(zsl->hasZslPendingRequest());
+    push({13});
+    EXPECT_EQ("[5.2=F13]", retry());
+    EXPECT_EQ(1U, callback->results.size());
+}
+
+/// The success line of a walk names the capture at the served position after it was taken out.
+TEST_F(ZslTest, RemovalLineNamesThePositionInTheQueue) {
+    struct {
+        uint32_t pending, served, named;
+    } const cases[] = {{1, 0, 0}, {2, 0, 0}, {2, 1, 1}, {3, 1, 1}, {3, 2, 2},
+                       {4, 0, 0}, {4, 1, 1}, {4, 2, 3}, {4, 3, 3}, {6, 3, 4}};
+    for (auto const& c : cases) {
+        bool arrived = false;
+        for (uint32_t i = 0; i < c.pending; ++i) {
+            auto wanted = capture(10 + i);
+            wanted.by(std::make_shared<ScriptedSelector>([&arrived, mine = i == c.served](auto&) {
+                return arrived && mine ? choose({{0, NO_FRAME}}) : Answer();
+            }));
+            ASSERT_EQ("", submit(wanted));
+        }
+        arrived = true;
+        EXPECT_EQ("[" + std::to_string(10 + c.served) + ".0=none]", retry());
+        EXPECT_EQ("[processZslPendingRequest] [requestNo:99]: success. (reqNo:" +
+                      std::to_string(10 + c.named) +
+                      ", selected:#1, tuning:#0) => remove from pending (#" +
+                      std::to_string(c.pending - 1) + ")",
+                  line("]: success. "));
+        flush();
+    }
+}
+
+TEST_F(ZslTest, DummyFramesAreLeftOut) {
+    push({11, 12});
+    auto mixed = captureOf(5, {FRAME_TYPE_MAIN, FRAME_TYPE_PREDUMMY, FRAME_TYPE_SUB,
+                               FRAME_TYPE_POSTDUMMY, FRAME_TYPE_PRESUB, 5});
+    auto const selector = answering({});
+    mixed.by(selector);
+    submit(mixed);
+    EXPECT_EQ(1U, logged("[prepareFrames] skip (1,PREDUMMY)"));
+    EXPECT_EQ(1U, logged("[prepareFrames] skip (3,POSTDUMMY)"));
+    ASSERT_EQ(4U, selector->seen.at(0).frameInfos.size());
+    EXPECT_EQ(3U, selector->seen.at(0).frameInfos.rbegin()->first);
+    EXPECT_EQ("[5.0=none 5.2=none 5.4=none 5.5=none]", flush());
+
+    EXPECT_EQ("[]", submit(captureOf(6, {FRAME_TYPE_PREDUMMY})));
+    EXPECT_EQ("[]", submit(capture(7, 0)));
+    EXPECT_EQ(2U, logged("selectOut: no need to trigger selector to select, pre-select only"));
+}
+
+}  // namespace
+}  // namespace zebcam::test

@@ -1,0 +1,120 @@
+#include "ZslFixture.h"
+
+namespace zebcam::test {
+namespace {
+
+using Shutters = std::vector<std::pair<uint32_t, int64_t>>;
+
+TEST_F(ZslTest, EarlyShutterIsOneBufferWithATime) {
+    push({SensorFrame(11).at(-9), SensorFrame(12).at(-4)});
+    submit(capture(5));
+    ASSERT_EQ(1U, callback->results.size());
+    auto const& result = callback->results[0];
+    EXPECT_EQ(5U, result.requestNo);
+    EXPECT_EQ(0U, result.nAppOutMetaLeft);
+    EXPECT_EQ(1U, result.nHalOutMetaLeft);
+    EXPECT_FALSE(result.isFrameEnd);
+    EXPECT_TRUE(result.outputHalMetas.empty());
+    ASSERT_EQ(1U, result.outputAppMetas.size());
+    EXPECT_EQ(metaStream(APP).get(), result.outputAppMetas[0]->getStreamInfo());
+    EXPECT_TRUE(hostBuffer(result.outputAppMetas[0]).isFinished());
+    EXPECT_EQ((Shutters{{5, SHUTTER - 4 * MS + 1000}}), callback->shutters());
+    EXPECT_EQ(1U,
+              logged("[selectBuf_Locked] Debug1: update fakeShutter: 100000000000->99996000000"));
+    leavesPending = true;
+}
+
+TEST_F(ZslTest, EarlyShuttersNeverCarryOneTimeTwice) {
+    for (uint32_t requestNo : {5, 6, 7}) {
+        submit(capture(requestNo));
+    }
+    EXPECT_EQ((Shutters{{5, SHUTTER + 1000}, {6, SHUTTER + 2000}, {7, SHUTTER + 3000}}),
+              callback->shutters());
+    leavesPending = true;
+}
+
+TEST_F(ZslTest, RequestThatWaitsTwiceKeepsItsFirstShutter) {
+    auto second = capture(5);
+    submit(capture(5));
+    submit(second);
+    EXPECT_EQ((Shutters{{5, SHUTTER + 1000}, {5, SHUTTER + 2000}}), callback->shutters());
+    push({11, 12});
+    EXPECT_EQ("[5.0=F11][5.0=F12]", retry());
+    EXPECT_EQ(SHUTTER + 1000, second.frames[0]->timestamp());
+}
+
+TEST_F(ZslTest, WithoutCallbackThereIsNoShutter) {
+    callback.clear();
+    auto waiting = capture(5);
+    submit(waiting);
+    EXPECT_EQ(1U, logged("[callbackFakeShutter] can not promote pCallback for shutter"));
+    EXPECT_EQ(1U, logged("add to pending [fakeShutter:0; pendingReq(#1):R5 ]"));
+    EXPECT_EQ("[5.0=none]", flush());
+    EXPECT_EQ(0, waiting.frames[0]->timestamp());
+    callback = new RecordingCallback;
+    EXPECT_EQ(0, zsl->configure(config()));
+    submit(capture(6));
+    EXPECT_EQ((Shutters{{6, SHUTTER + 1000}}), callback->shutters()) << "the count went on";
+    leavesPending = true;
+}
+
+class FrameUpdateTest : public ZslTest {
+protected:
+    /// The time in a result of `requestNo` on `stream` after the processor heard of it.
+    int64_t timeAfter(uint32_t requestNo, StreamId_T stream, bool isFrameEnd = false) {
+        IMetadata metadata;
+        put<int64_t>(metadata, ZEB_SENSOR_TIMESTAMP, 42);
+        put<int32_t>(metadata, 0x10007, 4);
+        auto const buffer = metaBuffer(stream, metadata);
+        IAppCallback::Result result;
+        result.requestNo = requestNo;
+        result.outputAppMetas = {buffer};
+        result.outputHalMetas = {metaBuffer(stream, metadata)};
+        result.isFrameEnd = isFrameEnd;
+        zsl->onFrameUpdated(requestNo, result);
+        EXPECT_EQ(4, valueOf<int32_t>(buffer->snapshot(), 0x10007)) << "another tag was touched";
+        auto const hal = hostBuffer(result.outputHalMetas[0]).snapshot();
+        EXPECT_EQ(42, valueOf<int64_t>(hal, ZEB_SENSOR_TIMESTAMP));
+        return valueOf<int64_t>(buffer->snapshot(), ZEB_SENSOR_TIMESTAMP).value_or(-1);
+    }
+};
+
+TEST_F(FrameUpdateTest, TimeIsRemovedUntilTheFrameEnds) {
+    submit(capture(5));
+    EXPECT_EQ(42, timeAfter(6, APP)) << "a request without early shutter";
+    EXPECT_EQ(42, timeAfter(5, APP - 1));
+    EXPECT_EQ(42, timeAfter(5, APP + 3));
+    EXPECT_EQ(42, timeAfter(5, APP_CONTROL));
+    for (auto stream : {APP, APP + 1, APP + 2}) {
+        EXPECT_EQ(-1, timeAfter(5, stream));
+    }
+    EXPECT_EQ(1U,
+              logged("[onFrameUpdated] (0x100000026:meta:100000026) remove ZEB_SENSOR_TIMESTAMP "
+                     "tag(0xe0010) [requestNo:5, fakeShutter:100000001000]"));
+    flush();
+    EXPECT_EQ(-1, timeAfter(5, APP)) << "the entry outlives the capture";
+    EXPECT_EQ(-1, timeAfter(5, APP, true));
+    EXPECT_EQ(42, timeAfter(5, APP)) << "the frame has ended";
+}
+
+TEST_F(FrameUpdateTest, BuffersThatCannotBeRewrittenAreToldAndPassed) {
+    submit(capture(5));
+    auto const busy = metaBuffer(APP);
+    auto const timeless = metaBuffer(APP + 1);
+    IMetadata timed;
+    put<int64_t>(timed, ZEB_SENSOR_TIMESTAMP, 42);
+    auto const last = metaBuffer(APP + 2, timed);
+    auto* pHeld = busy->tryReadLock("application");
+    IAppCallback::Result result;
+    result.outputAppMetas = {busy, timeless, last};
+    zsl->onFrameUpdated(5, result);
+    busy->unlock("application", pHeld);
+    EXPECT_EQ(1U, logged("[onFrameUpdated] cannot lock metadata"));
+    EXPECT_EQ(
+        1U, logged("(0x100000025:meta:100000025) can not find ZEB_SENSOR_TIMESTAMP tag(0xe0010)"));
+    EXPECT_TRUE(last->snapshot().isEmpty());
+    leavesPending = true;
+}
+
+}  // namespace
+}  // namespace zebcam::test

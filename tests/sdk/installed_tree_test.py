@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""Installs the build tree, moves the result elsewhere and uses it as somebody outside would."""
+import csv
+import json
+import os
+import pathlib
+import shlex
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+CMAKE, CXX, LIB_DIR = (os.environ[name] for name in ("CMAKE", "CXX", "LIB_DIR"))
+BUILD_DIR, SOURCE_DIR = (pathlib.Path(os.environ[name]) for name in ("BUILD_DIR", "SOURCE_DIR"))
+EXAMPLE = SOURCE_DIR / "docs/examples/serve_capture.cpp"
+RECORDING = SOURCE_DIR / "tools/zsl/demo/demo_30fps.csv"
+CAPTURES = 40
+STRICT = ["-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror"]
+
+
+def run(*command, expected=0, **environment):
+    """Runs a command; its standard output, or with an expected failure its standard error."""
+    done = subprocess.run([str(part) for part in command], capture_output=True, text=True,
+                          env={**os.environ, **environment}, cwd=SOURCE_DIR, timeout=200)
+    if done.returncode != expected:
+        raise AssertionError(f"{shlex.join(map(str, command))} ended with {done.returncode}:\n"
+                             f"{done.stdout}{done.stderr}")
+    return done.stdout if expected == 0 else done.stderr
+
+
+def is_settled(row):
+    """Whether a frame of the recording has an image and nothing in it was still changing."""
+    focuses = int(row["AF mode"]) in range(1, 5)
+    moves = row["Lens state"] == "1" or row["AF state"] in ("1", "3")
+    return row["Error"] != "1" and row["AE stable"] != "0" and not (focuses and moves)
+
+
+class InstalledTreeTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.work = pathlib.Path(tempfile.mkdtemp(prefix="zsl-installed-"))
+        cls.addClassCleanup(shutil.rmtree, cls.work)
+        run(CMAKE, "--install", BUILD_DIR, "--prefix", cls.work / "first place")
+        cls.tree = cls.work / "moved"
+        (cls.work / "first place").rename(cls.tree)
+        cls.zsl = cls.tree / "bin/zsl"
+        cls.kit = cls.tree / "share/zebcam/selector"
+        cls.policy = cls.build_with_cmake(cls.kit) / "libnearest_settled.so"
+
+    @classmethod
+    def build_with_cmake(cls, sources):
+        folder = cls.work / f"build-{sources.name}"
+        run(CMAKE, "-S", sources, "-B", folder, "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={cls.tree}",
+            f"-DCMAKE_CXX_COMPILER={CXX}")
+        run(CMAKE, "--build", folder)
+        return folder
+
+    def pkg_config(self, *arguments):
+        folder = self.tree / LIB_DIR / "pkgconfig"
+        return shlex.split(run("pkg-config", *arguments, PKG_CONFIG_PATH=str(folder)))
+
+    def replay(self, policy, **environment):
+        report = self.work / "report.json"
+        run(self.zsl, "replay", RECORDING, "--captures", CAPTURES, "--policy", policy, "--json", report,
+            **environment)
+        return json.loads(report.read_text())
+
+    def check_example(self, program):
+        words = run(program)
+        self.assertIn("served 1 capture(s); still waiting: no\n", words)
+        self.assertRegex(words, r"shutter \d+ ms before the press, from the history: yes\n")
+
+    def test_example_builds_and_runs_by_cmake(self):
+        self.check_example(self.build_with_cmake(EXAMPLE.parent) / "serve_capture")
+
+    def test_example_builds_and_runs_by_pkg_config(self):
+        program = self.work / "serve_capture"
+        run(CXX, *STRICT, EXAMPLE, *self.pkg_config("--cflags", "--libs", "zebcam-zsl"),
+            "-o", program)
+        self.check_example(program)
+
+    def test_policy_built_by_pkg_config_chooses_like_the_one_built_by_cmake(self):
+        library = self.work / "by_pkg_config.so"
+        run(CXX, *STRICT, "-shared", "-fPIC", *sorted(self.kit.glob("*.cpp")),
+            *self.pkg_config("--cflags", "zebcam-selector"), "-o", library)
+        self.assertEqual(self.replay(library)["captures"], self.replay(self.policy)["captures"])
+
+    def test_policy_takes_the_nearest_settled_frame(self):
+        with RECORDING.open(newline="") as file:
+            rows = {int(row["Frame No."]): row for row in csv.DictReader(file)}
+        report = self.replay(self.policy)
+        self.assertEqual(len(report["captures"]), CAPTURES)
+        self.assertTrue(report["summary"]["isClean"], report["summary"])
+        for capture in report["captures"]:
+            chosen = capture["frames"][0]
+            offered = capture["tries"][chosen["try"]]["historyFrames"]
+
+            def distance(number):
+                return abs(int(rows[number]["Timestamp[nanosec]"]) - capture["pressNs"])
+
+            self.assertEqual(chosen["historyFrame"],
+                             min(filter(lambda number: is_settled(rows[number]), offered),
+                                 key=distance), capture)
+
+    def test_policy_that_cannot_be_made_is_an_error(self):
+        words = run(self.zsl, "replay", RECORDING, "--policy", self.policy, expected=2,
+                    NEAREST_SETTLED_MAX_AGE_MS="5s")
+        self.assertIn("NEAREST_SETTLED_MAX_AGE_MS is '5s': expected 0 to 60000 ms", words)
+        self.assertIn(str(self.policy), words)
+
+    def test_readme_quotes_example_and_demo_as_they_are(self):
+        readme = (SOURCE_DIR / "README.md").read_text()
+        self.assertIn(EXAMPLE.read_text().split("int main() {\n", 1)[1], readme)
+        demo = (SOURCE_DIR / "scripts/demo").read_text().split("/bin/zsl ", 1)[1]
+        words = run(self.zsl, *shlex.split(demo.removesuffix(' "$@"\n')))
+        self.assertIn(words, readme)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

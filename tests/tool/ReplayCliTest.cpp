@@ -1,0 +1,210 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cli/Cli.h"
+#include "text/Duration.h"
+
+namespace zebcam::tool {
+namespace {
+
+struct Outcome {
+    int status = 0;
+    std::string out;
+    std::string err;
+};
+
+Outcome zsl(std::vector<std::string> const& arguments, bool showProgress = false) {
+    std::vector<char const*> argv = {"zsl"};
+    for (std::string const& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
+    return {status, out.str(), err.str()};
+}
+
+class ReplayCli : public testing::Test {
+protected:
+    ReplayCli() { std::filesystem::create_directories(mFolder); }
+    ~ReplayCli() override { std::filesystem::remove_all(mFolder); }
+
+    std::string path(std::string const& name) const { return mFolder + "/" + name; }
+
+    std::string write(std::string const& name, std::string const& content) const {
+        std::ofstream(path(name)) << content;
+        return path(name);
+    }
+
+    /// Frames 1, 2, ... every 100 ms; frame n is exposed for 10 ms and read out in 20 ms.
+    std::string recording(int frames) const {
+        std::string text =
+            "Frame No.,Timestamp[nanosec],Exposure time[nanosec],Frame readout time[nanosec]\n";
+        for (int i = 0; i < frames; ++i) {
+            text += std::to_string(i + 1) + "," +
+                    std::to_string(1'000'000'000LL + i * 100'000'000LL) + ",10000000,20000000\n";
+        }
+        return write("recording.csv", text);
+    }
+
+private:
+    std::string const mFolder =
+        testing::TempDir() + "zsl_" + testing::UnitTest::GetInstance()->current_test_info()->name();
+};
+
+TEST_F(ReplayCli, PrintsFactsTableAndSummary) {
+    std::string const file = recording(12);
+    Outcome const outcome =
+        zsl({"replay", file, "--press", "500ms", "--press", "1.05s", "--frames", "2"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    std::string const table = outcome.out.substr(outcome.out.find("capture  pressed"));
+    EXPECT_EQ(table,
+              "capture  pressed (s)  frame  history frame    lag (ms)  served      waited (ms)"
+              "  early shutter (ms)\n"
+              "      1        0.500      0              6        0.00  waited           130.00"
+              "             -200.00\n"
+              "      1        0.500      1              7      100.00  waited           230.00"
+              "             -200.00\n"
+              "      2        1.050      0             12       50.00  waited           180.00"
+              "             -150.00\n"
+              "      2        1.050      1              -           -  flushed          180.00"
+              "             -150.00\n"
+              "\n"
+              "Served     0 at once, 3 waited, 0 timed out, 1 flushed, of 4 frames; 1 without a "
+              "history frame\n"
+              "Lag        minimum 0.00, median 50.00, 95th percentile 100.00, maximum 100.00 ms "
+              "after the press\n"
+              "Ledger     45 handed out, 42 returned, 3 consumed, 0 released; 0 still out, 0 "
+              "lost\n"
+              "Result     2 of 2 captures answered, the ledger balances\n");
+    EXPECT_NE(outcome.out.find("12 frames in 1.100 s, 10.00 frames/s, median interval 100.00 ms, "
+                               "no gaps\n"),
+              std::string::npos);
+    for (char const c : outcome.out) {
+        EXPECT_TRUE(c == '\n' || (c >= ' ' && c <= '~')) << "control character " << int{c};
+    }
+}
+
+TEST_F(ReplayCli, RefusesWhatItCannotDo) {
+    std::string const file = recording(12);
+    std::string const broken = write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
+    std::string const selectors = SELECTOR_FOLDER "/selector_";
+    std::vector<std::pair<std::vector<std::string>, std::string>> const table = {
+        {{}, "zsl: expected the command replay, generate or compare\ntry zsl --help\n"},
+        {{"play"}, "found \"play\""},
+        {{"replay"}, "try zsl replay --help"},
+        {{"replay", path("missing.csv")}, "missing.csv: expected a readable file"},
+        {{"replay", testing::TempDir()}, "found a folder"},
+        {{"replay", broken}, "broken.csv:3: column \"Timestamp[nanosec]\": expected"},
+        {{"replay", file, "--press", "-1ms"}, "--press -0.001s: before the recording's first"},
+        {{"replay", file, "--press", "1.1001s"}, "last frame (expected 0s to 1.1s)"},
+        {{"replay", file, "--flush-at", "2s"}, "--flush-at 2s: after"},
+        {{"replay", file, "--dump-at", "2s"}, "--dump-at 2s: after"},
+        {{"replay", file, "--press", "5"}, "--press: expected a time with its unit"},
+        {{"replay", file, "--captures", "0"}, "--captures: expected a whole number from 1"},
+        {{"replay", file, "--captures", "2", "--press", "0s"}, "--captures"},
+        {{"replay", file, "--frames", "-2"}, "--frames: expected a whole number from 1"},
+        {{"replay", file, "--history", "8x"}, "--history: expected a whole number from 1"},
+        {{"replay", file, "--timeout-ms", "-1"}, "--timeout-ms: expected a whole number from 0"},
+        {{"replay", file, "--delivery-delay", "-1ms"}, "expected a time from 0s to 3600s"},
+        {{"replay", file, "--offset", "1500us"}, "--offset: expected whole milliseconds"},
+        {{"replay", file, "--offset", "1ms", "--property", "vendor.debug.camera3.zsl.timestamp=2"},
+         "--property sets"},
+        {{"replay", file, "--property", "=1"}, "--property: expected KEY=VALUE"},
+        {{"replay", file, "--property", "a b=1"}, "property 'a b' cannot be set"},
+        {{"replay", file, "--log", "loud"}, "--log: expected error, warning, info or debug"},
+        {{"replay", file, "--colour"}, "not expected: --colour"},
+        {{"replay", file, file}, "not expected: " + file},
+        {{"replay", file, "--json", path("no/folder.json")}, "no/folder.json"},
+        {{"replay", file, "--policy", "best"}, "--policy: expected default, cshot, multiframe"},
+        {{"replay", file, "--policy", path("gone.so")}, "gone.so: there is no such file"},
+        {{"replay", file, "--policy", "./" + broken}, "there is no such file"},
+        {{"replay", file, "--policy", broken}, "cannot be loaded: "},
+        {{"replay", file, "--policy", selectors + "nameless.so"}, "no function \"create\""},
+        {{"replay", file, "--policy", selectors + "nothing.so"}, "create() gave null"},
+        {{"replay", file, "--policy", selectors + "refuser.so"}, "create() threw: not today"},
+    };
+    for (auto const& [arguments, expected] : table) {
+        Outcome const outcome = zsl(arguments);
+        EXPECT_EQ(outcome.status, 2) << expected;
+        EXPECT_EQ(outcome.out, "") << expected;
+        EXPECT_NE(outcome.err.find(expected), std::string::npos) << outcome.err;
+        EXPECT_LE(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 2) << outcome.err;
+    }
+}
+
+TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {
+    std::string const file = recording(12);
+    std::vector<std::string> const common = {"replay",   file,         "--press", "500ms",
+                                             "--policy", "multiframe", "--json"};
+    auto arguments = common;
+    arguments.push_back(path("result.json"));
+    Outcome const toFile = zsl(arguments);
+    EXPECT_EQ(toFile.status, 0);
+    EXPECT_NE(toFile.out.find("at once"), std::string::npos);
+    arguments.back() = "-";
+    Outcome const toOutput = zsl(arguments);
+    std::ifstream written(path("result.json"));
+    auto const json = nlohmann::json::parse(written);
+    EXPECT_EQ(json, nlohmann::json::parse(toOutput.out));
+    EXPECT_EQ(json["captures"][0]["frames"][0]["lagNs"], -200'000'000);
+    EXPECT_EQ(json["options"]["timeoutMs"], 3000);
+    EXPECT_EQ(json["recording"]["path"], file);
+}
+
+TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
+    Outcome const outcome = zsl({"replay", recording(12), "--press", "500ms", "--policy",
+                                 SELECTOR_FOLDER "/selector_thrower.so"});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.out.find("Failure    at 0.500 s: capture: exception: no idea\n"),
+              std::string::npos);
+}
+
+TEST_F(ReplayCli, ShowsProgressOnATerminalOnly) {
+    std::string const file = recording(3000);
+    EXPECT_NE(zsl({"replay", file}, true).err.find("\r 50 % of 3000 frames"), std::string::npos);
+    EXPECT_EQ(zsl({"replay", file}, false).err, "");
+}
+
+TEST_F(ReplayCli, PropertiesLastOnlyForTheReplay) {
+    std::string const file = recording(12);
+    std::vector<std::string> const press = {"replay", file, "--press", "500ms"};
+    auto offset = press;
+    offset.insert(offset.end(), {"--property", "ro.vendor.camera3.zsl.default=150", "--offset",
+                                 "50ms", "--log", "info"});
+    Outcome const outcome = zsl(offset);
+    EXPECT_NE(outcome.out.find("ZSL offset 200 ms"), std::string::npos);
+    EXPECT_NE(outcome.err.find("zsdOffsetMs(200) = default(150)+project(0)+user(50)"),
+              std::string::npos);
+    EXPECT_NE(zsl(press).out.find("ZSL offset 0 ms"), std::string::npos);
+}
+
+TEST(Duration, ReadsWhatItWrites) {
+    std::vector<std::pair<std::string, int64_t>> const good = {
+        {"1.2s", 1'200'000'000}, {"350ms", 350'000'000},
+        {"5us", 5'000},          {"-20ns", -20},
+        {".5ms", 500'000},       {"+1.s", 1'000'000'000},
+        {"1.50us", 1'500},       {"9223372036.854775807s", INT64_MAX}};
+    for (auto const& [text, ns] : good) {
+        EXPECT_EQ(parseDuration(text), ns) << text;
+        EXPECT_EQ(parseDuration(formatDuration(ns)), ns) << text;
+    }
+    for (char const* bad : {"", "s", "1", ".s", "-s", "1 s", "1m", "1e3s", "1.5ns", "--1s", "0x1s",
+                            "9223372036.854775808s", "99999999999999999999ns"}) {
+        EXPECT_THROW(parseDuration(bad), std::invalid_argument) << bad;
+    }
+    EXPECT_EQ(formatMs(-12'345'678), "-12.35");
+    EXPECT_EQ(formatMs(-4'999), "0.00");
+    EXPECT_EQ(formatSeconds(1'999'500'000), "2.000");
+}
+
+}  // namespace
+}  // namespace zebcam::tool

@@ -1,0 +1,303 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "recording/RecordingGenerator.h"
+#include "replay/Replay.h"
+#include "report/JsonReport.h"
+
+namespace zebcam::tool {
+namespace {
+
+constexpr int64_t MS = 1'000'000;
+constexpr int64_t START = 5'000'000 * MS;
+
+/// Frames 1, 2, ... every 100 ms, which arrive 130 ms after their start.
+Recording steadyRecording(uint32_t frames = 60) {
+    Recording recording{"steady", {}, {}, 100 * MS};
+    for (uint32_t i = 0; i < frames; ++i) {
+        SensorFrame frame;
+        frame.frameNo = i + 1;
+        frame.timestampNs = START + i * 100 * MS;
+        frame.exposureNs = 10 * MS;
+        frame.readoutNs = 20 * MS;
+        frame.durationNs = 100 * MS;
+        frame.afMode = frame.afState = frame.lensState = uint8_t{0};
+        frame.sensorId = frame.sensorMode = 0;
+        frame.aeStable = 1;
+        recording.frames.push_back(frame);
+    }
+    return recording;
+}
+
+/// `<frame>: F<history frame> <lag> <wait> <served>` in ms for each frame of each capture.
+std::string outcomesOf(ReplayResult const& result) {
+    std::ostringstream text;
+    for (CaptureRecord const& capture : result.captures) {
+        for (FrameOutcome const& frame : capture.frames) {
+            text << (text.tellp() > 0 ? ", " : "");
+            if (frame.historyFrame) {
+                text << 'F' << *frame.historyFrame << ' ' << *capture.lagNs(frame) / MS << ' ';
+            }
+            text << capture.waitNs(frame).value_or(-1) / MS << ' ' << toString(frame.served);
+        }
+    }
+    return text.str();
+}
+
+ReplayOptions pressing(std::vector<int64_t> timesMs, size_t frames = 1) {
+    ReplayOptions options;
+    for (int64_t const ms : timesMs) {
+        options.pressesNs.push_back(ms * MS);
+    }
+    options.framesPerCapture = frames;
+    return options;
+}
+
+struct Case {
+    char const* name;
+    ReplayOptions options;
+    char const* expected;
+    void (*change)(Recording&) = nullptr;
+};
+
+template <typename Change>
+ReplayOptions with(ReplayOptions options, Change change) {
+    change(options);
+    return options;
+}
+
+std::vector<Case> cases() {
+    auto const cshot = [](ReplayOptions& o) { o.policy.kind = PolicyKind::CShot; };
+    auto const multiframe = [](ReplayOptions& o) {
+        o.policy.kind = PolicyKind::Multiframe;
+        o.timeoutMs = 300;
+    };
+    // No frame is late enough for this offset, so that captures wait for their time-out.
+    auto const hopeless = [](ReplayOptions& o) { o.offsetMs = -20'000; };
+    auto const lastModeOnly = [](Recording& r) {
+        for (size_t i = 11; i < r.frames.size(); ++i) {
+            r.frames[i].sensorMode = 1;
+        }
+    };
+    return {
+        {"first frame that begins after the press", pressing({1000}), "F11 0 130 waited"},
+        {"offset reaches back", with(pressing({1000}), [](auto& o) { o.offsetMs = 250; }),
+         "F9 -200 0 at once"},
+        {"arrival comes before a press at the same instant",
+         with(pressing({930}), [](auto& o) { o.offsetMs = 130; }), "F9 -130 0 at once"},
+        {"a press just before the arrival waits for it",
+         with(pressing({929}), [](auto& o) { o.offsetMs = 130; }), "F9 -129 1 waited"},
+        {"delivery delay", with(pressing({1000}), [](auto& o) { o.deliveryDelayNs = 0; }),
+         "F11 0 30 waited"},
+        {"presses in any order, the earlier one is served first", pressing({1050, 1000}),
+         "F11 0 130 waited, F12 50 180 waited"},
+        {"continuous shot takes the oldest of a short history",
+         with(pressing({1000}, 2), [&](auto& o) { cshot(o), o.history = 3; }),
+         "F7 -400 0 at once, F8 -300 0 at once"},
+        {"multi-frame ends its run at the press", with(pressing({1000}, 3), multiframe),
+         "F7 -400 0 at once, F8 -300 0 at once, F9 -200 0 at once"},
+        {"multi-frame time-out at 330 ms, with fewer frames than asked for",
+         with(pressing({1000}, 3), [&](auto& o) { multiframe(o), o.history = 2; }),
+         "F12 100 330 timed out, F13 200 330 timed out, 330 timed out"},
+        {"age 3000 is no time-out", with(pressing({1030}), hopeless), "F34 2270 3100 timed out"},
+        {"age 3030 is one", with(pressing({1000}), hopeless), "F33 2200 3030 timed out"},
+        {"the frames of a capture come one by one", pressing({5500}, 2),
+         "F56 0 130 waited, F57 100 230 waited"},
+        {"one try that chooses a frame and lets the other time out",
+         with(pressing({1000}, 2), [](auto& o) { o.offsetMs = -2900; }),
+         "F40 2900 3030 waited, F33 2200 3030 timed out"},
+        {"flush", with(pressing({1000}, 2), [](auto& o) { o.flushesNs = {1150 * MS}; }),
+         "F11 0 130 waited, 150 flushed"},
+        {"flush at the end of the recording", pressing({5850}, 2),
+         "F60 50 180 waited, 180 flushed"},
+        {"unusable images are passed over", pressing({1000}), "F13 200 330 waited",
+         [](Recording& r) { r.frames[10].hasError = r.frames[11].hasError = true; }},
+        {"exposure that is not settled", pressing({1000}), "F12 100 230 waited",
+         [](Recording& r) { r.frames[10].aeStable = 0; }},
+        {"missing focus state", pressing({1000}), "F12 100 230 waited",
+         [](Recording& r) { r.frames[10].afState.reset(); }},
+        {"sensors out of step do not matter by default", pressing({1000}), "F11 0 130 waited",
+         [](Recording& r) { r.frames[10].frameSync = 1; }},
+        {"unless they are to be synchronised",
+         with(pressing({1000}), [](auto& o) { o.frameSync = true; }), "F12 100 230 waited",
+         [](Recording& r) { r.frames[10].frameSync = 1; }},
+        {"mode of the sensor at the press", pressing({1100}), "F12 0 130 waited", lastModeOnly},
+        {"mode that the sensor has left", pressing({1050}), "F34 2250 3080 timed out",
+         lastModeOnly},
+        {"a frame that does not tell its mode", pressing({1000}), "F12 100 230 waited",
+         [](Recording& r) { r.frames[10].sensorMode.reset(); }},
+    };
+}
+
+TEST(Replay, ServesCaptures) {
+    for (Case const& c : cases()) {
+        SCOPED_TRACE(c.name);
+        Recording recording = steadyRecording();
+        if (c.change != nullptr) {
+            c.change(recording);
+        }
+        ReplayResult const result = replay(recording, c.options);
+        EXPECT_EQ(outcomesOf(result), c.expected);
+        EXPECT_TRUE(result.isClean());
+    }
+}
+
+TEST(Replay, ReportsTheShutterOnce) {
+    // The first capture waits and gets an early shutter just after the newest frame there; the
+    // second is served at once and keeps its frame's timestamp.
+    ReplayOptions options = pressing({1000});
+    options.reprocessDelayNs = 70 * MS;
+    ReplayResult const early = replay(steadyRecording(), options);
+    EXPECT_EQ(early.captures[0].earlyShutterNs, START + 800 * MS + 1000);
+    EXPECT_EQ(early.captures[0].frames[0].reportedNs, std::nullopt);
+    EXPECT_EQ(early.captures[0].frames[0].resultNs, START + 1200 * MS);
+
+    options.offsetMs = 250;
+    ReplayResult const atOnce = replay(steadyRecording(), options);
+    EXPECT_EQ(atOnce.captures[0].earlyShutterNs, std::nullopt);
+    EXPECT_EQ(atOnce.captures[0].frames[0].reportedNs, START + 800 * MS);
+}
+
+TEST(Replay, ShowsWhatEachTryWasOffered) {
+    ReplayOptions options = pressing({1000, 1000});
+    options.history = 3;
+    ReplayResult const result = replay(steadyRecording(), options);
+    std::vector<TryRecord> const& tries = result.captures[1].tries;
+    ASSERT_EQ(tries.size(), 4U);
+    EXPECT_EQ(tries[0].historyFrames, (std::vector<uint32_t>{7, 8, 9}));
+    EXPECT_EQ(tries[0].inFlightFrames, (std::vector<uint32_t>{10, 11, 12, 13}));
+    // Frame 11 goes to the first capture, so that the second is offered less in the same walk.
+    EXPECT_EQ(result.captures[0].tries.back().historyFrames, (std::vector<uint32_t>{9, 10, 11}));
+    EXPECT_EQ(tries[2].historyFrames, (std::vector<uint32_t>{9, 10}));
+    EXPECT_EQ(tries[3].historyFrames, (std::vector<uint32_t>{9, 10, 12}));
+    EXPECT_EQ(tries[3].builtFrames, (std::vector<size_t>{0}));
+}
+
+TEST(Replay, KeepsThePluginsFramesAccountedFor) {
+    struct {
+        char const* plugin;
+        char const* expected;
+        size_t lockedAtTheEnd;
+        size_t failures;
+    } const table[] = {
+        // On its last try it locks frame 33 and leaves 34 for the time-out.
+        {"hoarder", "F34 2300 3030 timed out", 31, 0},
+        {"cloner", "F9 -200 0 at once, F33 2200 3030 timed out", 0, 0},
+        // What the time-out served while it threw comes back with the next call.
+        {"thrower", "F33 2200 3130 timed out", 0, 32},
+    };
+    for (auto const& [plugin, expected, lockedAtTheEnd, failures] : table) {
+        SCOPED_TRACE(plugin);
+        ReplayOptions options = pressing({1000}, plugin == std::string("cloner") ? 2 : 1);
+        options.policy = {PolicyKind::Plugin,
+                          SELECTOR_FOLDER "/selector_" + std::string(plugin) + ".so"};
+        ReplayResult const result = replay(steadyRecording(), options);
+        EXPECT_EQ(outcomesOf(result), expected);
+        EXPECT_EQ(result.captures[0].tries.back().lockedFrames.size(), lockedAtTheEnd);
+        EXPECT_EQ(result.failures.size(), failures);
+        EXPECT_TRUE(result.ledger.balances());
+    }
+}
+
+TEST(Replay, TellsWhatDebuggeesAndLogSay) {
+    ReplayOptions options = pressing({1000});
+    options.dumpsNs = {1100 * MS, 1150 * MS};
+    options.logLevel = 2;
+    std::vector<std::string> log;
+    ReplayListener listener;
+    listener.log = [&](int64_t timeNs, host::LogLine const& line) {
+        EXPECT_LE(logLevelOf(line), 2U) << line.message;
+        log.push_back(std::to_string(timeNs / MS) + " " + line.message);
+    };
+    ReplayResult const result = replay(steadyRecording(), options, listener);
+    ASSERT_EQ(result.dumps.size(), 2U);
+    auto const pending = [](DebugDump const& dump) {
+        return std::count(dump.lines.begin(), dump.lines.end(), "  requestNo:1");
+    };
+    EXPECT_EQ(pending(result.dumps[0]), 1);
+    EXPECT_EQ(pending(result.dumps[1]), 0);
+    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](std::string const& line) {
+        return line.find("1000 [submitZslRequest] [requestNo:1]: fail.") == 0;
+    }));
+}
+
+using Json = nlohmann::json;
+
+Json jsonOf(ReplayResult const& result) {
+    std::ostringstream text;
+    writeJson(result, text);
+    return Json::parse(text.str());
+}
+
+/// The default policy, worked out again from the recording and what a try was offered.
+std::vector<uint32_t> defaultChoice(Recording const& recording, Json const& capture,
+                                    Json const& attempt, int64_t offsetNs, size_t wanted) {
+    std::vector<uint32_t> chosen;
+    for (uint32_t const frameNo : attempt["historyFrames"]) {
+        auto const& frames = recording.frames;
+        SensorFrame const& frame =
+            *std::find_if(frames.begin(), frames.end(),
+                          [&](SensorFrame const& f) { return f.frameNo == frameNo; });
+        if (chosen.size() < wanted && !frame.hasError && frame.afState && frame.aeStable == 1 &&
+            frame.timestampNs >= capture["pressNs"].get<int64_t>() - offsetNs) {
+            chosen.push_back(frameNo);
+        }
+    }
+    return chosen;
+}
+
+TEST(Replay, JsonIsEnoughToDecideAgain) {
+    GeneratorOptions phone;
+    phone.frames = 600;
+    phone.missingAfStateRate = 0.4;
+    phone.errorRate = 0.1;
+    Recording const recording = generate(phone);
+    ReplayOptions options;
+    options.captures = 40;
+    options.framesPerCapture = 3;
+    options.offsetMs = 120;
+    Json const json = jsonOf(replay(recording, options));
+    ASSERT_EQ(json["captures"].size(), 40U);
+    std::set<std::string> kinds;
+    for (Json const& capture : json["captures"]) {
+        size_t wanted = 3;
+        for (size_t i = 0; i < capture["tries"].size(); ++i) {
+            Json const& attempt = capture["tries"][i];
+            std::vector<uint32_t> built;
+            for (size_t const index : attempt["builtFrames"]) {
+                built.push_back(capture["frames"][index]["historyFrame"]);
+                kinds.insert(capture["frames"][index]["served"]);
+            }
+            EXPECT_EQ(built, defaultChoice(recording, capture, attempt, 120 * MS, wanted));
+            wanted -= built.size();
+        }
+    }
+    EXPECT_EQ(kinds, (std::set<std::string>{"at once", "waited"}));
+    EXPECT_TRUE(json["ledger"]["balances"]);
+    EXPECT_EQ(json, jsonOf(replay(recording, options))) << "the same replay gives the same result";
+}
+
+TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
+    ReplayOptions options;
+    options.captures = 4;
+    ReplayResult const result = replay(steadyRecording(41), options);
+    // Presses at 500, 1500, 2500 and 3500 ms, each the start of a frame.
+    EXPECT_EQ(result.captures[0].pressNs, START + 500 * MS);
+    EXPECT_EQ(result.captures[3].pressNs, START + 3500 * MS);
+    EXPECT_EQ(result.summary.lag.max, 0);
+    Spread const spread = spreadOf({40, 10, -20, 30});
+    EXPECT_EQ(spread.min, -20);
+    EXPECT_EQ(spread.median, 20);
+    EXPECT_EQ(spread.p95, 40);
+    std::vector<int64_t> hundred(100);
+    std::generate(hundred.begin(), hundred.end(), [n = int64_t{0}]() mutable { return ++n; });
+    EXPECT_EQ(spreadOf(hundred).p95, 95);
+}
+
+}  // namespace
+}  // namespace zebcam::tool

@@ -1,0 +1,67 @@
+#include <policy/zsl/ISelector.h>
+
+#include <stdexcept>
+
+// One library for each way in which a plug-in behaves, told apart by PLUGIN_KIND.
+
+namespace {
+
+using NSCam::ZslPolicy::ISelector;
+
+/// Locks the oldest free frame on every try and serves nothing.
+class Hoarder : public ISelector {
+public:
+    char const* getName() const override { return "Hoarder"; }
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        SelectOutputParams out;
+        for (auto const& [frameNo, frame] : in.historyFrames) {
+            if (!frame.isLocked) {
+                out.ops[frameNo] = SelectOutputParams::LOCK;
+                break;
+            }
+        }
+        return out;
+    }
+};
+
+/// Serves every second frame of the capture from a copy of the newest frame.
+class Cloner : public ISelector {
+public:
+    char const* getName() const override { return "Cloner"; }
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        SelectOutputParams out;
+        for (auto const& [index, info] : in.frameInfos) {
+            if (index % 2 == 0 && !in.historyFrames.empty()) {
+                out.selected[index] = {in.historyFrames.rbegin()->first, true, {}};
+            }
+        }
+        return out;
+    }
+};
+
+class Thrower : public ISelector {
+public:
+    char const* getName() const override { return "Thrower"; }
+    SelectOutputParams select(SelectInputParams const&) const override {
+        throw std::runtime_error("no idea");
+    }
+};
+
+[[maybe_unused]] ISelector* nothing() {
+    return nullptr;
+}
+
+[[maybe_unused]] ISelector* refuse() {
+    throw std::runtime_error("not today");
+}
+
+template <typename Selector>
+ISelector* make() {
+    return new Selector;
+}
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) ISelector* PLUGIN_ENTRY() {
+    return PLUGIN_MAKE();
+}
