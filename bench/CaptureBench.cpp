@@ -1,0 +1,31 @@
+#include "CaptureScene.h"
+#include "Stopwatch.h"
+
+namespace zebcam::bench {
+namespace {
+
+/// One capture from its submission to the built frames.
+void BM_Capture(benchmark::State& state) {
+    SceneSize const size{static_cast<size_t>(state.range(0)), static_cast<size_t>(state.range(1)),
+                         static_cast<size_t>(state.range(2))};
+    CaptureScene scene(size, Provider::Host);
+    auto capture = scene.makeCapture();
+    measureApart(
+        state, [&] { return scene.processor().submitZslRequest(std::move(capture)); },
+        [&](auto const& built) {
+            if (built.size() != 1 || built.front().size() != size.requestedFrames) {
+                state.SkipWithError("the capture was not served");
+            }
+            capture = scene.makeCapture();
+            scene.refill();
+        });
+}
+BENCHMARK(BM_Capture)
+    ->ArgNames({"history", "frames", "entries"})
+    ->ArgsProduct({{10, 30, 60, 240}, {1, 8}, {200}})
+    ->ArgsProduct({{10, 30, 60, 240}, {1, 8}, {3}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+}  // namespace zebcam::bench
