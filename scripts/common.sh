@@ -1,0 +1,26 @@
+# Shared by the scripts of this folder; to be sourced. Sets `root` to the project's folder and goes
+# there, so that a script can be started from anywhere.
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+program=scripts/$(basename "$0")
+step="starting"
+
+# Says what is done now; a failure names it.
+begin() {
+    step=$1
+    printf '\n== %s\n' "$step"
+}
+
+fail() {
+    printf '%s: %s\n' "$program" "$1" >&2
+    trap - EXIT
+    exit 1
+}
+
+trap '[ $? -eq 0 ] || printf "%s: failed while %s\n" "$program" "$step" >&2' EXIT
+
+# With ccache a second configuration, or a second run, compiles much less.
+if command -v ccache >/dev/null; then
+    export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+fi
