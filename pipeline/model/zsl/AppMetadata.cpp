@@ -51,25 +51,27 @@ bool takesEveryVendorTag() {
     return takes;
 }
 
-/// Whether the sensor frame, not the request, decides the tag.
-bool comesFromHistory(uint32_t tag) {
-    if (requestKeptTags().count(tag) != 0) {
-        return false;
-    }
-    if ((tag & VENDOR_BIT) == 0 || takesEveryVendorTag()) {
-        return true;
-    }
-    return historyVendorTags().count(tag) != 0 || (tag & HISTORY_SECTION_MASK) == HISTORY_SECTION;
+/// Whether the sensor frame decides a vendor tag that is not the request's.
+bool isVendorTagFromHistory(uint32_t tag) {
+    return takesEveryVendorTag() || historyVendorTags().count(tag) != 0 ||
+           (tag & HISTORY_SECTION_MASK) == HISTORY_SECTION;
 }
 
-/// The entries that the history decides. Collected in tag order and merged in one go: that is
-/// linear, setting them one by one in a large metadata is not.
+/// The entries that the history decides. Few are not, so that it is cheaper to remove those from a
+/// copy than to collect the others.
 IMetadata historyPart(IMetadata const& history) {
-    IMetadata part;
-    for (size_t i = 0; i < history.count(); ++i) {
-        auto const entry = history.entryAt(i);
-        if (comesFromHistory(entry.tag())) {
-            part.update(entry.tag(), entry);
+    IMetadata part = history;
+    for (uint32_t const tag : requestKeptTags()) {
+        part.remove(tag);
+    }
+    // Vendor tags are the largest and entries are in tag order, so they stand at the end.
+    for (size_t i = part.count(); i-- > 0;) {
+        uint32_t const tag = part.entryAt(i).tag();
+        if ((tag & VENDOR_BIT) == 0) {
+            break;
+        }
+        if (!isVendorTagFromHistory(tag)) {
+            part.remove(tag);
         }
     }
     return part;

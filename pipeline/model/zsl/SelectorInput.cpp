@@ -91,6 +91,7 @@ ISelector::SelectOutputParams ZslProcessor::select(ZslReqObject const& req,
                                                    BufferSets const& lockedSets,
                                                    InFlightInfos const& inflight) {
     LockedMetadata locked;
+    locked.reserve(2 * (req.vFrameObj.size() + history.size() + lockedSets.size()));
     MetadataUnlocker const unlocker(locked);
     ISelector::SelectInputParams in = generateZslRequestInfo(req, locked);
     generateHistoryFrames(history, lockedSets, locked, in.historyFrames);
