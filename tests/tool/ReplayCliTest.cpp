@@ -98,7 +98,7 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
     std::string const broken = write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     std::string const selectors = SELECTOR_FOLDER "/selector_";
     std::vector<std::pair<std::vector<std::string>, std::string>> const table = {
-        {{}, "zsl: expected the command replay, generate or compare\ntry zsl --help\n"},
+        {{}, "zsl: expected the command replay, generate, explain or compare\ntry zsl --help\n"},
         {{"play"}, "found \"play\""},
         {{"replay"}, "try zsl replay --help"},
         {{"replay", path("missing.csv")}, "missing.csv: expected a readable file"},
@@ -185,6 +185,53 @@ TEST_F(ReplayCli, PropertiesLastOnlyForTheReplay) {
     EXPECT_NE(outcome.err.find("zsdOffsetMs(200) = default(150)+project(0)+user(50)"),
               std::string::npos);
     EXPECT_NE(zsl(press).out.find("ZSL offset 0 ms"), std::string::npos);
+}
+
+using Json = nlohmann::json;
+
+/// The tries of a capture, each without what only a log has.
+Json withoutLogPlaces(Json tries) {
+    for (Json& attempt : tries) {
+        attempt.erase("line");
+        attempt.erase("time");
+    }
+    return tries;
+}
+
+TEST_F(ReplayCli, ItsLogExplainsWhatItsJsonTells) {
+    std::string const file = path("phone.csv");
+    ASSERT_EQ(zsl({"generate", "--output", file, "--frames", "240", "--error-rate", "0.1",
+                   "--missing-af-state-rate", "0.3", "--unsynced-rate", "0.3"})
+                  .status,
+              0);
+    for (char const* policy : {"default", "cshot", "multiframe"}) {
+        SCOPED_TRACE(policy);
+        Outcome const replayed = zsl({"replay", file, "--policy", policy, "--captures", "6",
+                                      "--frames", "3", "--frame-sync", "--offset", "100ms",
+                                      "--timeout-ms", "60", "--log", "debug", "--json", "-"});
+        Outcome const explained =
+            zsl({"explain", write("replay.log", replayed.err), "--json", path("log.json")});
+        ASSERT_EQ(explained.status, 0) << explained.err;
+        Json const captures = Json::parse(replayed.out)["captures"];
+        Json const reasons = Json::parse(std::ifstream(path("log.json")))["captures"];
+        ASSERT_EQ(captures.size(), reasons.size());
+        for (size_t i = 0; i < captures.size(); ++i) {
+            Json tries = Json::array();
+            for (Json const& attempt : captures[i]["tries"]) {
+                tries.push_back(attempt["explanation"]);
+                Json came = Json::array();
+                for (size_t const index : attempt["builtFrames"]) {
+                    came.push_back({index, captures[i]["frames"][index]["historyFrame"]});
+                }
+                Json told = Json::array();
+                for (Json const& served : tries.back()["served"]) {
+                    told.push_back({served["index"], served["frameNo"]});
+                }
+                EXPECT_EQ(told, came) << "capture " << i + 1;
+            }
+            EXPECT_EQ(tries, withoutLogPlaces(reasons[i]["tries"])) << "capture " << i + 1;
+        }
+    }
 }
 
 TEST(Duration, ReadsWhatItWrites) {

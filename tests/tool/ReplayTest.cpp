@@ -230,7 +230,7 @@ using Json = nlohmann::json;
 
 Json jsonOf(ReplayResult const& result) {
     std::ostringstream text;
-    writeJson(result, text);
+    writeJson(result, nullptr, text);
     return Json::parse(text.str());
 }
 

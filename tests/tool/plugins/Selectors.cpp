@@ -1,5 +1,9 @@
 #include <policy/zsl/ISelector.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 
 // One library for each way in which a plug-in behaves, told apart by PLUGIN_KIND.
@@ -44,6 +48,36 @@ public:
     char const* getName() const override { return "Thrower"; }
     SelectOutputParams select(SelectInputParams const&) const override {
         throw std::runtime_error("no idea");
+    }
+};
+
+/// Takes the process with it.
+class Aborter : public ISelector {
+public:
+    char const* getName() const override { return "Aborter"; }
+    SelectOutputParams select(SelectInputParams const&) const override {
+        std::fputs("the tables are gone\n", stderr);
+        std::abort();
+    }
+};
+
+/// Never comes back.
+class Sleeper : public ISelector {
+public:
+    char const* getName() const override { return "Sleeper"; }
+    SelectOutputParams select(SelectInputParams const&) const override {
+        for (;;) {
+            pause();
+        }
+    }
+};
+
+/// Acts as somebody who ends the program that started this process, and then sleeps.
+class Interrupter : public Sleeper {
+public:
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        kill(getppid(), SIGTERM);
+        return Sleeper::select(in);
     }
 };
 

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "Version.h"
+#include "commands/Compare.h"
+#include "commands/Explain.h"
 #include "commands/Generate.h"
 #include "commands/Replay.h"
 #include "recording/RecordingError.h"
@@ -57,6 +59,8 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     int status = 0;
     addReplayCommand(app, streams, status);
     addGenerateCommand(app, status);
+    addExplainCommand(app, streams, status);
+    addCompareCommand(app, streams, status);
     for (CLI::App* const command : app.get_subcommands({})) {
         command->set_version_flag("--version", version);
     }

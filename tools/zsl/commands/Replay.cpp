@@ -1,7 +1,6 @@
 #include "commands/Replay.h"
 
 #include <fmt/format.h>
-#include <ulog/ULogger.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -14,13 +13,14 @@
 
 #include "cli/OptionValues.h"
 #include "cli/ReplayArguments.h"
+#include "commands/ReplayObserver.h"
 #include "output/AtomicFile.h"
 #include "recording/RecordingReader.h"
 #include "replay/Replay.h"
 #include "report/JsonReport.h"
 #include "report/TextReport.h"
-#include "sim/ProcessorLog.h"
 #include "text/Duration.h"
+#include "trace/TraceExport.h"
 
 namespace zebcam::tool {
 namespace {
@@ -30,6 +30,8 @@ constexpr size_t kLongRecording = 2'000;
 struct Arguments {
     std::string recording;
     std::optional<std::string> json;
+    std::optional<std::string> trace;
+    bool explain = false;
     ReplayOptions options;
 };
 
@@ -59,17 +61,12 @@ private:
     int mShown = -1;
 };
 
-char const* levelName(host::LogLine const& line) {
-    switch (logLevelOf(line)) {
-        case NSCam::Utils::ULog::LOG_LEVEL_ERROR:
-            return "error";
-        case NSCam::Utils::ULog::LOG_LEVEL_WARNING:
-            return "warning";
-        case NSCam::Utils::ULog::LOG_LEVEL_INFO:
-            return "info";
-        default:
-            return "debug";
+/// A result that standard output cannot take beside the text.
+std::string requireFile(std::string const& path) {
+    if (path.empty() || path == "-") {
+        throw std::invalid_argument("expected the name of a file");
     }
+    return path;
 }
 
 void addOwnOptions(CLI::App& command, ReplayOptions& options) {
@@ -95,31 +92,49 @@ void addOwnOptions(CLI::App& command, ReplayOptions& options) {
     addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
 }
 
+/// A file for results, opened before the work begins so that a bad path is told at once.
+std::optional<AtomicFile> openResult(std::optional<std::string> const& path) {
+    return path && path != "-" ? std::optional<AtomicFile>(std::in_place, *path) : std::nullopt;
+}
+
+ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& streams) {
+    ReplayObserver::Wishes wishes;
+    wishes.shownLevel = arguments.options.logLevel;
+    wishes.show = [&streams](std::string const& lines) { streams.err << lines; };
+    wishes.reasons = arguments.explain || arguments.json || arguments.trace;
+    wishes.sections = arguments.trace.has_value();
+    return wishes;
+}
+
 int run(Arguments const& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options, arguments.options.offsetMs);
     Recording const recording = readRecording(arguments.recording);
-    std::optional<AtomicFile> json;
-    bool const isJsonOnly = arguments.json == "-";
-    if (arguments.json && !isJsonOnly) {
-        json.emplace(*arguments.json);
-    }
-    ReplayListener listener;
-    listener.log = [&](int64_t timeNs, host::LogLine const& line) {
-        streams.err << fmt::format("{:>10} {:<7} {}\n", formatSeconds(timeNs), levelName(line),
-                                   line.message);
-    };
+    std::optional<AtomicFile> json = openResult(arguments.json);
+    std::optional<AtomicFile> trace = openResult(arguments.trace);
+
+    auto wishes = wishesOf(arguments, streams);
     std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
-    listener.progress = [&](size_t frames, size_t total) { (*progress)(frames, total); };
-    ReplayResult const result = replay(recording, arguments.options, listener);
+    wishes.progress = [&](size_t frames, size_t total) { (*progress)(frames, total); };
+    ReplayObserver observer(std::move(wishes));
+    ReplayResult const result =
+        replay(recording, observer.listeningOptions(arguments.options), observer.listener());
+    observer.finish();
     progress.reset();
+
     if (json) {
-        writeJson(result, json->stream());
+        writeJson(result, observer.explanation(), json->stream());
         json->commit();
     }
-    if (isJsonOnly) {
-        writeJson(result, streams.out);
+    if (trace) {
+        writeTrace(
+            {recording, result, observer.explanation(), observer.occupancy(), observer.sections()},
+            trace->stream());
+        trace->commit();
+    }
+    if (arguments.json == "-") {
+        writeJson(result, observer.explanation(), streams.out);
     } else {
-        streams.out << textReport(result);
+        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr);
     }
     return result.isClean() ? 0 : 1;
 }
@@ -144,6 +159,12 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addValue(
         *command, "--json", [arguments](std::string const& text) { arguments->json = text; },
         "Write the result as JSON too, - for standard output instead of the text", "FILE");
+    command->add_flag("--explain", arguments->explain,
+                      "Tell for each try which history frames were taken or refused, and why");
+    addValue(
+        *command, "--trace",
+        [arguments](std::string const& text) { arguments->trace = requireFile(text); },
+        "Write a trace for ui.perfetto.dev", "FILE");
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }

@@ -1,11 +1,13 @@
 #include "report/JsonReport.h"
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
 
 #include "Version.h"
+#include "explain/ExplanationJson.h"
 
 namespace zebcam::tool {
 
@@ -79,17 +81,18 @@ Json frameJson(CaptureRecord const& capture, size_t index) {
             {"reportedTimestampNs", orNull(frame.reportedNs)}};
 }
 
-Json tryJson(TryRecord const& attempt) {
+Json tryJson(TryRecord const& attempt, TryExplanation const* explanation) {
     return {{"timeNs", attempt.timeNs},
             {"ageMs", attempt.ageMs},
             {"isRetry", attempt.isRetry},
             {"historyFrames", attempt.historyFrames},
             {"inFlightFrames", attempt.inFlightFrames},
             {"lockedFrames", attempt.lockedFrames},
-            {"builtFrames", attempt.builtFrames}};
+            {"builtFrames", attempt.builtFrames},
+            {"explanation", explanation != nullptr ? toJson(*explanation) : Json(nullptr)}};
 }
 
-Json captureJson(CaptureRecord const& capture) {
+Json captureJson(CaptureRecord const& capture, CaptureExplanation const* explanation) {
     Json modes = Json::array();
     for (auto const& [sensor, mode] : capture.sensorModes) {
         modes.push_back({{"sensorId", sensor}, {"sensorMode", mode}});
@@ -99,8 +102,9 @@ Json captureJson(CaptureRecord const& capture) {
         frames.push_back(frameJson(capture, index));
     }
     Json tries = Json::array();
-    for (TryRecord const& attempt : capture.tries) {
-        tries.push_back(tryJson(attempt));
+    for (size_t i = 0; i < capture.tries.size(); ++i) {
+        bool const isExplained = explanation != nullptr && i < explanation->tries.size();
+        tries.push_back(tryJson(capture.tries[i], isExplained ? &explanation->tries[i] : nullptr));
     }
     return {{"requestNo", capture.requestNo},
             {"pressNs", capture.pressNs},
@@ -169,10 +173,18 @@ Json dumpsJson(ReplayResult const& result) {
 
 }  // namespace
 
-void writeJson(ReplayResult const& result, std::ostream& out) {
+void writeJson(ReplayResult const& result, Explanation const* explanation, std::ostream& out) {
+    // A capture's tries are those that its log lines tell of, in the same order.
+    std::map<uint32_t, CaptureExplanation const*> reasons;
+    if (explanation != nullptr) {
+        for (CaptureExplanation const& capture : explanation->captures) {
+            reasons.emplace(capture.requestNo, &capture);
+        }
+    }
     Json captures = Json::array();
     for (CaptureRecord const& capture : result.captures) {
-        captures.push_back(captureJson(capture));
+        auto const found = reasons.find(capture.requestNo);
+        captures.push_back(captureJson(capture, found != reasons.end() ? found->second : nullptr));
     }
     Json const document = {{"format", kFormatVersion},           {"version", VERSION},
                            {"recording", recordingJson(result)}, {"options", optionsJson(result)},

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "explain/ExplanationText.h"
 #include "text/Duration.h"
 
 namespace zebcam::tool {
@@ -175,8 +176,13 @@ std::string summaryText(ReplayResult const& result) {
                                        ledger.balances() ? "balances" : "DOES NOT BALANCE"));
 }
 
-std::string textReport(ReplayResult const& result) {
+std::string textReport(ReplayResult const& result, Explanation const* explanation) {
     std::string text = factsText(result) + "\n" + tableText(result) + "\n";
+    if (explanation != nullptr) {
+        for (CaptureExplanation const& capture : explanation->captures) {
+            text += captureText(capture) + "\n";
+        }
+    }
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";
     }

@@ -1,0 +1,319 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "cli/Cli.h"
+#include "compare/ComparisonFiles.h"
+#include "compare/ComparisonTable.h"
+#include "recording/RecordingGenerator.h"
+#include "recording/RecordingWriter.h"
+
+namespace zebcam::tool {
+namespace {
+
+/// A capture at 1 s with a frame chosen at once, one that came later and one that nothing served.
+ReplayResult handMade() {
+    ReplayResult result;
+    CaptureRecord capture;
+    capture.pressNs = 1'000'000'000;
+    capture.frames.resize(3);
+    FrameOutcome& early = capture.frames[0];
+    early.served = Served::AtOnce;
+    early.answeredNs = 1'000'000'000;
+    early.timestampNs = 966'700'000;
+    FrameOutcome& late = capture.frames[1];
+    late.served = Served::Waited;
+    late.answeredNs = 1'066'660'000;
+    late.timestampNs = 1'033'300'000;
+    result.captures = {capture};
+    result.summary = summarize(result.captures);
+    result.ledger.handedOut = 5;
+    result.ledger.lost = 1;
+    result.longestHeldNs = 250'000;
+    result.offsetMs = 20;
+    return result;
+}
+
+RunNumbers handMadeNumbers() {
+    RefusalCounts refusals;
+    refusals[Criterion::Time] = 3;
+    refusals[Criterion::Focus] = 40;
+    return numbersOf(handMade(), refusals);
+}
+
+TEST(ComparisonNumbers, AreTakenFromTheResult) {
+    RunNumbers const numbers = handMadeNumbers();
+    std::vector<std::pair<std::string, std::string>> const expected = {{"captures", "1"},
+                                                                       {"frames", "3"},
+                                                                       {"at_once", "1"},
+                                                                       {"waited", "1"},
+                                                                       {"unanswered", "1"},
+                                                                       {"min_lag_ms", "-33.3"},
+                                                                       {"median_lag_ms", "0"},
+                                                                       {"p95_lag_ms", "33.3"},
+                                                                       {"min_wait_ms", "0"},
+                                                                       {"max_wait_ms", "66.66"},
+                                                                       {"median_wait_ms", "33.33"},
+                                                                       {"refused", "43"},
+                                                                       {"refused_focus", "40"},
+                                                                       {"refused_sync", "0"},
+                                                                       {"max_held_ms", "0.25"},
+                                                                       {"buffers_lost", "1"},
+                                                                       {"buffers_out", "0"}};
+    for (auto const& [name, text] : expected) {
+        ComparisonField const* const field = findField(name);
+        ASSERT_NE(field, nullptr) << name;
+        EXPECT_EQ(asText(field->value(numbers)), text) << name;
+    }
+    EXPECT_EQ(numbers.refusals.text(), "focus 40, time 3");
+    EXPECT_EQ(problemsOf(handMade()),
+              (std::vector<std::string>{"1 of 3 frames unanswered",
+                                        "the ledger does not balance: 0 buffer sets out, 1 lost"}));
+    for (char const* const name : {"p95_lag_ms", "max_wait_ms", "max_held_ms", "at_once_percent"}) {
+        EXPECT_EQ(asText(findField(name)->value({})), "") << name << " without frames";
+    }
+}
+
+TEST(ComparisonLimit, HoldsOrIsBroken) {
+    RunNumbers const numbers = handMadeNumbers();
+    std::vector<std::pair<std::string, bool>> const limits = {
+        {"p95_lag_ms>33.3", false},   {"p95_lag_ms>=33.3", true},  {" min_lag_ms < -33 ", true},
+        {"min_lag_ms<-33.3", false},  {"min_lag_ms<=-33.3", true}, {"refused==43", true},
+        {"refused == 42.5", false},   {"refused_sync!=0", false},  {"timed_out!=0", false},
+        {"at_once_percent<50", true}, {"captures\t!=\t2", true}};
+    for (auto const& [text, isBroken] : limits) {
+        EXPECT_EQ(Limit(text).brokenBy(numbers).has_value(), isBroken) << text;
+    }
+    EXPECT_EQ(Limit(" p95_lag_ms>5 ").brokenBy(numbers),
+              "p95_lag_ms is 33.3 (--fail-if p95_lag_ms>5)");
+    EXPECT_EQ(Limit("p95_lag_ms>5").brokenBy({}),
+              "p95_lag_ms has no value (--fail-if p95_lag_ms>5)");
+    EXPECT_FALSE(Limit("refused>0").brokenBy({}));
+    std::vector<std::pair<std::string, std::string>> const bad = {
+        {"", "expected a field, one of < <= > >= == != and a number"},
+        {"p95_lag_ms", "found \"p95_lag_ms\""},
+        {"p95_lag_ms=5", "expected a field, one of"},
+        {"p95>5", "expected one of the fields captures answered_captures"},
+        {">5", "found \"\""},
+        {"refused>", "expected a decimal number after the comparison, found \"\""},
+        {"refused=>5", "expected a field, one of"},
+        {"refused>>5", "found \">5\""},
+        {"refused>5ms", "found \"5ms\""},
+        {"refused>nan", "found \"nan\""},
+        {"refused>1 2", "found \"1 2\""}};
+    for (auto const& [text, expected] : bad) {
+        try {
+            Limit const limit(text);
+            ADD_FAILURE() << text << " was taken";
+        } catch (std::invalid_argument const& error) {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+        }
+    }
+}
+
+TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
+    RunNumbers wide = handMadeNumbers();
+    wide.summary.lag = {
+        .count = 1, .min = -99'999'940'000, .median = 49'999, .p95 = 50'000, .max = -50'000};
+    for (uint64_t& count : wide.refusals.byCriterion) {
+        count = 123'456'789;
+    }
+    ComparisonRow row;
+    row.recording = "a \"b\",\n.csv";
+    row.numbers = wide;
+    row.options.policy = {PolicyKind::Plugin, "old/lib.so"};
+    ComparisonRow other = row;
+    other.options.framesPerCapture = 2;
+    other.options.history = 100'000;
+    other.options.policy = {PolicyKind::Plugin, "new/lib.so"};
+    other.numbers->offsetMs = -123'456;
+    other.broken = {"x, y"};
+    ComparisonRow failed = other;
+    failed.numbers.reset();
+    failed.problems = {std::string(200, 'z')};
+    std::vector<ComparisonRow> const rows = {row, other, failed};
+
+    std::istringstream table(comparisonTable(rows));
+    std::string whole = table.str();
+    for (std::string line; std::getline(table, line);) {
+        EXPECT_LE(line.size(), 120U) << line;
+    }
+    EXPECT_NE(whole.find("plug-in 1    old/lib.so\nplug-in 2    new/lib.so\n"), std::string::npos);
+    EXPECT_NE(whole.find("-99999.9      0.0      0.1     -0.1"), std::string::npos) << whole;
+    EXPECT_NE(whole.find("! plug-in 2  -123456      2  100000"), std::string::npos) << whole;
+
+    std::ostringstream csv;
+    writeCsv(rows, csv);
+    EXPECT_NE(
+        csv.str().find("\n\"a \"\"b\"\",\n.csv\",new/lib.so,-123456,2,100000,limit,\"x, y\",1,"),
+        std::string::npos)
+        << csv.str();
+}
+
+struct Outcome {
+    int status = 0;
+    std::string out;
+    std::string err;
+};
+
+Outcome compareCli(std::vector<std::string> const& arguments, bool showProgress = false) {
+    std::vector<char const*> argv = {"zsl", "compare"};
+    for (std::string const& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
+    return {status, out.str(), err.str()};
+}
+
+/// Two recordings, and one between them that breaks off in a row.
+class Compare : public testing::Test {
+protected:
+    Compare() {
+        std::filesystem::create_directories(mFolder);
+        for (uint64_t const value : {1, 2}) {
+            GeneratorOptions options;
+            options.frames = 90;
+            options.seedValue = value;
+            writeRecording(generate(options), path("r" + std::to_string(value) + ".csv"));
+        }
+        std::ofstream(path("broken.csv")) << "Timestamp[nanosec]\n1000\nnoon\n";
+    }
+    ~Compare() override { std::filesystem::remove_all(mFolder); }
+
+    std::string path(std::string const& name) const { return mFolder + "/" + name; }
+
+    std::vector<std::string> recordingsAnd(std::vector<std::string> const& options) const {
+        std::vector<std::string> all = {path("r1.csv"), path("broken.csv"), path("r2.csv")};
+        all.insert(all.end(), options.begin(), options.end());
+        return all;
+    }
+
+private:
+    std::string const mFolder =
+        testing::TempDir() + "zsl_" + testing::UnitTest::GetInstance()->current_test_info()->name();
+};
+
+TEST_F(Compare, GoesOnAfterAFailingFileAndKeepsTheOrder) {
+    std::vector<std::string> const options = {"--policy", "multiframe", "--policy", "default",
+                                              "--offset", "50ms",       "--csv",    "-"};
+    auto withJobs = [&](std::string const& jobs) {
+        std::vector<std::string> arguments = recordingsAnd(options);
+        arguments.insert(arguments.end(), {"--jobs", jobs, "--json", path("out" + jobs)});
+        return compareCli(arguments);
+    };
+    Outcome const one = withJobs("1");
+    Outcome const two = withJobs("2");
+    EXPECT_EQ(one.status, 1);
+    EXPECT_EQ(one.out, two.out);
+    EXPECT_EQ(one.err, two.err);
+    std::string const complaint =
+        path("broken.csv") + ":3: column \"Timestamp[nanosec]\": expected";
+    EXPECT_EQ(one.err.find("zsl compare: " + path("broken.csv") + ": " + complaint), 0U) << one.err;
+    EXPECT_EQ(std::count(one.err.begin(), one.err.end(), '\n'), 1) << "one file, one complaint";
+
+    std::ifstream file(path("out2"));
+    auto const rows = nlohmann::json::parse(file)["rows"];
+    std::vector<std::string> found;
+    for (auto const& row : rows) {
+        found.push_back(std::filesystem::path(row["recording"]).stem().string() + " " +
+                        row["policy"].get<std::string>() + " " + row["status"].get<std::string>());
+        EXPECT_EQ(row["captures"].is_null(), row["status"] == "failed");
+    }
+    EXPECT_EQ(found, (std::vector<std::string>{"r1 multiframe ok", "r1 default ok",
+                                               "broken multiframe failed", "broken default failed",
+                                               "r2 multiframe ok", "r2 default ok"}));
+    EXPECT_EQ(rows[1]["offset_ms"], 50);
+    EXPECT_GT(rows[1]["refused_time"], 0);
+    EXPECT_LT(rows[1]["min_lag_ms"], 0) << "the offset has no effect";
+}
+
+TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
+    std::string const selectors = SELECTOR_FOLDER "/selector_";
+    std::vector<std::string> arguments = {path("r1.csv"), "--jobs", "4"};
+    for (char const* const name : {"aborter", "thrower", "refuser", "cloner"}) {
+        arguments.insert(arguments.end(), {"--policy", selectors + name + ".so"});
+    }
+    Outcome const outcome = compareCli(arguments);
+    EXPECT_EQ(outcome.status, 1);
+    for (char const* const expected :
+         {"aborter.so, frames 1, history 8): the run was ended by signal 6 (Aborted): the tables "
+          "are gone\n",
+          "s: capture: exception: no idea\n", "create() threw: not today\n"}) {
+        EXPECT_NE(outcome.err.find(expected), std::string::npos) << expected << outcome.err;
+    }
+    EXPECT_NE(outcome.out.find("\n  plug-in 4"), std::string::npos) << "the last one is good";
+    Outcome const hanging =
+        compareCli({path("r1.csv"), "--time-limit", "300ms", "--policy", selectors + "sleeper.so"});
+    EXPECT_EQ(hanging.status, 1);
+    EXPECT_NE(hanging.err.find("no result after 0.3s, killed (--time-limit)\n"), std::string::npos)
+        << hanging.err;
+}
+
+TEST_F(Compare, AnInterruptionEndsItAndLeavesNoFile) {
+    Outcome const outcome =
+        compareCli({path("r1.csv"), "--json", path("result.json"), "--time-limit", "30s",
+                    "--policy", SELECTOR_FOLDER "/selector_interrupter.so"});
+    EXPECT_EQ(outcome.status, 143);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "zsl compare: interrupted: Terminated\n");
+    for (auto const& entry : std::filesystem::directory_iterator(path(""))) {
+        EXPECT_EQ(entry.path().filename().string().find("result"), std::string::npos)
+            << entry.path();
+    }
+}
+
+TEST_F(Compare, LimitsDecideTheStatus) {
+    auto const withLimit = [&](std::string const& limit) {
+        return compareCli({path("r1.csv"), path("r2.csv"), "--policy", "default", "--policy",
+                           "cshot", "--fail-if", limit});
+    };
+    Outcome const good = withLimit("at_once>10");
+    EXPECT_EQ(good.status, 0);
+    EXPECT_EQ(good.err, "");
+    Outcome const broken = withLimit("max_wait_ms==0");
+    EXPECT_EQ(broken.status, 1);
+    EXPECT_EQ(std::count(broken.err.begin(), broken.err.end(), '\n'), 2) << broken.err;
+    EXPECT_NE(broken.err.find("r2.csv (policy cshot, offset 0 ms, frames 1, history 8): "
+                              "max_wait_ms is 0 (--fail-if max_wait_ms==0)\n"),
+              std::string::npos)
+        << broken.err;
+    EXPECT_EQ(good.out.find("! "), std::string::npos);
+    EXPECT_NE(broken.out.find("\n! cshot"), std::string::npos) << broken.out;
+}
+
+TEST_F(Compare, RefusesWhatItCannotDo) {
+    std::string const file = path("r1.csv");
+    std::vector<std::pair<std::vector<std::string>, std::string>> const table = {
+        {{}, "RECORDING is required"},
+        {{"-"}, "-: expected a file, because each run reads it anew, found standard input"},
+        {{file, "--policy", "best"}, "--policy: expected default, cshot, multiframe"},
+        {{file, "--policy", "./gone.so"}, "--policy ./gone.so: there is no such file"},
+        {{file, "--fail-if", "lag>5"}, "--fail-if: expected one of the fields captures"},
+        {{file, "--frames", "2", "--frames", "0"}, "--frames: expected a whole number from 1"},
+        {{file, "--jobs", "0"}, "--jobs: expected a whole number from 1 to 1024"},
+        {{file, "--time-limit", "0s"}, "--time-limit: expected a time longer than 0s"},
+        {{file, "--json", "-", "--csv", "-"}, "--csv: --json goes to '-' as well"},
+        {{file, "--csv", path("no/folder.csv")}, "no/folder.csv"},
+        {{file, "--offset", "0ms", "--property", "vendor.debug.camera3.zsl.timestamp=2"},
+         "--offset: --property sets"},
+    };
+    for (auto const& [arguments, expected] : table) {
+        Outcome const outcome = compareCli(arguments);
+        EXPECT_EQ(outcome.status, 2) << expected;
+        EXPECT_EQ(outcome.out, "") << expected;
+        EXPECT_NE(outcome.err.find(expected), std::string::npos) << outcome.err;
+    }
+    EXPECT_NE(compareCli({file}, true).err.find("\r1 of 1 runs"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zebcam::tool

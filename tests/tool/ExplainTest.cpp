@@ -1,0 +1,702 @@
+#include <fmt/format.h>
+#include <ulog/ULogger.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+
+#include "cli/Cli.h"
+#include "commands/Explain.h"
+#include "explain/Explainer.h"
+#include "explain/ExplanationJson.h"
+#include "explain/ExplanationText.h"
+#include "explain/LogcatReader.h"
+#include "explain/LogcatWriter.h"
+#include "processor/ZslFixture.h"
+
+namespace zebcam::tool {
+namespace {
+
+using namespace zebcam::test;
+using NSCam::Utils::ULog::ULogger;
+using ::testing::AllOf;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+using Json = nlohmann::ordered_json;
+
+constexpr uint32_t PID = 1234;
+constexpr uint32_t TID = 5678;
+
+std::vector<std::string> linesOf(std::string const& text) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::string joined(std::vector<std::string> const& lines) {
+    std::string text;
+    for (std::string const& line : lines) {
+        text += line + "\n";
+    }
+    return text;
+}
+
+Explanation explainText(std::string const& log) {
+    std::istringstream in(log);
+    LogcatReader reader(in);
+    Explainer explainer;
+    for (LogRecord record; reader.next(record);) {
+        explainer.feed(record);
+    }
+    return explainer.finish();
+}
+
+std::string threadtime(std::string const& message, char priority = 'I', uint32_t tid = TID,
+                       int64_t ms = 0) {
+    return fmt::format("01-02 12:{:02}:{:02}.{:03} {:5} {:5} {} ZebCam/ZslProc: {}\n",
+                       ms / 60000 % 60, ms / 1000 % 60, ms % 1000, PID, tid, priority, message);
+}
+
+/// What a format makes of line number `n` of a message that is `isFirst` of its lines.
+using Format = std::string (*)(int n, bool isFirst, bool isLast, char priority,
+                               std::string const& text);
+
+std::string asThreadtime(int n, bool, bool, char priority, std::string const& text) {
+    return threadtime(text, priority, TID, n);
+}
+
+std::string asBrief(int, bool, bool, char priority, std::string const& text) {
+    return fmt::format("{}/ZebCam/ZslProc({:5}): {}\n", priority, PID, text);
+}
+
+std::string asTime(int n, bool isFirst, bool isLast, char priority, std::string const& text) {
+    return fmt::format("01-02 12:00:{:02}.{:03} ", n / 1000, n % 1000) +
+           asBrief(n, isFirst, isLast, priority, text);
+}
+
+std::string asLong(int n, bool isFirst, bool isLast, char priority, std::string const& text) {
+    return (isFirst ? fmt::format("[ 01-02 12:00:{:02}.{:03} {:5}:{:5} {}/ZebCam/ZslProc ]\n",
+                                  n / 1000, n % 1000, PID, TID, priority)
+                    : "") +
+           text + (isLast ? "\n\n" : "\n");
+}
+
+std::string asYearMicrosecondsAndUser(int n, bool, bool, char priority, std::string const& text) {
+    return fmt::format(
+        "2024-01-02 12:00:{:02}.{:03}000 cameraserver {:5} {:5} {} "
+        "ZebCam/ZslProc: {}\n",
+        n / 1000, n % 1000, PID, TID, priority, text);
+}
+
+/// Runs the real processor; its own log is what gets explained.
+class ExplainTest : public ZslTest {
+protected:
+    std::string logcat(Format format, std::string const& priorities = "DIWE") const {
+        std::string text;
+        int n = 0;
+        for (LogLine const& line : log) {
+            LogRecord const record = fromLogLine(line);
+            std::vector<std::string> const pieces = linesOf(record.message);
+            ++n;
+            for (size_t i = 0; i < pieces.size(); ++i) {
+                if (priorities.find(record.priority) != std::string::npos) {
+                    text += format(n, i == 0, i + 1 == pieces.size(), record.priority, pieces[i]);
+                }
+            }
+        }
+        return text;
+    }
+
+    Explanation explainOwn() const {
+        Explainer explainer;
+        for (LogLine const& line : log) {
+            explainer.feed(fromLogLine(line));
+        }
+        return explainer.finish();
+    }
+
+    /// What is told of a try's candidates: `F12 refused sensor mode|stream|found|wanted|notes`.
+    static std::vector<std::string> candidates(TryExplanation const& attempt) {
+        std::vector<std::string> rows;
+        for (Candidate const& frame : attempt.candidates) {
+            bool const isRefused = frame.verdict == Verdict::Refused;
+            std::string row = fmt::format("F{} {}", frame.frameNo, toString(frame.verdict));
+            row += isRefused ? fmt::format(" {}", toString(frame.criterion)) : "";
+            for (std::string const* part : {&frame.stream, &frame.found, &frame.wanted}) {
+                row += "|" + *part;
+            }
+            for (std::string const& note : frame.notes) {
+                row += "|" + note;
+            }
+            rows.push_back(row);
+        }
+        return rows;
+    }
+
+    /// Frames for every criterion, for a capture of two frames that is served on the second try.
+    void runEveryCriterion() {
+        SensorFrame wrongMode(12);
+        wrongMode.tag<int32_t>(HAL, ZEB_P1NODE_SENSOR_MODE, 3);
+        SensorFrame otherSensor(13);
+        otherSensor.tag<int32_t>(HAL, ZEB_HAL_REQUEST_SENSOR_ID, 7);
+        SensorFrame noSensor(14);
+        noSensor.metas[HAL].remove(ZEB_HAL_REQUEST_SENSOR_ID);
+        SensorFrame noImage(15);
+        noImage.images = {YUV};
+        SensorFrame noFocus(16);
+        noFocus.metas[APP].remove(ANDROID_CONTROL_AF_STATE);
+        SensorFrame exposure(17);
+        exposure.tag<int32_t>(HAL, ZEB_3A_AE_SOFT_STABLE, 0);
+        SensorFrame sync(18);
+        sync.tag<int64_t>(HAL, ZEB_FRAME_SYNC_RESULT, 5);
+        SensorFrame error(19);
+        error.hasImageError = true;
+        SensorFrame pureRaw(20);
+        pureRaw.tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 1);
+        SensorFrame unsettled(21);
+        unsettled.focus(AF_MODE_CONTINUOUS_PICTURE, AF_STATE_PASSIVE_SCAN, LENS_STATE_MOVING);
+        unsettled.metas[HAL].remove(ZEB_3A_AE_SOFT_STABLE);
+        push({SensorFrame(11).at(-50), wrongMode, otherSensor, noSensor, noImage, noFocus, exposure,
+              sync, error, pureRaw, unsettled});
+        Capture wanted = capture(5, 2);
+        wanted.sensorMode(0, 0).params.needFrameSync = true;
+        wanted.params.checkPureRaw = true;
+        ASSERT_EQ("[5.0=F21]", submit(wanted));
+        push({30});
+        ASSERT_EQ("[5.1=F30]", passMs(40));
+    }
+
+    /// A capture whose policy chooses and locks frames in flight, then times out.
+    void runOrders() {
+        history->announce(40);
+        history->announce(41);
+        push({39});
+        Capture wanted = capture(6, 2);
+        wanted.by(answering({choose({{0, 40}}, {{39, Answer::LOCK}, {41, Answer::LOCK}}),
+                             {},
+                             choose({}, {{39, Answer::RELEASE}, {77, Answer::UNLOCK}})}));
+        ASSERT_EQ("", submit(wanted));
+        ASSERT_EQ("", passMs(10));
+        push({40});
+        ASSERT_EQ("[6.0=F40]", passMs(10));
+        push({41, 42});
+        ASSERT_EQ("[6.1=F11]", passMs(3000));
+    }
+};
+
+TEST_F(ExplainTest, GivesTheReasonForEveryCandidate) {
+    runEveryCriterion();
+    Explanation const told = explainOwn();
+    ASSERT_EQ(1U, told.captures.size());
+    CaptureExplanation const& capture5 = told.captures[0];
+    ASSERT_EQ(2U, capture5.tries.size());
+    std::string const hal = hostBuffer(metaBuffer(HAL)).getStreamInfo()->getStreamName();
+    std::string const app = hostBuffer(metaBuffer(APP)).getStreamInfo()->getStreamName();
+    EXPECT_THAT(
+        candidates(capture5.tries[0]),
+        ElementsAre("F19 refused image|image:21||", "F20 refused pure raw|" + hal + "||",
+                    "F11 refused time||99950000000 ns (-50 ms)|>= 100000000000 ns",
+                    "F12 refused sensor mode||[0] = 3|[0] = 0",
+                    "F13 refused sensor mode||[7] = 0|[0] = 0",
+                    "F14 refused sensor mode||no tag 0xc0000005|",
+                    "F15 refused streams|||image 21, HAL 10000001b, app 100000024",
+                    "F16 refused focus|" + app + "|no tag 0x10020|AF mode, AF state and lens state",
+                    "F17 refused exposure|" + hal + "|0|1", "F18 refused sync|" + hal + "|5|0",
+                    "F21 taken|||"
+                    "|unsettled focus let pass: afMode=4 afState=1 lensState=1"
+                    "|isAESoftStable: no tag 0xc0030017, taken as good"));
+    EXPECT_EQ(CaptureOutcome::Served, capture5.outcome);
+    EXPECT_EQ(40, capture5.waitedMs);
+    EXPECT_EQ(callback->shutters().at(0).second, capture5.earlyShutterNs);
+    EXPECT_THAT(captureText(capture5),
+                AllOf(HasSubstr("    F17          refused  exposure      found 0, wanted 1 in"),
+                      HasSubstr("    built     frame 0 from F21 (chosen)\n"
+                                "    result    waiting, nothing chosen for 1 frame\n"),
+                      HasSubstr("    F30          taken    for frame 1\n")));
+}
+
+TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
+    start();
+    SensorFrame bad(13);
+    bad.tag<int32_t>(HAL, ZEB_3A_AE_SOFT_STABLE, 0);
+    push({SensorFrame(11).at(-4), SensorFrame(12).at(-3), bad.at(-2), SensorFrame(14).at(-1)});
+    Capture wanted = capture(5, 3);
+    ASSERT_EQ("", submit(wanted.policy(0x20000, 1000)));
+    leavesPending = true;
+    CaptureExplanation const told = explainOwn().captures.at(0);
+    EXPECT_EQ(CaptureOutcome::Pending, told.outcome);
+    std::string const hal = metaStream(HAL)->getStreamName();
+    EXPECT_THAT(
+        candidates(told.tries.at(0)),
+        ElementsAre("F12 refused broken run||F13 refused|", "F13 refused exposure|" + hal + "|0|1",
+                    "F14 refused broken run||the run was not completed|"));
+    EXPECT_THAT(captureText(told),
+                AllOf(HasSubstr("MultiframeSelector, 4 in the history, 0 locked, no verdict on 1"),
+                      HasSubstr("note      future ts, use latest"), HasSubstr("pending, 1 try")));
+}
+
+TEST_F(ExplainTest, TellsOfOrdersFlightAndTimeout) {
+    push({SensorFrame(11).at(-50)});
+    runOrders();
+    flush();
+    Explanation const told = explainOwn();
+    std::string const text = explanationText(told);
+    ASSERT_EQ(4U, told.captures.at(0).tries.size()) << text;
+    EXPECT_THAT(candidates(told.captures[0].tries[0]),
+                ElementsAre("F40 parked|||", "F39 locked|||", "F41 locked|||"));
+    std::vector<std::string> const expected = {
+        "Capture 6     timed out, 4 tries, waited 3020 ms, early shutter",
+        "    parked    frame 0 until F40 arrives\n    order     lock F39: done\n"
+        "    order     lock F41: in flight\n    locked    by Scripted: F39\n",
+        "    built     frame 0 from F40 (arrived)\n    order     release F39: done\n"
+        "    order     lock F41: in flight\n    order     unlock F77: not found\n",
+        "    error     [unlockBuffersForSelector] cannot find hbs[F77] to unlock\n",
+        "    built     frame 1 from F11 (timed out)\n    order     lock F41: done\n"
+        "    locked    by Scripted: F41\n    result    served, timed out\n",
+        "Pending     none at the end\nFlush       gave back 1 set that Scripted kept locked\n"};
+    for (std::string const& part : expected) {
+        EXPECT_THAT(text, HasSubstr(part));
+    }
+}
+
+TEST_F(ExplainTest, TellsChosenFromTimedOutFramesOfOneTry) {
+    push({11, 12});
+    Capture wanted = capture(5, 3);
+    submit(wanted.by(answering({{}, choose({{1, 12}})})));
+    ASSERT_EQ("[5.1=F12 5.0=F11 5.2=none]", passMs(3001));
+    EXPECT_THAT(captureText(explainOwn().captures.at(0)),
+                HasSubstr("    built     frame 1 from F12 (chosen)\n"
+                          "    built     frame 0 from F11 (timed out)\n"
+                          "    built     frame 2 from no history (timed out)\n"));
+}
+
+TEST_F(ExplainTest, NamesTheMissingStreamsOfASetThatTheLogShows) {
+    start();
+    SensorFrame noImage(11);
+    noImage.images = {YUV};
+    push({noImage});
+    Capture first = capture(5);
+    ASSERT_EQ("",
+              submit(first.by(answering({choose({}, {{11, Answer::LOCK}})}, "DefaultSelector"))));
+    Capture second = capture(6);
+    submit(second);
+    flush();
+    Explanation const told = explainOwn();
+    ASSERT_EQ(2U, told.captures.size());
+    EXPECT_EQ(CaptureOutcome::Flushed, told.captures[0].outcome);
+    EXPECT_THAT(candidates(told.captures[1].tries.at(0)),
+                ElementsAre("F11 refused streams||no image 21|"
+                            "image 21, HAL 10000001b, app 100000024"));
+    EXPECT_THAT(told.captures[0].tries.at(0).locked.at("DefaultSelector"), ElementsAre(11));
+}
+
+TEST_F(ExplainTest, SaysWhichChosenSetCouldNotBeHandedOver) {
+    start();
+    SensorFrame noImage(12);
+    noImage.images = {};
+    push({11, noImage});
+    Capture wanted = capture(5, 4);
+    wanted.by(answering({choose({{0, 10}, {1, 11}, {2, 12}, {3, NO_FRAME}})}));
+    ASSERT_EQ("[5.0=none 5.1=F11 5.2=none 5.3=none]", submit(wanted));
+    TryExplanation const told = explainOwn().captures.at(0).tries.at(0);
+    EXPECT_THAT(candidates(told),
+                ElementsAre("F10 refused lost||not in the history|", "F11 taken|||",
+                            "F12 refused lost||streams are missing|"));
+    ASSERT_EQ(4U, told.served.size());
+    EXPECT_EQ(11U, told.served[1].frameNo);
+    EXPECT_EQ(std::nullopt, told.served[3].frameNo);
+    EXPECT_EQ(3U, told.served[3].index);
+}
+
+TEST_F(ExplainTest, ReadsEveryFormatAlike) {
+    runEveryCriterion();
+    runOrders();
+    auto const json = [](Explanation const& told) {
+        Json captures = toJson(told)["captures"];
+        for (Json& capture : captures) {
+            capture.erase("pid");
+            for (Json& attempt : capture["tries"]) {
+                attempt.erase("line");
+                attempt.erase("time");
+            }
+        }
+        return captures.dump(1);
+    };
+    std::string const own = json(explainOwn());
+    std::string const marks = "--------- beginning of main\n";
+    for (Format const format : {asThreadtime, asBrief, asTime, asLong, asYearMicrosecondsAndUser}) {
+        std::string const text = logcat(format);
+        Explanation const told = explainText(marks + text);
+        EXPECT_EQ(own, json(told)) << text.substr(0, 300);
+        EXPECT_EQ(1U, told.counts.foreign);
+        EXPECT_EQ(0U, told.counts.cut);
+        EXPECT_EQ(PID, told.captures.at(0).pid);
+
+        std::string other = "\xff\xfe";  // what a Windows shell makes of it
+        for (char const c : text) {
+            other += c == '\n' ? std::string("\r\0\n\0", 4) : std::string{c, '\0'};
+        }
+        EXPECT_EQ(own, json(explainText(other))) << text.substr(0, 300);
+    }
+    std::string written;
+    for (LogLine const& line : log) {
+        written += toThreadtime(fromLogLine(line), 12'345 * MS);
+    }
+    EXPECT_EQ(own, json(explainText(written)));
+    EXPECT_THAT(written, StartsWith("01-01 00:00:12.345     0     0 I ZebCam/ZslProc: ["));
+}
+
+TEST_F(ExplainTest, TellsWhatCanBeToldFromWarningsOrErrorsAlone) {
+    runEveryCriterion();
+    CaptureExplanation const warned = explainText(logcat(asThreadtime, "WE")).captures.at(0);
+    ASSERT_EQ(2U, warned.tries.size());
+    EXPECT_THAT(candidates(warned.tries[0]),
+                AllOf(Contains("F12 refused sensor mode||[0] = 3|[0] = 0"),
+                      Contains(HasSubstr("F17 refused exposure|"))));
+    EXPECT_EQ(TryOutcome::Waiting, warned.tries[0].outcome);
+    EXPECT_EQ(1U, warned.tries[0].remaining);
+    EXPECT_EQ(callback->shutters().at(0).second, warned.earlyShutterNs);
+    EXPECT_EQ(CaptureOutcome::Unknown, warned.outcome) << "success is no warning";
+
+    Explanation const errors = explainText(logcat(asThreadtime, "E"));
+    EXPECT_THAT(errors.captures, IsEmpty());
+    EXPECT_LT(0U, errors.counts.errors);
+}
+
+TEST_F(ExplainTest, InfoLinesTellEverythingButFoundValues) {
+    runEveryCriterion();
+    runOrders();
+    auto const rows = [](Explanation const& told) {
+        std::string kept;
+        for (std::string const& row : linesOf(explanationText(told))) {
+            bool const isOfValues =
+                row.find("exposure") != std::string::npos ||
+                row.find("sync") != std::string::npos || row.find("F20 ") != std::string::npos ||
+                row.find("line ") != std::string::npos || row.find("Lines ") == 0;
+            kept += isOfValues ? "" : row + "\n";
+        }
+        return kept;
+    };
+    Explanation const told = explainText(logcat(asThreadtime, "IWE"));
+    EXPECT_EQ(rows(explainText(logcat(asThreadtime))), rows(told));
+    std::string const hal = metaStream(HAL)->getStreamName();
+    EXPECT_THAT(candidates(told.captures.at(0).tries.at(0)),
+                AllOf(Contains("F17 refused exposure|" + hal + "||1"),
+                      Contains("F18 refused sync|" + hal + "||0"),
+                      Contains("F20 refused image|" + hal + "||")));
+}
+
+TEST_F(ExplainTest, AsksTheTryNotTheResultLineWhoWasServed) {
+    for (uint32_t requestNo = 1; requestNo <= 4; ++requestNo) {
+        Capture wanted = capture(requestNo);
+        bool const isChosen = requestNo == 3;
+        submit(wanted.by(std::make_shared<ScriptedSelector>([isChosen](auto const& in) {
+            return isChosen && in.historyFrames.count(11) != 0 ? choose({{0, 11}}) : Answer();
+        })));
+    }
+    push({11});
+    ASSERT_EQ("[3.0=F11]", retry());
+    leavesPending = true;
+    ASSERT_THAT(line("remove from pending"), HasSubstr("reqNo:4")) << "the line names another";
+    Explanation const told = explainOwn();
+    EXPECT_EQ(CaptureOutcome::Served, told.captures.at(2).outcome);
+    EXPECT_EQ(CaptureOutcome::Pending, told.captures.at(3).outcome);
+    EXPECT_EQ(Json({1, 2, 4}), toJson(told).at("pending"));
+}
+
+TEST_F(ExplainTest, TakesTheSourceOffErrorLines) {
+    ULogger::sMode = NSCam::Utils::ULog::LOG_MODE_ANDROID;
+    log.clear();
+    Capture wanted = capture(5);
+    wanted.params.pHistoryBufferProvider = nullptr;
+    submit(wanted);
+    leavesPending = true;
+    Explanation const told = explainOwn();
+    ASSERT_THAT(line("no history buffer provider"), HasSubstr("{#"));
+    EXPECT_THAT(told.captures.at(0).tries.at(0).errors,
+                ElementsAre("[HistoryLease] no history buffer provider"));
+}
+
+TEST_F(ExplainTest, KeepsInterleavedThreadsApart) {
+    runEveryCriterion();
+    std::vector<std::string> const first = linesOf(logcat(asThreadtime));
+    log.clear();
+    runOrders();
+    std::vector<std::string> second = linesOf(logcat(asThreadtime));
+    std::string mixed;
+    for (size_t i = 0; i < std::max(first.size(), second.size()); ++i) {
+        mixed += i < first.size() ? first[i] + "\n" : "";
+        std::string other = i < second.size() ? second[i] + "\n" : "";
+        if (size_t const at = other.find(std::to_string(TID)); at != std::string::npos) {
+            other.replace(at, 4, "9999");
+        }
+        mixed += other;
+    }
+    Explanation const told = explainText(mixed);
+    ASSERT_EQ(2U, told.captures.size());
+    EXPECT_LT(100U, told.counts.interleaved);
+    auto const verdicts = [](CaptureExplanation const& capture) {
+        std::vector<std::vector<std::string>> all;
+        for (TryExplanation const& attempt : capture.tries) {
+            all.push_back(candidates(attempt));
+        }
+        return all;
+    };
+    // The first log begins with the configuration, so that its capture comes second.
+    EXPECT_EQ(verdicts(explainText(joined(first)).captures.at(0)), verdicts(told.captures[1]));
+    EXPECT_EQ(verdicts(explainText(joined(second)).captures.at(0)), verdicts(told.captures[0]));
+}
+
+TEST_F(ExplainTest, CutsOfTheInputLineCostOnlyWhatTheyCut) {
+    push({11});
+    Capture wanted = capture(5, 12);  // too many to fit one line
+    ASSERT_EQ("[5.0=F11]", submit(wanted));
+    leavesPending = true;
+    Explanation const told = explainOwn();
+    EXPECT_EQ(1U, told.counts.cut);
+    TryExplanation const& attempt = told.captures.at(0).tries.at(0);
+    EXPECT_THAT(attempt.notes, ElementsAre("the line that tells what is wanted is cut"));
+    EXPECT_GT(12U, attempt.wanted.size());
+    EXPECT_EQ(11U, attempt.served.at(0).frameNo);
+    EXPECT_EQ(11U, attempt.remaining);
+}
+
+TEST_F(ExplainTest, StartsANewCaptureWhenANumberComesAgain) {
+    leavesPending = true;
+    for (int session = 0; session < 2; ++session) {
+        push({11});
+        Capture wanted = capture(9);
+        ASSERT_EQ("[9.0=F11]", submit(wanted));
+    }
+    for (int session = 0; session < 2; ++session) {
+        Capture wanted = capture(1);
+        submit(wanted);
+        passMs(30);
+        zsl.clear();  // the camera goes with the capture pending
+        start();
+    }
+    Explanation const told = explainOwn();
+    ASSERT_EQ(4U, told.captures.size());
+    EXPECT_EQ(1U, told.captures[0].tries.size());
+    EXPECT_EQ(1U, told.captures[1].tries.size());
+    EXPECT_EQ(2U, told.captures[2].tries.size());
+    EXPECT_EQ(2U, told.captures[3].tries.size());
+}
+
+TEST_F(ExplainTest, TellsOfATryByTheTimeTheProcessorReturns) {
+    std::vector<std::string> told;
+    Explainer explainer([&](CaptureExplanation const& capture, TryExplanation const& attempt) {
+        told.push_back(fmt::format("{}:{} {}", capture.requestNo, capture.tries.size(),
+                                   toString(attempt.outcome)));
+        EXPECT_EQ(&capture.tries.back(), &attempt);
+    });
+    auto feedNew = [&, next = size_t(0)]() mutable {
+        for (; next < log.size(); ++next) {
+            explainer.feed(fromLogLine(log[next]));
+        }
+    };
+    Capture wanted = capture(5);
+    submit(wanted);
+    feedNew();
+    EXPECT_THAT(told, ElementsAre("5:1 waiting"));
+    push({11});
+    retry();
+    feedNew();
+    EXPECT_THAT(told, ElementsAre("5:1 waiting", "5:2 served"));
+}
+
+TEST(ExplainCountsTest, CountsWhatItCannotUse) {
+    std::string const begin =
+        threadtime("[selectBuf_Locked] IN:{ requestNo=1 duration=0 zsdTs=5 pHBP=0x1 vFrameObj= }");
+    struct {
+        char const* what;
+        std::string log;
+        size_t LineCounts::*count;
+        size_t expected;
+    } const cases[] = {
+        {"another tag", "01-02 12:00:00.000  1  1 I Other   : [select] x\nI/Other( 1): y\n",
+         &LineCounts::foreign, 2},
+        {"no header", "hello\n\x01\x02\xff\nI/no header\n[ not a header ]\n01-02 12:00:00.000\n",
+         &LineCounts::foreign, 5},
+        {"a tag that only begins alike", "I/ZebCam/ZslProcess( 1): [select] x\n",
+         &LineCounts::foreign, 1},
+        {"cut behind the function", threadtime("[select] [DefaultSelector] zslReq"),
+         &LineCounts::cut, 1},
+        {"cut selection", begin + threadtime("[selectBuf_Locked] selectOut: { selected={ 0-[F1"),
+         &LineCounts::cut, 1},
+        {"longer than the processor writes", threadtime(std::string(1023, 'x')), &LineCounts::cut,
+         1},
+        {"longer than the reader takes", "I/Other( 1): " + std::string(100'000, 'x'),
+         &LineCounts::cut, 1},
+        {"a wanted frame is announced but does not come",
+         threadtime("[selectBuf_Locked] IN:{ requestNo=1 duration=0 zsdTs=5 pHBP=0x1 vFrameObj=") +
+             threadtime("x"),
+         &LineCounts::cut, 1},
+        {"behind the end of a long message",
+         "[ 01-02 12:00:00.000 1:1 I/ZebCam/ZslProc ]\nx\n--------- beginning of main\ny\n",
+         &LineCounts::foreign, 2},
+        {"earlier than before",
+         threadtime("a", 'I', TID, 9) + threadtime("b", 'I', TID, 5) + threadtime("c", 'I', TID, 7),
+         &LineCounts::outOfOrder, 2},
+        {"a try's line without a try", threadtime("[selectBuf_Locked] OUT(#1):"),
+         &LineCounts::unassigned, 1},
+        {"a reason without a verdict",
+         threadtime("[operator()] [DefaultSelector] hbs[F1] isAFStable X", 'W'),
+         &LineCounts::unassigned, 1},
+        {"of no known form", threadtime("anything") + threadtime("[newFunction] x"),
+         &LineCounts::unrecognised, 2},
+        {"another thread in a try", begin + threadtime("x", 'I', 1) + threadtime("y"),
+         &LineCounts::interleaved, 1},
+    };
+    for (auto const& test : cases) {
+        LineCounts const counts = explainText(test.log).counts;
+        EXPECT_EQ(test.expected, counts.*test.count) << test.what;
+        EXPECT_EQ(counts.lines, counts.foreign + counts.processor) << test.what;
+    }
+}
+
+TEST(ExplainVerdictsTest, FindsTriesByTheirVerdictsAlone) {
+    auto const verdict = [](int requestNo, int frameNo) {
+        return threadtime(
+            fmt::format("[select] [CShotSelector] zslReqNo({}) hbs[F{}] X", requestNo, frameNo),
+            'W');
+    };
+    std::string const refusal =
+        threadtime("[operator()] [CShotSelector] hbs[F2] containsRequiredStreamBuffer X", 'W');
+    Explanation const told =
+        explainText(verdict(1, 1) + refusal + verdict(1, 3) + verdict(1, 1) + verdict(2, 4));
+    ASSERT_EQ(2U, told.captures.size());
+    ASSERT_EQ(2U, told.captures[0].tries.size()) << "F1 cannot be judged after F3";
+    std::vector<Candidate> const& first = told.captures[0].tries[0].candidates;
+    ASSERT_EQ(3U, first.size());
+    EXPECT_EQ(Criterion::Unknown, first[0].criterion);
+    EXPECT_EQ(2U, first[1].frameNo) << "refused, though its verdict is not there";
+    EXPECT_EQ(Criterion::Streams, first[1].criterion);
+    EXPECT_EQ("CShotSelector", told.captures[1].tries.at(0).selector);
+}
+
+TEST_F(ExplainTest, LivesWithAnyDamage) {
+    runEveryCriterion();
+    runOrders();
+    flush();
+    for (unsigned round = 0; round < 600; ++round) {
+        std::mt19937 random(round);
+        Format const format = round % 3 == 0 ? asThreadtime : round % 3 == 1 ? asLong : asBrief;
+        std::vector<std::string> lines = linesOf(logcat(format));
+        for (unsigned i = 0; i < 1 + round % 60; ++i) {
+            std::string& line = lines[random() % lines.size()];
+            size_t const at = line.empty() ? 0 : random() % line.size();
+            switch (random() % 6) {
+                case 0:
+                    line.resize(at);
+                    break;
+                case 1:
+                    line.insert(at, 1, static_cast<char>(random()));
+                    break;
+                case 2:
+                    std::swap(line, lines[random() % lines.size()]);
+                    break;
+                case 3:
+                    line.erase(at, 1 + random() % 9);
+                    break;
+                case 4:
+                    line.insert(at, 200, 'x');
+                    break;
+                default:
+                    line.replace(at, 1, "99999999999999999999");
+                    break;
+            }
+        }
+        Explanation const told = explainText(joined(lines));
+        EXPECT_EQ(told.counts.lines, told.counts.foreign + told.counts.processor);
+        EXPECT_FALSE(toJson(told).dump().empty());
+        for (std::string const& line : linesOf(explanationText(told))) {
+            ASSERT_EQ(printable(line), line) << "with " << round;
+            ASSERT_GE(100U, line.size()) << line;
+        }
+    }
+}
+
+class ExplainCommandTest : public testing::Test {
+protected:
+    ExplainCommandTest() { std::filesystem::create_directories(mFolder); }
+    ~ExplainCommandTest() override { std::filesystem::remove_all(mFolder); }
+
+    std::string write(std::string const& name, std::string const& content) const {
+        std::ofstream(mFolder + "/" + name) << content;
+        return mFolder + "/" + name;
+    }
+
+    /// Exit status, then what was printed.
+    std::pair<int, std::string> explain(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"zsl", "explain"});
+        std::vector<char const*> argv;
+        for (std::string const& argument : arguments) {
+            argv.push_back(argument.c_str());
+        }
+        std::ostringstream out;
+        int status = runCli(static_cast<int>(argv.size()), argv.data(), {out, out, false});
+        return {status, out.str()};
+    }
+
+    std::string const mFolder =
+        testing::TempDir() + testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::string const mLog =
+        threadtime("[select] [CShotSelector] zslReqNo(7) hbs[F3] O => select", 'W') +
+        threadtime("[flush] [requestNo:8]: change pending to normal capture (frames:#1 + tun");
+};
+
+TEST_F(ExplainCommandTest, PrintsAndWritesTheWantedCaptures) {
+    std::string const path = write("a.log", mLog);
+    auto const [all, text] = explain({path});
+    EXPECT_EQ(0, all);
+    EXPECT_THAT(text, AllOf(HasSubstr("Capture 7 "), HasSubstr("Capture 8     flushed, 0 tries")));
+    auto const [one, oneText] = explain({"--request", "8", path, "--json", mFolder + "/a.json"});
+    EXPECT_EQ(0, one);
+    EXPECT_THAT(oneText, AllOf(Not(HasSubstr("Capture 7 ")), HasSubstr("Capture 8 ")));
+    Json const json = Json::parse(std::ifstream(mFolder + "/a.json"));
+    EXPECT_EQ(8, json.at("captures").at(0).at("requestNo"));
+    EXPECT_EQ(1U, json.at("captures").size());
+}
+
+TEST_F(ExplainCommandTest, RefusesWhatItCannotUse) {
+    std::string const log = write("a.log", mLog);
+    struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string message;
+    } const cases[] = {
+        {{mFolder + "/none.log"}, 2, "none.log: cannot be read: No such file"},
+        {{mFolder}, 2, "cannot be read: it is a folder"},
+        {{write("empty.log", "")}, 1, "no line of ZebCam/ZslProc among 0 lines"},
+        {{write("foreign.log", "a\nb\n")}, 1, "no line of ZebCam/ZslProc among 2 lines"},
+        {{log, "--request", "9"}, 1, "--request 9: the log has no line on this capture"},
+        {{log, "--request", "x"}, 2, "--request"},
+        {{log, "--json", mFolder + "/no/a.json"}, 2, "cannot write"},
+        {{log, log}, 2, "zsl explain: "},
+    };
+    for (auto const& test : cases) {
+        std::vector<std::string> arguments = test.arguments;
+        if (test.status != 2 || test.message != "cannot write") {
+            arguments.insert(arguments.end(), {"--json", mFolder + "/left.json"});
+        }
+        auto const [status, text] = explain(test.arguments);
+        EXPECT_EQ(test.status, status) << test.message;
+        EXPECT_THAT(text, HasSubstr(test.message));
+        EXPECT_EQ(test.status, explain(arguments).first);
+        EXPECT_FALSE(std::filesystem::exists(mFolder + "/left.json")) << test.message;
+    }
+}
+
+}  // namespace
+}  // namespace zebcam::tool

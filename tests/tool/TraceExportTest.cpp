@@ -1,0 +1,511 @@
+#define ATRACE_TAG ATRACE_TAG_CAMERA
+#include <cutils/trace.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <platform/VirtualClock.h>
+#include <ulog/ULogger.h>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "explain/Explainer.h"
+#include "recording/RecordingGenerator.h"
+#include "replay/Replay.h"
+#include "replay/Schedule.h"
+#include "trace/SectionRecorder.h"
+#include "trace/TraceExport.h"
+
+namespace zebcam::tool {
+namespace {
+
+using Json = nlohmann::json;
+using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::IsSupersetOf;
+using testing::Le;
+
+constexpr int64_t MS = 1'000'000;
+constexpr int64_t START = 5'000'000 * MS + 1;
+
+/// Frames 1, 2, ... every 100 ms, which arrive 130 ms after their start.
+Recording steadyRecording() {
+    Recording recording{"not UTF-8: \xff", {}, {}, 100 * MS};
+    for (uint32_t i = 0; i < 40; ++i) {
+        SensorFrame frame;
+        frame.frameNo = i + 1;
+        frame.timestampNs = START + i * 100 * MS;
+        frame.exposureNs = 10 * MS;
+        frame.readoutNs = 20 * MS;
+        frame.durationNs = 100 * MS;
+        frame.afMode = frame.afState = frame.lensState = uint8_t{0};
+        frame.aeStable = 1;
+        frame.sensorId = frame.sensorMode = 0;
+        recording.frames.push_back(frame);
+    }
+    return recording;
+}
+
+struct Slice {
+    std::string name, parent;
+    int64_t beginNs = 0;
+    int64_t endNs = 0;
+    Json args;
+};
+
+using TrackId = std::pair<int, int64_t>;
+
+/// A trace as a viewer reads it. What breaks the rules of the format fails the test.
+struct ReadTrace {
+    explicit ReadTrace(std::string const& text) : root(Json::parse(text)) {
+        for (Json const& event : root.at("traceEvents")) {
+            read(event, event.at("ph").get<std::string>());
+        }
+        for (auto const& [track, stack] : open) {
+            EXPECT_TRUE(stack.empty()) << "open at the end";
+            EXPECT_EQ(names.count(track), 1U) << "track " << track.second << " has no name";
+        }
+        for (auto& [id, marks] : flows) {
+            std::stable_sort(marks.begin(), marks.end(), [](Json const& a, Json const& b) {
+                return a.at("ns").get<int64_t>() < b.at("ns").get<int64_t>();
+            });
+            std::string phases;
+            for (Json const& mark : marks) {
+                phases += mark.at("ph").get<std::string>();
+                EXPECT_EQ(mark.at("name"), marks.front().at("name"));
+            }
+            EXPECT_TRUE(phases == "sf" || phases == "stf") << phases;
+        }
+    }
+
+    void read(Json const& event, std::string const& phase) {
+        TrackId const track(event.at("pid"), event.value("tid", int64_t{0}));
+        if (phase == "M") {
+            if (event.at("name") == "thread_name") {
+                EXPECT_TRUE(names.emplace(track, event.at("args").at("name")).second);
+            }
+            return;
+        }
+        EXPECT_GE(event.at("ts"), 0.0);
+        int64_t const ns = START + std::llround(event.at("ts").get<double>() * 1000);
+        auto& stack = open[track];
+        auto& slicesHere = slices[track];
+        if (phase == "B" || phase == "E") {
+            EXPECT_LE(lastNs[track], ns) << event;
+            lastNs[track] = ns;
+        }
+        if (phase == "B") {
+            std::string const parent = stack.empty() ? "" : slicesHere[stack.back()].name;
+            stack.push_back(slicesHere.size());
+            slicesHere.push_back({event.at("name"), parent, ns, -1, event.at("args")});
+        } else if (phase == "E") {
+            ASSERT_FALSE(stack.empty()) << "an end too many";
+            slicesHere[stack.back()].endNs = ns;
+            stack.pop_back();
+        } else if (phase == "C") {
+            counters[event.at("name")].emplace_back(ns, event.at("args").at("frames"));
+            open.erase(track);
+        } else if (phase == "i") {
+            EXPECT_EQ(event.at("s"), "t");
+            Json instant = event;
+            instant["ns"] = ns;
+            instants.push_back(instant);
+        } else {
+            readFlow(event, ns, stack, slicesHere);
+        }
+    }
+
+    void readFlow(Json mark, int64_t ns, std::vector<size_t> const& stack,
+                  std::vector<Slice> const& slicesHere) {
+        ASSERT_FALSE(stack.empty()) << "a flow outside of any slice: " << mark;
+        EXPECT_EQ(mark.at("bp"), "e");
+        EXPECT_LE(slicesHere[stack.back()].beginNs, ns);
+        mark["ns"] = ns;
+        mark["slice"] = slicesHere[stack.back()].name;
+        flowMarks.push_back({TrackId(mark.at("pid"), mark.at("tid")), stack.back(), ns});
+        flows[mark.at("id")].push_back(mark);
+    }
+
+    /// `capture 1 frame 0: press > frame 11 > result of capture 1` for each flow.
+    std::vector<std::string> flowTexts() const {
+        std::vector<std::string> texts;
+        for (auto const& [id, marks] : flows) {
+            std::string text = marks.front().at("name").get<std::string>() + ":";
+            for (Json const& mark : marks) {
+                text +=
+                    (&mark == &marks.front() ? " " : " > ") + mark.at("slice").get<std::string>();
+            }
+            texts.push_back(text);
+        }
+        return texts;
+    }
+
+    std::vector<Slice> slicesOn(std::string const& trackPrefix) const {
+        std::vector<Slice> found;
+        for (auto const& [track, name] : names) {
+            if (name.starts_with(trackPrefix) && slices.count(track) > 0) {
+                found.insert(found.end(), slices.at(track).begin(), slices.at(track).end());
+            }
+        }
+        return found;
+    }
+
+    struct Bound {
+        TrackId track;
+        size_t slice = 0;
+        int64_t ns = 0;
+    };
+
+    Json root;
+    std::map<TrackId, std::string> names;
+    std::map<TrackId, std::vector<size_t>> open;
+    std::map<TrackId, int64_t> lastNs;
+    std::map<TrackId, std::vector<Slice>> slices;
+    std::map<std::string, std::vector<std::pair<int64_t, int64_t>>> counters;
+    std::map<int64_t, std::vector<Json>> flows;
+    std::vector<Bound> flowMarks;
+    std::vector<Json> instants;
+};
+
+/// A replay with everything that a trace shows of it.
+struct Traced {
+    Traced(Recording r, ReplayOptions options) : recording(std::move(r)) {
+        options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
+        OccupancyRecorder recorder;
+        Explainer explainer;
+        ReplayListener listener;
+        listener.log = [&](int64_t, host::LogLine const& line) {
+            if (line.output == host::LogLine::Output::Camera) {
+                explainer.feed(fromLogLine(line));
+            }
+        };
+        listener.occupancy = [&](int64_t ns, Occupancy const& now) { recorder.add(ns, now); };
+        SectionRecorder sectionRecorder;
+        result = replay(recording, options, listener);
+        sections = sectionRecorder.finish();
+        occupancy = recorder.samples();
+        explanation = explainer.finish();
+    }
+
+    ReadTrace trace() const {
+        std::ostringstream out;
+        writeTrace({recording, result, &explanation, occupancy, sections}, out);
+        return ReadTrace(out.str());
+    }
+
+    Recording recording;
+    ReplayResult result;
+    Explanation explanation;
+    std::vector<OccupancySample> occupancy;
+    std::vector<ProcessorSection> sections;
+};
+
+ReplayOptions pressing(std::vector<int64_t> timesMs, size_t frames = 1) {
+    ReplayOptions options;
+    for (int64_t const ms : timesMs) {
+        options.pressesNs.push_back(ms * MS);
+    }
+    options.framesPerCapture = frames;
+    return options;
+}
+
+Recording generated(double fps) {
+    GeneratorOptions options;
+    options.frames = 1000;
+    options.fps = fps;
+    options.startNs = START;
+    return generate(options);
+}
+
+struct Case {
+    char const* name;
+    Recording recording;
+    ReplayOptions options;
+    std::vector<std::string> flows;  ///< not compared when empty
+    bool locks = false;
+};
+
+std::vector<Case> cases() {
+    auto const with = [](ReplayOptions options, auto change) {
+        change(options);
+        return options;
+    };
+    Recording instantly = steadyRecording();
+    for (SensorFrame& frame : instantly.frames) {
+        frame.exposureNs = frame.readoutNs = 0;
+    }
+    return {
+        {"chosen after the press",
+         steadyRecording(),
+         pressing({1000, 1040}),
+         {"capture 1 frame 0: press > frame 11 > result of capture 1",
+          "capture 2 frame 0: press > frame 12 > result of capture 2"}},
+        {"chosen from before the press",
+         steadyRecording(),
+         with(pressing({1000}), [](auto& o) { o.offsetMs = 250; }),
+         {"capture 1 frame 0: frame 9 > press > result of capture 1"}},
+        {"under way at the press",
+         steadyRecording(),
+         with(pressing({929, 1000}), [](auto& o) { o.offsetMs = 130; }),
+         {"capture 1 frame 0: press > frame 9 > result of capture 1",
+          "capture 2 frame 0: press > frame 10 > result of capture 2"}},
+        {"served bit by bit and flushed",
+         steadyRecording(),
+         with(pressing({1000}, 2), [](auto& o) { o.flushesNs = {1150 * MS}; }),
+         {"capture 1 frame 0: press > frame 11 > result of capture 1",
+          "capture 1 frame 1: press > result of capture 1"}},
+        {"frames of no length, results at once",
+         instantly,
+         with(pressing({1000}), [](auto& o) { o.deliveryDelayNs = o.reprocessDelayNs = 0; }),
+         {"capture 1 frame 0: press > frame 11 > result of capture 1"}},
+        {"locks, time-outs and late captures",
+         steadyRecording(),
+         with(pressing({500, 510, 3800}, 2),
+              [](auto& o) {
+                  o.policy = {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"};
+              }),
+         {},
+         true},
+        {"fast", generated(960), with(pressing({}), [](auto& o) { o.captures = 60; }), {}},
+        {"more frames on their way than rows",
+         generated(960),
+         with(pressing({}), [](auto& o) { o.deliveryDelayNs = 500 * MS; }),
+         {}},
+    };
+}
+
+void checkSensor(Traced const& run, ReadTrace const& trace) {
+    auto const times = frameTimes(run.recording, run.result.options);
+    size_t tracks = 0;
+    for (auto const& [track, name] : trace.names) {
+        tracks += track.first == 1 ? 1 : 0;
+    }
+    EXPECT_LE(tracks, 65U);
+    auto slices = trace.slicesOn("frames ");
+    auto const cut = trace.slicesOn("more frames");
+    slices.insert(slices.end(), cut.begin(), cut.end());
+    EXPECT_EQ(tracks == 65, !cut.empty());
+    ASSERT_EQ(slices.size(), run.recording.frames.size());
+    std::set<uint32_t> seen;
+    for (Slice const& slice : slices) {
+        auto const frameNo = slice.args.at("frame").get<uint32_t>();
+        size_t const i = frameNo - run.recording.frames.front().frameNo;
+        SensorFrame const& frame = run.recording.frames.at(i);
+        EXPECT_TRUE(seen.insert(frameNo).second);
+        EXPECT_EQ(slice.beginNs, frame.timestampNs);
+        bool const isCut = slice.args.contains("isCutShort");
+        EXPECT_TRUE(isCut ? slice.endNs < times[i].arrivalNs : slice.endNs == times[i].arrivalNs);
+        EXPECT_EQ(slice.args.at("arrivalNs"), times[i].arrivalNs);
+        EXPECT_EQ(slice.args.at("afState"), frame.afState ? Json(*frame.afState) : Json());
+    }
+}
+
+/// The flows go through all that the replay knows of, and their marks lie in their slices.
+void checkFlows(Traced const& run, ReadTrace const& trace) {
+    std::multiset<std::string> expected, found;
+    for (CaptureRecord const& capture : run.result.captures) {
+        for (FrameOutcome const& frame : capture.frames) {
+            ASSERT_TRUE(frame.resultNs);
+            expected.insert("press");
+            expected.insert(fmt::format("result of capture {}", capture.requestNo));
+            if (frame.historyFrame) {
+                expected.insert(fmt::format("frame {}", *frame.historyFrame));
+            }
+        }
+    }
+    for (auto const& bound : trace.flowMarks) {
+        Slice const& slice = trace.slices.at(bound.track)[bound.slice];
+        EXPECT_LE(bound.ns, slice.endNs) << slice.name;
+        found.insert(slice.name);
+    }
+    EXPECT_EQ(found, expected);
+}
+
+void checkCounters(Traced const& run, ReadTrace const& trace) {
+    /// What a counter showed at an instant, the last value of it at the end.
+    auto const shown = [&](char const* name, int64_t ns) {
+        std::vector<size_t> values;
+        for (auto const& [at, value] : trace.counters.at(name)) {
+            EXPECT_GE(value, 0);
+            if (at < ns) {
+                values.clear();
+            }
+            if (at <= ns) {
+                values.push_back(static_cast<size_t>(value));
+            }
+        }
+        return values;
+    };
+    for (CaptureRecord const& capture : run.result.captures) {
+        for (TryRecord const& attempt : capture.tries) {
+            EXPECT_THAT(shown("history", attempt.timeNs), Contains(attempt.historyFrames.size()));
+            EXPECT_THAT(shown("in flight", attempt.timeNs),
+                        Contains(attempt.inFlightFrames.size()));
+            EXPECT_THAT(shown("locked", attempt.timeNs), Contains(attempt.lockedFrames.size()));
+        }
+    }
+    auto const times = frameTimes(run.recording, run.result.options);
+    for (size_t i = 0; i < times.size(); i += 7) {
+        int64_t const now = times[i].arrivalNs;
+        auto const inFlight = std::count_if(times.begin(), times.end(), [now](FrameTimes const& t) {
+            return t.announceNs <= now && now < t.arrivalNs;
+        });
+        EXPECT_EQ(shown("in flight", now).back(), static_cast<size_t>(inFlight));
+    }
+}
+
+TEST(TraceExport, KeepsTheRulesOfTheFormat) {
+    for (Case const& c : cases()) {
+        SCOPED_TRACE(c.name);
+        Traced const run(c.recording, c.options);
+        ReadTrace const trace = run.trace();
+        EXPECT_EQ(trace.root.at("otherData").at("bootTimeOfZeroNs"), START);
+        checkSensor(run, trace);
+        checkFlows(run, trace);
+        checkCounters(run, trace);
+        EXPECT_EQ(trace.slicesOn("sections").size(), run.sections.size());
+        EXPECT_EQ(trace.counters.at("locked").size() > 1, c.locks);
+        if (!c.flows.empty()) {
+            EXPECT_EQ(trace.flowTexts(), c.flows);
+        }
+    }
+}
+
+TEST(TraceExport, ShowsThePhasesOfACapture) {
+    ReplayOptions options = pressing({1000, 1040}, 2);
+    options.flushesNs = {1150 * MS};
+    ReadTrace const trace = Traced(steadyRecording(), options).trace();
+    std::vector<std::string> texts;
+    auto const add = [&](std::string const& name, int64_t beginNs, int64_t endNs) {
+        texts.push_back(
+            fmt::format("{} {}-{}", name, (beginNs - START) / MS, (endNs - START) / MS));
+    };
+    for (char const* track : {"captures 1", "captures 2", "results"}) {
+        for (Slice const& slice : trace.slicesOn(track)) {
+            add(slice.parent + "/" + slice.name, slice.beginNs, slice.endNs);
+        }
+    }
+    EXPECT_THAT(texts,
+                ElementsAre("/capture 1 1000-1250", "capture 1/waiting 1000-1130",
+                            "waiting/press 1000-1005", "capture 1/waiting 1130-1150",
+                            "/capture 2 1040-1250", "capture 2/waiting 1040-1150",
+                            "waiting/press 1040-1045", "/reprocessing capture 1 1130-1230",
+                            "/result of capture 1 1230-1235", "/exposing capture 1 1150-1250",
+                            "/result of capture 1 1250-1255", "/exposing capture 2 1150-1250",
+                            "/result of capture 2 1250-1255"));
+    texts.clear();
+    for (Json const& instant : trace.instants) {
+        if (instant.at("cat") == "capture") {
+            add(instant.at("name"), instant.at("ns"), instant.at("ns"));
+        }
+    }
+    EXPECT_THAT(texts,
+                ElementsAre("early shutter 1000-1000", "built 1130-1130", "flushed 1150-1150",
+                            "early shutter 1040-1040", "flushed 1150-1150"));
+}
+
+TEST(TraceExport, TellsWhyFramesWereRefused) {
+    Recording recording = steadyRecording();
+    recording.frames[10].aeStable = 0;
+    recording.frames[11].afState.reset();
+    ReplayOptions options;
+    options.pressesNs = {1000 * MS - 400'000, 1040 * MS};  // ages are whole ms
+    Traced run(recording, options);
+    using Refusal = std::tuple<int64_t, uint32_t, uint32_t, std::string>;
+    std::multiset<Refusal> expected;
+    for (size_t c = 0; c < 2; ++c) {
+        auto& tries = run.explanation.captures.at(c).tries;
+        auto const& recorded = run.result.captures.at(c).tries;
+        ASSERT_EQ(tries.size(), recorded.size());
+        for (size_t t = 1; t < tries.size(); ++t) {
+            for (Candidate const& frame : tries[t].candidates) {
+                if (frame.verdict == Verdict::Refused) {
+                    expected.emplace(recorded[t].timeNs, c + 1, frame.frameNo,
+                                     toString(frame.criterion));
+                }
+            }
+        }
+        tries.erase(tries.begin());  // a log may begin later
+    }
+    std::multiset<Refusal> found;
+    std::set<std::string> names;
+    for (Json const& instant : run.trace().instants) {
+        if (instant.at("cat") == "refusal") {
+            Json const& args = instant.at("args");
+            found.emplace(instant.at("ns"), args.at("capture"), args.at("frame"),
+                          args.at("reason"));
+            names.insert(instant.at("name"));
+        }
+    }
+    EXPECT_EQ(found, expected);
+    EXPECT_THAT(names, IsSupersetOf({"frame 10 refused: time", "frame 11 refused: exposure",
+                                     "frame 12 refused: focus"}));
+}
+
+TEST(TraceExport, ShowsTheProcessorsSections) {
+    Traced const run(steadyRecording(), pressing({1000, 2000}));
+    std::set<std::string> names;
+    int64_t lastEndNs = 0;
+    for (Slice const& slice : run.trace().slicesOn("sections")) {
+        names.insert(slice.parent + "/" + slice.name);
+        EXPECT_GE(slice.beginNs, slice.args.at("bootTimeNs"));
+        EXPECT_EQ(slice.endNs - slice.beginNs, slice.args.at("realDurationNs"));
+        if (slice.parent.empty()) {
+            EXPECT_TRUE(slice.beginNs == slice.args.at("bootTimeNs") || slice.beginNs == lastEndNs);
+            lastEndNs = slice.endNs;
+        }
+    }
+    EXPECT_THAT(
+        names,
+        testing::UnorderedElementsAre(
+            "/configure", "/submitZslRequest", "/processZslPendingRequest", "/onFrameUpdated",
+            "/flush", "submitZslRequest/processZslPendingRequest",
+            "submitZslRequest/selectBuf_Locked", "submitZslRequest/buildFrame_Locked",
+            "submitZslRequest/callbackFakeShutter", "processZslPendingRequest/selectBuf_Locked",
+            "processZslPendingRequest/buildFrame_Locked", "buildFrame_Locked/prepareHalImage",
+            "buildFrame_Locked/prepareHalMeta", "buildFrame_Locked/prepareAppMeta"));
+}
+
+TEST(SectionRecorder, HearsTheSectionsOfEachThread) {
+    platform::VirtualClock clock({.bootTimeNs = 7});
+    SectionRecorder recorder;
+    ATRACE_END();  // opened before anybody listened
+    ATRACE_BEGIN("outer");
+    clock.advance(1);
+    std::thread([] {
+        ATRACE_BEGIN("elsewhere");
+        ATRACE_END();
+    }).join();
+    ATRACE_BEGIN("closed");
+    ATRACE_END();
+    ATRACE_BEGIN("cut off");
+    std::this_thread::sleep_for(std::chrono::microseconds(1));
+    auto const sections = recorder.finish();
+    ATRACE_END();
+    EXPECT_EQ(atrace_get_enabled_tags(), 0U);
+
+    std::vector<std::string> texts;
+    for (ProcessorSection const& section : sections) {
+        texts.push_back(fmt::format("{} thread {} depth {} at {}", section.name, section.thread,
+                                    section.depth, section.bootTimeNs));
+        EXPECT_THAT(section.realBeginNs, Ge(sections.front().realBeginNs));
+        EXPECT_THAT(section.realDurationNs, AllOf(Ge(0), Le(sections.front().realDurationNs)));
+    }
+    EXPECT_THAT(texts,
+                ElementsAre("outer thread 0 depth 0 at 7", "elsewhere thread 1 depth 0 at 8",
+                            "closed thread 0 depth 1 at 8", "cut off thread 0 depth 1 at 8"));
+    EXPECT_GE(sections.back().realDurationNs, 1000) << "the virtual clock was read";
+}
+
+}  // namespace
+}  // namespace zebcam::tool

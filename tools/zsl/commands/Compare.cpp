@@ -1,0 +1,258 @@
+#include "commands/Compare.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "cli/OptionValues.h"
+#include "cli/ReplayArguments.h"
+#include "compare/Comparison.h"
+#include "compare/ComparisonFiles.h"
+#include "compare/ComparisonTable.h"
+#include "output/AtomicFile.h"
+#include "recording/RecordingError.h"
+#include "sim/InputError.h"
+
+namespace zebcam::tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kStandardStream[] = "-";
+constexpr int64_t kMaxJobs = 1'024;
+constexpr int kSignalStatus = 128;
+
+struct Arguments {
+    ComparisonPlan plan;
+    ChildPoolOptions pool;
+    std::optional<std::string> json;
+    std::optional<std::string> csv;
+};
+
+/// The count of runs on one line of a terminal, wiped at the end.
+class Progress {
+public:
+    Progress(std::ostream& err, bool isOn) : mErr(err), mIsOn(isOn) {}
+    ~Progress() {
+        if (mIsOn) {
+            mErr << "\r\033[K" << std::flush;
+        }
+    }
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    void operator()(size_t runs, size_t total) {
+        if (mIsOn) {
+            mErr << fmt::format("\r{} of {} runs", runs, total) << std::flush;
+        }
+    }
+
+private:
+    std::ostream& mErr;
+    bool const mIsOn;
+};
+
+/// A file that gets a result, if one was asked for.
+class Output {
+public:
+    explicit Output(std::optional<std::string> const& path) {
+        if (path && *path != kStandardStream) {
+            mFile.emplace(*path);
+        }
+        mIsStandard = path == kStandardStream;
+    }
+
+    template <typename Write>
+    void put(Write const& write, std::ostream& standard) {
+        if (mFile) {
+            write(mFile->stream());
+            mFile->commit();
+        } else if (mIsStandard) {
+            write(standard);
+        }
+    }
+
+private:
+    std::optional<AtomicFile> mFile;
+    bool mIsStandard = false;
+};
+
+/// Refuses before the first run what would make every run fail.
+void requireUsable(Arguments const& arguments) {
+    ComparisonPlan const& plan = arguments.plan;
+    for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
+        requireOneOffset(plan.common, offsetMs);
+    }
+    std::error_code ignored;
+    for (PolicyOption const& policy : plan.policies) {
+        if (policy.kind == PolicyKind::Plugin && !fs::exists(policy.pluginPath, ignored)) {
+            throw InputError(fmt::format("--policy {}: there is no such file", policy.pluginPath));
+        }
+    }
+    for (std::string const& recording : plan.recordings) {
+        if (recording == kStandardStream || fs::is_fifo(recording, ignored)) {
+            throw InputError(
+                fmt::format("{}: expected a file, because each run reads it anew, found {}",
+                            recording, recording == kStandardStream ? "standard input" : "a pipe"));
+        }
+    }
+    if (arguments.json && arguments.csv && *arguments.json == *arguments.csv) {
+        throw CLI::ValidationError("--csv",
+                                   fmt::format("--json goes to '{}' as well", *arguments.json));
+    }
+}
+
+/// What was not given has one value.
+void fillIn(ComparisonPlan& plan) {
+    auto const orOne = [](auto& values, auto value) {
+        if (values.empty()) {
+            values.push_back(std::move(value));
+        }
+    };
+    orOne(plan.policies, plan.common.policy);
+    orOne(plan.offsetsMs, plan.common.offsetMs);
+    orOne(plan.framesPerCapture, plan.common.framesPerCapture);
+    orOne(plan.history, plan.common.history);
+}
+
+/// A line for each complaint, headed by the command's name.
+void complain(std::vector<ComparisonRow> const& rows, std::ostream& err) {
+    std::string const complaints = comparisonComplaints(rows);
+    for (size_t begin = 0; begin < complaints.size();) {
+        size_t const end = complaints.find('\n', begin) + 1;
+        err << "zsl compare: " << complaints.substr(begin, end - begin);
+        begin = end;
+    }
+}
+
+int run(Arguments arguments, CliStreams const& streams) {
+    fillIn(arguments.plan);
+    requireUsable(arguments);
+    SignalWatch const signals;
+    Output json(arguments.json);
+    Output csv(arguments.csv);
+    std::vector<ComparisonRow> rows;
+    try {
+        Progress progress(streams.err, streams.showProgress);
+        rows = compare(arguments.plan, arguments.pool, signals,
+                       [&progress](size_t runs, size_t total) { progress(runs, total); });
+    } catch (Interrupted const& interrupted) {
+        streams.err << "zsl compare: " << interrupted.what() << '\n';
+        return kSignalStatus + interrupted.signal();
+    }
+    json.put([&](std::ostream& out) { writeJson(arguments.plan, rows, out); }, streams.out);
+    csv.put([&](std::ostream& out) { writeCsv(rows, out); }, streams.out);
+    if (arguments.json != kStandardStream && arguments.csv != kStandardStream) {
+        streams.out << comparisonTable(rows);
+    }
+    streams.out.flush();
+    complain(rows, streams.err);
+    bool const isGood = std::all_of(rows.begin(), rows.end(),
+                                    [](ComparisonRow const& row) { return row.isGood(); });
+    return isGood ? 0 : 1;
+}
+
+void addSettings(CLI::App& command, ComparisonPlan& plan) {
+    addValue(
+        command, "--policy",
+        [&plan](std::string const& text) { plan.policies.push_back(parsePolicy(text)); },
+        "default, cshot, multiframe or a library with a policy [default: default]; may be repeated",
+        "NAME|PATH.so")
+        ->take_all();
+    addValue(
+        command, "--offset",
+        [&plan](std::string const& text) { plan.offsetsMs.push_back(parseMilliseconds(text)); },
+        "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",
+        "T")
+        ->take_all();
+    auto const addCounts = [&command](std::string const& name, std::vector<size_t>& counts,
+                                      size_t usual, int64_t max, std::string const& help) {
+        addValue(
+            command, name,
+            [&counts, max](std::string const& text) {
+                counts.push_back(static_cast<size_t>(parseWholeNumber(text, 1, max)));
+            },
+            fmt::format("{} [default: {}]; may be repeated", help, usual), "N")
+            ->take_all();
+    };
+    addCounts("--frames", plan.framesPerCapture, plan.common.framesPerCapture, kMaxFramesPerCapture,
+              "Frames of each capture");
+    addCounts("--history", plan.history, plan.common.history, kMaxHistory,
+              "Frames that the history keeps");
+}
+
+void addRunOptions(CLI::App& command, ChildPoolOptions& pool) {
+    pool.jobs = std::max(1U, std::thread::hardware_concurrency());
+    addValue(
+        command, "--jobs",
+        [&pool](std::string const& text) {
+            pool.jobs = static_cast<size_t>(parseWholeNumber(text, 1, kMaxJobs));
+        },
+        "Runs at once [default: one for each core]", "N");
+    addValue(
+        command, "--time-limit",
+        [&pool](std::string const& text) {
+            pool.timeLimit = std::chrono::nanoseconds(parseDelay(text));
+            if (pool.timeLimit.count() == 0) {
+                throw std::invalid_argument("expected a time longer than 0s, found " +
+                                            quoteContent(text));
+            }
+        },
+        "Give a run up after this long [default: 600s]", "T");
+}
+
+void addResultOptions(CLI::App& command, Arguments& arguments) {
+    addValue(
+        command, "--fail-if",
+        [&arguments](std::string const& text) { arguments.plan.limits.emplace_back(text); },
+        "Exit with 1 if this holds for a run, as p95_lag_ms>50; may be repeated",
+        "FIELD<|<=|>|>=|==|!=N")
+        ->take_all();
+    addValue(
+        command, "--json", [&arguments](std::string const& text) { arguments.json = text; },
+        "Write JSON, - for standard output instead of the table", "FILE");
+    addValue(
+        command, "--csv", [&arguments](std::string const& text) { arguments.csv = text; },
+        "Write CSV, - for standard output instead of the table", "FILE");
+}
+
+std::string footer() {
+    std::string text = "Fields for --fail-if, which are columns of --csv and keys of --json:\n";
+    for (ComparisonField const& field : comparisonFields()) {
+        text += fmt::format("  {:<22}{}\n", field.name, field.help);
+    }
+    return text;
+}
+
+}  // namespace
+
+void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
+    auto const arguments = std::make_shared<Arguments>();
+    CLI::App* const command = app.add_subcommand(
+        "compare", "Replay recordings under several policies and settings and compare the results");
+    command->add_option("RECORDING", arguments->plan.recordings, "CSV files")
+        ->required()
+        ->type_name("FILE");
+    addSettings(*command, arguments->plan);
+    addPressOptions(*command, arguments->plan.common);
+    addCaptureOptions(*command, arguments->plan.common);
+    addPipelineOptions(*command, arguments->plan.common);
+    addRunOptions(*command, arguments->pool);
+    addResultOptions(*command, *arguments);
+    command->footer(footer());
+    command->callback(
+        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+}
+
+}  // namespace zebcam::tool

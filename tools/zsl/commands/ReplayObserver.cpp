@@ -1,0 +1,63 @@
+#include "commands/ReplayObserver.h"
+
+#include <ulog/ULogger.h>
+
+#include <utility>
+
+#include "explain/LogRecord.h"
+#include "explain/LogcatWriter.h"
+#include "sim/ProcessorLog.h"
+
+namespace zebcam::tool {
+
+ReplayObserver::ReplayObserver(Wishes wishes)
+    : mWishes(std::move(wishes)),
+      mRecorder(mWishes.sections ? std::make_unique<SectionRecorder>() : nullptr) {
+}
+
+ReplayOptions ReplayObserver::listeningOptions(ReplayOptions options) const {
+    options.logLevel = mWishes.reasons ? static_cast<uint32_t>(NSCam::Utils::ULog::LOG_LEVEL_DEBUG)
+                                       : mWishes.shownLevel;
+    return options;
+}
+
+ReplayListener ReplayObserver::listener() {
+    ReplayListener listener;
+    listener.progress = mWishes.progress;
+    if (mWishes.reasons || mWishes.shownLevel > 0) {
+        listener.log = [this](int64_t timeNs, host::LogLine const& line) { onLog(timeNs, line); };
+    }
+    if (mWishes.sections) {
+        listener.occupancy = [this](int64_t bootTimeNs, Occupancy const& occupancy) {
+            mOccupancy.add(bootTimeNs, occupancy);
+        };
+    }
+    return listener;
+}
+
+void ReplayObserver::onLog(int64_t timeNs, host::LogLine const& line) {
+    LogRecord const record = fromLogLine(line);
+    if (logLevelOf(line) <= mWishes.shownLevel && mWishes.show) {
+        mWishes.show(toThreadtime(record, timeNs));
+    }
+    // A line that goes to the Android log only is a dump and tells of no decision.
+    if (mWishes.reasons && line.output == host::LogLine::Output::Camera) {
+        mExplainer.feed(record);
+    }
+}
+
+void ReplayObserver::finish() {
+    if (mWishes.reasons) {
+        mExplanation = mExplainer.finish();
+    }
+    if (mRecorder != nullptr) {
+        mSections = mRecorder->finish();
+        mRecorder.reset();
+    }
+}
+
+Explanation const* ReplayObserver::explanation() const {
+    return mExplanation ? &*mExplanation : nullptr;
+}
+
+}  // namespace zebcam::tool

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "explain/Explainer.h"
+#include "explain/Explanation.h"
+#include "recording/Recording.h"
+#include "replay/Replay.h"
+#include "replay/ReplayResult.h"
+#include "trace/OccupancyRecorder.h"
+#include "trace/SectionRecorder.h"
+
+namespace zebcam::tool {
+
+/// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
+/// decision, and what a trace shows. Lives around one call of `replay`.
+class ReplayObserver {
+public:
+    struct Wishes {
+        uint32_t shownLevel = 0;  ///< largest ULog::LogLevel that `show` gets; 0: none
+        std::function<void(std::string const& lines)> show;  ///< gets logcat lines
+        std::function<void(size_t frames, size_t total)> progress;
+        bool reasons = false;   ///< explain each decision from the processor's log
+        bool sections = false;  ///< record the processor's trace sections and the occupancy
+    };
+
+    explicit ReplayObserver(Wishes wishes);
+
+    /// `options` with the log level that the wishes need.
+    ReplayOptions listeningOptions(ReplayOptions options) const;
+    ReplayListener listener();
+
+    /// Ends the observation. What was not wished for is empty.
+    void finish();
+    Explanation const* explanation() const;
+    std::vector<OccupancySample> const& occupancy() const { return mOccupancy.samples(); }
+    std::vector<ProcessorSection> const& sections() const { return mSections; }
+
+private:
+    void onLog(int64_t timeNs, host::LogLine const& line);
+
+    Wishes const mWishes;
+    Explainer mExplainer;
+    std::optional<Explanation> mExplanation;
+    OccupancyRecorder mOccupancy;
+    std::unique_ptr<SectionRecorder> mRecorder;
+    std::vector<ProcessorSection> mSections;
+};
+
+}  // namespace zebcam::tool

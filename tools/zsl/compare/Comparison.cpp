@@ -1,0 +1,105 @@
+#include "compare/Comparison.h"
+
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "recording/RecordingReader.h"
+#include "replay/Replay.h"
+
+namespace zebcam::tool {
+namespace {
+
+constexpr char kEndOfProblem = '\0';
+
+std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
+    std::vector<ComparisonRow> rows;
+    rows.reserve(plan.recordings.size() * plan.settings());
+    for (std::string const& recording : plan.recordings) {
+        for (PolicyOption const& policy : plan.policies) {
+            for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
+                for (size_t const frames : plan.framesPerCapture) {
+                    for (size_t const history : plan.history) {
+                        ComparisonRow& row = rows.emplace_back();
+                        row.recording = recording;
+                        row.options = plan.common;
+                        row.options.policy = policy;
+                        row.options.offsetMs = offsetMs;
+                        row.options.framesPerCapture = frames;
+                        row.options.history = history;
+                    }
+                }
+            }
+        }
+    }
+    return rows;
+}
+
+/// The result on its way between two processes of the same program.
+std::string pack(RunNumbers const& numbers, std::vector<std::string> const& problems) {
+    static_assert(std::is_trivially_copyable_v<RunNumbers>);
+    std::string data(reinterpret_cast<char const*>(&numbers), sizeof numbers);
+    for (std::string const& problem : problems) {
+        data += problem + kEndOfProblem;
+    }
+    return data;
+}
+
+void unpack(std::string_view data, ComparisonRow& row) {
+    std::memcpy(&row.numbers.emplace(), data.data(), sizeof(RunNumbers));
+    data.remove_prefix(sizeof(RunNumbers));
+    while (!data.empty()) {
+        size_t const end = data.find(kEndOfProblem);
+        row.problems.emplace_back(data.substr(0, end));
+        data.remove_prefix(end + 1);
+    }
+}
+
+std::string runOne(ComparisonRow const& row) {
+    Recording const recording = readRecording(row.recording);
+    RefusalCounter refusals;
+    ReplayOptions options = row.options;
+    options.logLevel = RefusalCounter::logLevel();
+    ReplayListener listener;
+    listener.log = [&refusals](int64_t, host::LogLine const& line) { refusals.feed(line); };
+    ReplayResult const result = replay(recording, options, listener);
+    return pack(numbersOf(result, refusals.finish()), problemsOf(result));
+}
+
+void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
+    for (Limit const& limit : limits) {
+        if (auto broken = limit.brokenBy(*row.numbers)) {
+            row.broken.push_back(std::move(*broken));
+        }
+    }
+}
+
+}  // namespace
+
+std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
+                                   SignalWatch const& signals,
+                                   std::function<void(size_t, size_t)> const& progress) {
+    std::vector<ComparisonRow> rows = rowsOf(plan);
+    size_t ended = 0;
+    auto const onEnd = [&](size_t task, ChildOutcome const& outcome) {
+        ComparisonRow& row = rows[task];
+        if (outcome.failure.empty()) {
+            unpack(outcome.data, row);
+            judge(row, plan.limits);
+        } else {
+            row.problems.push_back(outcome.failure);
+        }
+        if (progress) {
+            progress(++ended, rows.size());
+        }
+    };
+    if (progress) {
+        progress(0, rows.size());
+    }
+    runInChildren(
+        rows.size(), pool, signals, [&rows](size_t task) { return runOne(rows[task]); }, onEnd);
+    return rows;
+}
+
+}  // namespace zebcam::tool

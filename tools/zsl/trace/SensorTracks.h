@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "recording/Recording.h"
+#include "replay/ReplayOptions.h"
+#include "trace/TraceEvents.h"
+#include "trace/TraceFlows.h"
+
+namespace zebcam::tool {
+
+/// A sensor frame as it is drawn.
+struct FrameSlice {
+    size_t row = 0;
+    int64_t arrivalNs = 0;
+    int64_t endNs = 0;  ///< the arrival, or earlier in the row for what is too much
+};
+
+/// The frames by the order of the recording. As many rows as frames overlap, at most
+/// MAX_FRAME_ROWS; what finds none free goes to one more, in which a slice ends where the next
+/// frame begins.
+constexpr size_t MAX_FRAME_ROWS = 64;
+std::vector<FrameSlice> frameSlices(Recording const& recording, ReplayOptions const& options);
+
+/// Writes the frames, with their metadata.
+void writeFrames(TraceEvents& events, int process, Recording const& recording,
+                 std::vector<FrameSlice> const& slices, TraceFlows const& flows);
+
+}  // namespace zebcam::tool
