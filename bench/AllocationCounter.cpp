@@ -21,8 +21,10 @@ uint64_t allocations() {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
 // The C library's own entry points, for those who put something in front of them.
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are the C library's.
 extern "C" void* __libc_malloc(size_t bytes);
 extern "C" void* __libc_realloc(void* memory, size_t bytes);
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 

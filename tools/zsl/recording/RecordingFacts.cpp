@@ -29,6 +29,7 @@ int64_t medianOf(std::vector<int64_t> values) {
 // The distance from `center` within which 95 % of the values lie.
 int64_t usualDistance(std::vector<int64_t> const& values, int64_t center) {
     std::vector<int64_t> distances;
+    distances.reserve(values.size());
     for (int64_t const value : values) {
         distances.push_back(std::abs(value - center));
     }
