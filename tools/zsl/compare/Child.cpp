@@ -13,6 +13,7 @@
 #include <exception>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include "explain/LogRecord.h"
 #include "text/Duration.h"
