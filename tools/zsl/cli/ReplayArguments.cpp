@@ -45,6 +45,13 @@ CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count,
         fmt::format("{} [default: {}]", help, count), "N");
 }
 
+std::string requireFile(std::string const& path) {
+    if (path.empty() || path == "-") {
+        throw std::invalid_argument("expected the name of a file");
+    }
+    return path;
+}
+
 void addPressOptions(CLI::App& command, ReplayOptions& options) {
     CLI::Option* const press = addValue(
         command, "--press",

@@ -25,6 +25,10 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
                       std::string const& help);
 
+/// The name of a file for a result that standard output cannot take beside the text; throws
+/// std::invalid_argument for `-` and for nothing.
+std::string requireFile(std::string const& path);
+
 /// --press, --captures.
 void addPressOptions(CLI::App& command, ReplayOptions& options);
 

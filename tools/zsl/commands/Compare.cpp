@@ -20,6 +20,7 @@
 #include "compare/Comparison.h"
 #include "compare/ComparisonFiles.h"
 #include "compare/ComparisonTable.h"
+#include "html/HtmlReport.h"
 #include "output/AtomicFile.h"
 #include "recording/RecordingError.h"
 #include "sim/InputError.h"
@@ -38,6 +39,7 @@ struct Arguments {
     ChildPoolOptions pool;
     std::optional<std::string> json;
     std::optional<std::string> csv;
+    std::optional<std::string> report;
 };
 
 /// The count of runs on one line of a terminal, wiped at the end.
@@ -142,6 +144,7 @@ int run(Arguments arguments, CliStreams const& streams) {
     SignalWatch const signals;
     Output json(arguments.json);
     Output csv(arguments.csv);
+    Output report(arguments.report);
     std::vector<ComparisonRow> rows;
     try {
         Progress progress(streams.err, streams.showProgress);
@@ -153,6 +156,7 @@ int run(Arguments arguments, CliStreams const& streams) {
     }
     json.put([&](std::ostream& out) { writeJson(arguments.plan, rows, out); }, streams.out);
     csv.put([&](std::ostream& out) { writeCsv(rows, out); }, streams.out);
+    report.put([&](std::ostream& out) { writeHtmlReport(rows, out); }, streams.out);
     if (arguments.json != kStandardStream && arguments.csv != kStandardStream) {
         streams.out << comparisonTable(rows);
     }
@@ -225,6 +229,10 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
     addValue(
         command, "--csv", [&arguments](std::string const& text) { arguments.csv = text; },
         "Write CSV, - for standard output instead of the table", "FILE");
+    addValue(
+        command, "--report",
+        [&arguments](std::string const& text) { arguments.report = requireFile(text); },
+        "Write a page for a browser", "FILE");
 }
 
 std::string footer() {

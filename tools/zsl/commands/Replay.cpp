@@ -14,6 +14,7 @@
 #include "cli/OptionValues.h"
 #include "cli/ReplayArguments.h"
 #include "commands/ReplayObserver.h"
+#include "html/HtmlReport.h"
 #include "output/AtomicFile.h"
 #include "recording/RecordingReader.h"
 #include "replay/Replay.h"
@@ -31,6 +32,7 @@ struct Arguments {
     std::string recording;
     std::optional<std::string> json;
     std::optional<std::string> trace;
+    std::optional<std::string> report;
     bool explain = false;
     ReplayOptions options;
 };
@@ -60,14 +62,6 @@ private:
     bool const mIsOn;
     int mShown = -1;
 };
-
-/// A result that standard output cannot take beside the text.
-std::string requireFile(std::string const& path) {
-    if (path.empty() || path == "-") {
-        throw std::invalid_argument("expected the name of a file");
-    }
-    return path;
-}
 
 void addOwnOptions(CLI::App& command, ReplayOptions& options) {
     auto const addTo = [](std::vector<int64_t>& times) {
@@ -101,7 +95,7 @@ ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& st
     ReplayObserver::Wishes wishes;
     wishes.shownLevel = arguments.options.logLevel;
     wishes.show = [&streams](std::string const& lines) { streams.err << lines; };
-    wishes.reasons = arguments.explain || arguments.json || arguments.trace;
+    wishes.reasons = arguments.explain || arguments.json || arguments.trace || arguments.report;
     wishes.sections = arguments.trace.has_value();
     return wishes;
 }
@@ -111,6 +105,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     Recording const recording = readRecording(arguments.recording);
     std::optional<AtomicFile> json = openResult(arguments.json);
     std::optional<AtomicFile> trace = openResult(arguments.trace);
+    std::optional<AtomicFile> report = openResult(arguments.report);
 
     auto wishes = wishesOf(arguments, streams);
     std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
@@ -130,6 +125,10 @@ int run(Arguments const& arguments, CliStreams const& streams) {
             {recording, result, observer.explanation(), observer.occupancy(), observer.sections()},
             trace->stream());
         trace->commit();
+    }
+    if (report) {
+        writeHtmlReport(recording, result, observer.explanation(), report->stream());
+        report->commit();
     }
     if (arguments.json == "-") {
         writeJson(result, observer.explanation(), streams.out);
@@ -165,6 +164,10 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         *command, "--trace",
         [arguments](std::string const& text) { arguments->trace = requireFile(text); },
         "Write a trace for ui.perfetto.dev", "FILE");
+    addValue(
+        *command, "--report",
+        [arguments](std::string const& text) { arguments->report = requireFile(text); },
+        "Write a page for a browser", "FILE");
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }

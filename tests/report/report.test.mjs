@@ -1,0 +1,276 @@
+// Opens the pages of ReportPages in Chromium, at two widths and in both colour schemes.
+// Screenshots go to the folder `screenshots` of the working folder.
+
+import assert from 'node:assert/strict';
+import {execFileSync} from 'node:child_process';
+import {mkdirSync, mkdtempSync, readFileSync, rmSync} from 'node:fs';
+import {createRequire} from 'node:module';
+import {tmpdir} from 'node:os';
+import {join, resolve} from 'node:path';
+import {after, before, test} from 'node:test';
+import {pathToFileURL} from 'node:url';
+
+const {chromium} = createRequire(resolve('node_modules/x.js'))('playwright-core');
+
+const WINDOWS = [{width: 1400, height: 900}, {width: 420, height: 800}];
+const SCHEMES = ['light', 'dark'];
+const LOAD_LIMIT_MS = 5000;
+const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+    '--disable-background-networking', '--disable-component-update', '--disable-sync'];
+
+let pages;
+let profile;
+let context;
+
+before(async () => {
+    pages = resolve('pages');
+    mkdirSync(pages, {recursive: true});
+    mkdirSync('screenshots', {recursive: true});
+    execFileSync(process.env.REPORT_PAGES, [pages]);
+    profile = mkdtempSync(join(tmpdir(), 'report-test-'));
+    context = await chromium.launchPersistentContext(profile,
+        {executablePath: process.env.CHROMIUM, args: FLAGS});
+    await context.addInitScript(recordCanvasTexts);
+});
+
+after(async () => {
+    await context?.close();
+    rmSync(profile, {recursive: true, force: true});
+});
+
+// Runs in the page: keeps the places of the texts that stand on each canvas, in its pixels.
+function recordCanvasTexts() {
+    const {prototype} = CanvasRenderingContext2D;
+    const {clearRect, fillText} = prototype;
+    window.canvasTexts = new Map();
+    prototype.clearRect = function (...rect) {
+        window.canvasTexts.set(this.canvas, []);
+        clearRect.apply(this, rect);
+    };
+    prototype.fillText = function (text, x, y, ...rest) {
+        const size = this.measureText(text);
+        const corners = [[-size.actualBoundingBoxLeft, -size.actualBoundingBoxAscent],
+            [size.actualBoundingBoxRight, size.actualBoundingBoxDescent]]
+            .map(([dx, dy]) => this.getTransform().transformPoint({x: x + dx, y: y + dy}));
+        const [xs, ys] = [corners.map((p) => p.x), corners.map((p) => p.y)];
+        window.canvasTexts.get(this.canvas)?.push({text, left: Math.min(...xs), top: Math.min(...ys),
+            right: Math.max(...xs), bottom: Math.max(...ys)});
+        fillText.call(this, text, x, y, ...rest);
+    };
+}
+
+// Runs in the page: pairs of texts that lie over each other, and texts that are cut off.
+function badLabels() {
+    const overlap = (a, b) => a.left < b.right - 1 && b.left < a.right - 1 &&
+        a.top < b.bottom - 1 && b.top < a.bottom - 1;
+    const bad = [];
+    const check = (boxes) => boxes.forEach((a, i) => boxes.slice(i + 1)
+        .filter((b) => overlap(a, b)).forEach((b) => bad.push(`${a.text} over ${b.text}`)));
+    for (const [canvas, texts] of window.canvasTexts) {
+        check(texts);
+        bad.push(...texts.filter((t) => t.left < -1 || t.right > canvas.width + 1)
+            .map((t) => `${t.text} is cut off`));
+    }
+    const boxOf = (element) => {
+        const {left, top, right, bottom} = element.getBoundingClientRect();
+        return {text: element.textContent, left, top, right, bottom};
+    };
+    check([...document.querySelectorAll('.lane-label, .legend li, .legend-line span:not(.swatch), ' +
+        '.tile .label, .tile .value, h2, .tools button, .u-over')].map(boxOf)
+        .filter((box) => box.right > box.left));
+    for (const box of document.querySelectorAll('.tile, .lane-label, button, dd, #histogram')) {
+        if (box.scrollWidth > box.clientWidth && box.clientWidth > 0) {
+            bad.push(`${box.textContent} does not fit`);
+        }
+    }
+    return {bad, drawn: [...window.canvasTexts.values()].flat().length};
+}
+
+async function open(name, size, scheme) {
+    const page = await context.newPage();
+    const problems = [];
+    page.on('console', (message) => problems.push(message.text()));
+    page.on('pageerror', (error) => problems.push(error.stack));
+    const file = pathToFileURL(join(pages, name)).href;
+    page.on('request', (request) => {
+        if (request.url() !== file) {
+            problems.push(`request of ${request.url()}`);
+        }
+    });
+    await page.setViewportSize(size);
+    await page.emulateMedia({colorScheme: scheme});
+    const begin = Date.now();
+    await page.goto(file);
+    await page.evaluate(() => new Promise((done) => {
+        requestAnimationFrame(() => requestAnimationFrame(done));
+    }));
+    return {page, problems, loadMs: Date.now() - begin};
+}
+
+async function checkLayout(page, name) {
+    const widths = await page.evaluate(() => [document.documentElement.scrollWidth, innerWidth]);
+    assert.ok(widths[0] <= widths[1], `${name}: the page is ${widths[0]} of ${widths[1]} px wide`);
+    const {bad, drawn} = await page.evaluate(badLabels);
+    assert.deepEqual(bad, [], name);
+    await page.screenshot({path: `screenshots/${name}.png`, fullPage: true});
+    return drawn;
+}
+
+const inMs = (ns) => (ns / 1e6).toFixed(2).replace('-', '\u2212').replace(/^\u2212(0\.00)$/, '$1');
+
+async function checkSummary(page, {summary, captures}) {
+    const waits = captures.flatMap((c) => c.frames).map((f) => f.waitNs).filter((w) => w !== null);
+    const expected = {
+        answeredCaptures: String(summary.answeredCaptures),
+        atOnce: String(summary.atOnce),
+        waited: String(summary.waited),
+        timedOut: String(summary.timedOut),
+        flushed: String(summary.flushed),
+        'lag.medianNs': inMs(summary.lag.medianNs),
+        'lag.p95Ns': inMs(summary.lag.p95Ns),
+        longestWait: inMs(Math.max(...waits)),
+    };
+    for (const [field, text] of Object.entries(expected)) {
+        assert.equal(await page.textContent(`[data-field="${field}"]`), text, field);
+    }
+}
+
+/// Moves the mouse along a lane and collects what the tooltip says.
+async function sweep(page, lane, step) {
+    await page.locator('#lanes').scrollIntoViewIfNeeded();
+    const plot = await page.locator('#lanes .u-over').boundingBox();
+    const label = await page.locator(`[data-lane="${lane}"]`).boundingBox();
+    const texts = new Set();
+    for (let x = plot.x + 1; x < plot.x + plot.width; x += step) {
+        await page.mouse.move(x, label.y + label.height / 2);
+        const text = await page.evaluate(() => {
+            const box = document.getElementById('tooltip');
+            return box.hidden ? '' : box.textContent;
+        });
+        texts.add(text);
+    }
+    texts.delete('');
+    return [...texts];
+}
+
+function refusals(data) {
+    return data.captures.flatMap((capture) => capture.tries.flatMap((attempt) =>
+        attempt.explanation.candidates.filter((c) => c.verdict === 'refused')
+            .map((c) => ({...c, requestNo: capture.requestNo}))));
+}
+
+for (const name of ['short', 'long']) {
+    for (const size of WINDOWS) {
+        for (const scheme of SCHEMES) {
+            test(`${name}, ${size.width} px, ${scheme}`, async () => {
+                const {page, problems, loadMs} = await open(`${name}.html`, size, scheme);
+                const data = JSON.parse(readFileSync(join(pages, `${name}.json`), 'utf8'));
+                assert.ok(loadMs < LOAD_LIMIT_MS, `the page took ${loadMs} ms`);
+                await checkSummary(page, data);
+                const drawn = await checkLayout(page, `${name}-${size.width}-${scheme}`);
+                assert.ok(drawn > 20, `only ${drawn} labels on the charts`);
+                // Zoomed in, frames carry their numbers.
+                await page.click('[data-do="next"]');
+                await page.waitForTimeout(100);
+                await checkLayout(page, `${name}-${size.width}-${scheme}-capture`);
+                assert.deepEqual(problems, []);
+                await page.close();
+            });
+        }
+    }
+}
+
+test('every refused frame tells its reasons', async () => {
+    const {page} = await open('short.html', WINDOWS[0], 'light');
+    const data = JSON.parse(readFileSync(join(pages, 'short.json'), 'utf8'));
+    const tips = await sweep(page, 'refusals', 4);
+    const refused = refusals(data);
+    assert.ok(new Set(refused.map((c) => c.criterion)).size > 1);
+    for (const candidate of refused) {
+        const tip = tips.find((text) => text.startsWith(`Frame ${candidate.frameNo} refused`));
+        assert.ok(tip, `no tooltip for frame ${candidate.frameNo}`);
+        for (const text of [`capture ${candidate.requestNo}, tr`, candidate.criterion,
+            candidate.wanted, candidate.found]) {
+            assert.ok(tip.includes(text ?? ''), `${text} is missing in: ${tip}`);
+        }
+    }
+    await page.close();
+});
+
+test('frames and captures tell what they are', async () => {
+    const {page} = await open('short.html', WINDOWS[0], 'dark');
+    const frames = await sweep(page, 'frames', 6);
+    assert.equal(frames.length, 25);
+    assert.ok(frames.every((text) => /Time.*Exposure.*Focus.*AF state/.test(text)), frames[0]);
+    assert.ok(frames.some((text) => text.includes('not told')));
+    const captures = await sweep(page, 'captures', 6);
+    assert.ok(captures.some((text) => text.startsWith('Capture 1pressed at 0.120 s')), captures[0]);
+    await page.close();
+});
+
+test('the time line moves by mouse, keys and buttons', async () => {
+    const {page} = await open('long.html', WINDOWS[0], 'light');
+    const range = async () => (await page.textContent('#range')).replaceAll('\u2212', '-')
+        .match(/-?[\d.]+/g).map(Number);
+    const all = await range();
+    const plot = await page.locator('#lanes .u-over').boundingBox();
+    await page.locator('#lanes').scrollIntoViewIfNeeded();
+    const drag = async (from, to) => {
+        const box = await page.locator('#lanes .u-over').boundingBox();
+        await page.mouse.move(box.x + box.width * from, box.y + 20);
+        await page.mouse.down();
+        await page.mouse.move(box.x + box.width * to, box.y + 20, {steps: 5});
+        await page.mouse.up();
+    };
+    assert.ok(plot.width > 1000);
+    await drag(0.25, 0.5);
+    const part = await range();
+    const share = (part[1] - part[0]) / (all[1] - all[0]);
+    assert.ok(Math.abs(share - 0.25) < 0.01, `the drag shows ${share} of all`);
+    await page.keyboard.down('Shift');
+    await drag(0.5, 0.25);
+    await page.keyboard.up('Shift');
+    const moved = await range();
+    assert.ok(Math.abs(moved[0] - part[0] - (part[1] - part[0]) / 4) < 3, `moved to ${moved}`);
+    await page.focus('#lanes');
+    await page.keyboard.press('+');
+    const zoomed = await range();
+    assert.ok(Math.abs((zoomed[1] - zoomed[0]) * 2 - (moved[1] - moved[0])) < 0.01);
+    await page.click('[data-do="all"]');
+    assert.deepEqual(await range(), all);
+    await page.close();
+});
+
+test('a number in the table leads to its capture', async () => {
+    const {page} = await open('short.html', WINDOWS[1], 'light');
+    await page.click('#captures-table button >> nth=1');
+    assert.match(await page.textContent('#details-title'), /^Capture 2:/);
+    const first = page.locator('#details-body details').first();
+    assert.match(await first.textContent(), /refused.*exposure|refused.*time|refused.*focus/);
+    assert.equal(await page.locator('#captures-table tr.selected').count(), 3);
+    await page.close();
+});
+
+for (const size of WINDOWS) {
+    test(`comparison, ${size.width} px`, async () => {
+        const {page, problems} = await open('comparison.html', size, SCHEMES[0]);
+        await checkLayout(page, `comparison-${size.width}`);
+        const rows = await page.locator('#comparison-table tbody tr:has(th[scope=row])').count();
+        assert.equal(rows, 7);
+        const text = await page.textContent('#comparison-table');
+        for (const part of ['multiframe', 'recordings/long.csv', '--fail-if p95_lag_ms>50',
+            'missing.csv: cannot be opened']) {
+            assert.ok(text.includes(part), part);
+        }
+        assert.deepEqual(problems, []);
+        await page.close();
+    });
+}
+
+test('without scripts the numbers are there', async () => {
+    const browser = await chromium.launch({executablePath: process.env.CHROMIUM, args: FLAGS});
+    const page = await (await browser.newContext({javaScriptEnabled: false})).newPage();
+    await page.goto(pathToFileURL(join(pages, 'short.html')).href);
+    assert.match(await page.innerText('body'), /5 of 5 captures answered, the ledger balances/);
+    await browser.close();
+});

@@ -1,0 +1,76 @@
+import {byId, definitions, element, show} from './dom.js';
+import {counted, ms, number, seconds, whole} from './format.js';
+
+const STATES = {afMode: 'AF mode', afState: 'AF state', lensState: 'lens state',
+    aeStable: 'AE stable', frameSync: 'frame sync', sensorId: 'sensor id', sensorMode: 'sensor mode'};
+
+function missingText(missing) {
+    return Object.entries(STATES)
+        .filter(([key]) => missing[key] > 0)
+        .map(([key, name]) => `${name} in ${counted(missing[key], 'frame', 'frames')}`)
+        .join(', ');
+}
+
+function recordingFacts(recording) {
+    const gaps = recording.gaps === 0 ? 'none'
+        : `${whole(recording.gaps)}, up to ${ms(recording.largestGapNs)} ms`;
+    return definitions([
+        ['File', recording.path],
+        ['Frames', whole(recording.frames)],
+        ['Length', `${seconds(recording.lengthNs)} s`],
+        ['Rate', `${number(recording.framesPerSecond, 2)} frames/s`],
+        ['Interval', `median ${ms(recording.medianIntervalNs)} ms, from ` +
+            `${ms(recording.minIntervalNs)} to ${ms(recording.maxIntervalNs)} ms`],
+        ['Jitter', `${ms(recording.jitterNs)} ms`],
+        ['Gaps', gaps],
+        ['Missing states', missingText(recording.missingStates)],
+        ['Unusable images', recording.framesWithError > 0 ? whole(recording.framesWithError) : ''],
+        ['Notes', recording.notes.join('; ')],
+    ]);
+}
+
+function settings(options) {
+    const delay = (ns, fallback) => (ns === null ? fallback : `${ms(ns)} ms`);
+    const times = (list) => list.map((ns) => `${seconds(ns)} s`).join(', ');
+    const properties = Object.entries(options.properties).map(([key, value]) => `${key}=${value}`);
+    return definitions([
+        ['Policy', options.policy],
+        ['Time-out', options.timeoutMs === null ? '' : `${whole(options.timeoutMs)} ms`],
+        ['Frames per capture', whole(options.framesPerCapture)],
+        ['History', counted(options.historyFrames, 'frame', 'frames')],
+        ['ZSL offset', `${whole(options.offsetMs)} ms`],
+        ['Frame sync', options.frameSync ? 'wanted' : ''],
+        ['Delivery delay', delay(options.deliveryDelayNs, 'the frame\u2019s duration')],
+        ['Reprocessing', delay(options.reprocessDelayNs, 'the median interval')],
+        ['Flushes', times(options.flushAtNs)],
+        ['Properties', properties.join(' ')],
+    ]);
+}
+
+function ledgerFacts(replay) {
+    const {ledger, summary} = replay;
+    const out = ledger.withProcessor + ledger.withFrameBuilder;
+    return definitions([
+        ['Handed out', whole(ledger.handedOut)],
+        ['Given back', `${whole(ledger.returned)} returned, ${whole(ledger.consumed)} consumed, ` +
+            `${whole(ledger.released)} released`],
+        ['Still out', whole(out)],
+        ['Lost', whole(ledger.lost)],
+        ['Longest held', `${ms(ledger.longestHeldNs)} ms`],
+        ['Left the history', `${counted(summary.droppedFrames, 'frame', 'frames')} unused`],
+        ['Error lines', whole(summary.logErrorLines)],
+    ]);
+}
+
+const titled = (title, body) => element('div', {}, element('h3', {}, title), body);
+
+export function showFacts(replay) {
+    byId('facts-body').replaceChildren(
+        titled('Recording', recordingFacts(replay.recording)),
+        element('div', {}, titled('Replay', settings(replay.options)),
+            titled('Buffer sets', ledgerFacts(replay))));
+    byId('dumps').replaceChildren(...replay.dumps.map((dump) => element('details', {},
+        element('summary', {}, `Dump at ${seconds(dump.timeNs)} s`),
+        element('pre', {}, dump.lines.join('\n')))));
+    show('facts');
+}

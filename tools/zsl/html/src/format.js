@@ -1,0 +1,45 @@
+const NONE = '\u2013';
+const MINUS = '\u2212';
+
+function fixed(value, decimals) {
+    const text = Math.abs(value).toFixed(decimals);
+    return value < 0 && Number(text) !== 0 ? MINUS + text : text;
+}
+
+const isMissing = (value) => value === null || value === undefined;
+
+export const ms = (ns) => (isMissing(ns) ? NONE : fixed(ns / 1e6, 2));
+export const seconds = (ns) => (isMissing(ns) ? NONE : fixed(ns / 1e9, 3));
+export const number = (value, decimals) => (isMissing(value) ? NONE : fixed(value, decimals));
+export const orNone = (value) => (isMissing(value) || value === '' ? NONE : String(value));
+export const whole = (value) => (isMissing(value) ? NONE : value.toLocaleString('en-US'));
+
+export function counted(count, one, many) {
+    return `${whole(count)} ${count === 1 ? one : many}`;
+}
+
+/// Labels of an axis, with as many decimals as the step between them needs.
+export function axisLabels(values) {
+    const step = values.length > 1 ? Math.abs(values[1] - values[0]) : 1;
+    const decimals = Math.min(6, Math.max(0, Math.ceil(-Math.log10(step) - 1e-6)));
+    const isHalf = Math.abs(step * 10 ** decimals % 1) > 1e-6;
+    return values.map((value) => fixed(value, isHalf ? decimals + 1 : decimals));
+}
+
+export const OUTCOMES = ['at once', 'waited', 'timed out', 'flushed', 'unanswered'];
+export const toneOf = (served) => served.replace(' ', '-');
+
+const AF_MODES = ['off', 'auto', 'macro', 'continuous video', 'continuous picture', 'EDOF'];
+const AF_STATES = ['inactive', 'passive scan', 'passive focused', 'active scan', 'focused, locked',
+    'not focused, locked', 'passive unfocused'];
+const LENS_STATES = ['stationary', 'moving'];
+
+const named = (names, value) => (isMissing(value) ? 'not told' : names[value] ?? String(value));
+export const afMode = (value) => named(AF_MODES, value);
+export const afState = (value) => named(AF_STATES, value);
+export const lensState = (value) => named(LENS_STATES, value);
+
+/// `from` to `to` with the decimals that tell them apart.
+export function fixedRange(from, to) {
+    return axisLabels([from, to]).join(' to ');
+}

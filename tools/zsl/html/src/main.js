@@ -1,0 +1,77 @@
+import {CaptureTable} from './captures.js';
+import {showComparison} from './comparison.js';
+import {showDetails} from './details.js';
+import {showDistribution} from './distribution.js';
+import {byId} from './dom.js';
+import {showFacts} from './facts.js';
+import {counted, number, seconds} from './format.js';
+import {makeModel} from './model.js';
+import {showRefusals} from './refusals.js';
+import {showSummary} from './summary.js';
+import {Timeline} from './timeline/timeline.js';
+
+function setHead(kicker, title, lead) {
+    byId('kicker').textContent = kicker;
+    byId('title').textContent = title;
+    byId('lead').textContent = lead;
+}
+
+const baseName = (path) => path.split('/').pop() || path;
+
+/// The capture that somebody most likely wants to know about.
+function mostTelling(captures) {
+    return captures.find((capture) => capture.served !== 'at once') ??
+        captures.find(({tries}) => tries.some(({explanation}) => explanation?.candidates.some(
+            (candidate) => candidate.verdict === 'refused'))) ?? captures[0];
+}
+
+function showReplay(data) {
+    const model = makeModel(data);
+    const {recording, options} = data.replay;
+    setHead('Zero shutter lag \u00b7 replay', baseName(recording.path),
+        `${counted(recording.frames, 'frame', 'frames')} in ${seconds(recording.lengthNs)} s at ` +
+        `${number(recording.framesPerSecond, 2)} frames/s \u00b7 policy ${options.policy} \u00b7 ` +
+        `${counted(model.captures.length, 'capture', 'captures')} of ` +
+        `${counted(options.framesPerCapture, 'frame', 'frames')} \u00b7 ZSL offset ` +
+        `${options.offsetMs} ms`);
+    showSummary(model);
+    let table = null;
+    const timeline = new Timeline(model, (capture, mayMove) => select(capture, mayMove));
+    function select(capture, mayMove = true) {
+        table.select(capture);
+        timeline.select(capture, mayMove);
+        showDetails(model, capture);
+    }
+    table = new CaptureTable(model, (capture) => {
+        select(capture);
+        byId('lanes').focus({preventScroll: true});
+        byId('timeline').scrollIntoView({block: 'start'});
+    });
+    if (model.captures.length > 0) {
+        select(mostTelling(model.captures), false);
+    }
+    showDistribution(model);
+    showRefusals(model);
+    showFacts(data.replay);
+}
+
+function main() {
+    const data = JSON.parse(byId('data').textContent);
+    byId('main').hidden = false;
+    if (data.replay) {
+        showReplay(data);
+    } else {
+        const rows = data.comparison;
+        const recordings = new Set(rows.map((row) => row.recording)).size;
+        setHead('Zero shutter lag \u00b7 comparison', 'Comparison of policies',
+            `${counted(rows.length, 'run', 'runs')} over ` +
+            counted(recordings, 'recording', 'recordings'));
+    }
+    if (data.comparison?.length > 0) {
+        showComparison(data.comparison);
+    }
+    byId('footer').textContent = `Written by zsl ${data.version}. ` +
+        'Lag: from the press to the start of exposure of the frame that was chosen.';
+}
+
+main();

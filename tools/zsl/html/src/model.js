@@ -1,0 +1,106 @@
+import {Frames} from './frames.js';
+
+const MAX_ROWS = 5;
+
+/// The worst of them stands for the capture.
+function worst(outcomes) {
+    const order = ['unanswered', 'timed out', 'flushed', 'waited', 'at once'];
+    return order.find((outcome) => outcomes.includes(outcome)) ?? 'unanswered';
+}
+
+function captureOf(capture, originNs) {
+    const waits = capture.frames.map((frame) => frame.waitNs);
+    return {
+        ...capture,
+        press: (capture.pressNs - originNs) / 1e9,
+        served: worst(capture.frames.map((frame) => frame.served)),
+        waitNs: waits.includes(null) ? null : Math.max(...waits),
+    };
+}
+
+/// Everything that is not plainly taken, by what the time line shows of it: each mark is a frame
+/// with all verdicts of that kind on it.
+function marksOf(captures, frames, verdicts) {
+    const byFrame = new Map();
+    for (const capture of captures) {
+        capture.tries.forEach((attempt, i) => {
+            for (const candidate of attempt.explanation?.candidates ?? []) {
+                const index = frames.indexOf(candidate.frameNo);
+                if (!verdicts.includes(candidate.verdict) || index === undefined) {
+                    continue;
+                }
+                const mark = byFrame.get(index) ?? {index, time: frames.times[index], verdicts: []};
+                mark.verdicts.push({capture, attempt: i + 1, candidate});
+                byFrame.set(index, mark);
+            }
+        });
+    }
+    return [...byFrame.values()].sort((a, b) => a.time - b.time);
+}
+
+function choicesOf(captures) {
+    const choices = [];
+    for (const capture of captures) {
+        for (const frame of capture.frames) {
+            if (frame.historyFrame !== null && frame.lagNs !== null) {
+                choices.push({time: capture.press + frame.lagNs / 1e9, capture, frame});
+            }
+        }
+    }
+    return choices.sort((a, b) => a.time - b.time);
+}
+
+/// Gives each capture a row that is free from its press to its last answer, the last one if none
+/// is; gives the number of rows.
+function placeBars(captures) {
+    const ends = [];
+    for (const capture of captures) {
+        let row = ends.findIndex((end) => end < capture.press);
+        if (row < 0) {
+            row = Math.min(ends.length, MAX_ROWS - 1);
+        }
+        capture.row = row;
+        ends[row] = Math.max(ends[row] ?? 0, capture.end);
+    }
+    return Math.max(1, ends.length);
+}
+
+function lastInstant(frames, captures, replay, originNs) {
+    let last = frames.times[frames.count - 1] ?? 0;
+    for (const capture of captures) {
+        last = Math.max(last, capture.press + (capture.waitNs ?? 0) / 1e9);
+        for (const frame of capture.frames) {
+            last = Math.max(last, ((frame.resultNs ?? originNs) - originNs) / 1e9);
+        }
+    }
+    return last;
+}
+
+/// What the page shows of a replay. Times are in s from the first frame.
+export function makeModel(data) {
+    const {replay} = data;
+    const originNs = replay.recording.firstTimestampNs;
+    const frames = new Frames(data.sensor);
+    const captures = replay.captures
+        .map((capture) => captureOf(capture, originNs))
+        .sort((a, b) => a.press - b.press);
+    const end = lastInstant(frames, captures, replay, originNs);
+    captures.forEach((capture, i) => {
+        capture.index = i;
+        capture.end = capture.waitNs === null ? end : capture.press + capture.waitNs / 1e9;
+    });
+    const rows = placeBars(captures);
+    return {
+        frames,
+        captures,
+        hasReasons: captures.some(({tries}) => tries.some(({explanation}) => explanation)),
+        choices: choicesOf(captures),
+        refusals: marksOf(captures, frames, ['refused']),
+        kept: marksOf(captures, frames, ['parked', 'locked']),
+        interval: replay.recording.medianIntervalNs / 1e9,
+        end,
+        rows,
+        flushes: replay.options.flushAtNs.map((ns) => ns / 1e9),
+        replay,
+    };
+}

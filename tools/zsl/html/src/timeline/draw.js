@@ -1,0 +1,251 @@
+import {FONT} from '../chart.js';
+import {toneOf} from '../format.js';
+import {theme} from '../theme.js';
+import {BAR_HEIGHT, barY, PRESS_SIZE, pressY} from './lanes.js';
+
+const MAX_CONNECTORS = 300;
+const MIN_FRAME_WIDTH = 3;
+const RANK = {settled: 0, unknown: 1, moving: 2};
+
+/// Draws the lanes on a chart, in CSS pixels from the plot's corner.
+class LaneDrawing {
+    constructor(chart, model, lanes, selected) {
+        this.chart = chart;
+        this.ctx = chart.ctx;
+        this.model = model;
+        this.lanes = Object.fromEntries(lanes.map((lane) => [lane.name, lane]));
+        this.selected = selected;
+        this.width = chart.bbox.width / devicePixelRatio;
+        this.height = chart.bbox.height / devicePixelRatio;
+        this.from = chart.scales.x.min;
+        this.to = chart.scales.x.max;
+        this.scale = this.width / (this.to - this.from);
+    }
+
+    draw() {
+        const {ctx, chart} = this;
+        ctx.save();
+        ctx.beginPath();
+        ctx.rect(chart.bbox.left, chart.bbox.top, chart.bbox.width, chart.bbox.height);
+        ctx.clip();
+        ctx.translate(chart.bbox.left, chart.bbox.top);
+        ctx.scale(devicePixelRatio, devicePixelRatio);
+        ctx.font = FONT;
+        ctx.textBaseline = 'middle';
+        ctx.textAlign = 'left';
+        this.drawSelection();
+        this.drawFlushes();
+        this.drawStrip(this.lanes.focus, (i) => this.model.frames.focus(i));
+        this.drawStrip(this.lanes.exposure, (i) => this.model.frames.exposure(i));
+        this.drawFrames();
+        this.drawConnectors();
+        this.drawCaptures();
+        this.drawChoices();
+        this.drawMarks(this.lanes.refusals, this.model.refusals, (x, y) => this.cross(x, y));
+        this.drawMarks(this.lanes.kept, this.model.kept, (x, y) => this.diamond(x, y));
+        ctx.restore();
+    }
+
+    x(time) {
+        return (time - this.from) * this.scale;
+    }
+
+    isVisible(begin, end = begin) {
+        const margin = 10 / this.scale;
+        return end >= this.from - margin && begin <= this.to + margin;
+    }
+
+    drawSelection() {
+        if (this.selected) {
+            this.ctx.fillStyle = theme().grid;
+            this.ctx.fillRect(this.x(this.selected.press) - 1, 0, 2, this.height);
+        }
+    }
+
+    drawFlushes() {
+        const {ctx} = this;
+        ctx.strokeStyle = theme().flushed;
+        ctx.setLineDash([4, 4]);
+        for (const time of this.model.flushes.filter((t) => this.isVisible(t))) {
+            ctx.beginPath();
+            ctx.moveTo(this.x(time), 0);
+            ctx.lineTo(this.x(time), this.height);
+            ctx.stroke();
+        }
+        ctx.setLineDash([]);
+    }
+
+    /// The frames in sight, with the time that each stands for: until the next, but no longer than
+    /// an interval, so that gaps stay empty.
+    * visibleFrames() {
+        const {frames, interval} = this.model;
+        const last = frames.atOrAfter(this.to);
+        for (let i = Math.max(0, frames.atOrAfter(this.from) - 1); i < last; ++i) {
+            const next = i + 1 < frames.count ? frames.times[i + 1] : Infinity;
+            yield [i, frames.times[i], Math.min(next, frames.times[i] + interval * 1.25)];
+        }
+    }
+
+    /// A strip of states. Where many frames share a pixel, the worst of them shows.
+    drawStrip(lane, stateOf) {
+        const runs = [];
+        for (const [i, begin, end] of this.visibleFrames()) {
+            const state = stateOf(i);
+            const last = runs[runs.length - 1];
+            let left = Math.round(this.x(begin));
+            const right = Math.max(Math.round(this.x(end)), left + 1);
+            if (last && left < last.right) {
+                if (RANK[state] > RANK[last.state]) {
+                    last.right = left;
+                } else {
+                    left = last.right;
+                }
+            }
+            if (last && last.state === state && left <= last.right) {
+                last.right = Math.max(last.right, right);
+            } else if (left < right) {
+                runs.push({state, left, right});
+            }
+        }
+        for (const {state, left, right} of runs) {
+            this.ctx.fillStyle = theme()[state];
+            this.ctx.fillRect(left, lane.top, right - left, lane.height);
+        }
+    }
+
+    drawFrames() {
+        const {frames, interval} = this.model;
+        const lane = this.lanes.frames;
+        const isDense = interval * this.scale < MIN_FRAME_WIDTH;
+        const hasLabels = interval * this.scale > this.ctx.measureText('0000000').width;
+        const height = hasLabels ? lane.height - 15 : lane.height;
+        // Unusable ones come last, so that their neighbours do not hide them.
+        for (const isError of [false, true]) {
+            this.ctx.fillStyle = isError ? theme().error : theme().frame;
+            for (const [i, begin, end] of this.visibleFrames()) {
+                if (frames.get('hasError', i) === isError) {
+                    const left = this.x(begin);
+                    const room = this.x(end) - left;
+                    const exposure = frames.get('exposureNs', i) / 1e9 * this.scale;
+                    const width = isDense ? room : Math.min(exposure, room - 1);
+                    this.ctx.fillRect(left, lane.top, Math.max(width, isDense && !isError ? 0 : 2), height);
+                }
+            }
+        }
+        if (hasLabels) {
+            this.drawFrameNumbers(lane.top + lane.height - 6);
+        }
+    }
+
+    drawFrameNumbers(y) {
+        this.ctx.fillStyle = theme().muted;
+        for (const [i, begin] of this.visibleFrames()) {
+            const text = String(this.model.frames.get('frameNo', i));
+            const left = this.x(begin);
+            if (left >= 0 && left + this.ctx.measureText(text).width <= this.width) {
+                this.ctx.fillText(text, left, y);
+            }
+        }
+    }
+
+    drawConnectors() {
+        const visible = this.model.choices.filter(({time, capture}) =>
+            this.isVisible(Math.min(time, capture.press), Math.max(time, capture.press)));
+        if (visible.length > MAX_CONNECTORS) {
+            return;
+        }
+        const {ctx} = this;
+        ctx.lineWidth = 1;
+        for (const {time, capture, frame} of visible) {
+            ctx.strokeStyle = theme()[toneOf(frame.served)];
+            ctx.beginPath();
+            ctx.moveTo(this.x(capture.press), pressY(this.lanes.captures));
+            ctx.lineTo(this.x(time), this.lanes.choices.middle);
+            ctx.stroke();
+        }
+    }
+
+    drawCaptures() {
+        const lane = this.lanes.captures;
+        let labelEnd = 0;
+        for (const capture of this.model.captures) {
+            const {end} = capture;
+            if (!this.isVisible(capture.press, end)) {
+                continue;
+            }
+            this.ctx.fillStyle = theme()[toneOf(capture.served)];
+            const x = this.x(capture.press);
+            this.ctx.fillRect(x, barY(lane, capture.row), this.x(end) - x, BAR_HEIGHT);
+            this.triangle(x, pressY(lane));
+            labelEnd = this.drawNumber(capture, x, lane.top + 7, labelEnd);
+        }
+    }
+
+    /// Leaves a number out where it would not be readable; gives where the last one ends.
+    drawNumber(capture, x, y, labelEnd) {
+        const text = String(capture.requestNo);
+        const width = this.ctx.measureText(text).width;
+        const left = Math.max(1, Math.min(x - width / 2, this.width - width - 1));
+        if (left < labelEnd || x < 0 || x > this.width) {
+            return labelEnd;
+        }
+        this.ctx.fillStyle = capture === this.selected ? theme().accent : theme().ink;
+        this.ctx.fillText(text, left, y);
+        return left + width + 6;
+    }
+
+    drawChoices() {
+        for (const {time, frame} of this.model.choices) {
+            if (this.isVisible(time)) {
+                this.ctx.fillStyle = theme()[toneOf(frame.served)];
+                this.ctx.beginPath();
+                this.ctx.arc(this.x(time), this.lanes.choices.middle, 5, 0, 2 * Math.PI);
+                this.ctx.fill();
+            }
+        }
+    }
+
+    drawMarks(lane, marks, drawMark) {
+        if (!lane) {
+            return;
+        }
+        this.ctx.strokeStyle = theme().refused;
+        this.ctx.lineWidth = 2;
+        this.ctx.beginPath();
+        for (const {time} of marks) {
+            if (this.isVisible(time)) {
+                drawMark(this.x(time), lane.middle);
+            }
+        }
+        this.ctx.stroke();
+    }
+
+    triangle(x, y) {
+        this.ctx.beginPath();
+        this.ctx.moveTo(x - PRESS_SIZE, y - PRESS_SIZE);
+        this.ctx.lineTo(x + PRESS_SIZE, y - PRESS_SIZE);
+        this.ctx.lineTo(x, y + PRESS_SIZE);
+        this.ctx.fill();
+    }
+
+    cross(x, y) {
+        const {ctx} = this;
+        ctx.moveTo(x - 4, y - 4);
+        ctx.lineTo(x + 4, y + 4);
+        ctx.moveTo(x + 4, y - 4);
+        ctx.lineTo(x - 4, y + 4);
+    }
+
+    diamond(x, y) {
+        const {ctx} = this;
+        ctx.moveTo(x, y - 5);
+        ctx.lineTo(x + 5, y);
+        ctx.lineTo(x, y + 5);
+        ctx.lineTo(x - 5, y);
+        ctx.closePath();
+    }
+}
+
+export function drawLanes(chart, model, lanes, selected) {
+    new LaneDrawing(chart, model, lanes, selected).draw();
+}
