@@ -47,32 +47,6 @@ TEST_F(ZslTest, PartlyServedCaptureKeepsTheRestPending) {
     EXPECT_EQ(1U, callback->results.size());
 }
 
-/// The success line of a walk names the capture at the served position after it was taken out.
-TEST_F(ZslTest, RemovalLineNamesThePositionInTheQueue) {
-    struct {
-        uint32_t pending, served, named;
-    } const cases[] = {{1, 0, 0}, {2, 0, 0}, {2, 1, 1}, {3, 1, 1}, {3, 2, 2},
-                       {4, 0, 0}, {4, 1, 1}, {4, 2, 3}, {4, 3, 3}, {6, 3, 4}};
-    for (auto const& c : cases) {
-        bool arrived = false;
-        for (uint32_t i = 0; i < c.pending; ++i) {
-            auto wanted = capture(10 + i);
-            wanted.by(std::make_shared<ScriptedSelector>([&arrived, mine = i == c.served](auto&) {
-                return arrived && mine ? choose({{0, NO_FRAME}}) : Answer();
-            }));
-            ASSERT_EQ("", submit(wanted));
-        }
-        arrived = true;
-        EXPECT_EQ("[" + std::to_string(10 + c.served) + ".0=none]", retry());
-        EXPECT_EQ("[processZslPendingRequest] [requestNo:99]: success. (reqNo:" +
-                      std::to_string(10 + c.named) +
-                      ", selected:#1, tuning:#0) => remove from pending (#" +
-                      std::to_string(c.pending - 1) + ")",
-                  line("]: success. "));
-        flush();
-    }
-}
-
 TEST_F(ZslTest, DummyFramesAreLeftOut) {
     push({11, 12});
     auto mixed = captureOf(5, {FRAME_TYPE_MAIN, FRAME_TYPE_PREDUMMY, FRAME_TYPE_SUB,

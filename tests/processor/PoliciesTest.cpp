@@ -15,12 +15,6 @@ std::vector<SensorFrame> of(Frames... frames) {
 SensorFrame unstable(uint32_t n) {
     return SensorFrame(n).tag(HAL, ZEB_3A_AE_SOFT_STABLE, 0);
 }
-SensorFrame otherMode(uint32_t n) {
-    return SensorFrame(n).tag(HAL, ZEB_P1NODE_SENSOR_MODE, 1);
-}
-SensorFrame unsynced(uint32_t n) {
-    return SensorFrame(n).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(7));
-}
 SensorFrame unfocused(uint32_t n) {
     SensorFrame frame(n);
     frame.metas[APP].clear();
@@ -64,17 +58,12 @@ Choice const CHOICES[] = {
      "zslReqNo(5) durationMs(0) #select(2/2)"},
     {"DefaultNeverOffersARefusedFrameAgain", DEFAULT, 2, 0, of(imageless(20), 21), "[5.0=F21]",
      "[DefaultSelector] hbs[F20] containsRequiredStreamBuffer X", "#select(1/2)"},
-    {"DefaultGoesByFrameNumber", DEFAULT, 1, 0, of(SensorFrame(3).at(9), SensorFrame(4).at(1)),
-     "[5.0=F3]", ""},
     {"CShotTakesFramesBeforeTheShutter", CSHOT, 2, 100, of(5, 6, 7), "[5.0=F5 5.1=F6]",
      "[select] [CShotSelector] zslReqNo(5) hbs[F5] O => select"},
     {"CShotLooksAtStructureOnly", CSHOT, 2, 0, of(unstable(5), unfocused(6)), "[5.0=F5 5.1=F6]",
      "[CShotSelector] zslReqNo(5) durationMs(0) #select(2/2)"},
     {"CShotChecksStreams", CSHOT, 1, 0, of(imageless(5)), "",
      "[operator()] [CShotSelector] hbs[F5] containsRequiredStreamBuffer X",
-     "[select] [CShotSelector] zslReqNo(5) hbs[F5] X"},
-    {"CShotNamesTheDefaultSelector", CSHOT, 1, 0, of(otherMode(5), 6), "[5.0=F6]",
-     "[operator()] [DefaultSelector] hbs[F5] containRequiredSensorMode X",
      "[select] [CShotSelector] zslReqNo(5) hbs[F5] X"},
     {"MultiframeEndsAtTheShutter", MULTIFRAME, 3, 5, of(1, 2, 3, 4, 5, 6), "[5.0=F3 5.1=F4 5.2=F5]",
      "frameSize(3) zsdIdx(4)/shutterDelay(0ms) startIdx(2)/shutterDelay(-2ms)",
@@ -88,12 +77,9 @@ Choice const CHOICES[] = {
      "[5.0=F2 5.1=F3 5.2=F4]", "[select] [MultiframeSelector] future ts, use latest"},
     {"MultiframeStartsAtTheOldest", MULTIFRAME, 4, 2, of(1, 2, 3, 4, 5),
      "[5.0=F1 5.1=F2 5.2=F3 5.3=F4]", "zsdIdx(1)/shutterDelay(0ms) startIdx(0)"},
-    {"MultiframeNamesTheDefaultSelector", MULTIFRAME, 1, 1, of(otherMode(1), 2), "[5.0=F2]",
-     "[operator()] [DefaultSelector] hbs[F1] containRequiredSensorMode X"},
     {"MultiframeChecksStreamsAndExposure", MULTIFRAME, 1, 1, of(imageless(1), unstable(2), 3),
      "[5.0=F3]", "[operator()] [MultiframeSelector] hbs[F1] containsRequiredStreamBuffer X",
      "[operator()] [MultiframeSelector] hbs[F2] isAESoftStable X"},
-    {"MultiframeSyncNotAsked", MULTIFRAME, 1, 1, of(unsynced(1)), "[5.0=F1]", ""},
     {"MultiframeOverNoHistory",
      MULTIFRAME,
      3,
@@ -105,7 +91,7 @@ Choice const CHOICES[] = {
 INSTANTIATE_TEST_SUITE_P(Policies, PolicyTest, ::testing::ValuesIn(CHOICES), caseName);
 
 TEST_F(ZslTest, MultiframeAsksForSyncWhenWanted) {
-    push({unsynced(1), 2});
+    push({SensorFrame(1).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(7)), 2});
     auto wanted = capture(5).policy(MULTIFRAME, 3000);
     wanted.params.needFrameSync = true;
     EXPECT_EQ("[5.0=F2]", submit(wanted));
@@ -116,7 +102,6 @@ TEST_F(ZslTest, SelectorIsChosenByRequestThenByPolicyWord) {
     std::tuple<std::optional<uint32_t>, bool, std::string> const cases[] = {
         {std::nullopt, false, "DefaultSelector"},
         {CSHOT, false, "CShotSelector"},
-        {DEFAULT, false, "DefaultSelector"},
         {MULTIFRAME, false, "MultiframeSelector"},
         {0x20001, false, "MultiframeSelector"},
         {0xfffdffff, false, "DefaultSelector"},

@@ -33,16 +33,6 @@ TEST_F(ZslTest, EarlyShuttersNeverCarryOneTimeTwice) {
     leavesPending = true;
 }
 
-TEST_F(ZslTest, RequestThatWaitsTwiceKeepsItsFirstShutter) {
-    auto second = capture(5);
-    submit(capture(5));
-    submit(second);
-    EXPECT_EQ((Shutters{{5, SHUTTER + 1000}, {5, SHUTTER + 2000}}), callback->shutters());
-    push({11, 12});
-    EXPECT_EQ("[5.0=F11][5.0=F12]", retry());
-    EXPECT_EQ(SHUTTER + 1000, second.frames[0]->timestamp());
-}
-
 TEST_F(ZslTest, WithoutCallbackThereIsNoShutter) {
     callback.clear();
     auto waiting = capture(5);

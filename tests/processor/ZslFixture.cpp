@@ -147,12 +147,6 @@ std::vector<std::pair<uint32_t, int64_t>> RecordingCallback::shutters() const {
     return shutters;
 }
 
-void RecordingTrace::beginSection(char const* name) {
-    ++depth;
-    std::lock_guard const guard(lock);
-    names.emplace_back(name);
-}
-
 ZslTest::ZslTest() {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     platform::setTraceSink(&trace, CAMERA_TRACE_TAG);

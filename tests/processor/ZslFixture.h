@@ -135,13 +135,12 @@ public:
     std::function<void()> onUpdate;
 };
 
-class RecordingTrace final : public platform::ITraceSink {
+/// Sections that are open.
+class CountingTrace final : public platform::ITraceSink {
 public:
-    void beginSection(char const* name) override;
+    void beginSection(char const*) override { ++depth; }
     void endSection() override { --depth; }
     std::atomic<int> depth = 0;
-    std::mutex lock;
-    std::vector<std::string> names;
 };
 
 class LinePrinter final : public android::Printer {
@@ -187,7 +186,7 @@ protected:
     [[noreturn]] void runAndExit(std::function<void()> const& body);
 
     platform::VirtualClock clock{{.bootTimeNs = SHUTTER, .monotonicNs = MONOTONIC}};
-    RecordingTrace trace;
+    CountingTrace trace;
     std::vector<LogLine> log;
     std::optional<LogCapture> logCapture;
     std::shared_ptr<HistoryProvider> history = std::make_shared<HistoryProvider>(16);

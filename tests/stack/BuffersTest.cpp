@@ -3,9 +3,7 @@
 #include <host/FrameBuilder.h>
 #include <pipeline/IFrameBuilder.h>
 
-#include <atomic>
 #include <thread>
-#include <vector>
 
 #include "stack/StackFixture.h"
 
@@ -14,8 +12,6 @@ namespace {
 
 using host::FrameBuilder;
 using host::MetaStreamBuffer;
-using NSCam::v3::Utils::HalMetaStreamBuffer;
-using NSCam::v3::Utils::UsersManager;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -55,18 +51,6 @@ TEST_F(MetaLockTest, ManyReadersOrOneWriter) {
     }
 }
 
-TEST_F(MetaLockTest, CanBeMadeUnobtainable) {
-    buffer->setLockable(false);
-    EXPECT_EQ(buffer->tryReadLock("a"), nullptr);
-    EXPECT_EQ(buffer->tryWriteLock("a"), nullptr);
-    buffer->setLockable(true);
-    auto* const metadata = buffer->tryWriteLock("a");
-    ASSERT_NE(metadata, nullptr);
-    *metadata = metadataOf(7);
-    buffer->unlock("a", metadata);
-    EXPECT_EQ(valueOf(buffer->snapshot()), 7);
-}
-
 TEST_F(MetaLockTest, TellsOfEveryMisuse) {
     IMetadata foreign;
     auto* const metadata = buffer->tryReadLock("a");
@@ -84,106 +68,20 @@ TEST_F(MetaLockTest, TellsOfEveryMisuse) {
     MetaStreamBuffer::forgetLockErrors();
 }
 
-TEST_F(MetaLockTest, AWriterIsAloneAmongThreads) {
-    constexpr int THREADS = 4;
-    constexpr int ROUNDS = 2000;
-    std::atomic<int> readers{0};
-    std::atomic<int> violations{0};
-    int32_t writes = 0;  // guarded by the write lock
-    std::vector<std::thread> threads;
-    for (int t = 0; t < THREADS; ++t) {
-        threads.emplace_back([&, t] {
-            for (int done = 0; done < ROUNDS;) {
-                bool const isWriter = (done + t) % 3 == 0;
-                auto* const metadata =
-                    isWriter ? buffer->tryWriteLock("writer") : buffer->tryReadLock("reader");
-                if (metadata == nullptr) {
-                    std::this_thread::yield();
-                    continue;
-                }
-                ++done;
-                if (isWriter) {
-                    violations += readers != 0;
-                    *metadata = metadataOf(++writes);
-                } else {
-                    ++readers;
-                    violations += valueOf(*metadata) != (writes == 0 ? 42 : writes);
-                    --readers;
-                }
-                buffer->unlock(isWriter ? "writer" : "reader", metadata);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(violations, 0);
-    EXPECT_EQ(valueOf(buffer->snapshot()), writes);
-}
-
-TEST(HalMetaAllocatorTest, MakesBuffersOfTheStreamOnly) {
-    android::sp<host::MetaStreamInfo> const info = new host::MetaStreamInfo(9, "nine");
-    HalMetaStreamBuffer::Allocator const allocator(info);
-    auto const empty = allocator();
-    auto const filled = allocator(metadataOf(3));
-    ASSERT_NE(empty, nullptr);
-    ASSERT_NE(filled, nullptr);
-    EXPECT_EQ(filled->getStreamInfo(), info.get());
-    auto& host = dynamic_cast<MetaStreamBuffer&>(*filled);
-    EXPECT_EQ(valueOf(host.snapshot()), 3);
-    EXPECT_TRUE(dynamic_cast<MetaStreamBuffer&>(*empty).snapshot().isEmpty());
-    EXPECT_FALSE(host.isFinished());
-    filled->finishUserSetup();
-    EXPECT_TRUE(host.isFinished());
-    EXPECT_EQ(HalMetaStreamBuffer::Allocator(nullptr)(metadataOf(3)), nullptr);
-}
-
-TEST(ImageBufferTest, ResetForgetsTheUsersAndKeepsTheContent) {
-    auto const image = imageBuffer(1);
-    android::sp<UsersManager> const users = new UsersManager(1, "image1");
-    size_t const a = users->enqueUser("a");
-    size_t const b = users->enqueUser("b");
-    EXPECT_TRUE(users->markReleased(a));
-    EXPECT_FALSE(users->markReleased(a));
-    EXPECT_FALSE(users->markReleased(b + 1));
-    EXPECT_EQ(users->pendingUsers(), 1U);
-
-    image->setError(true);
-    image->setUsersManager(users);
-    EXPECT_EQ(image->usersManager(), users);
-    image->reset();
-    EXPECT_EQ(image->usersManager(), nullptr);
-    EXPECT_EQ(image->resetCount(), 1U);
-    EXPECT_TRUE(image->hasError());
-}
-
 TEST(FrameBuilderTest, ReplacesInPlaceAndListsInTheOrderOfTheFirstSet) {
-    using Setter =
-        void (FrameBuilder::*)(int64_t, android::sp<NSCam::v3::IMetaStreamBuffer> const&);
-    using Getter = void (FrameBuilder::*)(FrameBuilder::MetaBuffers&) const;
-    struct {
-        Setter set;
-        Getter get;
-    } const CASES[] = {
-        {&FrameBuilder::setAppMetaStreamBuffer, &FrameBuilder::getAppMetaStreamBuffers},
-        {&FrameBuilder::setHalMetaStreamBuffer, &FrameBuilder::getHalMetaStreamBuffers}};
-    for (auto const& c : CASES) {
-        FrameBuilder builder(7, NSCam::v3::pipeline::NSPipelineContext::FRAME_TYPE_SUB);
-        auto const nine = metaBuffer(9);
-        auto const three = metaBuffer(3);
-        auto const nineAgain = metaBuffer(9);
-        (builder.*c.set)(9, nine);
-        (builder.*c.set)(3, three);
-        (builder.*c.set)(9, nineAgain);
-        FrameBuilder::MetaBuffers out{three};
-        (builder.*c.get)(out);
-        EXPECT_THAT(out, ElementsAre(three, nineAgain, three)) << "appended, in order";
-        (builder.*c.set)(9, nullptr);
-        builder.finish();
-        out.clear();
-        (builder.*c.get)(out);
-        EXPECT_THAT(out, IsEmpty());
-    }
+    FrameBuilder builder(7, NSCam::v3::pipeline::NSPipelineContext::FRAME_TYPE_SUB);
+    auto const three = metaBuffer(3);
+    auto const nineAgain = metaBuffer(9);
+    builder.setHalMetaStreamBuffer(9, metaBuffer(9));
+    builder.setHalMetaStreamBuffer(3, three);
+    builder.setHalMetaStreamBuffer(9, nineAgain);
+    FrameBuilder::MetaBuffers out{three};
+    builder.getHalMetaStreamBuffers(out);
+    EXPECT_THAT(out, ElementsAre(three, nineAgain, three)) << "appended, in order";
+    builder.finish();
+    out.clear();
+    builder.getHalMetaStreamBuffers(out);
+    EXPECT_THAT(out, IsEmpty());
 }
 
 }  // namespace

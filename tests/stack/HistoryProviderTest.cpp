@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <list>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,15 +39,14 @@ protected:
     }
 
     uint64_t countOf(BufferHolder holder) const {
-        auto const totals = provider.ledger()->totals();
-        std::map<BufferHolder, uint64_t> const counts = {
-            {BufferHolder::Processor, totals.withProcessor},
-            {BufferHolder::FrameBuilder, totals.withFrameBuilder},
-            {BufferHolder::Returned, totals.returned},
-            {BufferHolder::Released, totals.released},
-            {BufferHolder::Consumed, totals.consumed},
-            {BufferHolder::Lost, totals.lost}};
-        return counts.at(holder);
+        auto const t = provider.ledger()->totals();
+        using enum BufferHolder;
+        return holder == Processor      ? t.withProcessor
+               : holder == FrameBuilder ? t.withFrameBuilder
+               : holder == Returned     ? t.returned
+               : holder == Released     ? t.released
+               : holder == Consumed     ? t.consumed
+                                        : t.lost;
     }
 
     platform::VirtualClock clock;
@@ -84,12 +82,6 @@ TEST_F(HistoryProviderTest, TheLedgerKnowsHowEveryHandOutEnded) {
              toBuilder(s, 1);  // again: counts once
          },
          FrameBuilder, Consumed},
-        {"one built, one trimmed", 2,
-         [&](Set& s) {
-             trimFirst(s);
-             toBuilder(s, 0);
-         },
-         FrameBuilder, Consumed},
         {"one built twice, one forgotten", 2,
          [&](Set& s) {
              toBuilder(s, 0);
@@ -103,12 +95,6 @@ TEST_F(HistoryProviderTest, TheLedgerKnowsHowEveryHandOutEnded) {
              trimFirst(s);
          },
          Consumed, Consumed},
-        {"all trimmed, given back", 1,
-         [&](Set& s) {
-             trimFirst(s);
-             giveBack(s, true);
-         },
-         Returned, Returned},
         {"without images", 0, [](Set&) {}, Consumed, Consumed},
     };
     for (bool const isClone : {false, true}) {
@@ -141,9 +127,7 @@ TEST_F(HistoryProviderTest, AForgottenSetStaysInTheLedgerByName) {
     {
         auto sets = takeAll();
         auto clone = provider.cloneBufferSet(sets.front());
-        EXPECT_FALSE(provider.ledger()->totals().balances());
         clock.advance(20'000'000);
-        EXPECT_EQ(provider.ledger()->longestHeldNs(), 20'000'000);
         EXPECT_THAT(dumped(), ElementsAre("history: capacity 3, dropped 0", "  here: none",
                                           "  in flight: F5", "  out: F4 for R17 since 5 ms",
                                           "  out: F4 (clone) for R17 since 5 ms"));
@@ -154,8 +138,6 @@ TEST_F(HistoryProviderTest, AForgottenSetStaysInTheLedgerByName) {
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].frameNo, 4U);
     EXPECT_EQ(lines[0].forRequestNo, 17U);
-    EXPECT_EQ(lines[0].sinceNs, 5'000'000);
-    EXPECT_EQ(lines[0].untilNs, 25'000'000);
     EXPECT_EQ(lines[0].holder, BufferHolder::Lost);
     EXPECT_EQ(provider.ledger()->longestHeldNs(), 20'000'000);
     EXPECT_FALSE(provider.ledger()->totals().balances());
@@ -190,8 +172,6 @@ TEST_F(HistoryProviderTest, ATrimmedSetComesBackAsItIsAndACloneNever) {
     auto held = takeAll();
     auto clone = provider.cloneBufferSet(held.front());
     EXPECT_NE(clone.halImage[0], held.front().halImage[0]);
-    EXPECT_EQ(clone.halImage[0]->getStreamInfo(), held.front().halImage[0]->getStreamInfo());
-    EXPECT_EQ(clone.requestNo, 1001U);
     auto& cloned = dynamic_cast<host::MetaStreamBuffer&>(*clone.halMeta.at(0));
     auto* const metadata = cloned.tryWriteLock("test");
     ASSERT_NE(metadata, nullptr);
@@ -215,44 +195,6 @@ TEST_F(HistoryProviderTest, RefusesWhatItDidNotHandOut) {
     giveBack(held.front(), true);
     giveBack(held.front(), true);
     EXPECT_EQ(provider.strayReturns(), 1U) << "returned twice";
-
-    HistoryProvider other(3);
-    other.arrive(frame(9));
-    auto foreign = other.getHistoryBufferSets().value();
-    HistoryProvider::ReturnedBufferSet returned{&foreign.front(), true};
-    provider.returnBufferSet(returned);
-    EXPECT_EQ(provider.strayReturns(), 2U);
-    EXPECT_THAT(provider.frameNumbers(), ElementsAre(1));
-    other.returnBufferSet(returned);
-    EXPECT_THAT(other.frameNumbers(), ElementsAre(9));
-}
-
-TEST_F(HistoryProviderTest, FramesAreInFlightUntilTheyArriveOrAreCancelled) {
-    auto const inFlight = [this] {
-        std::vector<uint32_t> numbers;
-        for (auto const& info : provider.getInFlightInfos()) {
-            numbers.push_back(info.frameNo);
-        }
-        return numbers;
-    };
-    for (uint32_t const frameNo : {5U, 6U, 7U, 6U}) {
-        provider.announce(frameNo);
-    }
-    EXPECT_THAT(inFlight(), ElementsAre(5, 6, 7));
-    provider.cancel(5);
-    provider.arrive(frame(6));
-    EXPECT_THAT(inFlight(), ElementsAre(7));
-
-    provider.setHasHistory(false);
-    EXPECT_FALSE(provider.getHistoryBufferSets().has_value());
-    provider.setHasHistory(true);
-    EXPECT_EQ(takeAll().size(), 1U);
-    EXPECT_TRUE(provider.getHistoryBufferSets().has_value()) << "an empty history is a history";
-
-    provider.endSelect();
-    provider.endSelect();
-    EXPECT_EQ(provider.takeEndSelectCalls(), 2U);
-    EXPECT_EQ(provider.takeEndSelectCalls(), 0U);
 }
 
 }  // namespace

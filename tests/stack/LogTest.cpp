@@ -20,71 +20,8 @@ using NSCam::Utils::ULog::ULogPrinter;
 using testing::ElementsAre;
 
 constexpr uint32_t MODULE = NSCam::Utils::ULog::MOD_PIPELINE_MODEL_ZSL;
-constexpr uint32_t ALL = 0x207000;
-constexpr uint32_t ANDROID_ONLY = 1;
-constexpr uint32_t CAMERA_ONLY = 2;
-constexpr uint32_t DUMP_ONLY = 8;
 
-class LogTest : public testing::Test {
-protected:
-    /// What a printer of that level writes under these settings: "A" to the Android log, "C" to
-    /// the camera logger, each with the level there.
-    static std::vector<std::string> outputs(LogSettings const& settings, uint32_t level,
-                                            std::string const& message = "line") {
-        std::vector<std::string> seen;
-        LogCapture const capture(settings, [&](LogLine const& line) {
-            EXPECT_EQ(line.tag, "Tag");
-            EXPECT_EQ(line.message, message);
-            bool const isCamera = line.output == LogLine::Output::Camera;
-            EXPECT_EQ(line.moduleId, isCamera ? MODULE : 0U);
-            seen.push_back((isCamera ? "C" : "A") + std::to_string(line.level));
-        });
-        ULogPrinter printer(MODULE, "Tag", level);
-        printer.printLine(message.c_str());
-        printer.printFormatLine("%s", message.c_str());
-        EXPECT_EQ(seen.size() % 2, 0U) << "the two ways to print are gated differently";
-        seen.resize(seen.size() / 2);
-        return seen;
-    }
-};
-
-TEST_F(LogTest, GatesByDetailsLevelModuleAndMode) {
-    struct {
-        uint32_t mode;
-        uint32_t details;
-        uint32_t mask;
-        uint32_t level;
-        std::vector<std::string> expected;
-    } const CASES[] = {
-        {ANDROID_ONLY, 1, 0, 1, {"A6"}},
-        {ANDROID_ONLY, 0, ALL, 1, {}},
-        {ANDROID_ONLY, 2, 0, 2, {"A5"}},
-        {ANDROID_ONLY, 1, ALL, 2, {}},
-        {ANDROID_ONLY, 3, ALL, 3, {"A4"}},
-        {ANDROID_ONLY, 2, ALL, 3, {}},
-        {ANDROID_ONLY, 5, ALL, 5, {"A3"}},
-        {ANDROID_ONLY, 4, ALL, 5, {}},
-        {ANDROID_ONLY, 5, 0x208000, 3, {}},
-        {ANDROID_ONLY, 5, 0x204000, 3, {"A4"}},
-        {ANDROID_ONLY, 5, 0x200000, 3, {}},
-        {ANDROID_ONLY, 5, 0x7000, 3, {}},
-        {ANDROID_ONLY, 5, 0xffffffff, 3, {"A4"}},
-        {CAMERA_ONLY, 5, ALL, 5, {"C5"}},
-        {DUMP_ONLY, 5, ALL, 3, {"C3"}},
-        {ANDROID_ONLY | CAMERA_ONLY | DUMP_ONLY, 2, 0, 2, {"A5", "C2"}},
-        {0, 5, ALL, 1, {}},
-        {4, 5, ALL, 1, {}},
-    };
-    for (auto const& c : CASES) {
-        EXPECT_EQ(outputs({c.mode, c.details, c.mask}, c.level), c.expected)
-            << "mode " << c.mode << " details " << c.details << " mask " << std::hex << c.mask
-            << " level " << c.level;
-    }
-    EXPECT_THAT(outputs(LogSettings::camera(3), 3), ElementsAre("C3"));
-    EXPECT_THAT(outputs(LogSettings::camera(3), 5), testing::IsEmpty());
-}
-
-TEST_F(LogTest, FormattedLinesAreCutAndPlainOnesAreNot) {
+TEST(LogTest, FormattedLinesAreCutAndPlainOnesAreNot) {
     std::string const longLine(3000, 'x');
     std::vector<size_t> lengths;
     LogCapture const capture(LogSettings::camera(5),
@@ -97,7 +34,7 @@ TEST_F(LogTest, FormattedLinesAreCutAndPlainOnesAreNot) {
     EXPECT_THAT(lengths, ElementsAre(1023, 1023, 3000, 0));
 }
 
-TEST_F(LogTest, CaptureTakesBothOutputsAndPutsBackWhatWasThere) {
+TEST(LogTest, CaptureTakesBothOutputsAndPutsBackWhatWasThere) {
     auto const settings = [] {
         return std::vector<uint32_t>{ULogger::sMode, ULogger::sDetailsLevel,
                                      ULogger::sNormalDetailsMask};

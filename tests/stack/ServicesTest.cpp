@@ -46,21 +46,13 @@ TEST(DebuggeeManagerTest, DumpsByPriorityAndLetsADebuggeeDetachMeanwhile) {
         manager->attach(std::make_shared<Debuggee>("early", [&] { manager->detach(late); }), -1);
     late = manager->attach(std::make_shared<Debuggee>("late2"), 5);
     EXPECT_EQ(manager->attach(nullptr, 0), nullptr);
-    EXPECT_THAT(host::debuggeeNames(), ElementsAre("early", "late1", "late2"));
-
     Lines printer;
     host::dumpDebuggees(printer, {"--verbose"});
     EXPECT_THAT(printer.lines, ElementsAre("early", "early with 1", "late1", "late1 with 1",
                                            "late2", "late2 with 1"));
     EXPECT_THAT(host::debuggeeNames(), ElementsAre("early", "late1"));
-    manager->detach(late);
     manager->detach(nullptr);
     manager->detach(early);
-
-    host::setDebuggeeManagerAvailable(false);
-    EXPECT_EQ(IDebuggeeManager::get(), nullptr);
-    EXPECT_THAT(host::debuggeeNames(), ElementsAre("late1"));
-    host::setDebuggeeManagerAvailable(true);
     manager->detach(late1);
     EXPECT_THAT(host::debuggeeNames(), testing::IsEmpty());
 }
@@ -73,7 +65,6 @@ TEST(DeviceRegistrationTest, TheLatestRegistrationHolds) {
     };
     auto first = std::make_unique<DeviceRegistration>(3, metadataOf(30));
     auto const held = valueForByDeviceId(3);
-    auto const other = std::make_unique<DeviceRegistration>(4, metadataOf(40));
     EXPECT_EQ(valueOfDevice(3), 30);
     auto second = std::make_unique<DeviceRegistration>(3, metadataOf(31));
     EXPECT_EQ(valueOfDevice(3), 31);
@@ -81,7 +72,6 @@ TEST(DeviceRegistrationTest, TheLatestRegistrationHolds) {
     EXPECT_EQ(valueOfDevice(3), 31) << "the replaced one took the new one away";
     second.reset();
     EXPECT_EQ(valueOfDevice(3), std::nullopt);
-    EXPECT_EQ(valueOfDevice(4), 40);
     EXPECT_EQ(valueOf(held->getStaticCharacteristics()), 30) << "a held provider changed";
 }
 

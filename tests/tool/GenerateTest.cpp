@@ -4,11 +4,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
-#include <stdexcept>
 
 #include "commands/Generate.h"
 #include "recording/RecordingFacts.h"
@@ -27,14 +26,6 @@ fs::path const kDemo = fs::path(__FILE__).parent_path() / "../../tools/zsl/demo"
 std::string contentOf(fs::path const& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-std::vector<int64_t> timesOf(GeneratorOptions const& options) {
-    std::vector<int64_t> times;
-    for (auto const& frame : generate(options).frames) {
-        times.push_back(frame.timestampNs);
-    }
-    return times;
 }
 
 /// Runs `generate` with the words of `line`, standard error aside.
@@ -118,43 +109,27 @@ TEST_P(GeneratedRecording, KeepsTheGridThroughJitterLatenessAndGaps) {
     EXPECT_EQ(computeFacts(recording).gaps > 0, !onlyGaps);
 }
 
-TEST_P(GeneratedRecording, DriftsGentlyAndJumpsUnstably) {
-    int changes = 0;
+TEST_P(GeneratedRecording, ScansWithAMovingLensAndJumpsUnstably) {
+    std::map<size_t, size_t> scans;  // how many took so many frames
+    size_t length = frames[0].afState == 1 ? 1 : 0;
     for (size_t i = 1; i < frames.size(); ++i) {
+        SCOPED_TRACE(i);
+        bool const moved = frames[i].focusDistance != frames[i - 1].focusDistance;
+        bool const scanning = frames[i].afState == 1;
+        ASSERT_EQ(frames[i].lensState, moved ? 1 : 0);
+        ASSERT_TRUE(scanning || !moved);
+        if (!scanning && length > 0) {
+            ++scans[length];
+        }
+        length = scanning ? length + 1 : 0;
         auto const before = static_cast<double>(frames[i - 1].exposureNs);
         auto const change = static_cast<double>(frames[i].exposureNs) / before - 1;
         ASSERT_GT(frames[i].exposureNs, 0);
         ASSERT_LE(frames[i].exposureNs, frames[i].durationNs);
-        ASSERT_TRUE(std::abs(change) <= 0.0501 || frames[i].aeStable == 0) << "at " << i;
-        changes += change != 0;
+        ASSERT_TRUE(std::abs(change) <= 0.0501 || frames[i].aeStable == 0);
     }
-    if (GetParam().exposureJumpRate < 0.1) {
-        EXPECT_NEAR(changes / 2000.0, 0.4, 0.06);
-    }
-}
-
-TEST_P(GeneratedRecording, ScansWithAMovingLensThenSettles) {
-    std::vector<size_t> scans;
-    bool wasScanning = frames[0].afState == 1;
-    for (size_t i = 1; i < frames.size(); ++i) {
-        bool const moved = frames[i].focusDistance != frames[i - 1].focusDistance;
-        bool const scanning = frames[i].afState == 1;
-        ASSERT_EQ(frames[i].lensState, moved ? 1 : 0) << "at " << i;
-        ASSERT_THAT(frames[i].afState, testing::AnyOf(1, 2, 6)) << "at " << i;
-        ASSERT_TRUE(scanning || !moved) << "at " << i;
-        if (scanning && !wasScanning) {
-            ASSERT_TRUE(moved) << "at " << i;
-            scans.push_back(0);
-        }
-        if (scanning && !scans.empty()) {
-            ++scans.back();
-        }
-        wasScanning = scanning;
-    }
-    ASSERT_GT(scans.size(), 20u);
-    scans.pop_back();  // may be cut off
-    EXPECT_EQ(*std::min_element(scans.begin(), scans.end()), 2u);
-    EXPECT_EQ(*std::max_element(scans.begin(), scans.end()), 11u);
+    EXPECT_EQ(scans.begin()->first, 2U);
+    EXPECT_EQ(scans.rbegin()->first, 11U);
 }
 
 TEST(Generator, ObeysItsRates) {
@@ -182,48 +157,19 @@ TEST(Generator, ObeysItsRates) {
     }
 }
 
-TEST(Generator, PutsMostGapsAtTheStart) {
-    GeneratorOptions options;
-    options.frames = 588;
-    size_t early = 0;
-    size_t late = 0;
-    for (options.seedValue = 0; options.seedValue < 100; ++options.seedValue) {
-        auto const times = timesOf(options);
-        for (size_t i = 1; i < times.size(); ++i) {
-            bool const gap = times[i] - times[i - 1] == 2 * 33'399'999;
-            (i <= 8 ? early : late) += gap;
-        }
-    }
-    EXPECT_NEAR(static_cast<double>(early), 489, 60);
-    EXPECT_NEAR(static_cast<double>(late), 98, 40);
-}
-
-TEST(Generator, DrawsEachSubjectForItself) {
-    GeneratorOptions options;
-    auto const times = timesOf(options);
-    options.scanRate = 0.5;
-    options.exposureDriftRate = 0;
-    options.errorRate = 0.5;
-    EXPECT_EQ(timesOf(options), times);
-}
-
 TEST(GenerateCommand, NamesTheOptionThatIsNoGood) {
     struct {
         char const* arguments;
         char const* error;
     } const cases[] = {
         {"--frames 1", "frames: expected 2 to 1000000, found 1"},
-        {"--frames 4294967298", "--frames"},
         {"--fps nan", "fps: expected 1 to 960, found nan"},
-        {"--fps 0.5", "fps: expected 1 to 960, found 0.5"},
-        {"--gap-rate 1.5", "gap rate: expected 0 to 1, found 1.5"},
         {"--unsynced-rate -1", "unsynced rate: expected 0 to 1, found -1"},
         {"--exposure-ms 40", "exposure (ns): expected 1 to 33333333, found 40000000"},
         {"--exposure-ms 1e300", "exposure: expected a time within 64 bits"},
         {"--jitter-us 5000", "jitter (ns): expected 0 to 3339999, found 5000000"},
         {"--first-frame 4294967295", "first frame number: expected 0 to 4294966996"},
         {"--start-ns 0", "start (ns): expected 1 to"},
-        {"--interval-excess-ppm 100001", "interval excess (ppm): expected 0 to 100000"},
         {"--seed 18446744073709551616", "--seed: expected a whole number below 2^64"},
     };
     for (auto const& test : cases) {

@@ -17,7 +17,6 @@ namespace zebcam::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -72,20 +71,17 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
         std::string error;
     } const cases[] = {
         {"empty", "", "r.csv: expected a header line, found an empty file"},
-        {"blank", "\n  \n\n", "r.csv: expected a header line, found an empty file"},
         {"header only", t, "r.csv: expected at least two frames, found a header only"},
         {"one frame", t + "1000\n", "r.csv: expected at least two frames, found one"},
         {"no timestamps", "ISO,a\n1,2\n",
          "r.csv:1: expected a column \"Timestamp[nanosec]\" or \"Frame timestamp[nanosec]\", found "
          "neither in a line that begins with \"ISO\""},
-        {"other letters", "timestamp[nanosec]\n1\n2\n", "r.csv:1: expected a column"},
         {"both timestamps", "Frame timestamp[nanosec],Timestamp[nanosec]\n1,1\n", "found both"},
         {"twice", "ISO,Timestamp[nanosec],ISO\n1,1,1\n",
          "r.csv:1: column \"ISO\": expected one column of that name, found two, as columns 1 and "
          "3"},
         {"short", withColumn("ISO", {"1"}) + "2000\n",
          "r.csv:3: expected 2 cells as in the header, found 1"},
-        {"long", withColumn("ISO", {"1", "2,"}), "r.csv:3: expected 2 cells"},
         {"repeated time", t + "1000\n1000\n",
          "r.csv:3: column \"Timestamp[nanosec]\": expected a time after 1000 of the row before, by "
          "an hour at most, found 1000"},
@@ -95,87 +91,64 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
         {"time 0", t + "0\n", "r.csv:2: column \"Timestamp[nanosec]\": expected a whole number "},
         {"time too large", t + "4611686018427387904\n", "from 1 to 4611686018427387903"},
         {"time beyond 64 bits", t + "99999999999999999999\n", "found \"99999999999999999999\""},
-        {"empty time", withColumn("ISO", {"1"}) + ",1\n", "r.csv:3: column \"Timestamp[nanosec]\""},
         {"exponent", t + "1e9\n", "found \"1e9\""},
-        {"hexadecimal", t + "0x10\n", "found \"0x10\""},
         {"tail", t + "12abc\n", "found \"12abc\""},
-        {"plus", t + "+12\n", "found \"+12\""},
         {"repeated frame", withColumn("Frame No.", {"5", "5"}),
          "r.csv:3: column \"Frame No.\": expected a number greater than 5 of the row before, found "
          "5"},
-        {"earlier frame", withColumn("Frame No.", {"5", "4"}), "greater than 5"},
         {"frame too large", withColumn("Frame No.", {"4294967296"}), "from 0 to 4294967295"},
         {"empty frame", withColumn("Frame No.", {"1", ""}), "found an empty cell"},
-        {"negative exposure", withColumn("Exposure time[nanosec]", {"-1"}), "found \"-1\""},
         {"long readout", withColumn("Frame readout time[nanosec]", {"3600000000001"}),
          "column \"Frame readout time[nanosec]\": expected a whole number from 0 to 3600000000000"},
-        {"AF state", withColumn("AF state", {"256"}), "column \"AF state\": expected a whole"},
         {"lens state", withColumn("Lens state", {"MOVING"}), "from 0 to 255, found \"MOVING\""},
         {"AE stable", withColumn("AE stable", {"2147483648"}), "from -2147483648 to 2147483647"},
-        {"sensor mode", withColumn("Sensor mode", {"-1"}), "column \"Sensor mode\""},
         {"error flag", withColumn("Error", {"2"}),
          "column \"Error\": expected a whole number from 0"},
-        {"empty error flag", withColumn("Error", {""}), "found an empty cell"},
         {"no distance", withColumn("Focus distance", {"nan"}),
          "r.csv:2: column \"Focus distance\": expected a number of diopters, 0 or more, found "},
-        {"endless distance", withColumn("Focus distance", {"1", "1e99"}), "r.csv:3: column"},
         {"negative distance", withColumn("Focus distance", {"-0.5"}), "found \"-0.5\""},
         {"NUL", t + nul, "r.csv:3: expected text without control characters, found \"\\x00\\x01\""},
         {"long rubbish", t + std::string(100, 'z'), "found \"" + std::string(40, 'z') + "...\""},
         {"escapes", withColumn("ISO", {"\"a\"\"\xff\\\""}), "found \"a\\\"\\xff\\\\\""},
         {"open quote", t + "\"1000\n2000\n",
          "r.csv:2: expected quotes in pairs around whole cells"},
-        {"quote within", t + "10\"00\n", "found \"10\\\"00\""},
     };
     for (auto const& test : cases) {
         EXPECT_THAT(errorOf([&] { read(test.content); }), HasSubstr(test.error)) << test.name;
     }
 }
 
-TEST(RecordingReader, RefusesWhatIsNoReadableFile) {
-    EXPECT_THAT(errorOf([] { readRecording("/nowhere/x.csv"); }),
-                HasSubstr("/nowhere/x.csv: expected a readable file, found No such file"));
-    EXPECT_THAT(errorOf([] { readRecording(testing::TempDir()); }), HasSubstr("found a folder"));
-}
-
 /// Gives a header, then the same character for ever or a read error.
 class EndlessInput : public std::streambuf {
 public:
-    explicit EndlessInput(bool breaks) : mBreaks(breaks), mChunk("Timestamp[nanosec]\n") {
-        setg(mChunk.data(), mChunk.data(), mChunk.data() + mChunk.size());
+    explicit EndlessInput(bool isBroken) : mIsBroken(isBroken) {
+        setg(mHeader.data(), mHeader.data(), mHeader.data() + mHeader.size());
     }
-    size_t given = 0;
 
 protected:
     int_type underflow() override {
-        if (mBreaks) {
+        if (mIsBroken || ++mGiven > size_t{2} << 20) {
             throw std::runtime_error("the disk is gone");
         }
-        mChunk.assign(4096, '7');
-        given += mChunk.size();
-        setg(mChunk.data(), mChunk.data(), mChunk.data() + mChunk.size());
-        return '7';
+        setg(&mDigit, &mDigit, &mDigit + 1);
+        return mDigit;
     }
 
 private:
-    bool mBreaks;
-    std::string mChunk;
+    bool const mIsBroken;
+    size_t mGiven = 0;
+    std::string mHeader = "Timestamp[nanosec]\n";
+    char mDigit = '7';
 };
 
 TEST(RecordingReader, StopsInALineWithoutEndAndAtAReadError) {
-    EndlessInput endless(false);
-    std::istream in(&endless);
-    EXPECT_EQ(errorOf([&] { readRecording(in, "r.csv"); }),
-              "r.csv:2: expected a line of at most 1 MiB, found a longer one");
-    EXPECT_LT(endless.given, size_t{2} << 20);
-
-    EndlessInput broken(true);
-    std::istream brokenIn(&broken);
-    EXPECT_EQ(errorOf([&] { readRecording(brokenIn, "r.csv"); }),
-              "r.csv:2: expected a readable line, found a read error");
-
-    std::string const longest = "1000" + std::string((1 << 20) - 4, ' ');
-    EXPECT_EQ(read("Timestamp[nanosec]\n" + longest + "\n2000").frames.size(), 2u);
+    for (bool const isBroken : {false, true}) {
+        EndlessInput input(isBroken);
+        std::istream in(&input);
+        EXPECT_EQ(errorOf([&] { readRecording(in, "r.csv"); }),
+                  isBroken ? "r.csv:2: expected a readable line, found a read error"
+                           : "r.csv:2: expected a line of at most 1 MiB, found a longer one");
+    }
 }
 
 TEST(RecordingReader, AcceptsTheCommonFormsOfCsv) {
@@ -254,14 +227,6 @@ TEST(RecordingReader, SeesTheLensMoveInTheFocusDistance) {
     EXPECT_THAT(states, ElementsAre(0, 0, 1, 0, 0, 0));
 }
 
-TEST(RecordingReader, NotesWhatItIgnoresAndAssumes) {
-    auto const notes = read("fx[px],Timestamp[nanosec],\n1,1000,2\n1,2000,2\n").notes;
-    ASSERT_EQ(notes.size(), 2u);
-    EXPECT_EQ(notes[0], "unknown columns are ignored: \"fx[px]\", \"\"");
-    EXPECT_THAT(notes[1], AllOf(HasSubstr("\"Frame No.\", \"Exposure time"),
-                                testing::Not(HasSubstr("imestamp[nanosec]"))));
-}
-
 /// Frames with every value at an end of its range, and with none.
 Recording extremes() {
     SensorFrame lowest = frameOf(0, 1, 0);
@@ -276,15 +241,6 @@ Recording extremes() {
     highest.frameSync = INT64_MAX;
     highest.hasError = true;
     return {"x", {lowest, highest}, {}, 3'599'999'999'999};
-}
-
-TEST(RecordingWriter, WritesWhatReadsBackTheSame) {
-    std::ostringstream out;
-    writeRecording(extremes(), out);
-    auto const copy = read(out.str());
-    EXPECT_EQ(copy.frames, extremes().frames);
-    EXPECT_EQ(copy.medianIntervalNs, extremes().medianIntervalNs);
-    EXPECT_THAT(copy.notes, IsEmpty());
 }
 
 class OutputFiles : public testing::Test {
@@ -308,7 +264,10 @@ protected:
 TEST_F(OutputFiles, AppearWholeOrNotAtAll) {
     std::string const path = folder / "r.csv";
     writeRecording(extremes(), path);
-    EXPECT_EQ(readRecording(path).frames, extremes().frames);
+    Recording const copy = readRecording(path);
+    EXPECT_EQ(copy.frames, extremes().frames);
+    EXPECT_EQ(copy.medianIntervalNs, extremes().medianIntervalNs);
+    EXPECT_THAT(copy.notes, IsEmpty());
     std::string const before = contentOf(path);
     {
         AtomicFile dropped(path);
@@ -354,8 +313,6 @@ TEST(RecordingFactsTest, CountsWhatARecordingShows) {
         "1000,1,,0\n1100,2,2,1\n1204,3,,0\n1360,3,2,0\n1517,3,2,1\n1615,3,2,0\n");
     recording.frames[5].aeStable.reset();
     auto const facts = computeFacts(recording);
-    EXPECT_EQ(facts.frames, 6u);
-    EXPECT_EQ(facts.lengthNs, 615);
     EXPECT_DOUBLE_EQ(facts.meanRateFps, 5e9 / 615);
     EXPECT_EQ(facts.medianIntervalNs, 104);
     EXPECT_EQ(facts.minIntervalNs, 98);
@@ -365,7 +322,6 @@ TEST(RecordingFactsTest, CountsWhatARecordingShows) {
     EXPECT_EQ(facts.largestGapNs, 157);
     EXPECT_EQ(facts.missing.afState, 2u);
     EXPECT_EQ(facts.missing.aeStable, 1u);
-    EXPECT_EQ(facts.missing.afMode + facts.missing.lensState + facts.missing.frameSync, 0u);
     EXPECT_EQ(facts.framesWithError, 2u);
     EXPECT_EQ(facts.focusMoves, 2u);
     EXPECT_EQ(computeFacts({}).lengthNs, 0) << "no frames, no times";

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "replay/Replay.h"
+
+namespace zebcam::tool {
+
+constexpr int64_t MS = 1'000'000;
+constexpr int64_t START = 5'000'000 * MS + 1;  ///< of the first frame
+
+/// Frames 1, 2, ... every 100 ms, which arrive 130 ms after their start.
+inline Recording steadyRecording(uint32_t frames = 60) {
+    Recording recording{"not UTF-8: \xff", {}, {}, 100 * MS};
+    for (uint32_t i = 0; i < frames; ++i) {
+        SensorFrame frame;
+        frame.frameNo = i + 1;
+        frame.timestampNs = START + i * 100 * MS;
+        frame.exposureNs = 10 * MS;
+        frame.readoutNs = 20 * MS;
+        frame.durationNs = 100 * MS;
+        frame.afMode = frame.afState = frame.lensState = uint8_t{0};
+        frame.sensorId = frame.sensorMode = 0;
+        frame.aeStable = 1;
+        recording.frames.push_back(frame);
+    }
+    return recording;
+}
+
+inline ReplayOptions pressing(std::vector<int64_t> const& timesMs, size_t frames = 1) {
+    ReplayOptions options;
+    for (int64_t const ms : timesMs) {
+        options.pressesNs.push_back(ms * MS);
+    }
+    options.framesPerCapture = frames;
+    return options;
+}
+
+template <typename Change>
+ReplayOptions with(ReplayOptions options, Change change) {
+    change(options);
+    return options;
+}
+
+}  // namespace zebcam::tool
