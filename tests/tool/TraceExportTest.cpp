@@ -186,7 +186,7 @@ struct Case {
 
 std::vector<Case> cases() {
     GeneratorOptions generator;
-    generator.frames = 1000;
+    generator.frames = 400;
     generator.fps = 960;
     generator.startNs = START;
     Recording const fast = generate(generator);
@@ -219,7 +219,7 @@ std::vector<Case> cases() {
          true},
         {"more frames on their way than rows",
          fast,
-         with(pressing({}), [](auto& o) { o.captures = 60, o.deliveryDelayNs = 500 * MS; }),
+         with(pressing({}), [](auto& o) { o.captures = 8, o.deliveryDelayNs = 200 * MS; }),
          {}},
     };
 }
