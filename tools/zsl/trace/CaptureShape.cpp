@@ -28,6 +28,7 @@ std::vector<Answer> answersOf(CaptureRecord const& record, size_t capture, int64
         answer.isFromHistory = answer.isFromHistory || frame.historyFrame.has_value();
     }
     std::vector<Answer> ordered;
+    ordered.reserve(answers.size());
     for (auto& [key, answer] : answers) {
         ordered.push_back(std::move(answer));
     }
