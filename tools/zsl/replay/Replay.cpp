@@ -183,7 +183,7 @@ private:
         result.firstTimestampNs = mStartNs;
         result.options = mOptions;
         result.offsetMs = offsetInForceMs();
-        result.captures.assign(mPipeline.captures().begin(), mPipeline.captures().end());
+        result.captures = mPipeline.captures().records();
         result.summary = summarize(result.captures);
         result.ledger = mPipeline.ledger().totals();
         result.unsettled = mPipeline.ledger().unsettled();

@@ -9,7 +9,7 @@ ObservedProvider::ObservedProvider(std::shared_ptr<host::HistoryProvider> provid
 
 std::optional<std::list<ObservedProvider::HistoryBufferSet>>
 ObservedProvider::getHistoryBufferSets() {
-    mObserver(offer());
+    mObserver.begin(offer());
     mProvider->setCurrentRequest(mRequestNo);
     return mProvider->getHistoryBufferSets();
 }

@@ -19,14 +19,17 @@ struct Offer {
 
 /**
  * A history provider as one capture sees it. Each time the processor tries the capture it asks for
- * the history; just before it gets it, the observer hears what it is about to get. The buffer sets
- * are booked to the capture.
+ * the history; just before it gets it, the observer hears what it is about to get, and later that
+ * the try is over. The buffer sets are booked to the capture.
  */
 class ObservedProvider final
     : public NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider {
 public:
-    /// Called with the processor's lock held.
-    using Observer = std::function<void(Offer)>;
+    /// Both are called with the processor's lock held.
+    struct Observer {
+        std::function<void(Offer)> begin;  ///< a try begins
+        std::function<void()> end;         ///< it is over; may be repeated
+    };
 
     ObservedProvider(std::shared_ptr<host::HistoryProvider> provider, uint32_t requestNo,
                      Observer observer);
@@ -35,7 +38,10 @@ public:
     void dump(android::Printer& printer) const override { mProvider->dump(printer); }
     void beginSelect() override { mProvider->beginSelect(); }
     std::optional<std::list<HistoryBufferSet>> getHistoryBufferSets() override;
-    void endSelect() override { mProvider->endSelect(); }
+    void endSelect() override {
+        mProvider->endSelect();
+        mObserver.end();
+    }
     void returnBufferSet(ReturnedBufferSet& returned) override {
         mProvider->returnBufferSet(returned);
     }

@@ -50,7 +50,7 @@ void ProcessorLog::watchTimeout(bool watch) {
 }
 
 size_t ProcessorLog::takeTimedOutFrames() {
-    return std::exchange(mTimedOutFrames, 0);
+    return mTimedOutFrames.exchange(0);
 }
 
 void ProcessorLog::onLine(host::LogLine const& line) {

@@ -2,6 +2,7 @@
 
 #include <host/Services.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -12,7 +13,7 @@ namespace zebcam::tool {
 uint32_t logLevelOf(host::LogLine const& line);
 
 /// Listens to the processor's log: passes on what is to be shown and counts what the results need.
-/// At most one at a time.
+/// Thread-safe. At most one at a time.
 class ProcessorLog {
 public:
     using Sink = std::function<void(host::LogLine const&)>;
@@ -35,8 +36,8 @@ private:
 
     uint32_t const mShownLevel;
     Sink const mShown;
-    size_t mTimedOutFrames = 0;
-    uint64_t mErrorLines = 0;
+    std::atomic<size_t> mTimedOutFrames = 0;
+    std::atomic<uint64_t> mErrorLines = 0;
     std::optional<host::LogCapture> mCapture;
 };
 

@@ -5,15 +5,14 @@
 #include <host/Services.h>
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "recording/Recording.h"
-#include "sim/CaptureRecord.h"
+#include "sim/CaptureBook.h"
 #include "sim/FrameFactory.h"
 #include "sim/ProcessorLog.h"
 
@@ -26,6 +25,7 @@ struct PipelineOptions {
     std::shared_ptr<NSCam::ZslPolicy::ISelector> pSelector;      ///< of each capture
     int64_t timeoutMs = 3000;  ///< time-out that the policy implies
     bool frameSync = false;
+    CaptureBook::Tries tries = CaptureBook::Tries::All;
     uint32_t logLevel = 0;  ///< see ProcessorLog
     ProcessorLog::Sink logSink;
 };
@@ -34,13 +34,6 @@ struct PipelineOptions {
 struct CaptureOrder {
     size_t frames = 1;
     std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
-};
-
-/// A frame that the processor returned; the pipeline reprocesses or exposes it now.
-struct BuiltFrame {
-    size_t capture = 0;  ///< position in captures()
-    size_t index = 0;    ///< within the capture
-    std::shared_ptr<host::FrameBuilder> builder;
 };
 
 /// Something that must not happen.
@@ -60,10 +53,11 @@ struct Occupancy {
 
 /**
  * The camera pipeline around one processor: a sensor whose frames go through a history, captures,
- * and results. It has no clock of its own: everything happens when it is called, at the boot time
- * that the platform tells. Whoever drives it decides when that is.
+ * and results. It has no clock and no threads of its own: everything happens when it is called, at
+ * the boot time that the platform tells. Whoever drives it decides when that is.
  *
- * Not thread-safe; at most one at a time.
+ * Thread-safe, as a pipeline model is: arrivals, captures, results and dumps may come from threads
+ * of their own. At most one at a time.
  */
 class SimulatedPipeline {
 public:
@@ -83,7 +77,7 @@ public:
     /// What every debuggee prints, line by line.
     static std::vector<std::string> dump();
 
-    std::deque<CaptureRecord> const& captures() const { return mRecords; }
+    CaptureBook const& captures() const { return mBook; }
     Occupancy occupancy() const;
     host::BufferLedger const& ledger() const { return *mProvider->ledger(); }
     uint64_t droppedFrames() const { return mProvider->droppedFrames(); }
@@ -94,19 +88,14 @@ public:
 
 private:
     class ShutterListener;
-    struct Capture;
-    using FrameBuilders = NSCam::v3::pipeline::model::ZslFrameBuilders;
 
     template <typename Call>
     void guard(char const* what, Call call);
     template <typename Call>
     std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
-    void beginTry(size_t capture, struct Offer offer);
+    void beginTry(size_t capture, Offer offer);
     void endTry();
-    void take(FrameBuilders::value_type const& list, bool isFlush, std::vector<BuiltFrame>& out);
-    void note(BuiltFrame const& frame, Served served);
-    NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture,
-                                                           CaptureOrder const& order);
+    NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
     android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
     void fail(std::string text);
 
@@ -115,9 +104,8 @@ private:
     ProcessorLog mLog;
     host::DeviceRegistration const mDevice;
     std::shared_ptr<host::HistoryProvider> const mProvider;
-    std::deque<CaptureRecord> mRecords;
-    std::deque<Capture> mCaptures;  ///< beside mRecords: what is no record
-    size_t mTried = 0;              ///< capture of the running try
+    CaptureBook mBook;
+    mutable std::mutex mFailureLock;
     std::vector<PipelineFailure> mFailures;
     android::sp<ShutterListener> const mListener;
     android::sp<NSCam::v3::pipeline::model::IZslProcessor> mProcessor;  ///< goes first
