@@ -1,6 +1,5 @@
 #include "replay/Replay.h"
 
-#include <cutils/properties.h>
 #include <fmt/format.h>
 #include <platform/VirtualClock.h>
 
@@ -9,16 +8,14 @@
 #include <tuple>
 #include <utility>
 
+#include "replay/PipelineSetup.h"
 #include "replay/PropertyScope.h"
 #include "replay/Schedule.h"
-#include "sim/PluginSelector.h"
 #include "sim/SimulatedPipeline.h"
 #include "text/Duration.h"
 
 namespace zebcam::tool {
 namespace {
-
-constexpr int64_t kFixedTimeoutMs = 3000;
 
 /// What happens, in the order in which it happens at one instant.
 enum class EventKind { Announce, Arrival, Result, Press, Dump, Flush };
@@ -33,51 +30,6 @@ struct Event {
         return std::tie(timeNs, kind, which) > std::tie(other.timeNs, other.kind, other.which);
     }
 };
-
-PipelineOptions pipelineOptions(ReplayOptions const& options) {
-    using namespace NSCam::ZslPolicy;
-    PipelineOptions pipeline;
-    pipeline.history = options.history;
-    pipeline.frameSync = options.frameSync;
-    pipeline.timeoutMs = kFixedTimeoutMs;
-    pipeline.logLevel = options.logLevel;
-    switch (options.policy.kind) {
-        case PolicyKind::Default:
-            break;
-        case PolicyKind::CShot:
-            pipeline.pPolicy = std::make_shared<ZslPolicyParams>();
-            pipeline.pPolicy->policy = POLICY_CONTINUOUS_SHOT;
-            break;
-        case PolicyKind::Multiframe:
-            pipeline.pPolicy = std::make_shared<ZslPolicyParams>();
-            pipeline.pPolicy->policy = POLICY_MULTIFRAME_BIT;
-            pipeline.pPolicy->timeoutMs = options.timeoutMs;
-            pipeline.timeoutMs = options.timeoutMs;
-            break;
-        case PolicyKind::Plugin:
-            pipeline.pSelector = loadSelector(options.policy.pluginPath);
-            break;
-    }
-    return pipeline;
-}
-
-std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions const& options) {
-    auto properties = options.properties;
-    if (options.offsetMs) {
-        properties.emplace_back(OFFSET_PROPERTY, std::to_string(*options.offsetMs));
-    }
-    return properties;
-}
-
-/// The sum that the processor makes of the offset's properties.
-int64_t offsetInForceMs() {
-    uint64_t sum = 0;
-    for (char const* property :
-         {"ro.vendor.camera3.zsl.default", "ro.vendor.camera3.zsl.project", OFFSET_PROPERTY}) {
-        sum += static_cast<uint64_t>(property_get_int64(property, 0));
-    }
-    return static_cast<int64_t>(sum);
-}
 
 /// Drives a simulated pipeline by the recording's clock.
 class ReplayRun {
