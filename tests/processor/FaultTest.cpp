@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 
 #include "ZslFixture.h"
@@ -31,6 +32,26 @@ TEST_F(ZslTest, MissingInputsOfACaptureAreToldAndLivedWith) {
     EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](auto const& l) { return l.level == 1; }));
     EXPECT_EQ(1U, callback->results.size());
     EXPECT_EQ("[7.0=none]", passMs(3001));
+}
+
+TEST_F(ZslTest, UnlockWithoutProviderKeepsTheFrameLocked) {
+    push({11});
+    submit(capture(5).by(answering({choose({{0, NO_FRAME}}, {{11, Answer::LOCK}})})));
+    auto noProvider = capture(6).by(answering({choose({{0, NO_FRAME}}, {{11, Answer::UNLOCK}})}));
+    noProvider.params.pHistoryBufferProvider = nullptr;
+    EXPECT_EQ("[6.0=none]", submit(noProvider));
+    EXPECT_EQ(1U, logged("cannot find hbs[F11] to unlock"));
+    EXPECT_EQ(1U, history->ledger()->totals().withProcessor);
+}
+
+TEST_F(ZslTest, EarlyShutterAfterAnAbsurdTimestampWrapsAround) {
+    SensorFrame absurd(12);
+    absurd.timestamp = std::numeric_limits<int64_t>::max();
+    absurd.images = {};
+    push({absurd});
+    submit(capture(5));
+    EXPECT_EQ(std::numeric_limits<int64_t>::min() + 999, callback->shutters().at(0).second);
+    leavesPending = true;
 }
 
 TEST_F(ZslTest, MissingMapsCountAsEmpty) {

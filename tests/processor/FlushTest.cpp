@@ -64,5 +64,21 @@ TEST_F(ZslTest, FlushGivesUpAtAMissingFrameBuilder) {
     EXPECT_EQ("[5.0=none][6.0=none][7.0=none]", passMs(3001)) << "all three were kept";
 }
 
+TEST_F(ZslTest, RefusedFlushLeavesTheOtherCapturesAsTheyWere) {
+    history->announce(11);
+    auto const first = answering({choose({{0, 11}}), {}, choose({{1, NO_FRAME}})});
+    auto parked = capture(5, 2).by(first);
+    auto broken = capture(6);
+    broken.params.vFrameBuilder[0] = nullptr;
+    submit(parked);
+    submit(broken);
+    EXPECT_EQ("", flush());
+    EXPECT_FALSE(parked.frames[0]->timestamp());
+    push({11});
+    EXPECT_EQ("[5.0=F11 5.1=none]", passMs(0)) << "the choice in flight is still known";
+    EXPECT_EQ(1U, first->seen.at(2).frameInfos.size()) << "no choice is asked for again";
+    passMs(3001);
+}
+
 }  // namespace
 }  // namespace zebcam::test

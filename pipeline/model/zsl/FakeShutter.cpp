@@ -14,6 +14,11 @@ namespace {
 
 constexpr int64_t FAKE_SHUTTER_STEP_NS = 1000;
 
+/// Wraps around: the time may come from a sensor frame with an absurd timestamp.
+int64_t after(int64_t ns, int64_t stepNs) {
+    return static_cast<int64_t>(static_cast<uint64_t>(ns) + static_cast<uint64_t>(stepNs));
+}
+
 IMetadata::IEntry timestampEntry(int64_t ns) {
     IMetadata::IEntry entry(ZEB_SENSOR_TIMESTAMP);
     entry.push_back(ns, Type2Type<int64_t>());
@@ -41,7 +46,7 @@ void ZslProcessor::callbackFakeShutter(unsigned int requestNo) {
 void ZslProcessor::sendFakeShutter(IAppCallback& callback, unsigned int requestNo) {
     policy::ParsedStreamInfo_P1 const streams = mParsedStreamInfo_P1.begin()->second;
     auto const buffer = HalMetaStreamBuffer::Allocator(streams.pAppMeta_DynamicP1)();
-    mFakeShutterNs += FAKE_SHUTTER_STEP_NS;
+    mFakeShutterNs = after(mFakeShutterNs, FAKE_SHUTTER_STEP_NS);
     if (buffer == nullptr) {
         ZSL_LOGE_AS("callbackFakeShutter", "can not make a metadata buffer for shutter");
         return;

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "Log.h"
 #include "TraceSection.h"
 #include "ZslProcessor.h"
@@ -8,11 +10,12 @@ ZslFrameBuilders ZslProcessor::flush() {
     TraceSection const trace("flush");
     ZSL_LOGD("+");
     LockGuard const lock(mLock);
+    if (!std::all_of(mPendingRequests.begin(), mPendingRequests.end(), hasEveryFrameBuilder)) {
+        return {};
+    }
     ZslFrameBuilders result;
     for (ZslReqObject& req : mPendingRequests) {
-        if (!changeToNormalCapture(req, result)) {
-            return {};
-        }
+        result.push_back(changeToNormalCapture(req));
     }
     mPendingRequests.clear();
     returnLockedBuffers();
@@ -21,24 +24,30 @@ ZslFrameBuilders ZslProcessor::flush() {
 }
 
 /// False, with an error line, when a frame has no frame builder.
-bool ZslProcessor::changeToNormalCapture(ZslReqObject& req, ZslFrameBuilders& result) {
-    req.vFrameObj.merge(req.vPreselectFrameObj);
-    FrameBuilders frames;
-    for (auto const& [index, frame] : req.vFrameObj) {
-        if (frame.pFB == nullptr) {
+bool ZslProcessor::hasEveryFrameBuilder(ZslReqObject const& req) {
+    for (FrameObjectMap const* const frames : {&req.vFrameObj, &req.vPreselectFrameObj}) {
+        if (std::any_of(frames->begin(), frames->end(),
+                        [](auto const& frame) { return frame.second.pFB == nullptr; })) {
             ZSL_LOGE_AS("flush", "bad pFrameBuilder - requestNo:%u", req.requestNo);
             return false;
         }
+    }
+    return true;
+}
+
+ZslProcessor::FrameBuilders ZslProcessor::changeToNormalCapture(ZslReqObject& req) {
+    req.vFrameObj.merge(req.vPreselectFrameObj);
+    FrameBuilders frames;
+    for (auto const& [index, frame] : req.vFrameObj) {
         frame.pFB->setFrameTimestamp(fakeShutterOf(req.requestNo));
         frame.pFB->setBuiltFromHistory(false);
         frames.push_back(frame.pFB);
     }
     frames.insert(frames.end(), req.vTuningFrameBuilder.begin(), req.vTuningFrameBuilder.end());
-    result.push_back(frames);
     ZSL_LOGI_AS("flush",
                 "[requestNo:%u]: change pending to normal capture (frames:#%zu + tuning:#%zu)",
                 req.requestNo, frames.size(), req.vTuningFrameBuilder.size());
-    return true;
+    return frames;
 }
 
 void ZslProcessor::returnLockedBuffers() {

@@ -140,7 +140,8 @@ void ZslProcessor::unlockBuffersForSelector(Selection const& selection, OpMap co
             selection.req.vInflightOps[frameNo] = op;
             ZSL_LOGI("inflight hbs[F%u] to unlock", frameNo);
         } else if (auto const set = findSet(selection.locked, frameNo);
-                   set != selection.locked.end()) {
+                   set != selection.locked.end() &&
+                   selection.req.pHistoryBufferProvider != nullptr) {
             selection.history.splice(selection.history.begin(), selection.locked, set);
         } else {
             ZSL_LOGE("cannot find hbs[F%u] to unlock", frameNo);

@@ -148,7 +148,8 @@ private:
     void sendFakeShutter(IPipelineBufferSetFrameControl::IAppCallback& callback,
                          unsigned int requestNo) REQUIRES(mLock);
     int64_t fakeShutterOf(uint32_t requestNo) const REQUIRES(mLock);
-    bool changeToNormalCapture(ZslReqObject& req, ZslFrameBuilders& result) REQUIRES(mLock);
+    static bool hasEveryFrameBuilder(ZslReqObject const& req);
+    FrameBuilders changeToNormalCapture(ZslReqObject& req) REQUIRES(mLock);
     void returnLockedBuffers() REQUIRES(mLock);
 
     // Failures of plug-ins and callbacks
