@@ -13,10 +13,11 @@ target_include_directories(zebcam_selector INTERFACE
 target_link_libraries(zebcam_selector INTERFACE android_headers)
 
 set_target_properties(zebcam_pipelinemodel_zsl PROPERTIES EXPORT_NAME zsl)
+set_target_properties(zebcam_zsl_recorder PROPERTIES EXPORT_NAME zsl_recorder)
 set_target_properties(zebcam_stack_host PROPERTIES EXPORT_NAME stack_host)
 set_target_properties(zebcam_platform_host PROPERTIES EXPORT_NAME platform_host)
 set_target_properties(zebcam_selector PROPERTIES EXPORT_NAME selector)
-foreach(name zsl stack_host platform_host selector)
+foreach(name zsl zsl_recorder stack_host platform_host selector)
   set(target zebcam_${name})
   if(name STREQUAL "zsl")
     set(target zebcam_pipelinemodel_zsl)
@@ -25,12 +26,14 @@ foreach(name zsl stack_host platform_host selector)
   add_library(zebcam::${name} ALIAS ${target})
 endforeach()
 
-install(TARGETS zebcam_pipelinemodel_zsl zebcam_stack_host zebcam_platform_host zebcam_selector
+install(TARGETS zebcam_pipelinemodel_zsl zebcam_zsl_recorder zebcam_stack_host
+    zebcam_platform_host zebcam_selector
   EXPORT zebcam_zslTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${header_dir})
 install(DIRECTORY
     pipeline/model/include/
+    pipeline/recorder/include/
     stack/include/
     stack/host/include/
     platform/host/include/

@@ -9,8 +9,8 @@
 
 namespace {
 
-// The starts change only while no virtual clock is in hand, so that a reading is a start plus one
-// counter and all clocks always move together.
+// A reading is a start plus one counter, so that all clocks move together. The starts change only
+// when a virtual clock is taken in hand or set.
 std::atomic<bool> gIsTaken{false};
 std::atomic<bool> gIsVirtual{false};
 std::atomic<int64_t> gBootStartNs{0};
@@ -64,10 +64,7 @@ VirtualClock::VirtualClock(Start start) {
     if (gIsTaken.exchange(true)) {
         throw std::logic_error("VirtualClock: another one is in use");
     }
-    gBootStartNs = start.bootTimeNs;
-    gMonotonicStartNs = start.monotonicNs;
-    gWallStartNs = start.wallNs;
-    gElapsedNs = 0;
+    set(start);
     gIsVirtual.store(true, std::memory_order_release);
 }
 
@@ -86,6 +83,13 @@ void VirtualClock::advance(int64_t ns) {
 
 void VirtualClock::advanceTo(int64_t bootTimeNs) {
     advance(bootTimeNs - this->bootTimeNs());
+}
+
+void VirtualClock::set(Start readings) {
+    gBootStartNs = readings.bootTimeNs;
+    gMonotonicStartNs = readings.monotonicNs;
+    gWallStartNs = readings.wallNs;
+    gElapsedNs = 0;
 }
 
 int64_t VirtualClock::bootTimeNs() const {

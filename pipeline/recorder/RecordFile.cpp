@@ -1,0 +1,254 @@
+#include "RecordFile.h"
+
+#include <android/log.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "Crc32.h"
+#include "Encoder.h"
+#include "RecordFormat.h"
+
+namespace NSCam::v3::pipeline::model::record {
+
+namespace {
+
+constexpr char TAG[] = "ZebCam/ZslRec";
+constexpr size_t LEAST_MEMORY = 4096;
+constexpr uint64_t END_BLOCK_BYTES = BLOCK_HEADER_BYTES + ENTRY_HEADER_BYTES + 16;
+constexpr uint64_t MOST_BLOCK_BYTES = uint64_t{1} << 30;
+
+char const* toString(ZslRecordingEnd end) {
+    switch (end) {
+        case ZslRecordingEnd::RUNNING:
+            return "running";
+        case ZslRecordingEnd::FINISHED:
+            return "finished";
+        case ZslRecordingEnd::MEMORY_FULL:
+            return "the memory for what is not written yet is full";
+        case ZslRecordingEnd::FILE_FULL:
+            return "the file has reached its largest size";
+        case ZslRecordingEnd::WRITE_FAILED:
+            return "the file cannot be written";
+        case ZslRecordingEnd::INTERRUPTED:
+            return "recording failed";
+    }
+    return "?";
+}
+
+size_t sizeOf(RecordRing::Pieces const& pieces) {
+    return pieces[0].size() + pieces[1].size();
+}
+
+uint8_t at(RecordRing::Pieces const& pieces, size_t index) {
+    return index < pieces[0].size() ? pieces[0][index] : pieces[1][index - pieces[0].size()];
+}
+
+uint32_t lengthAt(RecordRing::Pieces const& pieces, size_t index) {
+    uint32_t length = 0;
+    for (size_t i = 0; i < ENTRY_HEADER_BYTES; ++i) {
+        length |= uint32_t{at(pieces, index + i)} << (8 * i);
+    }
+    return length;
+}
+
+/// How many whole entries fit into `limit` bytes, which take up `taken`.
+uint64_t countEntries(RecordRing::Pieces const& pieces, uint64_t limit, size_t& taken) {
+    uint64_t entries = 0;
+    taken = 0;
+    while (taken < sizeOf(pieces)) {
+        size_t const size = ENTRY_HEADER_BYTES + size_t{lengthAt(pieces, taken)};
+        if (taken + size > limit) {
+            break;
+        }
+        taken += size;
+        ++entries;
+    }
+    return entries;
+}
+
+RecordRing::Pieces firstBytes(RecordRing::Pieces const& pieces, size_t size) {
+    size_t const first = std::min(size, pieces[0].size());
+    return {pieces[0].first(first), pieces[1].first(size - first)};
+}
+
+}  // namespace
+
+std::unique_ptr<RecordFile> RecordFile::create(ZslRecorderOptions const& options) {
+    FilePtr file(std::fopen(options.path.c_str(), "wbe"), std::fclose);
+    if (file == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be created: %s",
+                            options.path.c_str(), std::strerror(errno));
+        return nullptr;
+    }
+    Encoder start;
+    for (uint8_t const byte : MAGIC) {
+        start.byte(byte);
+    }
+    start.fixed(VERSION);
+    if (std::fwrite(start.data(), start.size(), 1, file.get()) != 1 ||
+        std::fflush(file.get()) != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be written: %s",
+                            options.path.c_str(), std::strerror(errno));
+        return nullptr;
+    }
+    try {
+        return std::unique_ptr<RecordFile>(new RecordFile(std::move(file), options));
+    } catch (std::exception const& error) {
+        __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be recorded: %s",
+                            options.path.c_str(), error.what());
+        return nullptr;
+    }
+}
+
+RecordFile::RecordFile(FilePtr file, ZslRecorderOptions const& options)
+    : mOptions(options),
+      mRing(std::max(options.memoryBytes, LEAST_MEMORY)),
+      mBytes(FILE_HEADER_BYTES),
+      mFile(std::move(file)),
+      mWriter([this] { write(); }) {
+}
+
+RecordFile::~RecordFile() {
+    finish();
+}
+
+void RecordFile::put(std::span<uint8_t const> entry) noexcept {
+    if (!isRunning()) {
+        return;
+    }
+    if (!mRing.push(entry)) {
+        skip();
+        end(ZslRecordingEnd::MEMORY_FULL);
+        return;
+    }
+    wakeWriter();
+}
+
+void RecordFile::end(ZslRecordingEnd why) noexcept {
+    ZslRecordingEnd expected = RUNNING;
+    if (mEnd.compare_exchange_strong(expected, why, std::memory_order_acq_rel)) {
+        wakeWriter();
+    }
+}
+
+void RecordFile::finish() noexcept {
+    end(ZslRecordingEnd::FINISHED);
+    std::lock_guard const lock(mJoinLock);
+    if (mWriter.joinable()) {
+        mWriter.join();
+    }
+}
+
+void RecordFile::wakeWriter() noexcept {
+    mWakeUps.fetch_add(1, std::memory_order_release);
+    mWakeUps.notify_one();
+}
+
+ZslRecorderStatus RecordFile::status() const {
+    uint64_t const entries = mEntries.load(std::memory_order_relaxed);
+    return {.end = mEnd.load(std::memory_order_acquire),
+            .writeError = mWriteError.load(std::memory_order_relaxed),
+            .operations = entries - std::min(entries, uint64_t{1}),
+            .unrecorded = mUnrecorded.load(std::memory_order_relaxed),
+            .bytesWritten = mBytes.load(std::memory_order_relaxed)};
+}
+
+void RecordFile::write() {
+    while (true) {
+        uint32_t const wakeUps = mWakeUps.load(std::memory_order_acquire);
+        // Whatever was put in before the end is in the ring by now.
+        bool const isLast = mEnd.load(std::memory_order_acquire) != RUNNING;
+        drain();
+        if (isLast || !isRunning()) {
+            break;
+        }
+        mWakeUps.wait(wakeUps, std::memory_order_acquire);
+    }
+    close();
+    ZslRecorderStatus const last = status();
+    if (last.end != ZslRecordingEnd::FINISHED) {
+        __android_log_print(ANDROID_LOG_WARN, TAG, "%s: ends after %llu operations: %s%s%s",
+                            mOptions.path.c_str(), static_cast<unsigned long long>(last.operations),
+                            toString(last.end), last.writeError != 0 ? ": " : "",
+                            last.writeError != 0 ? std::strerror(last.writeError) : "");
+    }
+}
+
+void RecordFile::drain() {
+    RecordRing::Pieces const pieces = mRing.peek();
+    uint64_t const reserved = mBytes.load() + BLOCK_HEADER_BYTES + END_BLOCK_BYTES;
+    uint64_t const room = mOptions.maxFileBytes - std::min(mOptions.maxFileBytes, reserved);
+    uint64_t const limit = std::min(room, MOST_BLOCK_BYTES);
+    size_t taken = 0;
+    uint64_t const entries = countEntries(pieces, limit, taken);
+    if (taken > 0) {
+        writeBlock(firstBytes(pieces, taken));
+        if (mWriteError.load() != 0) {
+            return;
+        }
+        mEntries.fetch_add(entries);
+        mRing.pop(taken);
+    }
+    if (taken < sizeOf(pieces)) {
+        mEnd = ZslRecordingEnd::FILE_FULL;
+    }
+}
+
+void RecordFile::writeBlock(RecordRing::Pieces const& content) {
+    Crc32 crc;
+    for (auto const& piece : content) {
+        crc.add(piece.data(), piece.size());
+    }
+    Encoder header;
+    header.fixed(BLOCK_MAGIC);
+    header.fixed(static_cast<uint32_t>(sizeOf(content)));
+    header.fixed(crc.value());
+    append({header.data(), header.size()});
+    append(content[0]);
+    append(content[1]);
+    if (mWriteError.load() == 0 && std::fflush(mFile.get()) != 0) {
+        mWriteError = errno;
+    }
+    if (mWriteError.load() != 0) {
+        mEnd = ZslRecordingEnd::WRITE_FAILED;
+        return;
+    }
+    mBytes.fetch_add(header.size() + sizeOf(content));
+}
+
+void RecordFile::append(std::span<uint8_t const> bytes) {
+    if (!bytes.empty() && mWriteError.load() == 0 &&
+        std::fwrite(bytes.data(), bytes.size(), 1, mFile.get()) != 1) {
+        mWriteError = errno;
+    }
+}
+
+void RecordFile::writeEnd(ZslRecordingEnd why) {
+    Encoder end;
+    end.tag(Entry::END);
+    end.byte(static_cast<uint8_t>(why));
+    end.number(mUnrecorded.load());
+    Encoder entry;
+    entry.fixed(static_cast<uint32_t>(end.size()));
+    writeBlock({std::span(entry.data(), entry.size()), std::span(end.data(), end.size())});
+}
+
+void RecordFile::close() {
+    RecordRing::Pieces const left = mRing.peek();
+    size_t size = 0;
+    mUnrecorded.fetch_add(countEntries(left, sizeOf(left), size));
+    if (mWriteError.load() == 0) {
+        writeEnd(mEnd.load());
+    }
+    if (std::fclose(mFile.release()) != 0 && mWriteError.load() == 0) {
+        mWriteError = errno;
+        mEnd = ZslRecordingEnd::WRITE_FAILED;
+    }
+}
+
+}  // namespace NSCam::v3::pipeline::model::record

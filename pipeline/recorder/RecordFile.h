@@ -1,0 +1,73 @@
+#pragma once
+
+#include <ZslRecorder.h>
+
+#include <atomic>
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <thread>
+
+#include "RecordRing.h"
+
+namespace NSCam::v3::pipeline::model::record {
+
+/**
+ * A file of entries and the thread that writes it.
+ *
+ * One thread at a time puts entries in; it never waits and does no input or output. Each time the
+ * writer finds entries it makes one block of them.
+ */
+class RecordFile {
+public:
+    /// Creates the file and starts the writer. Null, with an error line, when either fails.
+    static std::unique_ptr<RecordFile> create(ZslRecorderOptions const& options);
+    ~RecordFile();
+
+    RecordFile(RecordFile const&) = delete;
+    RecordFile& operator=(RecordFile const&) = delete;
+
+    bool isRunning() const { return mEnd.load(std::memory_order_relaxed) == RUNNING; }
+
+    /// Takes a copy of an entry. Without room for it the recording ends.
+    void put(std::span<uint8_t const> entry) noexcept;
+    /// An operation goes unrecorded.
+    void skip() noexcept { mUnrecorded.fetch_add(1, std::memory_order_relaxed); }
+    /// Ends the recording after what was put in. Never waits. The first reason holds, unless the
+    /// file does not take what was put in until then.
+    void end(ZslRecordingEnd why) noexcept;
+    /// Ends the recording and waits until it is written.
+    void finish() noexcept;
+
+    ZslRecorderStatus status() const;
+
+private:
+    using FilePtr = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    static constexpr auto RUNNING = ZslRecordingEnd::RUNNING;
+
+    RecordFile(FilePtr file, ZslRecorderOptions const& options);
+
+    void write();
+    void drain();
+    void writeBlock(RecordRing::Pieces const& content);
+    void writeEnd(ZslRecordingEnd why);
+    void append(std::span<uint8_t const> bytes);
+    void close();
+    void wakeWriter() noexcept;
+
+    ZslRecorderOptions const mOptions;
+    RecordRing mRing;
+    std::atomic<ZslRecordingEnd> mEnd{RUNNING};
+    std::atomic<uint32_t> mWakeUps{0};
+    std::atomic<int> mWriteError{0};
+    std::atomic<uint64_t> mEntries{0};  ///< written, the header among them
+    std::atomic<uint64_t> mUnrecorded{0};
+    std::atomic<uint64_t> mBytes{0};  ///< size of the file
+    FilePtr mFile;                    ///< the writer's once it runs
+    std::mutex mJoinLock;
+    std::thread mWriter;
+};
+
+}  // namespace NSCam::v3::pipeline::model::record
