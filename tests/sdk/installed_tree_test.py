@@ -4,6 +4,7 @@ import csv
 import json
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
@@ -114,6 +115,15 @@ class InstalledTreeTest(unittest.TestCase):
         demo = (SOURCE_DIR / "scripts/demo").read_text().split("/bin/zsl ", 1)[1]
         words = run(self.zsl, *shlex.split(demo.removesuffix(' "$@"\n')))
         self.assertIn(words, readme)
+
+    def test_fault_examples_are_as_they_are(self):
+        text = (SOURCE_DIR / "docs/faults.md").read_text()
+        examples = re.findall(r"^    \$ zsl (.*)\n((?:    .*\n)+)", text, re.MULTILINE)
+        self.assertGreater(len(examples), 10)
+        for arguments, quoted in examples:
+            told = iter(run(self.zsl, *shlex.split(arguments)).splitlines())
+            for line in quoted.splitlines():
+                self.assertIn(line.removeprefix("    "), told, f"in this order after {arguments}")
 
 
 if __name__ == "__main__":

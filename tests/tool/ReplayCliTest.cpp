@@ -9,41 +9,14 @@
 #include <tuple>
 #include <vector>
 
-#include "cli/Cli.h"
+#include "CliFixture.h"
 #include "text/Duration.h"
 
 namespace zebcam::tool {
 namespace {
 
-struct Outcome {
-    int status = 0;
-    std::string out;
-    std::string err;
-};
-
-Outcome zsl(std::vector<std::string> const& arguments) {
-    std::vector<char const*> argv = {"zsl"};
-    for (std::string const& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    std::ostringstream out;
-    std::ostringstream err;
-    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
-    return {status, out.str(), err.str()};
-}
-
-class ReplayCli : public testing::Test {
+class ReplayCli : public CliTest {
 protected:
-    ReplayCli() { std::filesystem::create_directories(mFolder); }
-    ~ReplayCli() override { std::filesystem::remove_all(mFolder); }
-
-    std::string path(std::string const& name) const { return mFolder + "/" + name; }
-
-    std::string write(std::string const& name, std::string const& content) const {
-        std::ofstream(path(name)) << content;
-        return path(name);
-    }
-
     /// Frames 1, 2, ... every 100 ms; frame n is exposed for 10 ms and read out in 20 ms.
     std::string recording(int frames) const {
         std::string text =
@@ -54,10 +27,6 @@ protected:
         }
         return write("recording.csv", text);
     }
-
-private:
-    std::string const mFolder =
-        testing::TempDir() + "zsl_" + testing::UnitTest::GetInstance()->current_test_info()->name();
 };
 
 TEST_F(ReplayCli, PrintsFactsTableAndSummary) {

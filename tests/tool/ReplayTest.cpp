@@ -13,21 +13,6 @@
 namespace zebcam::tool {
 namespace {
 
-/// `<frame>: F<history frame> <lag> <wait> <served>` in ms for each frame of each capture.
-std::string outcomesOf(ReplayResult const& result) {
-    std::ostringstream text;
-    for (CaptureRecord const& capture : result.captures) {
-        for (FrameOutcome const& frame : capture.frames) {
-            text << (text.tellp() > 0 ? ", " : "");
-            if (frame.historyFrame) {
-                text << 'F' << *frame.historyFrame << ' ' << *capture.lagNs(frame) / MS << ' ';
-            }
-            text << capture.waitNs(frame).value_or(-1) / MS << ' ' << toString(frame.served);
-        }
-    }
-    return text.str();
-}
-
 struct Case {
     char const* name;
     ReplayOptions options;

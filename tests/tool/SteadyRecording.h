@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -42,6 +44,21 @@ template <typename Change>
 ReplayOptions with(ReplayOptions options, Change change) {
     change(options);
     return options;
+}
+
+/// `<frame>: F<history frame> <lag> <wait> <served>` in ms for each frame of each capture.
+inline std::string outcomesOf(ReplayResult const& result) {
+    std::ostringstream text;
+    for (CaptureRecord const& capture : result.captures) {
+        for (FrameOutcome const& frame : capture.frames) {
+            text << (text.tellp() > 0 ? ", " : "");
+            if (frame.historyFrame) {
+                text << 'F' << *frame.historyFrame << ' ' << *capture.lagNs(frame) / MS << ' ';
+            }
+            text << capture.waitNs(frame).value_or(-1) / MS << ' ' << toString(frame.served);
+        }
+    }
+    return text.str();
 }
 
 }  // namespace zebcam::tool

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 #include <vector>
 
@@ -32,7 +33,7 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
             }
         },
         help);
-    return option->type_name(type)->type_size(1)->expected(1);
+    return option->type_name(type)->type_size(1)->expected(1)->allow_extra_args(false);
 }
 
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
@@ -63,6 +64,20 @@ void addPressOptions(CLI::App& command, ReplayOptions& options) {
         ->excludes(press);
 }
 
+void addServiceOptions(CLI::App& command, ReplayOptions& options) {
+    addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
+             "Frames of each capture");
+    addValue(
+        command, "--policy",
+        [&options](std::string const& text) { options.policy = parsePolicy(text); },
+        "default, cshot, multiframe or a library with a policy [default: default]", "NAME|PATH.so");
+    addValue(
+        command, "--offset",
+        [&options](std::string const& text) { options.offsetMs = parseMilliseconds(text); },
+        "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
+    addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
+}
+
 void addCaptureOptions(CLI::App& command, ReplayOptions& options) {
     addValue(
         command, "--timeout-ms",
@@ -87,6 +102,24 @@ void addPipelineOptions(CLI::App& command, ReplayOptions& options) {
         [&options](std::string const& text) { options.properties.push_back(parseProperty(text)); },
         "Set a system property first; may be repeated", "KEY=VALUE")
         ->take_all();
+}
+
+void addFaultOptions(CLI::App& command, FaultOptions& options) {
+    CLI::Option* const fault = addValue(
+        command, "--fault",
+        [&options](std::string const& text) { options.rules.push_back(parseFault(text)); },
+        fmt::format("Let something go wrong, at a rate from 0 to 1 or once: {}; may be repeated",
+                    faultKindNames()),
+        "KIND[:RATE|@TIME]");
+    fault->take_all();
+    addValue(
+        command, "--fault-seed",
+        [&options](std::string const& text) {
+            options.seed = static_cast<uint64_t>(
+                parseWholeNumber(text, 0, std::numeric_limits<int64_t>::max()));
+        },
+        fmt::format("Same seed, same faults [default: {}]", options.seed), "N")
+        ->needs(fault);
 }
 
 void requireOneOffset(ReplayOptions const& options, std::optional<int64_t> offsetMs) {

@@ -32,11 +32,17 @@ std::string requireFile(std::string const& path);
 /// --press, --captures.
 void addPressOptions(CLI::App& command, ReplayOptions& options);
 
+/// --frames, --policy, --offset, --history.
+void addServiceOptions(CLI::App& command, ReplayOptions& options);
+
 /// --timeout-ms, --frame-sync.
 void addCaptureOptions(CLI::App& command, ReplayOptions& options);
 
 /// --delivery-delay, --reprocess-delay, --property.
 void addPipelineOptions(CLI::App& command, ReplayOptions& options);
+
+/// --fault, --fault-seed.
+void addFaultOptions(CLI::App& command, FaultOptions& options);
 
 /// Throws CLI::ValidationError when both `offsetMs` and a property set the offset.
 void requireOneOffset(ReplayOptions const& options, std::optional<int64_t> offsetMs);

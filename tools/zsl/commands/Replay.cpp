@@ -63,27 +63,16 @@ private:
     int mShown = -1;
 };
 
-void addOwnOptions(CLI::App& command, ReplayOptions& options) {
+void addTimedOptions(CLI::App& command, ReplayOptions& options) {
     auto const addTo = [](std::vector<int64_t>& times) {
         return [&times](std::string const& text) { times.push_back(parseDuration(text)); };
     };
-    addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
-             "Frames of each capture");
-    addValue(
-        command, "--policy",
-        [&options](std::string const& text) { options.policy = parsePolicy(text); },
-        "default, cshot, multiframe or a library with a policy [default: default]", "NAME|PATH.so");
-    addValue(
-        command, "--offset",
-        [&options](std::string const& text) { options.offsetMs = parseMilliseconds(text); },
-        "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
     addValue(command, "--flush-at", addTo(options.flushesNs),
              "Flush this long after the first frame; may be repeated", "T")
         ->take_all();
     addValue(command, "--dump-at", addTo(options.dumpsNs),
              "Print what every debuggee tells then; may be repeated", "T")
         ->take_all();
-    addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
 }
 
 /// A file for results, opened before the work begins so that a bad path is told at once.
@@ -148,9 +137,11 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         ->required()
         ->type_name("FILE");
     addPressOptions(*command, arguments->options);
-    addOwnOptions(*command, arguments->options);
+    addServiceOptions(*command, arguments->options);
+    addTimedOptions(*command, arguments->options);
     addCaptureOptions(*command, arguments->options);
     addPipelineOptions(*command, arguments->options);
+    addFaultOptions(*command, arguments->options.faults);
     addValue(
         *command, "--log",
         [arguments](std::string const& text) { arguments->options.logLevel = parseLogLevel(text); },

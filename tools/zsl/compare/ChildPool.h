@@ -5,7 +5,7 @@
 #include <functional>
 #include <string>
 
-#include "compare/SignalWatch.h"
+#include "process/SignalWatch.h"
 
 namespace zebcam::tool {
 

@@ -2,6 +2,8 @@
 
 #include <cutils/properties.h>
 
+#include <algorithm>
+
 #include "sim/PluginSelector.h"
 
 namespace zebcam::tool {
@@ -34,6 +36,10 @@ PipelineOptions pipelineOptions(ReplayOptions const& options) {
         case PolicyKind::Plugin:
             pipeline.pSelector = loadSelector(options.policy.pluginPath);
             break;
+    }
+    if (!options.faults.rules.empty()) {
+        // A capture whose policy fails gets one with the fixed time-out.
+        pipeline.timeoutMs = std::min(pipeline.timeoutMs, kFixedTimeoutMs);
     }
     return pipeline;
 }

@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "faults/SensorEvents.h"
 #include "replay/PipelineSetup.h"
 #include "replay/PropertyScope.h"
 #include "replay/Schedule.h"
@@ -18,7 +19,7 @@ namespace zebcam::tool {
 namespace {
 
 /// What happens, in the order in which it happens at one instant.
-enum class EventKind { Announce, Arrival, Result, Press, Dump, Flush };
+enum class EventKind { Announce, Arrival, Result, Press, Dump, Flush, FaultFlush };
 
 struct Event {
     int64_t timeNs = 0;
@@ -41,6 +42,7 @@ public:
           mListener(listener),
           mStartNs(recording.frames.front().timestampNs),
           mReprocessNs(options.reprocessDelayNs.value_or(recording.medianIntervalNs)),
+          mFaults(makeFaultInjector(options.faults, mStartNs, recording.medianIntervalNs)),
           mClock({.bootTimeNs = mStartNs}),
           mPipeline(listeningOptions()) {
         schedule();
@@ -50,10 +52,11 @@ public:
         while (!mQueue.empty()) {
             Event const event = mQueue.top();
             mQueue.pop();
-            mClock.advanceTo(event.timeNs);
+            // A slow policy makes what was due meanwhile come late.
+            mClock.advanceTo(std::max(event.timeNs, mClock.bootTimeNs()));
             handle(event);
             if (mListener.occupancy) {
-                mListener.occupancy(event.timeNs, mPipeline.occupancy());
+                mListener.occupancy(mClock.bootTimeNs(), mPipeline.occupancy());
             }
         }
         return finishResult();
@@ -62,6 +65,8 @@ public:
 private:
     PipelineOptions listeningOptions() {
         PipelineOptions options = pipelineOptions(mOptions);
+        options.faults = mFaults;
+        options.pause = [this](int64_t ns) { mClock.advance(ns); };
         if (mListener.log) {
             options.logSink = [this](host::LogLine const& line) {
                 mListener.log(mClock.bootTimeNs() - mStartNs, line);
@@ -72,13 +77,7 @@ private:
 
     void schedule() {
         mPresses = pressTimes(mRecording, mOptions);
-        std::vector<FrameTimes> const times = frameTimes(mRecording, mOptions);
-        int64_t endNs = mStartNs;
-        for (size_t i = 0; i < times.size(); ++i) {
-            mQueue.push({times[i].announceNs, EventKind::Announce, i});
-            mQueue.push({times[i].arrivalNs, EventKind::Arrival, i});
-            endNs = std::max(endNs, times[i].arrivalNs);
-        }
+        int64_t const endNs = scheduleSensor();
         for (size_t i = 0; i < mPresses.size(); ++i) {
             mQueue.push({mStartNs + mPresses[i], EventKind::Press, i});
         }
@@ -89,35 +88,74 @@ private:
             mQueue.push({mStartNs + mOptions.flushesNs[i], EventKind::Flush, i});
         }
         mQueue.push({endNs, EventKind::Flush, mOptions.flushesNs.size()});
+        if (mFaults != nullptr) {
+            for (int64_t const timeNs : mFaults->flushTimes()) {
+                mQueue.push({timeNs, EventKind::FaultFlush, 0});
+            }
+        }
+    }
+
+    /// Gives the boot time at which everything has arrived.
+    int64_t scheduleSensor() {
+        SensorEvents sensor = sensorEvents(mRecording, mOptions, {}, mFaults.get());
+        mFrames = std::move(sensor.frames);
+        mArrivalsNs.resize(mFaults != nullptr ? mFrames.size() : 0);
+        int64_t endNs = mStartNs + mPresses.back();
+        for (SensorEvent const& event : sensor.events) {
+            bool const isArrival = event.kind == SensorEventKind::Arrival;
+            mQueue.push(
+                {event.timeNs, isArrival ? EventKind::Arrival : EventKind::Announce, event.frame});
+            endNs = std::max(endNs, event.timeNs);
+            mArrivals += isArrival ? 1 : 0;
+        }
+        return endNs;
     }
 
     void handle(Event const& event) {
         switch (event.kind) {
             case EventKind::Announce:
-                mPipeline.announce(mRecording.frames[event.which]);
+                mPipeline.announce(mFrames[event.which]);
                 break;
             case EventKind::Arrival:
-                reprocess(mPipeline.arrive(mRecording.frames[event.which]));
-                if (mListener.progress) {
-                    mListener.progress(++mArrived, mRecording.frames.size());
-                }
+                arrive(event.which);
                 break;
             case EventKind::Result:
                 mPipeline.finish(mBuilt[event.which]);
                 break;
-            case EventKind::Press: {
-                int64_t const pressNs = mStartNs + mPresses[event.which];
-                reprocess(mPipeline.submit({.frames = mOptions.framesPerCapture,
-                                            .sensorModes = sensorModesAt(mRecording, pressNs)}));
+            case EventKind::Press:
+                press(event.which);
                 break;
-            }
             case EventKind::Dump:
                 mDumps.push_back({mClock.bootTimeNs() - mStartNs, SimulatedPipeline::dump()});
                 break;
+            case EventKind::FaultFlush:
+                mFaults->count(FaultKind::Flush);
+                [[fallthrough]];
             case EventKind::Flush:
                 reprocess(mPipeline.flush());
                 break;
         }
+    }
+
+    void arrive(size_t which) {
+        if (mFaults != nullptr && !mArrivalsNs[which]) {
+            mArrivalsNs[which] = mClock.bootTimeNs();
+        }
+        reprocess(mPipeline.arrive(mFrames[which]));
+        if (mListener.progress) {
+            mListener.progress(++mArrived, mArrivals);
+        }
+    }
+
+    void press(size_t which) {
+        int64_t const pressNs = mStartNs + mPresses[which];
+        if (mFaults != nullptr) {
+            if (auto const flushNs = mFaults->flushAfter(which, pressNs)) {
+                mQueue.push({*flushNs, EventKind::FaultFlush, which});
+            }
+        }
+        reprocess(mPipeline.submit({.frames = mOptions.framesPerCapture,
+                                    .sensorModes = sensorModesAt(mRecording, pressNs)}));
     }
 
     void reprocess(std::vector<BuiltFrame> const& frames) {
@@ -143,6 +181,10 @@ private:
         result.droppedFrames = mPipeline.droppedFrames();
         result.errorLines = mPipeline.errorLines();
         result.dumps = std::move(mDumps);
+        if (mFaults != nullptr) {
+            result.faults = mFaults->tally();
+            result.arrivalsNs = std::move(mArrivalsNs);
+        }
         for (PipelineFailure const& failure : mPipeline.failures()) {
             result.failures.push_back(
                 fmt::format("at {} s: {}", formatSeconds(failure.timeNs - mStartNs), failure.text));
@@ -155,10 +197,14 @@ private:
     ReplayListener const& mListener;
     int64_t const mStartNs;
     int64_t const mReprocessNs;
+    std::shared_ptr<FaultInjector> const mFaults;
     platform::VirtualClock mClock;
     SimulatedPipeline mPipeline;
     std::priority_queue<Event> mQueue;
     std::vector<int64_t> mPresses;
+    std::vector<ReportedFrame> mFrames;
+    std::vector<std::optional<int64_t>> mArrivalsNs;  ///< with faults
+    size_t mArrivals = 0;                             ///< that are due, over the whole replay
     std::vector<BuiltFrame> mBuilt;
     std::vector<DebugDump> mDumps;
     size_t mArrived = 0;

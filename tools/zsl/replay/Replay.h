@@ -27,7 +27,8 @@ struct ReplayListener {
  *
  * Events at one instant happen in this order: frames leave for the history, frames arrive (by
  * number), results come back, presses, dumps, flushes. The last arrival ends the recording: the
- * pipeline is flushed and the results that are due come in.
+ * pipeline is flushed and the results that are due come in. Faults that were asked for are part of
+ * the replay and no failures of it.
  *
  * Throws InputError when the options do not fit the recording or cannot be carried out. At most one
  * at a time.

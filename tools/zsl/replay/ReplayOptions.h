@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "faults/FaultOptions.h"
+
 namespace zebcam::tool {
 
 /// Who chooses the history frames of a capture.
@@ -44,6 +46,7 @@ struct ReplayOptions {
     std::vector<int64_t> flushesNs;
     std::vector<int64_t> dumpsNs;
     std::vector<std::pair<std::string, std::string>> properties;
+    FaultOptions faults;
     uint32_t logLevel = 0;  ///< largest ULog::LogLevel that is shown; 0: nothing
 };
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "faults/FaultTally.h"
 #include "recording/RecordingFacts.h"
 #include "replay/ReplayOptions.h"
 #include "sim/CaptureRecord.h"
@@ -64,6 +65,10 @@ struct ReplayResult {
     uint64_t droppedFrames = 0;  ///< left the history because newer ones came
     uint64_t errorLines = 0;     ///< error lines of the processor's log
     std::vector<DebugDump> dumps;
+    std::optional<FaultTally> faults;  ///< none when none were asked for
+    /// When each frame of the recording first arrived, boot time; none: it was lost. Empty without
+    /// faults, where the schedule tells.
+    std::vector<std::optional<int64_t>> arrivalsNs;
     std::vector<std::string> failures;  ///< exceptions, answers that nobody asked for, held locks
 
     /// Every capture was answered, the ledger balances and nothing failed.

@@ -54,6 +54,9 @@ std::vector<int64_t> pressTimes(Recording const& recording, ReplayOptions const&
     for (int64_t const time : options.dumpsNs) {
         requireWithin("--dump-at", time, length);
     }
+    for (FaultRule const& rule : options.faults.rules) {
+        requireWithin("--fault", rule.atNs.value_or(0), length);
+    }
     std::vector<int64_t> presses = options.pressesNs;
     for (int64_t const time : presses) {
         requireWithin("--press", time, length);

@@ -19,7 +19,7 @@ struct FrameTimes {
 std::vector<FrameTimes> frameTimes(Recording const& recording, ReplayOptions const& options);
 
 /// The presses in ascending time, from the first frame. Throws InputError when one of them, a
-/// flush or a dump lies outside the recording.
+/// flush, a dump or a fault lies outside the recording.
 std::vector<int64_t> pressTimes(Recording const& recording, ReplayOptions const& options);
 
 /// What a capture pressed at boot time `pressNs` requires: the mode of the sensor at that moment,

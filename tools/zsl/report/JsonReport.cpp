@@ -8,6 +8,7 @@
 
 #include "Version.h"
 #include "explain/ExplanationJson.h"
+#include "report/FaultJson.h"
 
 namespace zebcam::tool {
 
@@ -186,10 +187,13 @@ void writeJson(ReplayResult const& result, Explanation const* explanation, std::
         auto const found = reasons.find(capture.requestNo);
         captures.push_back(captureJson(capture, found != reasons.end() ? found->second : nullptr));
     }
-    Json const document = {{"format", kFormatVersion},           {"version", VERSION},
-                           {"recording", recordingJson(result)}, {"options", optionsJson(result)},
-                           {"captures", std::move(captures)},    {"dumps", dumpsJson(result)},
-                           {"summary", summaryJson(result)},     {"ledger", ledgerJson(result)}};
+    Json document = {{"format", kFormatVersion},           {"version", VERSION},
+                     {"recording", recordingJson(result)}, {"options", optionsJson(result)},
+                     {"captures", std::move(captures)},    {"dumps", dumpsJson(result)},
+                     {"summary", summaryJson(result)},     {"ledger", ledgerJson(result)}};
+    if (result.faults) {
+        document["faults"] = faultJson(result.options.faults, *result.faults);
+    }
     // A path need not be UTF-8.
     out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }

@@ -3,41 +3,15 @@
 #include <fmt/format.h>
 
 #include <iterator>
-#include <string_view>
-#include <vector>
 
 #include "explain/ExplanationText.h"
+#include "report/TextBlocks.h"
 #include "text/Duration.h"
 
 namespace zebcam::tool {
 namespace {
 
-constexpr size_t kColumns = 100;
-constexpr size_t kLabelWidth = 11;
 constexpr char kRow[] = "{:>7}  {:>11}  {:>5}  {:>13}  {:>10}  {:<10}  {:>11}  {:>18}\n";
-
-/// `text` under a label, broken at blanks.
-std::string labelled(std::string_view label, std::string_view text) {
-    std::string out = fmt::format("{:<{}}", label, kLabelWidth);
-    size_t const width = kColumns - kLabelWidth;
-    while (text.size() > width) {
-        size_t cut = text.rfind(' ', width);
-        if (cut == std::string_view::npos) {
-            cut = text.find(' ');
-        }
-        if (cut == std::string_view::npos) {
-            break;
-        }
-        out += fmt::format("{}\n{:{}}", text.substr(0, cut), "", kLabelWidth);
-        text.remove_prefix(cut + 1);
-    }
-    out += text;
-    return out + "\n";
-}
-
-std::string counted(size_t count, std::string_view one, std::string_view many) {
-    return fmt::format("{} {}", count, count == 1 ? one : many);
-}
 
 std::string gapsOf(RecordingFacts const& facts) {
     if (facts.gaps == 0) {
@@ -89,14 +63,15 @@ std::string factsText(ReplayResult const& result) {
         text += labelled("", "note: " + note);
     }
     ReplayOptions const& options = result.options;
-    return text + labelled("Replay",
-                           fmt::format("policy {}, {} of {}, history of {}, "
+    text +=
+        labelled("Replay", fmt::format("policy {}, {} of {}, history of {}, "
                                        "ZSL offset {} ms{}",
                                        options.policy.name(),
                                        counted(result.summary.captures, "capture", "captures"),
                                        counted(options.framesPerCapture, "frame", "frames"),
                                        counted(options.history, "frame", "frames"), result.offsetMs,
                                        options.frameSync ? ", frame sync" : ""));
+    return text + (result.faults ? labelled("Faults", result.faults->text()) : "");
 }
 
 std::string tableText(ReplayResult const& result) {
@@ -151,18 +126,7 @@ std::string summaryText(ReplayResult const& result) {
                                               "{} ms after the press",
                                               formatMs(lag.min), formatMs(lag.median),
                                               formatMs(lag.p95), formatMs(lag.max)));
-    auto const& ledger = result.ledger;
-    text += labelled(
-        "Ledger", fmt::format("{} handed out, {} returned, {} consumed, {} released; "
-                              "{} still out, {} lost",
-                              ledger.handedOut, ledger.returned, ledger.consumed, ledger.released,
-                              ledger.withProcessor + ledger.withFrameBuilder, ledger.lost));
-    for (host::LedgerLine const& line : result.unsettled) {
-        text += labelled("", fmt::format("frame {}, handed out for capture {} at {} s: {}",
-                                         line.frameNo, line.forRequestNo,
-                                         formatSeconds(line.sinceNs - result.firstTimestampNs),
-                                         host::toString(line.holder)));
-    }
+    text += ledgerText(result.ledger, result.unsettled, result.firstTimestampNs);
     if (result.errorLines > 0) {
         text += labelled("Log", counted(result.errorLines, "error line", "error lines") +
                                     " (--log error shows them)");
@@ -173,7 +137,7 @@ std::string summaryText(ReplayResult const& result) {
     return text + labelled("Result",
                            fmt::format("{} of {} answered, the ledger {}", summary.answeredCaptures,
                                        counted(summary.captures, "capture", "captures"),
-                                       ledger.balances() ? "balances" : "DOES NOT BALANCE"));
+                                       result.ledger.balances() ? "balances" : "DOES NOT BALANCE"));
 }
 
 std::string textReport(ReplayResult const& result, Explanation const* explanation) {

@@ -123,7 +123,8 @@ std::optional<BuiltFrame> CaptureBook::find(std::shared_ptr<host::FrameBuilder> 
 
 /// `remaining`: frames of its list from this one on.
 void CaptureBook::answer(BuiltFrame const& frame, bool isFlush, size_t remaining) {
-    if (isFlush) {
+    // A flush also gives what an operation that threw had built from the history.
+    if (isFlush && !frame.builder->builtFromHistory().value_or(false)) {
         book(frame, Served::Flushed, std::nullopt);
         return;
     }

@@ -1,5 +1,7 @@
 #include "sim/ObservedProvider.h"
 
+#include <utility>
+
 namespace zebcam::tool {
 
 ObservedProvider::ObservedProvider(std::shared_ptr<host::HistoryProvider> provider,
@@ -9,9 +11,26 @@ ObservedProvider::ObservedProvider(std::shared_ptr<host::HistoryProvider> provid
 
 std::optional<std::list<ObservedProvider::HistoryBufferSet>>
 ObservedProvider::getHistoryBufferSets() {
-    mObserver.begin(offer());
+    TryFaults const faults = mObserver.faults ? mObserver.faults() : TryFaults{};
+    mPauseNs = faults.policyPauseNs;
+    Offer offered = offer();
+    if (faults.noHistory) {
+        offered.history.clear();
+        mObserver.begin(std::move(offered));
+        return std::nullopt;
+    }
+    mObserver.begin(std::move(offered));
     mProvider->setCurrentRequest(mRequestNo);
     return mProvider->getHistoryBufferSets();
+}
+
+std::vector<NSCam::ZslPolicy::InFlightInfo> ObservedProvider::getInFlightInfos() const {
+    auto infos = mProvider->getInFlightInfos();
+    // It is the last thing that is read before the policy is asked.
+    if (int64_t const pauseNs = std::exchange(mPauseNs, 0); pauseNs > 0 && mObserver.pause) {
+        mObserver.pause(pauseNs);
+    }
+    return infos;
 }
 
 Offer ObservedProvider::offer() const {

@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "faults/FaultySelectors.h"
 #include "sim/InputError.h"
 #include "sim/MetadataReader.h"
 #include "sim/MetadataWriter.h"
@@ -71,6 +72,9 @@ SimulatedPipeline::SimulatedPipeline(PipelineOptions options)
     if (mProcessor == nullptr) {
         throw InputError("the processor cannot be made");
     }
+    if (mOptions.wrap) {
+        mProcessor = mOptions.wrap(mProcessor);
+    }
     auto const streams = mFactory.streams().describe(0);
     int status = 0;
     try {
@@ -85,13 +89,25 @@ SimulatedPipeline::SimulatedPipeline(PipelineOptions options)
 
 SimulatedPipeline::~SimulatedPipeline() = default;
 
-std::vector<BuiltFrame> SimulatedPipeline::arrive(SensorFrame const& frame) {
-    mProvider->arrive(mFactory.sensorFrame(frame));
+void SimulatedPipeline::announce(ReportedFrame const& reported) {
+    if (mOptions.faults != nullptr) {
+        mOptions.faults->count(reported.faults);
+    }
+    mProvider->announce(reported.frame.frameNo);
+}
+
+std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported) {
+    auto set = mFactory.sensorFrame(reported.frame);
+    if (reported.faults.lockedMetadata) {
+        mHeldMetadata.add(set);
+    }
+    mProvider->arrive(std::move(set));
     return collect("retry", false,
-                   [&] { return mProcessor->processZslPendingRequest(frame.frameNo); });
+                   [&] { return mProcessor->processZslPendingRequest(reported.frame.frameNo); });
 }
 
 std::vector<BuiltFrame> SimulatedPipeline::submit(CaptureOrder const& order) {
+    dropListenerIfGone();
     size_t const capture = mBook.open(order.sensorModes, order.frames);
     std::unordered_map<uint32_t, uint32_t> const modes(order.sensorModes.begin(),
                                                        order.sensorModes.end());
@@ -114,13 +130,9 @@ model::ZslRequestParams SimulatedPipeline::requestOf(size_t capture, size_t fram
     model::ZslRequestParams params;
     params.requestNo = mBook.requestNoOf(capture);
     params.pPolicyParams = mOptions.pPolicy;
-    params.pSelector = mOptions.pSelector;
+    params.pSelector = selectorOf(capture);
     params.needFrameSync = mOptions.frameSync;
-    params.pHistoryBufferProvider = std::make_shared<ObservedProvider>(
-        mProvider, params.requestNo,
-        ObservedProvider::Observer{
-            .begin = [this, capture](Offer offer) { beginTry(capture, std::move(offer)); },
-            .end = [this] { endTry(); }});
+    params.pHistoryBufferProvider = providerOf(capture);
     auto const settings = std::make_shared<v3::pipeline::policy::RequestResultParams>();
     settings->required = mFactory.streams().required();
     params.vReqResult.assign(frames, settings);
@@ -133,13 +145,51 @@ model::ZslRequestParams SimulatedPipeline::requestOf(size_t capture, size_t fram
     return params;
 }
 
+std::shared_ptr<v3::pipeline::NSPipelineContext::IHistoryBufferProvider>
+SimulatedPipeline::providerOf(size_t capture) {
+    ObservedProvider::Observer observer;
+    observer.begin = [this, capture](Offer offer) { beginTry(capture, std::move(offer)); };
+    observer.end = [this] { endTry(); };
+    observer.pause = mOptions.pause;
+    if (mOptions.faults != nullptr) {
+        observer.faults = [this, capture] {
+            return mOptions.faults->ofTry(capture, mBook.triesOf(capture), nowNs());
+        };
+    }
+    return std::make_shared<ObservedProvider>(mProvider, mBook.requestNoOf(capture),
+                                              std::move(observer));
+}
+
+std::shared_ptr<NSCam::ZslPolicy::ISelector> SimulatedPipeline::selectorOf(size_t capture) const {
+    if (mOptions.faults == nullptr) {
+        return mOptions.pSelector;
+    }
+    PolicyFault const fault = mOptions.faults->ofPolicy(capture, nowNs());
+    return fault == PolicyFault::None ? mOptions.pSelector
+                                      : makeFaultySelector(fault, capture, mOptions.faults);
+}
+
+/// Only a submission tells the listener of anything.
+void SimulatedPipeline::dropListenerIfGone() {
+    if (mOptions.faults == nullptr || !mOptions.faults->isCallbackGone(nowNs())) {
+        return;
+    }
+    std::lock_guard lock(mListenerLock);
+    if (mListener != nullptr) {
+        mListener = nullptr;
+        mOptions.faults->count(FaultKind::CallbackGone);
+    }
+}
+
 void SimulatedPipeline::beginTry(size_t capture, Offer offer) {
+    mHeldMetadata.hold();
     int64_t const ageMs = mBook.ageMs(capture);
     mBook.beginTry(capture, ageMs, std::move(offer));
     mLog.watchTimeout(ageMs >= mOptions.timeoutMs);
 }
 
 void SimulatedPipeline::endTry() {
+    mHeldMetadata.letGo();
     mBook.endTry(mLog.takeTimedOutFrames());
     mLog.watchTimeout(false);
 }
@@ -148,6 +198,8 @@ template <typename Call>
 void SimulatedPipeline::guard(char const* what, Call call) {
     try {
         call();
+    } catch (InjectedFault const&) {
+        // What it costs the captures is told of them.
     } catch (std::exception const& error) {
         fail(fmt::format("{}: exception: {}", what, error.what()));
     } catch (...) {

@@ -5,16 +5,20 @@
 #include <host/Services.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "faults/FaultInjector.h"
+#include "faults/HeldMetadata.h"
 #include "recording/Recording.h"
 #include "sim/CaptureBook.h"
 #include "sim/FrameFactory.h"
 #include "sim/ProcessorLog.h"
+#include "sim/ReportedFrame.h"
 
 namespace zebcam::tool {
 
@@ -23,10 +27,16 @@ struct PipelineOptions {
     size_t history = 8;                                          ///< frames that the provider keeps
     std::shared_ptr<NSCam::ZslPolicy::ZslPolicyParams> pPolicy;  ///< of each capture
     std::shared_ptr<NSCam::ZslPolicy::ISelector> pSelector;      ///< of each capture
-    int64_t timeoutMs = 3000;  ///< time-out that the policy implies
+    int64_t timeoutMs = 3000;  ///< shortest time-out that a capture's policy implies
     bool frameSync = false;
     CaptureBook::Tries tries = CaptureBook::Tries::All;
-    uint32_t logLevel = 0;  ///< see ProcessorLog
+    /// Puts something between the pipeline and the processor; may be empty.
+    std::function<android::sp<NSCam::v3::pipeline::model::IZslProcessor>(
+        android::sp<NSCam::v3::pipeline::model::IZslProcessor>)>
+        wrap;
+    std::shared_ptr<FaultInjector> faults;  ///< what goes wrong; may be empty
+    std::function<void(int64_t ns)> pause;  ///< lets time pass while a policy is slow
+    uint32_t logLevel = 0;                  ///< see ProcessorLog
     ProcessorLog::Sink logSink;
 };
 
@@ -66,9 +76,10 @@ public:
     ~SimulatedPipeline();
 
     /// The sensor starts on a frame.
-    void announce(SensorFrame const& frame) { mProvider->announce(frame.frameNo); }
+    void announce(ReportedFrame const& reported);
     /// A frame reaches the history; the captures that wait are tried again.
-    std::vector<BuiltFrame> arrive(SensorFrame const& frame);
+    std::vector<BuiltFrame> arrive(ReportedFrame const& reported);
+    std::vector<BuiltFrame> arrive(SensorFrame const& frame) { return arrive({frame, {}}); }
     /// The user presses the button.
     std::vector<BuiltFrame> submit(CaptureOrder const& order);
     std::vector<BuiltFrame> flush();
@@ -82,8 +93,9 @@ public:
     host::BufferLedger const& ledger() const { return *mProvider->ledger(); }
     uint64_t droppedFrames() const { return mProvider->droppedFrames(); }
     uint64_t errorLines() const { return mLog.errorLines(); }
-    /// Exceptions and frames that came back wrongly so far, and what must not be at the end:
-    /// metadata locks that are held, buffer sets that came back without having been out.
+    /// Exceptions (but for those of faults) and frames that came back wrongly so far, and what must
+    /// not be at the end: metadata locks that are held, buffer sets that came back without having
+    /// been out.
     std::vector<PipelineFailure> failures() const;
 
 private:
@@ -96,6 +108,10 @@ private:
     void beginTry(size_t capture, Offer offer);
     void endTry();
     NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
+    std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(
+        size_t capture);
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture) const;
+    void dropListenerIfGone();
     android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
     void fail(std::string text);
 
@@ -107,7 +123,9 @@ private:
     CaptureBook mBook;
     mutable std::mutex mFailureLock;
     std::vector<PipelineFailure> mFailures;
-    android::sp<ShutterListener> const mListener;
+    HeldMetadata mHeldMetadata;
+    std::mutex mListenerLock;
+    android::sp<ShutterListener> mListener;                             ///< null once it is gone
     android::sp<NSCam::v3::pipeline::model::IZslProcessor> mProcessor;  ///< goes first
 };
 

@@ -35,23 +35,29 @@ Json argsOf(SensorFrame const& frame, FrameSlice const& slice) {
     if (slice.endNs != slice.arrivalNs) {
         args["isCutShort"] = true;
     }
+    if (slice.isLost) {
+        args["isLost"] = true;
+    }
     return args;
 }
 
 }  // namespace
 
-std::vector<FrameSlice> frameSlices(Recording const& recording, ReplayOptions const& options) {
-    std::vector<FrameTimes> const times = frameTimes(recording, options);
+std::vector<FrameSlice> frameSlices(Recording const& recording, ReplayResult const& result) {
+    std::vector<FrameTimes> const times = frameTimes(recording, result.options);
+    bool const isFaulty = !result.arrivalsNs.empty();
     std::vector<FrameSlice> slices;
     slices.reserve(times.size());
     Lanes lanes(MAX_FRAME_ROWS);
     for (size_t i = 0; i < times.size(); ++i) {
-        int64_t const arrivalNs = times[i].arrivalNs;
+        bool const isLost = isFaulty && !result.arrivalsNs[i];
+        int64_t const arrivalNs =
+            isFaulty ? result.arrivalsNs[i].value_or(times[i].arrivalNs) : times[i].arrivalNs;
         auto const lane = lanes.take(recording.frames[i].timestampNs, arrivalNs);
         bool const isCut = !lane && i + 1 < times.size();
         int64_t const endNs =
             isCut ? std::min(arrivalNs, recording.frames[i + 1].timestampNs) : arrivalNs;
-        slices.push_back({lane.value_or(MAX_FRAME_ROWS), arrivalNs, endNs});
+        slices.push_back({lane.value_or(MAX_FRAME_ROWS), arrivalNs, endNs, isLost});
     }
     return slices;
 }

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "recording/Recording.h"
-#include "replay/ReplayOptions.h"
+#include "replay/ReplayResult.h"
 #include "trace/TraceEvents.h"
 #include "trace/TraceFlows.h"
 
@@ -15,14 +15,15 @@ namespace zebcam::tool {
 struct FrameSlice {
     size_t row = 0;
     int64_t arrivalNs = 0;
-    int64_t endNs = 0;  ///< the arrival, or earlier in the row for what is too much
+    int64_t endNs = 0;    ///< the arrival, or earlier in the row for what is too much
+    bool isLost = false;  ///< it never arrived; `arrivalNs` is when it should have
 };
 
 /// The frames by the order of the recording. As many rows as frames overlap, at most
 /// MAX_FRAME_ROWS; what finds none free goes to one more, in which a slice ends where the next
 /// frame begins.
 constexpr size_t MAX_FRAME_ROWS = 64;
-std::vector<FrameSlice> frameSlices(Recording const& recording, ReplayOptions const& options);
+std::vector<FrameSlice> frameSlices(Recording const& recording, ReplayResult const& result);
 
 /// Writes the frames, with their metadata.
 void writeFrames(TraceEvents& events, int process, Recording const& recording,

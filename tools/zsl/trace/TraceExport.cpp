@@ -114,12 +114,16 @@ void writeSections(TraceEvents& events, std::vector<ProcessorSection> const& sec
 }
 
 Json aboutOf(ReplayResult const& result) {
-    return {{"recording", result.path},
-            {"version", VERSION},
-            {"policy", result.options.policy.name()},
-            {"historyFrames", result.options.history},
-            {"offsetMs", result.offsetMs},
-            {"bootTimeOfZeroNs", result.firstTimestampNs}};
+    Json about = {{"recording", result.path},
+                  {"version", VERSION},
+                  {"policy", result.options.policy.name()},
+                  {"historyFrames", result.options.history},
+                  {"offsetMs", result.offsetMs},
+                  {"bootTimeOfZeroNs", result.firstTimestampNs}};
+    if (result.faults) {
+        about["faults"] = result.faults->text();
+    }
+    return about;
 }
 
 }  // namespace
@@ -127,7 +131,7 @@ Json aboutOf(ReplayResult const& result) {
 void writeTrace(TraceInput const& input, std::ostream& out) {
     Recording const& recording = input.recording;
     auto const& captures = input.result.captures;
-    std::vector<FrameSlice> const frames = frameSlices(recording, input.result.options);
+    std::vector<FrameSlice> const frames = frameSlices(recording, input.result);
     std::vector<int64_t> frameEndsNs;
     int64_t replayEndNs = 0;
     for (FrameSlice const& frame : frames) {

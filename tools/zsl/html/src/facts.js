@@ -29,7 +29,12 @@ function recordingFacts(recording) {
     ]);
 }
 
-function settings(options) {
+function faultsText(faults) {
+    const strikes = Object.entries(faults.strikes).map(([kind, count]) => `${kind} ${whole(count)}`);
+    return `${strikes.join(', ')} (seed ${faults.seed})`;
+}
+
+function settings(options, faults) {
     const delay = (ns, fallback) => (ns === null ? fallback : `${ms(ns)} ms`);
     const times = (list) => list.map((ns) => `${seconds(ns)} s`).join(', ');
     const properties = Object.entries(options.properties).map(([key, value]) => `${key}=${value}`);
@@ -44,6 +49,7 @@ function settings(options) {
         ['Reprocessing', delay(options.reprocessDelayNs, 'the median interval')],
         ['Flushes', times(options.flushAtNs)],
         ['Properties', properties.join(' ')],
+        ['Faults', faults ? faultsText(faults) : ''],
     ]);
 }
 
@@ -67,7 +73,7 @@ const titled = (title, body) => element('div', {}, element('h3', {}, title), bod
 export function showFacts(replay) {
     byId('facts-body').replaceChildren(
         titled('Recording', recordingFacts(replay.recording)),
-        element('div', {}, titled('Replay', settings(replay.options)),
+        element('div', {}, titled('Replay', settings(replay.options, replay.faults)),
             titled('Buffer sets', ledgerFacts(replay))));
     byId('dumps').replaceChildren(...replay.dumps.map((dump) => element('details', {},
         element('summary', {}, `Dump at ${seconds(dump.timeNs)} s`),

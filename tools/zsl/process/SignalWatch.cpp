@@ -1,4 +1,4 @@
-#include "compare/SignalWatch.h"
+#include "process/SignalWatch.h"
 
 #include <sys/signalfd.h>
 #include <unistd.h>

@@ -1,0 +1,329 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "faults/SensorEvents.h"
+#include "report/JsonReport.h"
+#include "tool/CliFixture.h"
+#include "tool/SteadyRecording.h"
+
+namespace zebcam::tool {
+namespace {
+
+ReplayOptions failing(ReplayOptions options, std::vector<std::string> const& faults,
+                      uint64_t seed = 1) {
+    for (std::string const& fault : faults) {
+        options.faults.rules.push_back(parseFault(fault));
+    }
+    options.faults.seed = seed;
+    return options;
+}
+
+TEST(Faults, AreParsed) {
+    for (char const* const text : {"late", "late:0", "late:1", "lost:0.125", "no-history@1.5s",
+                                   "wrong-clock", "callback-gone@0s", "policy-slow@604800s"}) {
+        EXPECT_EQ(toString(parseFault(text)), text);
+    }
+    for (FaultTraits const& traits : FAULT_KINDS) {
+        EXPECT_EQ(parseFault(std::string(traits.name)), (FaultRule{traits.kind, {}, {}}));
+        EXPECT_EQ(traitsOf(traits.kind).name, traits.name);
+    }
+    std::vector<std::pair<std::string, std::string>> const refused = {
+        {"", "late, lost, duplicate"},
+        {"Late", "found \"Late\""},
+        {"late ", "policy-nonsense, found"},
+        {":0.5", "KIND:RATE"},
+        {"late:", "expected a rate from 0 to 1 after \"late:\", found \"\""},
+        {"late:1.01", "found \"1.01\""},
+        {"late:-0.1", "found \"-0.1\""},
+        {"late:nan", "found \"nan\""},
+        {"late:inf", "found \"inf\""},
+        {"late:0.1x", "found \"0.1x\""},
+        {"late@", "after \"late@\": expected a time with its unit"},
+        {"late@5", "found \"5\""},
+        {"late@-1ms", "expected a time from 0s to 604800s"},
+        {"late@604801s", "found \"604801s\""},
+        {"late:0.1@2s", "not both"},
+        {"late@2s:0.1", "not both"},
+        {"wrong-clock:0.5", "wrong-clock begins and lasts, so that it has no rate"},
+        {"callback-gone:1", "found \"callback-gone:1\""},
+    };
+    for (auto const& [text, expected] : refused) {
+        try {
+            parseFault(text);
+            ADD_FAILURE() << text;
+        } catch (std::invalid_argument const& error) {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+        }
+    }
+}
+
+/// How often the run's only kind has struck.
+uint64_t strikesOf(ReplayResult const& result) {
+    return result.faults && result.faults->strikes.size() == 1
+               ? result.faults->strikes.front().second
+               : 0;
+}
+
+struct Case {
+    char const* fault;
+    ReplayOptions options;
+    uint64_t strikes;
+    char const* expected;
+    bool (*isAsExpected)(ReplayResult const&) = [](ReplayResult const&) { return true; };
+};
+
+bool isInFlightLater(ReplayResult const& result) {
+    auto const& inFlight = result.captures.at(1).tries.front().inFlightFrames;
+    return std::find(inFlight.begin(), inFlight.end(), 11U) != inFlight.end();
+}
+
+bool wasNothingOffered(ReplayResult const& result) {
+    auto const& tries = result.captures.front().tries;
+    return tries.at(0).historyFrames.empty() && tries.at(1).historyFrames.size() == 8;
+}
+
+bool onlyTheFirstHeardOfAShutter(ReplayResult const& result) {
+    return result.captures.at(0).earlyShutterNs && !result.captures.at(1).earlyShutterNs;
+}
+
+bool wasPressedLate(ReplayResult const& result) {
+    return result.captures.at(1).pressNs == START + 1250 * MS;
+}
+
+std::vector<Case> cases() {
+    // Frame 11 begins at 1 s and, all being well, serves a press at that moment.
+    ReplayOptions const one = pressing({1000});
+    ReplayOptions const two = pressing({1000}, 2);
+    ReplayOptions const ready = with(one, [](auto& o) { o.offsetMs = 250; });
+    auto const multiframe = with(one, [](auto& o) {
+        o.policy.kind = PolicyKind::Multiframe;
+        o.timeoutMs = 60'000;
+    });
+    return {
+        {"late@1s", two, 1, "F12 100 230 waited, F11 0 330 waited"},
+        {"lost@1s", pressing({1000, 2000}), 1, "F12 100 230 waited, F21 0 130 waited",
+         isInFlightLater},
+        {"duplicate@1s", two, 1, "F11 0 130 waited, F11 0 230 waited"},
+        {"reorder@1s", two, 1, "F12 100 230 waited, F11 0 255 waited"},
+        {"image-error@1s", one, 1, "F12 100 230 waited"},
+        {"missing-metadata@1s", one, 1, "F12 100 230 waited"},
+        {"absurd-metadata:1", pressing({1000}, 3), 60,
+         "F12 100 230 waited, F14 300 430 waited, F15 400 530 waited"},
+        {"locked-metadata@1s", one, 1, "F12 100 230 waited"},
+        {"locked-metadata:1", one, 60, "F33 2200 3030 timed out"},
+        {"wrong-clock", one, 60, "F33 -40320800 3030 timed out"},
+        {"wrong-clock@1.1s", two, 49, "F11 0 130 waited, F33 -40320800 3030 timed out"},
+        {"no-history@1s", ready, 1, "F9 -200 30 waited", wasNothingOffered},
+        {"callback-gone@1.5s", pressing({1000, 2000}), 1, "F11 0 130 waited, F21 0 130 waited",
+         onlyTheFirstHeardOfAShutter},
+        {"flush:1", pressing({1000, 2000}), 2, "50 flushed, 50 flushed"},
+        {"flush@1.1s", one, 1, "100 flushed"},
+        {"policy-throws:1", one, 1, "F33 2200 3130 timed out"},
+        {"policy-throws:1", multiframe, 1, "F33 2200 3130 timed out"},
+        {"policy-throws@0s", pressing({5000, 5300}), 1, "1030 flushed, F54 0 730 waited"},
+        {"policy-slow@1s", pressing({1000, 1100}), 1, "F11 0 250 waited, F14 50 180 waited",
+         wasPressedLate},
+        {"policy-nonsense:1", pressing({1000, 2000, 2500}, 2), 3,
+         "F10 -100 30 waited, 30 waited, 0 at once, 0 at once, F24 -200 0 at once, 0 at once"},
+    };
+}
+
+TEST(Faults, DoToCapturesWhatTheyShould) {
+    for (Case const& c : cases()) {
+        SCOPED_TRACE(c.fault);
+        ReplayResult const result = replay(steadyRecording(), failing(c.options, {c.fault}));
+        EXPECT_EQ(outcomesOf(result), c.expected);
+        EXPECT_EQ(strikesOf(result), c.strikes);
+        EXPECT_TRUE(c.isAsExpected(result));
+        EXPECT_TRUE(result.isClean());
+    }
+}
+
+std::string jsonOf(ReplayOptions const& options) {
+    std::ostringstream json;
+    writeJson(replay(steadyRecording(), options), nullptr, json);
+    return json.str();
+}
+
+TEST(Faults, RepeatWithTheirSeedWhateverElseIsAsked) {
+    FaultOptions const few = failing({}, {"late:0.3", "no-history:0.3", "flush:0.3"}).faults;
+    FaultOptions const many =
+        failing({}, {"lost", "policy-slow", "late@1s", "late:0.3", "no-history:0.3", "flush:0.3"})
+            .faults;
+    FaultInjector forwards(few, START, 100 * MS);
+    FaultInjector backwards(many, START, 100 * MS);
+    constexpr size_t kFrames = 2000;
+    std::vector<int64_t> latenesses(kFrames);
+    size_t late = 0;
+    for (size_t i = 0; i < kFrames; ++i) {
+        latenesses[i] = forwards.ofFrame(i, START).lateNs;
+        late += latenesses[i] > 0 ? 1 : 0;
+    }
+    EXPECT_NEAR(static_cast<double>(late), 0.3 * kFrames, 100);
+    for (size_t i = kFrames; i-- > 0;) {
+        EXPECT_EQ(backwards.ofFrame(i, START).lateNs, latenesses[i]);
+        EXPECT_EQ(backwards.ofTry(i, i % 3, START).noHistory,
+                  forwards.ofTry(i, i % 3, START).noHistory);
+        EXPECT_EQ(backwards.flushAfter(i, START), forwards.flushAfter(i, START));
+    }
+    std::vector<std::string> const all = {"late", "lost", "no-history", "policy-nonsense"};
+    ReplayOptions const options = pressing({1000, 2000, 3000, 4000}, 2);
+    EXPECT_EQ(jsonOf(failing(options, all, 7)), jsonOf(failing(options, all, 7)));
+    EXPECT_NE(jsonOf(failing(options, all, 7)), jsonOf(failing(options, all, 8)));
+}
+
+TEST(Faults, StrikeAllOrNothingAtTheEndsOfTheRate) {
+    FaultInjector injector(failing({}, {"late:0", "lost:1", "duplicate:0"}).faults, START, MS);
+    for (size_t i = 0; i < 1000; ++i) {
+        FrameFaults const faults = injector.ofFrame(i, START);
+        EXPECT_TRUE(faults.lost && faults.lateNs == 0 && !faults.duplicate);
+        injector.count(faults);
+    }
+    EXPECT_EQ(injector.tally().text(), "late 0, lost 1000, duplicate 0 (seed 1)");
+}
+
+TEST(Faults, AbsurdResultsAreOfEveryKindAndElseUntouched) {
+    Recording const recording = steadyRecording();
+    ReplayOptions const options = failing({}, {"absurd-metadata:1"});
+    FaultInjector injector(options.faults, START, 100 * MS);
+    std::set<int> seen;
+    for (ReportedFrame const& reported : sensorEvents(recording, options, {}, &injector).frames) {
+        SensorFrame frame = reported.frame;
+        SensorFrame const& truth = recording.frames.at(frame.frameNo - 1);
+        int const kind = frame.afState == 200 && frame.lensState == 200 ? 1
+                         : frame.aeStable < 0                           ? 2
+                         : frame.frameSync > int64_t{1} << 60           ? 3
+                         : frame.sensorMode > 1'000'000                 ? 4
+                                                                        : 0;
+        seen.insert(kind);
+        frame.afState = truth.afState;
+        frame.lensState = truth.lensState;
+        frame.aeStable = truth.aeStable;
+        frame.frameSync = truth.frameSync;
+        frame.sensorMode = truth.sensorMode;
+        EXPECT_EQ(frame, truth);
+        EXPECT_FALSE(reported.faults.lockedMetadata);
+    }
+    EXPECT_EQ(seen, (std::set<int>{1, 2, 3, 4}));
+}
+
+TEST(Faults, GoOnThroughThePassesOfARecording) {
+    Recording const recording = steadyRecording();
+    ReplayOptions const options = failing({}, {"lost:0.5", "image-error@7s"});
+    FaultInjector injector(options.faults, START, 100 * MS);
+    SensorEvents const first = sensorEvents(recording, options, {}, &injector);
+    SensorEvents const second = sensorEvents(recording, options, {1, 6000 * MS, 60}, &injector);
+    auto const arrivals = [](SensorEvents const& pass) {
+        std::vector<size_t> frames;
+        for (SensorEvent const& event : pass.events) {
+            if (event.kind == SensorEventKind::Arrival) {
+                frames.push_back(event.frame);
+            }
+        }
+        return frames;
+    };
+    EXPECT_NE(arrivals(first), arrivals(second)) << "a pass has its own faults";
+    EXPECT_TRUE(std::is_sorted(second.events.begin(), second.events.end()));
+    EXPECT_EQ(second.events.front().timeNs, START + 6000 * MS);
+    for (size_t i = 0; i < 60; ++i) {
+        EXPECT_EQ(second.frames[i].frame.frameNo, 61 + i);
+        EXPECT_EQ(second.frames[i].frame.timestampNs,
+                  first.frames[i].frame.timestampNs + 6000 * MS);
+        EXPECT_FALSE(first.frames[i].frame.hasError);
+        EXPECT_EQ(second.frames[i].frame.hasError, i == 10) << "7 s after the first pass began";
+    }
+}
+
+TEST(Faults, AllAtOnceLoseNoFrameAndNoBuffer) {
+    std::vector<std::string> faults = {"wrong-clock@3s", "callback-gone@2s", "flush@4s"};
+    for (FaultTraits const& traits : FAULT_KINDS) {
+        if (traits.scope != FaultScope::State) {
+            faults.emplace_back(traits.name);
+        }
+    }
+    std::vector<PolicyOption> const policies = {
+        {PolicyKind::Default, {}},
+        {PolicyKind::CShot, {}},
+        {PolicyKind::Multiframe, {}},
+        {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"},
+        {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_cloner.so"}};
+    Recording const recording = steadyRecording();
+    for (PolicyOption const& policy : policies) {
+        for (uint64_t seed = 0; seed < 8; ++seed) {
+            SCOPED_TRACE(policy.name() + ", seed " + std::to_string(seed));
+            ReplayOptions options;
+            options.captures = 20;
+            options.framesPerCapture = 3;
+            options.policy = policy;
+            ReplayResult const result = replay(recording, failing(options, faults, seed));
+            EXPECT_TRUE(result.isClean()) << (result.failures.empty() ? "" : result.failures[0]);
+            for (auto const& [kind, count] : result.faults->strikes) {
+                EXPECT_GT(count, 0U) << traitsOf(kind).name;
+            }
+        }
+    }
+}
+
+TEST(Faults, DoNotExcuseOtherFailures) {
+    ReplayOptions options = failing(pressing({1000, 2000}), {"policy-throws@2s"});
+    options.policy = {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_thrower.so"};
+    ReplayResult const result = replay(steadyRecording(), options);
+    EXPECT_FALSE(result.isClean());
+    EXPECT_EQ(strikesOf(result), 1U);
+    for (std::string const& failure : result.failures) {
+        EXPECT_NE(failure.find("exception: no idea"), std::string::npos) << failure;
+    }
+}
+
+using FaultCli = CliTest;
+
+TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
+    std::string csv =
+        "Frame No.,Timestamp[nanosec],Exposure time[nanosec],Frame readout time[nanosec]\n";
+    for (int i = 1; i <= 20; ++i) {
+        csv += std::to_string(i) + "," + std::to_string(i * 100 * MS) + ",10000000,20000000\n";
+    }
+    std::string const file = write("recording.csv", csv);
+    Outcome const done = zsl({"replay", file, "--fault", "lost@1s", "--fault", "lost@1.2s",
+                              "--fault", "late:0", "--fault-seed", "9", "--trace", path("trace"),
+                              "--report", path("page"), "--json", path("json")});
+    EXPECT_EQ(done.status, 0) << done.err;
+    EXPECT_NE(done.out.find("\nFaults     late 0, lost 2 (seed 9)\n"), std::string::npos);
+    auto const faults = nlohmann::json::parse(std::ifstream(path("json"))).at("faults");
+    EXPECT_EQ(faults.at("seed"), 9);
+    EXPECT_EQ(faults.at("rules"), (nlohmann::json{"lost@1s", "lost@1.2s", "late:0"}));
+    EXPECT_EQ(faults.at("strikes"), (nlohmann::json{{"late", 0}, {"lost", 2}}));
+    auto const trace = nlohmann::json::parse(std::ifstream(path("trace")));
+    EXPECT_EQ(trace.at("otherData").at("faults"), "late 0, lost 2 (seed 9)");
+    EXPECT_EQ(std::count_if(trace.at("traceEvents").begin(), trace.at("traceEvents").end(),
+                            [](auto const& event) {
+                                return event.contains("args") && event["args"].contains("isLost");
+                            }),
+              2);
+    std::ostringstream page;
+    page << std::ifstream(path("page")).rdbuf();
+    EXPECT_NE(page.str().find("\"strikes\":{\"late\":0,\"lost\":2}"), std::string::npos);
+    EXPECT_EQ(zsl({"replay", file}).out.find("\nFaults"), std::string::npos);
+    for (auto const& [arguments, expected] :
+         std::vector<std::pair<std::vector<std::string>, std::string>>{
+             {{"--fault-seed", "2"}, "--fault-seed requires --fault"},
+             {{"--fault", "lost", "--fault-seed", "-1"}, "expected a whole number from 0"},
+             {{"--fault", "lost:2"}, "--fault: expected a rate from 0 to 1"},
+             {{"--fault", "lost@3s"}, "--fault 3s: after the recording's last frame"}}) {
+        std::vector<std::string> command = {"replay", file};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        Outcome const refused = zsl(command);
+        EXPECT_EQ(refused.status, 2);
+        EXPECT_NE(refused.err.find(expected), std::string::npos) << refused.err;
+    }
+}
+
+}  // namespace
+}  // namespace zebcam::tool

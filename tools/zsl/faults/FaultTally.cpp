@@ -1,0 +1,15 @@
+#include "faults/FaultTally.h"
+
+#include <fmt/format.h>
+
+namespace zebcam::tool {
+
+std::string FaultTally::text() const {
+    std::string text;
+    for (auto const& [kind, count] : strikes) {
+        text += fmt::format("{}{} {}", text.empty() ? "" : ", ", traitsOf(kind).name, count);
+    }
+    return fmt::format("{} (seed {})", text, seed);
+}
+
+}  // namespace zebcam::tool
