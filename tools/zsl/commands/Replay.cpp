@@ -4,16 +4,20 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "cli/OptionValues.h"
 #include "cli/ReplayArguments.h"
 #include "commands/ReplayObserver.h"
+#include "device/DeviceRecordingReader.h"
+#include "device/DeviceReplay.h"
 #include "html/HtmlReport.h"
 #include "output/AtomicFile.h"
 #include "recording/RecordingReader.h"
@@ -89,9 +93,67 @@ ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& st
     return wishes;
 }
 
-int run(Arguments const& arguments, CliStreams const& streams) {
+/// What is to be replayed: a recording of a device, or else one of a sensor.
+struct Source {
+    std::optional<DeviceRecording> device;
+    Recording sensor;
+};
+
+Source readSource(std::string const& path) {
+    Source source;
+    if (isDeviceRecording(path)) {
+        source.device = readDeviceRecording(path);
+    } else {
+        source.sensor = readRecording(path);
+    }
+    return source;
+}
+
+/// What came of a replay.
+struct Replayed {
+    Recording recording;
+    ReplayResult result;
+    std::string comparison;  ///< with what a device did; empty when there is none
+    bool isGood = false;
+};
+
+Replayed replaySource(Source source, ReplayOptions const& options, ReplayObserver& observer) {
+    Replayed replayed;
+    if (source.device) {
+        DeviceReplayResult device =
+            replayDevice(*source.device, options.logLevel, observer.listener());
+        replayed.comparison = comparisonText(device);
+        replayed.isGood = device.isSame() && device.replay.failures.empty();
+        replayed.recording = std::move(device.frames);
+        replayed.result = std::move(device.replay);
+    } else {
+        replayed.recording = std::move(source.sensor);
+        replayed.result = replay(replayed.recording, options, observer.listener());
+        replayed.isGood = replayed.result.isClean();
+    }
+    observer.finish();
+    return replayed;
+}
+
+/// Throws CLI::ValidationError for an option whose value a device's recording fixes.
+void requireNoFixedOption(CLI::App const& command, std::string const& path) {
+    constexpr std::array kFree{"--log", "--json", "--explain", "--trace", "--report", "--help"};
+    for (CLI::Option const* const option : command.get_options()) {
+        std::string const name = option->get_name();
+        if (option->count() > 0 && !option->get_positional() &&
+            std::find(kFree.begin(), kFree.end(), name) == kFree.end()) {
+            throw CLI::ValidationError(
+                name, fmt::format("{} is a recording of a device, which fixes this", path));
+        }
+    }
+}
+
+int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options, arguments.options.offsetMs);
-    Recording const recording = readRecording(arguments.recording);
+    Source source = readSource(arguments.recording);
+    if (source.device) {
+        requireNoFixedOption(command, arguments.recording);
+    }
     std::optional<AtomicFile> json = openResult(arguments.json);
     std::optional<AtomicFile> trace = openResult(arguments.trace);
     std::optional<AtomicFile> report = openResult(arguments.report);
@@ -100,9 +162,10 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
     wishes.progress = [&](size_t frames, size_t total) { (*progress)(frames, total); };
     ReplayObserver observer(std::move(wishes));
-    ReplayResult const result =
-        replay(recording, observer.listeningOptions(arguments.options), observer.listener());
-    observer.finish();
+    Replayed const replayed =
+        replaySource(std::move(source), observer.listeningOptions(arguments.options), observer);
+    ReplayResult const& result = replayed.result;
+    Recording const& recording = replayed.recording;
     progress.reset();
 
     if (json) {
@@ -122,9 +185,10 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     if (arguments.json == "-") {
         writeJson(result, observer.explanation(), streams.out);
     } else {
-        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr);
+        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr)
+                    << replayed.comparison;
     }
-    return result.isClean() ? 0 : 1;
+    return replayed.isGood ? 0 : 1;
 }
 
 }  // namespace
@@ -133,7 +197,9 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     auto const arguments = std::make_shared<Arguments>();
     CLI::App* const command = app.add_subcommand(
         "replay", "Replay a recording, press the button and tell which frames the captures get");
-    command->add_option("RECORDING", arguments->recording, "CSV file, - for standard input")
+    command
+        ->add_option("RECORDING", arguments->recording,
+                     "CSV file, - for standard input, or a recording of a device")
         ->required()
         ->type_name("FILE");
     addPressOptions(*command, arguments->options);
@@ -159,8 +225,9 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         *command, "--report",
         [arguments](std::string const& text) { arguments->report = requireFile(text); },
         "Write a page for a browser", "FILE");
-    command->callback(
-        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+    command->callback([command, arguments, &streams, &exitStatus] {
+        exitStatus = run(*command, *arguments, streams);
+    });
 }
 
 }  // namespace zebcam::tool

@@ -1,0 +1,370 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "cli/Cli.h"
+#include "device/DeviceRecordingReader.h"
+#include "device/DeviceReplay.h"
+#include "platform/TempFile.h"
+#include "recorder/Crc32.h"
+#include "recorder/RecordedScene.h"
+
+namespace zebcam::test {
+namespace {
+
+using tool::DeviceRecording;
+using tool::DeviceRecordingError;
+using tool::DeviceReplayResult;
+using tool::readDeviceRecording;
+using tool::replayDevice;
+
+std::string contentOf(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+DeviceRecording readBytes(std::string const& bytes) {
+    std::istringstream in(bytes);
+    return readDeviceRecording(in, "recording");
+}
+
+/// What a scene recorded, by what came back to its caller.
+struct Played {
+    std::vector<std::string> outcomes;
+    ZslRecorderStatus status;
+};
+
+Played play(Scenario const& scenario, ZslRecorderOptions const& options) {
+    RecordedScene scene;
+    if (scenario.prepare) {
+        scenario.prepare(scene);
+    }
+    // Properties and characteristics are read when a processor is made.
+    scene.zsl = IZslProcessor::createInstance(0, "test");
+    if (!options.path.empty()) {
+        scene.recorder = ZslRecorder::create(0, scene.zsl, options);
+        EXPECT_NE(nullptr, scene.recorder);
+        scene.zsl = scene.recorder;
+    }
+    scenario.play(scene);
+    Played played;
+    played.status = scene.end();
+    played.outcomes = scene.outcomes;
+    return played;
+}
+
+std::string recordingOf(Scenario const& scenario) {
+    TempFile const file("scene.zslrec");
+    play(scenario, {.path = file.path});
+    return contentOf(file.path);
+}
+
+testing::AssertionResult replaysTheSame(DeviceRecording const& recording) {
+    DeviceReplayResult const result = replayDevice(recording);
+    if (!result.isSame()) {
+        return testing::AssertionFailure() << comparisonText(result);
+    }
+    if (result.sameFrames != result.builtFrames) {
+        return testing::AssertionFailure() << "other frames";
+    }
+    if (!result.replay.ledger.balances() || !result.replay.failures.empty()) {
+        return testing::AssertionFailure()
+               << "lost " << result.replay.ledger.lost << ", with the processor "
+               << result.replay.ledger.withProcessor
+               << testing::PrintToString(result.replay.failures);
+    }
+    return testing::AssertionSuccess();
+}
+
+class EveryScenario : public testing::TestWithParam<size_t> {};
+
+TEST_P(EveryScenario, IsTheSameForTheCallerAndInTheReplay) {
+    Scenario const& scenario = scenarios()[GetParam()];
+    TempFile const file("scene.zslrec");
+    Played const bare = play(scenario, {});
+    Played const recorded = play(scenario, {.path = file.path});
+    EXPECT_EQ(bare.outcomes, recorded.outcomes);
+    EXPECT_EQ(ZslRecordingEnd::FINISHED, recorded.status.end);
+    EXPECT_EQ(contentOf(file.path).size(), recorded.status.bytesWritten);
+
+    DeviceRecording const recording = readDeviceRecording(file.path);
+    EXPECT_THAT(recording.notes, testing::IsEmpty());
+    EXPECT_EQ(recorded.status.operations, recording.operations.size());
+    EXPECT_LE(recorded.outcomes.size(), recording.operations.size());
+    EXPECT_TRUE(replaysTheSame(recording));
+}
+
+INSTANTIATE_TEST_SUITE_P(DeviceReplay, EveryScenario, testing::Range<size_t>(0, scenarios().size()),
+                         [](auto const& test) {
+                             std::string name = scenarios()[test.param].name;
+                             std::replace(name.begin(), name.end(), ' ', '_');
+                             return name;
+                         });
+
+TEST(DeviceReplay, TellsWhatIsOtherwise) {
+    DeviceRecording recording = readBytes(recordingOf(scenarios()[0]));
+    for (tool::DeviceOperation& operation : recording.operations) {
+        for (tool::DeviceStep& step : operation.steps) {
+            auto* const built = std::get_if<tool::BuiltStep>(&step);
+            if (built != nullptr && built->frameNo == 2U) {
+                built->frameNo = 1;
+            }
+        }
+    }
+    DeviceReplayResult const result = replayDevice(recording);
+    EXPECT_EQ(1, result.operationsThatDiffer);
+    EXPECT_EQ(result.builtFrames - 1, result.sameFrames);
+    EXPECT_THAT(comparisonText(result),
+                testing::HasSubstr("on the device frame 0 of request 6 becomes F1"));
+}
+
+TEST(DeviceReplay, UsesWhatIsWholeOfACutFile) {
+    std::string const whole = recordingOf(scenarios()[2]);
+    size_t const operations = readBytes(whole).operations.size();
+    size_t last = 0;
+    for (size_t size = 0; size < whole.size(); ++size) {
+        SCOPED_TRACE(size);
+        try {
+            DeviceRecording const cut = readBytes(whole.substr(0, size));
+            EXPECT_FALSE(cut.notes.empty());
+            EXPECT_LE(last, cut.operations.size());
+            if (last != cut.operations.size()) {
+                last = cut.operations.size();
+                EXPECT_TRUE(replaysTheSame(cut));
+            }
+        } catch (DeviceRecordingError const&) {
+            EXPECT_EQ(0, last) << "an error although there are whole operations";
+        }
+    }
+    EXPECT_EQ(operations, last);
+}
+
+TEST(DeviceReplay, NoticesEveryFlippedBit) {
+    std::string const whole = recordingOf(scenarios()[0]);
+    for (size_t bit = 0; bit < 8 * whole.size(); bit += 3) {
+        std::string flipped = whole;
+        flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+        try {
+            EXPECT_FALSE(readBytes(flipped).notes.empty()) << "bit " << bit;
+        } catch (DeviceRecordingError const& error) {
+            EXPECT_THAT(error.what(), testing::HasSubstr("expected"));
+        }
+    }
+}
+
+/// The file with its checksums made right again.
+std::string sealed(std::string bytes) {
+    namespace record = NSCam::v3::pipeline::model::record;
+    auto const wordAt = [&bytes](size_t at) {
+        uint32_t word = 0;
+        for (size_t i = 0; i < 4; ++i) {
+            word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << (8 * i);
+        }
+        return word;
+    };
+    for (size_t at = record::FILE_HEADER_BYTES; at + record::BLOCK_HEADER_BYTES <= bytes.size();) {
+        size_t const begin = at + record::BLOCK_HEADER_BYTES;
+        size_t const size = std::min<size_t>(wordAt(at + 4), bytes.size() - begin);
+        record::Crc32 crc;
+        crc.add(reinterpret_cast<uint8_t const*>(bytes.data()) + begin, size);
+        for (size_t i = 0; i < 4; ++i) {
+            bytes[at + 8 + i] = static_cast<char>(crc.value() >> (8 * i));
+        }
+        at = begin + size;
+    }
+    return bytes;
+}
+
+TEST(DeviceReplay, SurvivesWhateverAFileHolds) {
+    std::minstd_rand random(7);
+    size_t replayed = 0;
+    for (Scenario const& scenario : scenarios()) {
+        std::string const whole = recordingOf(scenario);
+        ASSERT_EQ(whole, sealed(whole));
+        for (int i = 0; i < 150; ++i) {
+            std::string other = whole;
+            for (size_t changes = 1 + random() % 3; changes > 0; --changes) {
+                other[12 + random() % (other.size() - 12)] = static_cast<char>(random());
+            }
+            try {
+                replayDevice(readBytes(sealed(other)));
+                ++replayed;
+            } catch (std::exception const& error) {
+                EXPECT_STRNE("", error.what());
+            }
+        }
+    }
+    EXPECT_LT(100, replayed) << "nearly everything is refused before it is replayed";
+}
+
+struct CliRun {
+    int status = 0;
+    std::string out;
+    std::string err;
+};
+
+CliRun zsl(std::vector<std::string> const& arguments) {
+    std::vector<char const*> argv{"zsl"};
+    for (std::string const& argument : arguments) {
+        argv.push_back(argument.c_str());
+    }
+    std::ostringstream out;
+    std::ostringstream err;
+    CliRun run;
+    run.status = tool::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
+    run.out = out.str();
+    run.err = err.str();
+    return run;
+}
+
+TEST(DeviceReplay, IsDoneByTheTool) {
+    TempFile const file("tool.zslrec");
+    play(scenarios()[0], {.path = file.path});
+    CliRun const good = zsl({"replay", file.path, "--explain"});
+    EXPECT_EQ(0, good.status) << good.err;
+    EXPECT_THAT(good.out, testing::AllOf(testing::HasSubstr("1 waited"), testing::HasSubstr("F4"),
+                                         testing::HasSubstr("same decisions")));
+    for (char const* const fixed : {"--captures=3", "--policy=cshot", "--frame-sync"}) {
+        CliRun const refused = zsl({"replay", file.path, fixed});
+        EXPECT_EQ(2, refused.status);
+        EXPECT_THAT(refused.err, testing::HasSubstr("is a recording of a device, which fixes"));
+    }
+    std::string bytes = contentOf(file.path);
+    bytes[8] = 9;
+    TempFile const newer("newer.zslrec", bytes);
+    CliRun const unknown = zsl({"replay", newer.path});
+    EXPECT_EQ(2, unknown.status);
+    EXPECT_THAT(unknown.err, testing::HasSubstr("byte 8: expected version 1, found version 9"));
+}
+
+TEST(Recorder, EndsEarlyAndLeavesTheCameraAlone) {
+    Scenario const& scenario = scenarios()[2];
+    Played const bare = play(scenario, {});
+    TempFile const file("bounded.zslrec");
+    struct Bound {
+        ZslRecorderOptions options;
+        ZslRecordingEnd end;
+        char const* note;
+    };
+    for (Bound const& bound :
+         {Bound{{.path = file.path, .maxFileBytes = 700},
+                ZslRecordingEnd::FILE_FULL,
+                "the file reached its largest size"},
+          Bound{{.path = file.path, .maxFileBytes = 0}, ZslRecordingEnd::FILE_FULL, nullptr}}) {
+        Played const recorded = play(scenario, bound.options);
+        EXPECT_EQ(bare.outcomes, recorded.outcomes);
+        EXPECT_EQ(bound.end, recorded.status.end);
+        EXPECT_LT(0, recorded.status.unrecorded);
+        EXPECT_GE(std::max<uint64_t>(bound.options.maxFileBytes, 64), contentOf(file.path).size());
+        if (bound.note == nullptr) {
+            EXPECT_THROW(readDeviceRecording(file.path), DeviceRecordingError);
+            continue;
+        }
+        DeviceRecording const recording = readDeviceRecording(file.path);
+        EXPECT_EQ(recorded.status.operations, recording.operations.size());
+        EXPECT_THAT(recording.notes, testing::ElementsAre(testing::HasSubstr(bound.note)));
+        EXPECT_TRUE(replaysTheSame(recording));
+    }
+}
+
+TEST(Recorder, EndsAtAnOperationThatItsMemoryCannotTake) {
+    TempFile const file("memory.zslrec");
+    RecordedScene scene({.path = file.path, .memoryBytes = 4096});
+    ASSERT_EQ(0, scene.zsl->configure(scene.config()));
+    IMetadata large;
+    for (uint32_t tag = 0; tag < 100; ++tag) {
+        put<double>(large, tag, 0.5);
+    }
+    for (uint32_t frameNo = 1; frameNo <= 8; ++frameNo) {
+        SensorFrame frame(frameNo);
+        frame.metas[APP] += large;
+        scene.expose({frame});
+    }
+    scene.submit(scene.capture(5));
+    scene.submit(scene.capture(6));
+    EXPECT_THAT(scene.outcomes, testing::ElementsAre("submit [5.0=F1]", "submit [6.0=F2]"));
+    ZslRecorderStatus const status = scene.end();
+    EXPECT_EQ(ZslRecordingEnd::MEMORY_FULL, status.end);
+    EXPECT_EQ(1, status.operations);  // the configuration
+    EXPECT_EQ(1, std::count_if(scene.log.begin(), scene.log.end(), [](LogLine const& line) {
+                  return line.message.find("ends after 1 operations") != std::string::npos;
+              }));
+    EXPECT_THAT(readDeviceRecording(file.path).notes,
+                testing::ElementsAre(testing::HasSubstr("ended early, after 1 operations")));
+}
+
+TEST(Recorder, IsNotMadeWithoutItsFile) {
+    RecordedScene scene;
+    for (char const* const path : {"/nonexistent/recording", "/dev/full"}) {
+        EXPECT_EQ(nullptr, ZslRecorder::create(0, scene.zsl, {.path = path}));
+        EXPECT_THAT(scene.log.back().message, testing::HasSubstr(path));
+        EXPECT_EQ(LogLine::Output::Android, scene.log.back().output);
+    }
+    EXPECT_EQ(nullptr, ZslRecorder::create(0, nullptr, {.path = "/nonexistent/recording"}));
+    scene.end();
+}
+
+TEST(Recorder, RecordsTheTrueOrderOfSeveralThreads) {
+    TempFile const file("threads.zslrec");
+    std::optional<LogCapture> quiet(std::in_place, LogSettings(), [](LogLine const&) {});
+    auto const history = std::make_shared<HistoryProvider>(8);
+    {
+        android::sp<ZslRecorder> const recorder = ZslRecorder::create(
+            0, IZslProcessor::createInstance(0, "threads"), {.path = file.path});
+        pipeline::policy::ParsedStreamInfoMap_P1 streams;
+        streams[0].pAppMeta_DynamicP1 = metaStream(APP);
+        android::sp<RecordingCallback> const callback = new RecordingCallback;
+        recorder->configure({.pParsedStreamInfo_P1 = &streams, .pCallback = callback});
+        std::vector<std::thread> threads;
+        threads.emplace_back([&] {
+            for (uint32_t frameNo = 1; frameNo <= 200; ++frameNo) {
+                SensorFrame frame(frameNo);
+                frame.timestamp = systemTime(SYSTEM_TIME_BOOTTIME);
+                history->arrive(frame.set());
+                recorder->processZslPendingRequest(frameNo);
+            }
+        });
+        for (uint32_t thread = 1; thread <= 2; ++thread) {
+            threads.emplace_back([&, thread] {
+                for (uint32_t i = 0; i < 50; ++i) {
+                    ZslRequestParams params;
+                    params.requestNo = 1000 * thread + i;
+                    params.pHistoryBufferProvider = history;
+                    params.vFrameBuilder = {
+                        std::make_shared<FrameBuilder>(params.requestNo, FRAME_TYPE_MAIN)};
+                    params.vReqResult = {std::make_shared<pipeline::policy::RequestResultParams>()};
+                    params.vReqResult[0]->required = {{RAW}, {HAL}, {APP}};
+                    if (thread == 2) {
+                        params.pPolicyParams = std::make_shared<ZslPolicy::ZslPolicyParams>();
+                    }
+                    recorder->submitZslRequest(std::move(params));
+                    recorder->onFrameUpdated(
+                        1000 * thread + i,
+                        {.outputAppMetas = {}, .isFrameEnd = true, .outputHalMetas = {}});
+                }
+                recorder->flush();
+            });
+        }
+        LinePrinter printer;
+        recorder->debug(printer, {});
+        for (auto& thread : threads) {
+            thread.join();
+        }
+        recorder->flush();
+        EXPECT_FALSE(recorder->hasZslPendingRequest());
+    }
+    quiet.reset();
+    DeviceRecording const recording = readDeviceRecording(file.path);
+    EXPECT_EQ(1 + 200 + 2 * 101 + 1, recording.operations.size());
+    EXPECT_TRUE(replaysTheSame(recording));
+}
+
+}  // namespace
+}  // namespace zebcam::test

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "device/DeviceRecording.h"
+#include "device/DeviceScript.h"
+
+namespace zebcam::tool {
+
+/// Holds what a replay does against what the device did.
+class DeviceComparison {
+public:
+    explicit DeviceComparison(DeviceRecording const& recording);
+
+    /// An operation is over; `outcome` is the replay's, whose builders are numbered as recorded.
+    void add(DeviceScript const& script, DeviceOutcome const& outcome);
+
+    size_t frames() const { return mFrames; }          ///< that the device built
+    size_t sameFrames() const { return mSameFrames; }  ///< that the replay built just so
+    /// The first differences, one an operation, and how many there are in all.
+    std::vector<std::string> const& differences() const { return mDifferences; }
+    size_t operationsThatDiffer() const { return mOperationsThatDiffer; }
+
+private:
+    std::string firstDifference(DeviceScript const& script, DeviceOutcome const& outcome) const;
+    std::string differingStep(DeviceScript const& script) const;
+    bool isSame(DeviceStep const& recorded, DeviceStep const& replayed) const;
+    bool isSame(BuiltStep const& recorded, BuiltStep const& replayed) const;
+    std::string name(uint64_t builder) const;
+    std::string describe(DeviceStep const& step) const;
+    std::string describe(std::vector<std::vector<uint64_t>> const& lists) const;
+
+    struct Frame {
+        uint32_t requestNo = 0;
+        size_t index = 0;
+    };
+
+    DeviceRecording const& mRecording;
+    std::vector<Frame> mNames;  ///< by builder
+    size_t mFrames = 0;
+    size_t mSameFrames = 0;
+    size_t mOperationsThatDiffer = 0;
+    std::vector<std::string> mDifferences;
+};
+
+}  // namespace zebcam::tool

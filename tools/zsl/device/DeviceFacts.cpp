@@ -1,0 +1,180 @@
+#include "device/DeviceFacts.h"
+
+#include <fmt/format.h>
+#include <metadata/MetadataTags.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+
+#include "recording/RecordingFacts.h"
+#include "sim/AndroidTags.h"
+#include "sim/MetadataWriter.h"
+#include "text/Duration.h"
+
+namespace zebcam::tool {
+
+using NSCam::IMetadata;
+
+namespace {
+
+/// What an application result tells.
+void describeApp(IMetadata const& app, SensorFrame& frame) {
+    auto const timeOf = [&app](uint32_t tag) {
+        return std::clamp<int64_t>(itemOf<int64_t>(app, tag).value_or(0), 0, 3'600'000'000'000);
+    };
+    frame.exposureNs = std::max(frame.exposureNs, timeOf(tags::SENSOR_EXPOSURE_TIME));
+    frame.durationNs = std::max(frame.durationNs, timeOf(tags::SENSOR_FRAME_DURATION));
+    frame.readoutNs = std::max(frame.readoutNs, timeOf(tags::SENSOR_ROLLING_SHUTTER_SKEW));
+    auto const fill = [&app](auto& value, uint32_t tag) {
+        if (!value) {
+            value = itemOf<typename std::decay_t<decltype(value)>::value_type>(app, tag);
+        }
+    };
+    fill(frame.iso, tags::SENSOR_SENSITIVITY);
+    fill(frame.focusDistance, tags::LENS_FOCUS_DISTANCE);
+    fill(frame.afMode, NSCam::ANDROID_CONTROL_AF_MODE);
+    fill(frame.afState, NSCam::ANDROID_CONTROL_AF_STATE);
+    fill(frame.lensState, NSCam::ANDROID_LENS_STATE);
+}
+
+void describeHal(IMetadata const& hal, SensorFrame& frame) {
+    auto const fill = [&hal](auto& value, uint32_t tag) {
+        if (!value) {
+            value = itemOf<typename std::decay_t<decltype(value)>::value_type>(hal, tag);
+        }
+    };
+    fill(frame.aeStable, NSCam::ZEB_3A_AE_SOFT_STABLE);
+    fill(frame.frameSync, NSCam::ZEB_FRAME_SYNC_RESULT);
+    fill(frame.sensorId, NSCam::ZEB_HAL_REQUEST_SENSOR_ID);
+    fill(frame.sensorMode, NSCam::ZEB_P1NODE_SENSOR_MODE);
+}
+
+SensorFrame sensorFrameOf(DeviceFrame const& content) {
+    SensorFrame frame;
+    frame.frameNo = content.frameNo;
+    frame.timestampNs = content.timestampNs;
+    frame.hasError = std::any_of(content.images.begin(), content.images.end(),
+                                 [](DeviceImage const& image) { return image.hasError; });
+    for (DeviceMeta const& meta : content.appMetas) {
+        describeApp(meta.metadata, frame);
+    }
+    for (DeviceMeta const& meta : content.halMetas) {
+        describeHal(meta.metadata, frame);
+    }
+    return frame;
+}
+
+}  // namespace
+
+Recording sensorFramesOf(DeviceRecording const& recording) {
+    Recording frames;
+    frames.path = recording.path;
+    frames.notes = recording.notes;
+    std::map<uint32_t, DeviceFrame const*> byNumber;
+    for (DeviceFrame const& frame : recording.frames) {
+        byNumber.emplace(frame.frameNo, &frame);
+    }
+    for (auto const& [frameNo, content] : byNumber) {
+        if (frames.frames.empty() || content->timestampNs > frames.frames.back().timestampNs) {
+            frames.frames.push_back(sensorFrameOf(*content));
+        }
+    }
+    frames.medianIntervalNs = medianIntervalNs(frames.frames);
+    for (SensorFrame& frame : frames.frames) {
+        if (frame.durationNs == 0) {
+            frame.durationNs = frames.medianIntervalNs;
+        }
+    }
+    return frames;
+}
+
+ReplayOptions optionsOf(DeviceRecording const& recording) {
+    ReplayOptions options;
+    options.captures = 0;
+    options.history = 0;
+    options.properties = recording.properties;
+    SubmitCall const* first = nullptr;
+    for (DeviceOperation const& operation : recording.operations) {
+        if (auto const* const call = std::get_if<SubmitCall>(&operation.call)) {
+            first = first != nullptr ? first : call;
+            ++options.captures;
+        }
+        for (DeviceTry const& attempt : operation.tries) {
+            options.history =
+                std::max(options.history, attempt.frames ? attempt.frames->size() : 0);
+        }
+    }
+    if (first == nullptr) {
+        return options;
+    }
+    options.framesPerCapture = first->frames.size();
+    options.frameSync = first->needsFrameSync;
+    if (first->hasSelector) {
+        options.policy = {PolicyKind::Plugin, first->selectorName.value_or("without a name")};
+    } else if (first->policy && first->policy->policy == NSCam::ZslPolicy::POLICY_CONTINUOUS_SHOT) {
+        options.policy.kind = PolicyKind::CShot;
+    } else if (first->policy &&
+               (first->policy->policy & NSCam::ZslPolicy::POLICY_MULTIFRAME_BIT) != 0) {
+        options.policy.kind = PolicyKind::Multiframe;
+        options.timeoutMs = first->policy->timeoutMs;
+    }
+    return options;
+}
+
+int64_t offsetMsOf(DeviceRecording const& recording) {
+    uint64_t sum = 0;
+    for (auto const& [key, value] : recording.properties) {
+        if (key == record::PROPERTIES[0] || key == record::PROPERTIES[1] ||
+            key == record::PROPERTIES[2]) {
+            sum += static_cast<uint64_t>(std::strtoll(value.c_str(), nullptr, 0));
+        }
+    }
+    return static_cast<int64_t>(sum);
+}
+
+int64_t sensorClockNs(DeviceRecording const& recording, record::ClockReading const& reading) {
+    return recording.timestampSource.value_or(1) != 0 ? reading.bootNs : reading.monotonicNs;
+}
+
+record::ClockReading latestSubmission(DeviceOperation const& operation) {
+    if (operation.submissionRead) {
+        return *operation.submissionRead;
+    }
+    return operation.tries.empty() ? operation.ended : operation.tries.front().offered;
+}
+
+std::vector<std::string> uncertainInstants(DeviceRecording const& recording) {
+    constexpr uint64_t kNsPerMs = 1'000'000;
+    std::vector<std::string> notes;
+    uint64_t const offset = static_cast<uint64_t>(offsetMsOf(recording)) * kNsPerMs;
+    auto const instant = [&](record::ClockReading const& reading) {
+        return static_cast<int64_t>(static_cast<uint64_t>(sensorClockNs(recording, reading)) -
+                                    offset);
+    };
+    std::map<int64_t, uint32_t> frames;  // by timestamp
+    for (DeviceFrame const& frame : recording.frames) {
+        frames.emplace(frame.timestampNs, frame.frameNo);
+    }
+    for (DeviceOperation const& operation : recording.operations) {
+        auto const* const call = std::get_if<SubmitCall>(&operation.call);
+        if (call == nullptr) {
+            continue;
+        }
+        int64_t const earliest = instant(operation.begun);
+        int64_t const latest = instant(latestSubmission(operation));
+        auto const frame = frames.lower_bound(earliest);
+        if (frame != frames.end() && frame->first < latest) {
+            notes.push_back(fmt::format(
+                "the instant of request {} is known within {} ms only, and F{} began in that time: "
+                "it may be taken for too old or not",
+                call->requestNo,
+                formatMs(sensorClockNs(recording, latestSubmission(operation)) -
+                         sensorClockNs(recording, operation.begun)),
+                frame->second));
+        }
+    }
+    return notes;
+}
+
+}  // namespace zebcam::tool

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+#include "device/DeviceRecording.h"
+#include "recording/Recording.h"
+#include "replay/ReplayOptions.h"
+
+namespace zebcam::tool {
+
+/// The sensor frames that the device's history offered, as far as their numbers and times ascend.
+/// What their results do not tell is 0 or missing; durations are then the median interval.
+Recording sensorFramesOf(DeviceRecording const& recording);
+
+/// The options that come nearest to what the device did: those of its first capture.
+ReplayOptions optionsOf(DeviceRecording const& recording);
+
+/// The sum of the recorded offset properties, ms.
+int64_t offsetMsOf(DeviceRecording const& recording);
+
+/// Which captures' instants are not known well enough to tell on which side of them a frame lies.
+std::vector<std::string> uncertainInstants(DeviceRecording const& recording);
+
+/// The clock that the device's sensor timestamps follow, of a reading.
+int64_t sensorClockNs(DeviceRecording const& recording, record::ClockReading const& reading);
+
+/// When the processor had read the clock for a submission at the latest.
+record::ClockReading latestSubmission(DeviceOperation const& operation);
+
+}  // namespace zebcam::tool
