@@ -11,6 +11,7 @@
 #include "commands/Compare.h"
 #include "commands/Explain.h"
 #include "commands/Generate.h"
+#include "commands/Live.h"
 #include "commands/Replay.h"
 #include "recording/RecordingError.h"
 
@@ -58,6 +59,7 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     app.require_subcommand(1);
     int status = 0;
     addReplayCommand(app, streams, status);
+    addLiveCommand(app, streams, status);
     addGenerateCommand(app, status);
     addExplainCommand(app, streams, status);
     addCompareCommand(app, streams, status);

@@ -1,0 +1,135 @@
+#include <signal.h>
+#include <time.h>
+
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "CliFixture.h"
+#include "live/Distribution.h"
+
+namespace zebcam::tool {
+namespace {
+
+using Json = nlohmann::json;
+
+class Live : public CliTest {
+protected:
+    /// Runs `zsl live` at a high rate with many presses, and gives its result.
+    Json live(std::vector<std::string> const& options, int expectedStatus = 0) const {
+        std::vector<std::string> arguments = {"live", "--press-every", "10ms", "--dump-every",
+                                              "20ms", "--json",        "-"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        Outcome const outcome = zsl(arguments);
+        EXPECT_EQ(outcome.status, expectedStatus) << outcome.out << outcome.err;
+        return Json::parse(outcome.out);
+    }
+};
+
+TEST_F(Live, AnswersEveryCaptureFromItsThreads) {
+    std::string const file = path("recording.csv");
+    ASSERT_EQ(zsl({"generate", "-o", file, "--frames", "60", "--fps", "120"}).status, 0);
+    for (std::vector<std::string> const& options :
+         {std::vector<std::string>{"--fps", "240", "--duration", "300ms", "--frames", "2"},
+          {"--fps", "960", "--duration", "200ms", "--policy", "cshot", "--offset", "20ms"},
+          {"--policy", "multiframe", "--timeout-ms", "5", "--duration", "300ms"},
+          {file},                         // once through it
+          {file, "--duration", "700ms"},  // more than once
+          {"--fps", "120", "--duration", "300ms", "--fault", "policy-throws:1", "--fault", "late",
+           "--fault", "lost", "--fault", "duplicate", "--fault", "flush"}}) {
+        SCOPED_TRACE(testing::PrintToString(options));
+        Json const result = live(options);
+        EXPECT_GT(result["captures"]["pressed"], 5);
+        EXPECT_EQ(result["captures"]["pressed"], result["captures"]["answered"]);
+        EXPECT_EQ(result["times"]["submission"]["count"], result["captures"]["pressed"]);
+        EXPECT_GE(result["times"]["lockHeld"]["count"], result["captures"]["pressed"]);
+        EXPECT_LE(result["times"]["submission"]["medianNs"],
+                  result["times"]["submission"]["maxNs"]);
+        EXPECT_GT(result["sensor"]["arrived"], 0);
+        EXPECT_GT(result["dumps"], 2);
+        EXPECT_TRUE(result["ledger"]["balances"]);
+        EXPECT_GT(result["ledger"]["handedOut"], 0);
+        EXPECT_TRUE(result["endedBySignal"].is_null());
+    }
+}
+
+TEST_F(Live, EndsCleanlyWhenInterrupted) {
+    std::string const file = path("result.json");
+    // Blocked here, the signal waits for whoever watches for it.
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &interrupt, &before);
+    sigevent event{};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGINT;
+    timer_t timer{};
+    ASSERT_EQ(timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
+    itimerspec const soon{{0, 0}, {0, 400'000'000}};
+    ASSERT_EQ(timer_settime(timer, 0, &soon, nullptr), 0);
+    Outcome const outcome =
+        zsl({"live", "--duration", "3600s", "--press-every", "1ms", "--json", file});
+    timer_delete(timer);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("(ended by Interrupt)"), std::string::npos) << outcome.out;
+    std::ifstream stream(file);
+    Json const result = Json::parse(stream);
+    EXPECT_EQ(result["endedBySignal"], SIGINT);
+    EXPECT_GT(result["captures"]["served"]["flushed"], 0);
+    EXPECT_TRUE(result["clean"]);
+}
+
+TEST_F(Live, RefusesWhatItCannotRun) {
+    std::string const missing = path("missing/file");
+    std::string const csv = write("recording.csv", "Timestamp[nanosec]\n1\n2\n");
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string told;
+    };
+    for (Case const& bad : std::vector<Case>{
+             {{"--fps", "29"}, "--fps: expected a whole number from 30 to 960, found \"29\""},
+             {{csv, "--fps", "30"}, "RECORDING excludes --fps"},
+             {{"--duration", "0s"}, "--duration: expected a time from 0.001s to 604800s"},
+             {{"--press-every", "999us"}, "--press-every: expected a time from 0.001s"},
+             {{"--dump-every", "soon"}, "--dump-every: expected"},
+             {{"--record", "-"}, "--record: expected the name of a file"},
+             {{"--record", missing}, missing + ": cannot be written"},
+             {{"--json", missing}, missing},
+             {{missing}, missing},
+             {{"--policy", missing + ".so"}, "there is no such file"},
+             {{"--fault", "earthquake"}, "--fault: expected"},
+             {{"--press", "1s"}, "--press"}}) {
+        SCOPED_TRACE(testing::PrintToString(bad.arguments));
+        std::vector<std::string> arguments = bad.arguments;
+        arguments.insert(arguments.begin(), "live");
+        Outcome const outcome = zsl(arguments);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_NE(outcome.err.find(bad.told), std::string::npos) << outcome.err;
+        EXPECT_EQ(files(), std::vector<std::string>{"recording.csv"});
+    }
+}
+
+TEST(Distribution, TellsQuantilesToWithinASixteenth) {
+    Distribution times;
+    EXPECT_EQ(times.quantile(0.5), 0);
+    for (int64_t ns = 1; ns <= 100'000; ++ns) {
+        times.add(ns * 1'000);
+    }
+    times.add(-5);  // a clock that went back
+    EXPECT_EQ(times.count(), 100'001U);
+    EXPECT_EQ(times.min(), 0);
+    EXPECT_EQ(times.max(), 100'000'000);
+    EXPECT_EQ(times.quantile(0), 0);
+    EXPECT_EQ(times.quantile(1), 100'000'000);
+    for (double const share : {0.01, 0.5, 0.95, 0.99}) {
+        double const exact = share * 1e8;
+        EXPECT_GE(static_cast<double>(times.quantile(share)), exact - 1e3) << share;
+        EXPECT_LE(static_cast<double>(times.quantile(share)), exact * 17 / 16 + 1e3) << share;
+    }
+}
+
+}  // namespace
+}  // namespace zebcam::tool

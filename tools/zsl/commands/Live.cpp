@@ -1,0 +1,186 @@
+#include "commands/Live.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+
+#include "cli/OptionValues.h"
+#include "cli/ReplayArguments.h"
+#include "live/LiveJson.h"
+#include "live/LiveRun.h"
+#include "live/LiveText.h"
+#include "output/AtomicFile.h"
+#include "process/SignalWatch.h"
+#include "recording/RecordingGenerator.h"
+#include "recording/RecordingReader.h"
+#include "text/Duration.h"
+
+namespace zebcam::tool {
+namespace {
+
+constexpr int64_t kNsPerMs = 1'000'000;
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+constexpr int64_t kMaxDurationNs = 7 * 24 * 3600 * kNsPerSecond;
+constexpr int64_t kGeneratedNs = 10 * kNsPerSecond;
+constexpr int64_t kMinFps = 30;
+constexpr int64_t kMaxFps = 960;
+constexpr int kPollMs = 20;
+
+struct Arguments {
+    std::optional<std::string> recording;
+    int64_t fps = kMinFps;
+    std::optional<std::string> json;
+    LiveOptions options;
+};
+
+int64_t parseTime(std::string const& text, int64_t minNs, int64_t maxNs) {
+    int64_t const ns = parseDuration(text);
+    if (ns < minNs || ns > maxNs) {
+        throw std::invalid_argument(fmt::format("expected a time from {} to {}, found {}",
+                                                formatDuration(minNs), formatDuration(maxNs),
+                                                formatDuration(ns)));
+    }
+    return ns;
+}
+
+/// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
+Recording sourceOf(Arguments& arguments) {
+    if (arguments.recording) {
+        return readRecording(*arguments.recording);
+    }
+    GeneratorOptions generator;
+    generator.fps = static_cast<double>(arguments.fps);
+    generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
+    Recording recording = generate(generator);
+    recording.path = fmt::format("generated at {} frames/s", arguments.fps);
+    if (!arguments.options.durationNs) {
+        arguments.options.durationNs = kGeneratedNs;
+    }
+    return recording;
+}
+
+/// Tells once a second how the run stands, until it is over or a signal comes, which it gives.
+std::optional<int> watch(LiveRun const& run, SignalWatch const& signals, std::ostream& out) {
+    pollfd signalled{signals.fd(), POLLIN, 0};
+    int64_t nextNs = kNsPerSecond;
+    while (!run.isOver()) {
+        if (poll(&signalled, 1, kPollMs) > 0) {
+            try {
+                signals.throwIfAny();
+            } catch (Interrupted const& interrupted) {
+                return interrupted.signal();
+            }
+        }
+        LiveStatus const status = run.status();
+        if (status.elapsedNs >= nextNs) {
+            out << statusLine(status) << std::flush;
+            nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
+        }
+    }
+    return std::nullopt;
+}
+
+int run(Arguments& arguments, CliStreams const& streams) {
+    requireOneOffset(arguments.options.replay, arguments.options.replay.offsetMs);
+    Recording const recording = sourceOf(arguments);
+    bool const isTextShown = arguments.json != "-";
+    std::optional<AtomicFile> json;
+    if (arguments.json && isTextShown) {
+        json.emplace(*arguments.json);
+    }
+    // First of all, so that every thread leaves the signals to this one.
+    SignalWatch const signals;
+    LiveRun live(recording, arguments.options,
+                 [&streams](std::string const& lines) { streams.err << lines; });
+    live.start();
+    std::optional<int> const signal = watch(live, signals, isTextShown ? streams.out : streams.err);
+    LiveResult result = live.finish();
+    result.signal = signal;
+    if (json) {
+        writeJson(result, json->stream());
+        json->commit();
+    }
+    if (isTextShown) {
+        streams.out << '\n' << liveReport(result);
+    } else {
+        writeJson(result, streams.out);
+    }
+    return result.isClean() ? 0 : 1;
+}
+
+void addSourceOptions(CLI::App& command, Arguments& arguments) {
+    CLI::Option* const recording =
+        command.add_option("RECORDING", arguments.recording,
+                           "CSV file, - for standard input; without one, frames are generated");
+    recording->type_name("FILE");
+    addValue(
+        command, "--fps",
+        [&arguments](std::string const& text) {
+            arguments.fps = parseWholeNumber(text, kMinFps, kMaxFps);
+        },
+        fmt::format("Rate of the generated frames, {} to {} [default: {}]", kMinFps, kMaxFps,
+                    kMinFps),
+        "N")
+        ->excludes(recording);
+    addValue(
+        command, "--duration",
+        [&arguments](std::string const& text) {
+            arguments.options.durationNs = parseTime(text, kNsPerMs, kMaxDurationNs);
+        },
+        "How long to run; the recording is repeated [default: once through it; generated: 10s]",
+        "T");
+    addValue(
+        command, "--press-every",
+        [&arguments](std::string const& text) {
+            arguments.options.pressEveryNs = parseTime(text, kNsPerMs, kMaxDurationNs);
+        },
+        "Time from press to press [default: 0.5s]", "T");
+    addValue(
+        command, "--dump-every",
+        [&arguments](std::string const& text) {
+            arguments.options.dumpEveryNs = parseTime(text, kNsPerMs, kMaxDurationNs);
+        },
+        "Time from dump to dump [default: 1s]", "T");
+}
+
+void addResultOptions(CLI::App& command, Arguments& arguments) {
+    addValue(
+        command, "--log",
+        [&arguments](std::string const& text) {
+            arguments.options.replay.logLevel = parseLogLevel(text);
+        },
+        "Print the processor's log: error, warning, info or debug", "LEVEL");
+    addValue(
+        command, "--record",
+        [&arguments](std::string const& text) { arguments.options.recordPath = requireFile(text); },
+        "Record what the processor sees, for zsl replay", "FILE");
+    addValue(
+        command, "--json", [&arguments](std::string const& text) { arguments.json = text; },
+        "Write the result as JSON too, - for standard output instead of the text", "FILE");
+}
+
+}  // namespace
+
+void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
+    auto const arguments = std::make_shared<Arguments>();
+    CLI::App* const command = app.add_subcommand(
+        "live", "Run the pipeline in real time, with threads of its own, and tell how it fares");
+    addSourceOptions(*command, *arguments);
+    addServiceOptions(*command, arguments->options.replay);
+    addCaptureOptions(*command, arguments->options.replay);
+    addPipelineOptions(*command, arguments->options.replay);
+    addFaultOptions(*command, arguments->options.replay.faults);
+    addResultOptions(*command, *arguments);
+    command->callback(
+        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+}
+
+}  // namespace zebcam::tool

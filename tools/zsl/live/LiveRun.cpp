@@ -1,0 +1,202 @@
+#include "live/LiveRun.h"
+
+#include <fmt/format.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "explain/LogRecord.h"
+#include "explain/LogcatWriter.h"
+#include "live/Pacer.h"
+#include "replay/PipelineSetup.h"
+#include "sim/InputError.h"
+#include "text/Duration.h"
+
+namespace zebcam::tool {
+
+namespace model = NSCam::v3::pipeline::model;
+
+namespace {
+
+constexpr int32_t kOpenId = 0;
+
+/// Time for the threads to begin before the first frame is due.
+constexpr int64_t kLeadNs = 50'000'000;
+
+int64_t nowNs() {
+    return systemTime(SYSTEM_TIME_BOOTTIME);
+}
+
+}  // namespace
+
+LiveRun::LiveRun(Recording const& recording, LiveOptions const& options, LogSink log)
+    : mRecording(recording),
+      mOptions(options),
+      mLog(std::move(log)),
+      mProperties(propertiesOf(options.replay)),
+      mStartNs(nowNs() + kLeadNs),
+      mFaults(makeFaultInjector(options.replay.faults, mStartNs, recording.medianIntervalNs)),
+      mFeed(recording, options, mStartNs, mFaults.get()),
+      mResults(options.replay.reprocessDelayNs.value_or(recording.medianIntervalNs)),
+      mPipeline(listeningOptions()) {
+}
+
+LiveRun::~LiveRun() {
+    stop();
+}
+
+PipelineOptions LiveRun::listeningOptions() {
+    PipelineOptions options = pipelineOptions(mOptions.replay);
+    options.tries = CaptureBook::Tries::Newest;
+    options.faults = mFaults;
+    options.pause = [](int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); };
+    options.logSink = [this](host::LogLine const& line) {
+        mLog(toThreadtime(fromLogLine(line), nowNs() - mStartNs));
+    };
+    if (mOptions.recordPath) {
+        options.wrap = [this](android::sp<model::IZslProcessor> const& processor) {
+            mRecorder =
+                model::ZslRecorder::create(kOpenId, processor, {.path = *mOptions.recordPath});
+            if (mRecorder == nullptr) {
+                throw InputError(
+                    fmt::format("--record {}: cannot be written", *mOptions.recordPath));
+            }
+            return mRecorder;
+        };
+    }
+    return options;
+}
+
+void LiveRun::start() {
+    mResultThread = std::jthread([this] { runResults(); });
+    mSensorThread = std::jthread([this](std::stop_token const& stop) { runSensor(stop); });
+    mCaptureThread = std::jthread([this](std::stop_token const& stop) { runCaptures(stop); });
+    mDumpThread = std::jthread([this](std::stop_token const& stop) { runDumps(stop); });
+}
+
+void LiveRun::runSensor(std::stop_token const& stop) {
+    Pacer pacer(stop);
+    while (auto const event = mFeed.next()) {
+        if (!pacer.waitUntil(event->timeNs)) {
+            return;
+        }
+        if (event->kind == SensorEventKind::Announce) {
+            mPipeline.announce(event->frame);
+            continue;
+        }
+        {
+            std::lock_guard lock(mLatenessLock);
+            mLateness.add(nowNs() - event->timeNs);
+        }
+        mResults.push(mPipeline.arrive(event->frame));
+        ++mArrived;
+    }
+    mIsOver = true;
+}
+
+void LiveRun::runCaptures(std::stop_token const& stop) {
+    Pacer pacer(stop);
+    std::multiset<int64_t> flushes;
+    if (mFaults != nullptr) {
+        for (int64_t const flushNs : mFaults->flushTimes()) {
+            flushes.insert(flushNs);
+        }
+    }
+    int64_t pressNs = mStartNs + mOptions.pressEveryNs;
+    for (size_t capture = 0;;) {
+        bool const isFlush = !flushes.empty() && *flushes.begin() <= pressNs;
+        if (!pacer.waitUntil(isFlush ? *flushes.begin() : pressNs)) {
+            return;
+        }
+        if (isFlush) {
+            flushes.erase(flushes.begin());
+            mFaults->count(FaultKind::Flush);
+            mResults.push(mPipeline.flush());
+        } else {
+            press(capture++, pressNs, flushes);
+            pressNs += mOptions.pressEveryNs;
+        }
+    }
+}
+
+void LiveRun::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
+    mResults.push(mPipeline.submit(
+        {.frames = mOptions.replay.framesPerCapture, .sensorModes = mFeed.sensorModesAt(pressNs)}));
+    if (mFaults != nullptr) {
+        if (auto const flushNs = mFaults->flushAfter(capture, pressNs)) {
+            flushes.insert(*flushNs);
+        }
+    }
+}
+
+void LiveRun::runDumps(std::stop_token const& stop) {
+    Pacer pacer(stop);
+    for (int64_t dumpNs = mStartNs; pacer.waitUntil(dumpNs); dumpNs += mOptions.dumpEveryNs) {
+        SimulatedPipeline::dump();
+        ++mDumps;
+    }
+}
+
+void LiveRun::runResults() {
+    while (auto const frame = mResults.pop()) {
+        mPipeline.finish(*frame);
+    }
+}
+
+void LiveRun::stop() {
+    for (std::jthread* const thread : {&mSensorThread, &mCaptureThread, &mDumpThread}) {
+        thread->request_stop();
+    }
+    for (std::jthread* const thread : {&mSensorThread, &mCaptureThread, &mDumpThread}) {
+        if (thread->joinable()) {
+            thread->join();
+        }
+    }
+    mResults.push(mPipeline.flush());
+    mResults.close();
+    if (mResultThread.joinable()) {
+        mResultThread.join();
+    }
+}
+
+LiveStatus LiveRun::status() const {
+    return {.elapsedNs = std::max<int64_t>(nowNs() - mStartNs, 0),
+            .arrivedFrames = mArrived,
+            .dumps = mDumps,
+            .captures = mPipeline.captures().totals(),
+            .occupancy = mPipeline.occupancy(),
+            .ledger = mPipeline.ledger().totals()};
+}
+
+LiveResult LiveRun::finish() {
+    int64_t const elapsedNs = nowNs() - mStartNs;
+    stop();
+    LiveResult result;
+    result.source = mRecording.path;
+    result.fps = 1e9 / static_cast<double>(mRecording.medianIntervalNs);
+    result.options = mOptions;
+    result.startNs = mStartNs;
+    result.offsetMs = offsetInForceMs();
+    result.status = status();
+    result.status.elapsedNs = std::max<int64_t>(elapsedNs, 0);
+    result.lateness = mLateness;
+    result.times = mProbe.times();
+    result.unsettled = mPipeline.ledger().unsettled();
+    result.longestHeldNs = mPipeline.ledger().longestHeldNs();
+    result.droppedFrames = mPipeline.droppedFrames();
+    result.errorLines = mPipeline.errorLines();
+    for (PipelineFailure const& failure : mPipeline.failures()) {
+        result.failures.push_back(
+            fmt::format("at {} s: {}", formatSeconds(failure.timeNs - mStartNs), failure.text));
+    }
+    if (mFaults != nullptr) {
+        result.faults = mFaults->tally();
+    }
+    if (mRecorder != nullptr) {
+        result.recorder = mRecorder->finish();
+    }
+    return result;
+}
+
+}  // namespace zebcam::tool
