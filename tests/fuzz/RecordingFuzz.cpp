@@ -1,0 +1,29 @@
+#include <sstream>
+
+#include "Fuzz.h"
+#include "recording/RecordingReader.h"
+#include "recording/RecordingWriter.h"
+
+using namespace zebcam;
+
+/// What the reader takes is sound, and survives being written and read again.
+int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+    std::istringstream in(fuzz::textOf(data, size));
+    tool::Recording recording;
+    try {
+        recording = tool::readRecording(in, "fuzz.csv");
+    } catch (tool::RecordingError const&) {
+        return 0;
+    }
+    auto const& frames = recording.frames;
+    fuzz::require(frames.size() >= 2, "a recording has two frames");
+    for (size_t i = 1; i < frames.size(); ++i) {
+        fuzz::require(frames[i - 1].timestampNs < frames[i].timestampNs, "times ascend");
+        fuzz::require(frames[i - 1].frameNo < frames[i].frameNo, "frame numbers ascend");
+    }
+    std::stringstream written;
+    tool::writeRecording(recording, written);
+    fuzz::require(tool::readRecording(written, "again.csv").frames == frames,
+                  "a recording that was written reads the same");
+    return 0;
+}
