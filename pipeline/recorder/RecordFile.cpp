@@ -164,10 +164,12 @@ void RecordFile::write() {
         // Whatever was put in before the end is in the ring by now.
         bool const isLast = mEnd.load(std::memory_order_acquire) != RUNNING;
         drain();
-        if (isLast || !isRunning()) {
+        if (isLast) {
             break;
         }
-        mWakeUps.wait(wakeUps, std::memory_order_acquire);
+        if (isRunning()) {
+            mWakeUps.wait(wakeUps, std::memory_order_acquire);
+        }
     }
     close();
     ZslRecorderStatus const last = status();

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include "Given.h"
 #include "Listener.h"
@@ -221,6 +222,7 @@ void World::flush() {
         return press.second.hasFrameWithoutBuilder;
     });
     bool gaveSomething = false;
+    bool const owesException = std::exchange(mPluginThrew, false);  // a flush never throws
     receive([&] {
         auto groups = mZsl->flush();
         gaveSomething = !groups.empty();
@@ -229,7 +231,7 @@ void World::flush() {
     if (!pending().empty()) {
         require(isBroken, "flush left a capture pending");
         require(!gaveSomething && dump() == before, "a flush that was refused changed something");
-        mHoldsAnswers = true;  // it gave nothing, whatever was there
+        mPluginThrew = owesException;
         return;
     }
     auto const after = mHistory->ledger()->totals();

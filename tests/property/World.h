@@ -84,7 +84,7 @@ private:
     void flush();
     void finishFrames();
 
-    /// Runs an operation; exactly a plug-in's exception may leave it.
+    /// Runs an operation. If it has nothing to give, a plug-in's exception leaves it, now or next.
     void receive(std::function<ZslFrameBuilders()> const& operation, Press* submitted = nullptr);
     void answer(std::shared_ptr<IFrameBuilder> const& builder, Press const* submitted);
     void hear(Listener const& listener, IAppCallback::Result const& result);
@@ -122,8 +122,7 @@ private:
     uint64_t mReleased = 0;             ///< sets that were let go for good so far
     bool mMayRelease = false;           ///< there was a reason to
     std::string mBrokenInside;          ///< rule that was found broken inside an operation
-    bool mPluginThrew = false;
-    bool mHoldsAnswers = false;  ///< an operation threw and its answers are still to come
+    bool mPluginThrew = false;          ///< and its exception is still to come
     uint32_t mNextFrameNo = 1;
     uint32_t mNextRequestNo = 1;
 };

@@ -17,11 +17,11 @@ namespace zebcam::tool {
 namespace {
 
 ReplayOptions failing(ReplayOptions options, std::vector<std::string> const& faults,
-                      uint64_t seed = 1) {
+                      uint64_t randomSeed = 1) {
     for (std::string const& fault : faults) {
         options.faults.rules.push_back(parseFault(fault));
     }
-    options.faults.seed = seed;
+    options.faults.randomSeed = randomSeed;
     return options;
 }
 
@@ -125,9 +125,9 @@ std::vector<Case> cases() {
          onlyTheFirstHeardOfAShutter},
         {"flush:1", pressing({1000, 2000}), 2, "50 flushed, 50 flushed"},
         {"flush@1.1s", one, 1, "100 flushed"},
-        {"policy-throws:1", one, 1, "F33 2200 3130 timed out"},
-        {"policy-throws:1", multiframe, 1, "F33 2200 3130 timed out"},
-        {"policy-throws@0s", pressing({5000, 5300}), 1, "1030 flushed, F54 0 730 waited"},
+        {"policy-throws:1", one, 1, "F33 2200 3030 timed out"},
+        {"policy-throws:1", multiframe, 1, "F33 2200 3030 timed out"},
+        {"policy-throws@0s", pressing({5000, 5300}), 1, "1030 flushed, F54 0 130 waited"},
         {"policy-slow@1s", pressing({1000, 1100}), 1, "F11 0 250 waited, F14 50 180 waited",
          wasPressedLate},
         {"policy-nonsense:1", pressing({1000, 2000, 2500}, 2), 3,
@@ -186,7 +186,7 @@ TEST(Faults, StrikeAllOrNothingAtTheEndsOfTheRate) {
         EXPECT_TRUE(faults.lost && faults.lateNs == 0 && !faults.duplicate);
         injector.count(faults);
     }
-    EXPECT_EQ(injector.tally().text(), "late 0, lost 1000, duplicate 0 (seed 1)");
+    EXPECT_EQ(injector.tally().text(), "late 0, lost 1000, duplicate 0 (random seed 1)");
 }
 
 TEST(Faults, AbsurdResultsAreOfEveryKindAndElseUntouched) {
@@ -256,13 +256,13 @@ TEST(Faults, AllAtOnceLoseNoFrameAndNoBuffer) {
         {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_cloner.so"}};
     Recording const recording = steadyRecording();
     for (PolicyOption const& policy : policies) {
-        for (uint64_t seed = 0; seed < 8; ++seed) {
-            SCOPED_TRACE(policy.name() + ", seed " + std::to_string(seed));
+        for (uint64_t randomSeed = 0; randomSeed < 8; ++randomSeed) {
+            SCOPED_TRACE(policy.name() + ", random seed " + std::to_string(randomSeed));
             ReplayOptions options;
             options.captures = 20;
             options.framesPerCapture = 3;
             options.policy = policy;
-            ReplayResult const result = replay(recording, failing(options, faults, seed));
+            ReplayResult const result = replay(recording, failing(options, faults, randomSeed));
             EXPECT_TRUE(result.isClean()) << (result.failures.empty() ? "" : result.failures[0]);
             for (auto const& [kind, count] : result.faults->strikes) {
                 EXPECT_GT(count, 0U) << traitsOf(kind).name;
@@ -292,16 +292,16 @@ TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
     }
     std::string const file = write("recording.csv", csv);
     Outcome const done = zsl({"replay", file, "--fault", "lost@1s", "--fault", "lost@1.2s",
-                              "--fault", "late:0", "--fault-seed", "9", "--trace", path("trace"),
+                              "--fault", "late:0", "--seed", "9", "--trace", path("trace"),
                               "--report", path("page"), "--json", path("json")});
     EXPECT_EQ(done.status, 0) << done.err;
-    EXPECT_NE(done.out.find("\nFaults     late 0, lost 2 (seed 9)\n"), std::string::npos);
+    EXPECT_NE(done.out.find("\nFaults     late 0, lost 2 (random seed 9)\n"), std::string::npos);
     auto const faults = nlohmann::json::parse(std::ifstream(path("json"))).at("faults");
-    EXPECT_EQ(faults.at("seed"), 9);
+    EXPECT_EQ(faults.at("randomSeed"), 9);
     EXPECT_EQ(faults.at("rules"), (nlohmann::json{"lost@1s", "lost@1.2s", "late:0"}));
     EXPECT_EQ(faults.at("strikes"), (nlohmann::json{{"late", 0}, {"lost", 2}}));
     auto const trace = nlohmann::json::parse(std::ifstream(path("trace")));
-    EXPECT_EQ(trace.at("otherData").at("faults"), "late 0, lost 2 (seed 9)");
+    EXPECT_EQ(trace.at("otherData").at("faults"), "late 0, lost 2 (random seed 9)");
     EXPECT_EQ(std::count_if(trace.at("traceEvents").begin(), trace.at("traceEvents").end(),
                             [](auto const& event) {
                                 return event.contains("args") && event["args"].contains("isLost");
@@ -313,8 +313,8 @@ TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
     EXPECT_EQ(zsl({"replay", file}).out.find("\nFaults"), std::string::npos);
     for (auto const& [arguments, expected] :
          std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"--fault-seed", "2"}, "--fault-seed requires --fault"},
-             {{"--fault", "lost", "--fault-seed", "-1"}, "expected a whole number from 0"},
+             {{"--seed", "2"}, "--seed requires --fault"},
+             {{"--fault", "lost", "--seed", "-1"}, "expected a whole number from 0"},
              {{"--fault", "lost:2"}, "--fault: expected a rate from 0 to 1"},
              {{"--fault", "lost@3s"}, "--fault 3s: after the recording's last frame"}}) {
         std::vector<std::string> command = {"replay", file};

@@ -16,10 +16,11 @@ namespace NSCam::v3::pipeline::model {
  * any thread and takes the processor's lock, which is not recursive: a selector, a provider or a
  * callback that the processor calls must not call back into it.
  *
- * Exceptions that leave a selector or the result callback pass to the caller of the operation in
- * which they happened, after that operation has done its work as if the selector had chosen
- * nothing (or the callback had returned). No lock stays taken, no history buffer is lost, the
- * capture waits, and frames that were built in the meantime come with the next operation.
+ * Exceptions that leave a selector or the result callback pass to the caller, after the operation
+ * in which they happened has done its work as if the selector had chosen nothing (or the callback
+ * had returned). An operation that has frames to hand over does so instead, and the exception
+ * leaves the next one that has none; a flush ends it. No lock stays taken, no history buffer and no
+ * frame is lost or late, and the capture waits.
  */
 class __attribute__((visibility("default"))) IZslProcessor : public virtual android::RefBase {
 public:

@@ -20,7 +20,8 @@ ZslFrameBuilders ZslProcessor::flush() {
     mPendingRequests.clear();
     returnLockedBuffers();
     ZSL_LOGD("-");
-    return deliver(std::move(result));
+    mFailure = nullptr;  // whose capture it was is no longer here
+    return result;
 }
 
 /// False, with an error line, when a frame has no frame builder.

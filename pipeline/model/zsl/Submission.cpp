@@ -103,7 +103,9 @@ ZslFrameBuilders ZslProcessor::submitZslRequest(ZslRequestParams&& params) {
     }
 
     LockGuard const lock(mLock);
-    mFailure = earlierFailure;
+    if (mFailure == nullptr) {
+        mFailure = earlierFailure;
+    }
     FrameBuilders selected = processZslRequest(req);
     if (req.isServed()) {
         ZSL_LOGI("[requestNo:%u]: success. (selected:#%zu, tuning:#%zu)", requestNo,

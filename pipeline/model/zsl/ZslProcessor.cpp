@@ -90,23 +90,25 @@ bool ZslProcessor::hasZslPendingRequest() const {
     return !mPendingRequests.empty();
 }
 
-// A plug-in's or a callback's exception must not cost a frame: the operation goes on, and its
-// caller gets the exception at the end, what was built with the next operation.
+// A plug-in's or a callback's exception must not cost a frame, nor the time of one: the operation
+// goes on, and what it built goes out. The exception leaves the first operation that has nothing to
+// hand over.
 
 void ZslProcessor::noteFailure() {
+    try {
+        throw;
+    } catch (std::exception const& failure) {
+        ZSL_LOGE("a policy or callback failed: %s", failure.what());
+    } catch (...) {
+        ZSL_LOGE("a policy or callback failed");
+    }
     if (mFailure == nullptr) {
         mFailure = std::current_exception();
     }
 }
 
 ZslFrameBuilders ZslProcessor::deliver(ZslFrameBuilders result) {
-    if (!mUndelivered.empty()) {
-        result.insert(result.begin(), std::make_move_iterator(mUndelivered.begin()),
-                      std::make_move_iterator(mUndelivered.end()));
-        mUndelivered.clear();
-    }
-    if (mFailure != nullptr) {
-        mUndelivered = std::move(result);
+    if (result.empty() && mFailure != nullptr) {
         std::rethrow_exception(std::exchange(mFailure, nullptr));
     }
     return result;

@@ -225,8 +225,7 @@ private:
     std::shared_ptr<CShotSelector> mpCShotSelector GUARDED_BY(mLock);
     std::shared_ptr<MultiframeSelector> mpMultiframeSelector GUARDED_BY(mLock);
 
-    std::exception_ptr mFailure GUARDED_BY(mLock);    ///< first one of the running operation
-    ZslFrameBuilders mUndelivered GUARDED_BY(mLock);  ///< built, but the operation threw
+    std::exception_ptr mFailure GUARDED_BY(mLock);  ///< a plug-in's, not yet passed on
 };
 
 }  // namespace NSCam::v3::pipeline::model

@@ -113,12 +113,13 @@ void addFaultOptions(CLI::App& command, FaultOptions& options) {
         "KIND[:RATE|@TIME]");
     fault->take_all();
     addValue(
-        command, "--fault-seed",
+        command, "--seed",
         [&options](std::string const& text) {
-            options.seed = static_cast<uint64_t>(
+            options.randomSeed = static_cast<uint64_t>(
                 parseWholeNumber(text, 0, std::numeric_limits<int64_t>::max()));
         },
-        fmt::format("Same seed, same faults [default: {}]", options.seed), "N")
+        fmt::format("Random seed: the same one, the same faults [default: {}]", options.randomSeed),
+        "N")
         ->needs(fault);
 }
 

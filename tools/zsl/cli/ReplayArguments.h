@@ -41,7 +41,7 @@ void addCaptureOptions(CLI::App& command, ReplayOptions& options);
 /// --delivery-delay, --reprocess-delay, --property.
 void addPipelineOptions(CLI::App& command, ReplayOptions& options);
 
-/// --fault, --fault-seed.
+/// --fault, --seed.
 void addFaultOptions(CLI::App& command, FaultOptions& options);
 
 /// Throws CLI::ValidationError when both `offsetMs` and a property set the offset.

@@ -54,7 +54,11 @@ void DeviceComparison::add(DeviceScript const& script, DeviceOutcome const& outc
     }
     std::string const difference = firstDifference(script, outcome);
     if (difference.empty()) {
+        mAgreement.operations += isSame() ? 1 : 0;
         return;
+    }
+    if (isSame()) {
+        mAgreement.steps = commonSteps(script);
     }
     ++mOperationsThatDiffer;
     if (mDifferences.size() < kMostDifferences) {
@@ -94,18 +98,27 @@ std::string DeviceComparison::firstDifference(DeviceScript const& script,
     return {};
 }
 
+size_t DeviceComparison::commonSteps(DeviceScript const& script) const {
+    auto const& recorded = script.operation().steps;
+    auto const& replayed = script.steps();
+    size_t const most = std::min(recorded.size(), replayed.size());
+    size_t same = 0;
+    while (same < most && isSame(recorded[same], replayed[same])) {
+        ++same;
+    }
+    return same;
+}
+
 std::string DeviceComparison::differingStep(DeviceScript const& script) const {
     auto const& recorded = script.operation().steps;
     auto const& replayed = script.steps();
-    for (size_t i = 0; i < std::max(recorded.size(), replayed.size()); ++i) {
-        if (i < recorded.size() && i < replayed.size() && isSame(recorded[i], replayed[i])) {
-            continue;
-        }
-        return fmt::format("on the device {}, in the replay {}",
-                           i < recorded.size() ? describe(recorded[i]) : "nothing more",
-                           i < replayed.size() ? describe(replayed[i]) : "nothing more");
+    size_t const i = commonSteps(script);
+    if (i == recorded.size() && i == replayed.size()) {
+        return {};
     }
-    return {};
+    return fmt::format("on the device {}, in the replay {}",
+                       i < recorded.size() ? describe(recorded[i]) : "nothing more",
+                       i < replayed.size() ? describe(replayed[i]) : "nothing more");
 }
 
 bool DeviceComparison::isSame(DeviceStep const& recorded, DeviceStep const& replayed) const {

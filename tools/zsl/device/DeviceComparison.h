@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -9,6 +10,14 @@
 #include "device/DeviceScript.h"
 
 namespace zebcam::tool {
+
+/// How far a replay did what the device did.
+struct DeviceAgreement {
+    size_t operations = 0;  ///< that were the same, up to the first that was not
+    size_t steps = 0;       ///< of that one, likewise
+
+    auto operator<=>(DeviceAgreement const&) const = default;
+};
 
 /// Holds what a replay does against what the device did.
 class DeviceComparison {
@@ -23,10 +32,13 @@ public:
     /// The first differences, one an operation, and how many there are in all.
     std::vector<std::string> const& differences() const { return mDifferences; }
     size_t operationsThatDiffer() const { return mOperationsThatDiffer; }
+    bool isSame() const { return mOperationsThatDiffer == 0; }
+    DeviceAgreement agreement() const { return mAgreement; }
 
 private:
     std::string firstDifference(DeviceScript const& script, DeviceOutcome const& outcome) const;
     std::string differingStep(DeviceScript const& script) const;
+    size_t commonSteps(DeviceScript const& script) const;
     bool isSame(DeviceStep const& recorded, DeviceStep const& replayed) const;
     bool isSame(BuiltStep const& recorded, BuiltStep const& replayed) const;
     std::string name(uint64_t builder) const;
@@ -43,6 +55,7 @@ private:
     size_t mFrames = 0;
     size_t mSameFrames = 0;
     size_t mOperationsThatDiffer = 0;
+    DeviceAgreement mAgreement;
     std::vector<std::string> mDifferences;
 };
 

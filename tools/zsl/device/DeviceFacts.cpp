@@ -144,37 +144,4 @@ record::ClockReading latestSubmission(DeviceOperation const& operation) {
     return operation.tries.empty() ? operation.ended : operation.tries.front().offered;
 }
 
-std::vector<std::string> uncertainInstants(DeviceRecording const& recording) {
-    constexpr uint64_t kNsPerMs = 1'000'000;
-    std::vector<std::string> notes;
-    uint64_t const offset = static_cast<uint64_t>(offsetMsOf(recording)) * kNsPerMs;
-    auto const instant = [&](record::ClockReading const& reading) {
-        return static_cast<int64_t>(static_cast<uint64_t>(sensorClockNs(recording, reading)) -
-                                    offset);
-    };
-    std::map<int64_t, uint32_t> frames;  // by timestamp
-    for (DeviceFrame const& frame : recording.frames) {
-        frames.emplace(frame.timestampNs, frame.frameNo);
-    }
-    for (DeviceOperation const& operation : recording.operations) {
-        auto const* const call = std::get_if<SubmitCall>(&operation.call);
-        if (call == nullptr) {
-            continue;
-        }
-        int64_t const earliest = instant(operation.begun);
-        int64_t const latest = instant(latestSubmission(operation));
-        auto const frame = frames.lower_bound(earliest);
-        if (frame != frames.end() && frame->first < latest) {
-            notes.push_back(fmt::format(
-                "the instant of request {} is known within {} ms only, and F{} began in that time: "
-                "it may be taken for too old or not",
-                call->requestNo,
-                formatMs(sensorClockNs(recording, latestSubmission(operation)) -
-                         sensorClockNs(recording, operation.begun)),
-                frame->second));
-        }
-    }
-    return notes;
-}
-
 }  // namespace zebcam::tool

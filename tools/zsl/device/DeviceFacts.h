@@ -18,9 +18,6 @@ ReplayOptions optionsOf(DeviceRecording const& recording);
 /// The sum of the recorded offset properties, ms.
 int64_t offsetMsOf(DeviceRecording const& recording);
 
-/// Which captures' instants are not known well enough to tell on which side of them a frame lies.
-std::vector<std::string> uncertainInstants(DeviceRecording const& recording);
-
 /// The clock that the device's sensor timestamps follow, of a reading.
 int64_t sensorClockNs(DeviceRecording const& recording, record::ClockReading const& reading);
 

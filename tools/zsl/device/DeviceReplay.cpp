@@ -1,48 +1,15 @@
 #include "device/DeviceReplay.h"
 
-#include <IZslProcessor.h>
 #include <fmt/format.h>
-#include <host/Services.h>
-#include <metadata/MetadataTags.h>
 
 #include <algorithm>
-#include <exception>
-#include <memory>
-#include <stdexcept>
-#include <unordered_map>
-#include <utility>
 
-#include "device/DeviceCaptures.h"
-#include "device/DeviceComparison.h"
-#include "device/DeviceFacts.h"
-#include "device/DeviceParams.h"
-#include "device/DeviceScript.h"
-#include "device/ScriptedParts.h"
+#include "device/DeviceInstants.h"
+#include "device/DeviceRun.h"
 #include "replay/PropertyScope.h"
-#include "sim/InputError.h"
-#include "sim/MetadataReader.h"
-#include "sim/MetadataWriter.h"
-#include "sim/ProcessorLog.h"
 
 namespace zebcam::tool {
-
-namespace v3 = NSCam::v3;
-namespace model = NSCam::v3::pipeline::model;
-using NSCam::IMetadata;
-using NSCam::v3::pipeline::IPipelineBufferSetFrameControl;
-using NSCam::v3::pipeline::policy::ParsedStreamInfoMap_P1;
-
 namespace {
-
-std::optional<int64_t> timestampIn(IMetadata const& metadata) {
-    return itemOf<int64_t>(metadata, NSCam::ZEB_SENSOR_TIMESTAMP);
-}
-
-IMetadata deviceFacts(DeviceRecording const& recording) {
-    IMetadata facts;
-    put(facts, NSCam::ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, recording.timestampSource);
-    return facts;
-}
 
 /// The properties that the processor reads, whatever else the file has.
 std::vector<std::pair<std::string, std::string>> propertiesOf(DeviceRecording const& recording) {
@@ -56,291 +23,20 @@ std::vector<std::pair<std::string, std::string>> propertiesOf(DeviceRecording co
     return known;
 }
 
-platform::VirtualClock::Start startOf(record::ClockReading const& reading) {
-    return {
-        .bootTimeNs = reading.bootNs, .monotonicNs = reading.monotonicNs, .wallNs = reading.wallNs};
-}
-
-/// Hears the early shutters, and throws where the device's application did.
-class ShutterListener final : public IPipelineBufferSetFrameControl::IAppCallback {
-public:
-    ShutterListener(DeviceScript& script, DeviceCaptures& captures)
-        : mScript(script), mCaptures(captures) {}
-
-    void updateFrame(Result const& result) override {
-        for (auto const& buffer : result.outputAppMetas) {
-            mCaptures.setEarlyShutter(result.requestNo, readMetadata(buffer, timestampIn));
-        }
-        DeviceOperation const& operation = mScript.operation();
-        bool const isSelectors =
-            std::any_of(operation.answers.begin(), operation.answers.end(),
-                        [](DeviceAnswer const& answer) { return answer.failure.has_value(); });
-        auto const* const call = std::get_if<SubmitCall>(&operation.call);
-        bool const isNames = call != nullptr && call->selectorNameFailure;
-        if (operation.outcome.failure && operation.faults.empty() && !isSelectors && !isNames) {
-            throw std::runtime_error(*operation.outcome.failure);
-        }
-    }
-
-private:
-    DeviceScript& mScript;
-    DeviceCaptures& mCaptures;
-};
-
-/// Drives the processor through a recording.
-class DeviceRun {
-public:
-    DeviceRun(DeviceRecording const& recording, uint32_t logLevel, ReplayListener const& listener)
-        : mRecording(recording),
-          mListener(listener),
-          mFrames(sensorFramesOf(recording)),
-          mStartNs(mFrames.frames.empty() ? recording.begun.bootNs
-                                          : mFrames.frames.front().timestampNs),
-          mServingOperations(servingOperations(recording)),
-          mClock(startOf(recording.begun)),
-          mLog(logLevel, logSink()),
-          mDevice(static_cast<int32_t>(recording.openId), deviceFacts(recording)),
-          mScript(recording, mClock),
-          mCaptures(recording),
-          mComparison(recording),
-          mProcessor(model::IZslProcessor::createInstance(static_cast<int32_t>(recording.openId),
-                                                          "DeviceReplay")) {
-        if (mProcessor == nullptr) {
-            throw InputError("the processor cannot be made");
-        }
-    }
-
-    DeviceReplayResult run() {
-        for (size_t i = 0; i < mRecording.operations.size(); ++i) {
-            mScript.begin(i);
-            DeviceOutcome const outcome = carryOut(mRecording.operations[i]);
-            mComparison.add(mScript, outcome);
-            tellListener(i);
-        }
-        DeviceReplayResult result = finishResult();
-        letGo(result.replay);
-        return result;
-    }
-
-private:
-    using Lists = model::ZslFrameBuilders;
-
-    ProcessorLog::Sink logSink() {
-        if (!mListener.log) {
-            return {};
-        }
-        return [this](host::LogLine const& line) {
-            mListener.log(mClock.bootTimeNs() - mStartNs, line);
-        };
-    }
-
-    DeviceOutcome carryOut(DeviceOperation const& operation) {
-        DeviceOutcome outcome;
-        try {
-            std::visit([&](auto const& call) { carryOut(operation, call, outcome); },
-                       operation.call);
-        } catch (std::exception const& error) {
-            outcome = {};
-            outcome.failure = error.what();
-        }
-        return outcome;
-    }
-
-    void carryOut(DeviceOperation const&, ConfigureCall const& call, DeviceOutcome& outcome) {
-        ParsedStreamInfoMap_P1 const sensors = sensorsOf(
-            mScript.buffers.streams(), call.sensors.value_or(std::vector<DeviceSensor>()));
-        android::sp<ShutterListener> const shutters =
-            call.hasCallback ? new ShutterListener(mScript, mCaptures) : nullptr;
-        outcome.status = mProcessor->configure(
-            {.pParsedStreamInfo_P1 = call.sensors ? &sensors : nullptr, .pCallback = shutters});
-        if (outcome.status == 0) {
-            mShutters = shutters;
-        }
-    }
-
-    void carryOut(DeviceOperation const& operation, SubmitCall const& call,
-                  DeviceOutcome& outcome) {
-        if (!call.callbackLives) {
-            mShutters = nullptr;
-        }
-        size_t const capture = mCaptures.open(
-            mScript, call,
-            submissionOf(mRecording, operation, mServingOperations.at(mSubmissions++)));
-        mScript.set(mCaptures.at(capture).submission.assumed);
-        std::unordered_map<uint32_t, uint32_t> const modes(call.sensorModes.begin(),
-                                                           call.sensorModes.end());
-        model::ZslRequestParams params = requestOf(capture, call);
-        params.pStreamIdMap = &modes;
-        params.pvRequiredSensorIds = &call.requiredSensors;
-        take(operation, mProcessor->submitZslRequest(std::move(params)), outcome);
-    }
-
-    model::ZslRequestParams requestOf(size_t position, SubmitCall const& call) {
-        DeviceCaptures::Capture& capture = mCaptures.at(position);
-        model::ZslRequestParams params;
-        params.requestNo = call.requestNo;
-        params.checkPureRaw = call.checksPureRaw;
-        params.needFrameSync = call.needsFrameSync;
-        if (call.policy) {
-            params.pPolicyParams =
-                std::make_shared<NSCam::ZslPolicy::ZslPolicyParams>(*call.policy);
-        }
-        if (call.hasSelector) {
-            params.pSelector = std::make_shared<ScriptedSelector>(mScript, call);
-        }
-        if (call.provider) {
-            params.pHistoryBufferProvider = std::make_shared<ScriptedProvider>(
-                mScript, *call.provider, capture.submission,
-                ScriptedProvider::Observer{
-                    .begin = [this,
-                              position](DeviceTry const* attempt) { beginTry(position, attempt); },
-                    .end = [this] { endTry(); }});
-        }
-        for (RequestedFrame const& frame : call.frames) {
-            auto& required = params.vReqResult.emplace_back();
-            if (frame.required) {
-                required = std::make_shared<v3::pipeline::policy::RequestResultParams>();
-                required->required = *frame.required;
-            }
-        }
-        params.vFrameBuilder.assign(capture.builders.begin(), capture.builders.end());
-        return params;
-    }
-
-    void beginTry(size_t capture, DeviceTry const* attempt) {
-        record::ClockReading const now =
-            attempt != nullptr ? attempt->offered : mScript.operation().begun;
-        TryRecord entry;
-        entry.timeNs = now.bootNs;
-        entry.ageMs = mCaptures.ageMs(capture, now);
-        for (host::LedgerLine const& line : mScript.buffers.ledger()->unsettled()) {
-            if (line.holder == host::BufferHolder::Processor) {
-                entry.lockedFrames.push_back(line.frameNo);
-            }
-        }
-        if (attempt != nullptr) {
-            entry.inFlightFrames = attempt->inFlight;
-            for (size_t const frame : attempt->frames.value_or(std::vector<size_t>())) {
-                entry.historyFrames.push_back(mRecording.frames.at(frame).frameNo);
-            }
-        }
-        mOffered = {entry.historyFrames.size(), entry.inFlightFrames.size(),
-                    entry.lockedFrames.size()};
-        // Whether it times out is decided a little later than this.
-        mLog.watchTimeout(entry.ageMs + 1 >= mCaptures.timeoutMs(capture));
-        mCaptures.beginTry(capture, std::move(entry));
-    }
-
-    void endTry() {
-        mCaptures.endTry(mLog.takeTimedOutFrames());
-        mLog.watchTimeout(false);
-    }
-
-    void carryOut(DeviceOperation const& operation, RetryCall const& call, DeviceOutcome& outcome) {
-        take(operation, mProcessor->processZslPendingRequest(call.requestNo), outcome);
-    }
-
-    void carryOut(DeviceOperation const& operation, FlushCall const&, DeviceOutcome& outcome) {
-        take(operation, mProcessor->flush(), outcome);
-    }
-
-    void take(DeviceOperation const& operation, Lists const& lists, DeviceOutcome& outcome) {
-        for (auto const& list : lists) {
-            auto& numbers = outcome.builders.emplace_back();
-            for (auto const& builder : list) {
-                auto const* const own = dynamic_cast<ScriptedBuilder const*>(builder.get());
-                numbers.push_back(own != nullptr ? own->number() + 1 : 0);
-            }
-        }
-        mCaptures.answer(lists, operation.kind == record::Operation::FLUSH, operation.ended.bootNs);
-    }
-
-    void carryOut(DeviceOperation const& operation, ResultCall const& call,
-                  DeviceOutcome& outcome) {
-        auto const result = resultOf(mScript.buffers.streams(), call);
-        mProcessor->onFrameUpdated(call.requestNo, result);
-        std::optional<int64_t> reportedNs;
-        for (auto const& buffer : result.outputAppMetas) {
-            auto const left = readMetadata(buffer, timestampIn);
-            outcome.timestampsLeft.push_back(left.has_value());
-            reportedNs = reportedNs ? reportedNs : left;
-        }
-        mCaptures.setResult(call, operation.begun.bootNs, reportedNs);
-    }
-
-    void tellListener(size_t operation) {
-        if (mListener.progress) {
-            mListener.progress(operation + 1, mRecording.operations.size());
-        }
-        if (mListener.occupancy) {
-            mListener.occupancy(mRecording.operations[operation].begun.bootNs, mOffered);
-        }
-    }
-
-    DeviceReplayResult finishResult() {
-        DeviceReplayResult result;
-        result.operations = mRecording.operations.size();
-        result.builtFrames = mComparison.frames();
-        result.sameFrames = mComparison.sameFrames();
-        result.operationsThatDiffer = mComparison.operationsThatDiffer();
-        result.differences = mComparison.differences();
-        ReplayResult& replay = result.replay;
-        replay.path = mRecording.path;
-        replay.notes = mRecording.notes;
-        for (std::string& note : uncertainInstants(mRecording)) {
-            replay.notes.push_back(std::move(note));
-        }
-        replay.notes.emplace_back(
-            "the frames are those that the history offered when captures were tried: a gap may be "
-            "a time without captures");
-        replay.facts = computeFacts(mFrames);
-        replay.firstTimestampNs = mStartNs;
-        replay.options = optionsOf(mRecording);
-        replay.offsetMs = offsetMsOf(mRecording);
-        replay.captures = mCaptures.records();
-        replay.summary = summarize(replay.captures);
-        replay.errorLines = mLog.errorLines();
-        result.frames = std::move(mFrames);
-        return result;
-    }
-
-    /// What the processor still has comes back, so that the ledger shows what is missing.
-    void letGo(ReplayResult& result) {
-        mScript.begin(mRecording.operations.size());
-        mCaptures.finishFrames();
-        Lists const pending = mProcessor->flush();
-        auto const& ledger = *mScript.buffers.ledger();
-        result.ledger = ledger.totals();
-        result.unsettled = ledger.unsettled();
-        result.longestHeldNs = ledger.longestHeldNs();
-        for (std::string const& lock : host::MetaStreamBuffer::outstandingLocks()) {
-            result.failures.push_back(fmt::format("a metadata lock is held: {}", lock));
-        }
-    }
-
-    DeviceRecording const& mRecording;
-    ReplayListener const& mListener;
-    Recording mFrames;
-    int64_t const mStartNs;
-    std::vector<size_t> const mServingOperations;  ///< by capture
-    platform::VirtualClock mClock;
-    ProcessorLog mLog;
-    host::DeviceRegistration const mDevice;
-    DeviceScript mScript;
-    DeviceCaptures mCaptures;
-    DeviceComparison mComparison;
-    android::sp<ShutterListener> mShutters;  ///< the device's callback, while it lived
-    size_t mSubmissions = 0;
-    Occupancy mOffered;
-    android::sp<model::IZslProcessor> mProcessor;  ///< goes first
-};
-
 }  // namespace
 
 DeviceReplayResult replayDevice(DeviceRecording const& recording, uint32_t logLevel,
                                 ReplayListener const& listener) {
     PropertyScope const properties(propertiesOf(recording));
-    return DeviceRun(recording, logLevel, listener).run();
+    auto const uncertain = uncertainInstants(recording);
+    DeviceReplayResult result =
+        runDevice(recording, findInstants(recording, uncertain), logLevel, listener);
+    if (!result.isSame()) {
+        for (UncertainInstant const& instant : uncertain) {
+            result.replay.notes.push_back(instant.note());
+        }
+    }
+    return result;
 }
 
 std::string comparisonText(DeviceReplayResult const& result) {

@@ -135,7 +135,7 @@ bool FaultInjector::has(FaultKind kind) const {
 
 FaultTally FaultInjector::tally() const {
     FaultTally tally;
-    tally.seed = mOptions.seed;
+    tally.randomSeed = mOptions.randomSeed;
     std::lock_guard lock(mLock);
     for (FaultTraits const& traits : FAULT_KINDS) {
         if (has(traits.kind)) {
@@ -179,7 +179,7 @@ bool FaultInjector::hasBegun(FaultKind kind, int64_t timeNs) const {
 }
 
 uint64_t FaultInjector::draw(FaultKind kind, uint64_t opportunity, uint64_t part) const {
-    uint64_t const subject = mixed(mOptions.seed) ^ static_cast<uint64_t>(kind);
+    uint64_t const subject = mixed(mOptions.randomSeed) ^ static_cast<uint64_t>(kind);
     return mixed(mixed(mixed(subject) ^ opportunity) ^ part);
 }
 

@@ -43,10 +43,10 @@ enum class PolicyFault : uint8_t { None, Throws, Nonsense };
 /**
  * Decides what goes wrong in a run, and counts it.
  *
- * Whether an opportunity is struck depends on the seed, the kind and the number of the opportunity
- * only, not on the order of the calls, so that runs with threads repeat and one kind's faults stay
- * where they are when another is added. What is asked for at a time strikes at the first call
- * whose time is that or later.
+ * Whether an opportunity is struck depends on the random seed, the kind and the number of the
+ * opportunity only, not on the order of the calls, so that runs with threads repeat and one kind's
+ * faults stay where they are when another is added. What is asked for at a time strikes at the
+ * first call whose time is that or later.
  *
  * Times are boot times, ns. Thread-safe; its lock is a leaf.
  */

@@ -22,7 +22,7 @@ struct FaultRule {
 /// All faults of a run.
 struct FaultOptions {
     std::vector<FaultRule> rules;  ///< empty: nothing goes wrong
-    uint64_t seed = 1;             ///< same seed, same faults
+    uint64_t randomSeed = 1;       ///< the same one, the same faults
 };
 
 /// Reads `KIND`, `KIND:RATE` or `KIND@TIME`. Throws std::invalid_argument, with a text that says

@@ -9,7 +9,7 @@ std::string FaultTally::text() const {
     for (auto const& [kind, count] : strikes) {
         text += fmt::format("{}{} {}", text.empty() ? "" : ", ", traitsOf(kind).name, count);
     }
-    return fmt::format("{} (seed {})", text, seed);
+    return fmt::format("{} (random seed {})", text, randomSeed);
 }
 
 }  // namespace zebcam::tool

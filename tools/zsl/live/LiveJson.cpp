@@ -5,6 +5,7 @@
 
 #include "Version.h"
 #include "live/LiveText.h"
+#include "report/FaultJson.h"
 
 namespace zebcam::tool {
 
@@ -43,17 +44,6 @@ Json ledgerJson(LiveResult const& result) {
             {"longestHeldNs", result.longestHeldNs}};
 }
 
-Json faultsJson(LiveResult const& result) {
-    if (!result.faults) {
-        return nullptr;
-    }
-    Json strikes = Json::object();
-    for (auto const& [kind, count] : result.faults->strikes) {
-        strikes[std::string(traitsOf(kind).name)] = count;
-    }
-    return {{"seed", result.faults->seed}, {"strikes", std::move(strikes)}};
-}
-
 Json recorderJson(LiveResult const& result) {
     if (!result.recorder) {
         return nullptr;
@@ -68,30 +58,32 @@ Json recorderJson(LiveResult const& result) {
 }  // namespace
 
 void writeJson(LiveResult const& result, std::ostream& out) {
-    Json const json = {{"formatVersion", kFormatVersion},
-                       {"zsl", VERSION},
-                       {"source", result.source},
-                       {"framesPerSecond", result.fps},
-                       {"elapsedNs", result.status.elapsedNs},
-                       {"endedBySignal", result.signal ? Json(*result.signal) : Json(nullptr)},
-                       {"policy", result.options.replay.policy.name()},
-                       {"offsetMs", result.offsetMs},
-                       {"sensor",
-                        {{"arrived", result.status.arrivedFrames},
-                         {"dropped", result.droppedFrames},
-                         {"lateness", distributionJson(result.lateness)}}},
-                       {"captures", servedJson(result.status.captures)},
-                       {"times",
-                        {{"submission", distributionJson(result.times.submission)},
-                         {"retry", distributionJson(result.times.retry)},
-                         {"lockHeld", distributionJson(result.times.lockHeld)}}},
-                       {"dumps", result.status.dumps},
-                       {"ledger", ledgerJson(result)},
-                       {"recorder", recorderJson(result)},
-                       {"faults", faultsJson(result)},
-                       {"errorLines", result.errorLines},
-                       {"failures", result.failures},
-                       {"clean", result.isClean()}};
+    Json const json = {
+        {"formatVersion", kFormatVersion},
+        {"zsl", VERSION},
+        {"source", result.source},
+        {"framesPerSecond", result.fps},
+        {"elapsedNs", result.status.elapsedNs},
+        {"endedBySignal", result.signal ? Json(*result.signal) : Json(nullptr)},
+        {"policy", result.options.replay.policy.name()},
+        {"offsetMs", result.offsetMs},
+        {"sensor",
+         {{"arrived", result.status.arrivedFrames},
+          {"dropped", result.droppedFrames},
+          {"lateness", distributionJson(result.lateness)}}},
+        {"captures", servedJson(result.status.captures)},
+        {"times",
+         {{"submission", distributionJson(result.times.submission)},
+          {"retry", distributionJson(result.times.retry)},
+          {"lockHeld", distributionJson(result.times.lockHeld)}}},
+        {"dumps", result.status.dumps},
+        {"ledger", ledgerJson(result)},
+        {"recorder", recorderJson(result)},
+        {"faults",
+         result.faults ? faultJson(result.options.replay.faults, *result.faults) : Json(nullptr)},
+        {"errorLines", result.errorLines},
+        {"failures", result.failures},
+        {"clean", result.isClean()}};
     out << json.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 

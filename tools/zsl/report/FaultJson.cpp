@@ -15,7 +15,7 @@ nlohmann::ordered_json faultJson(FaultOptions const& options, FaultTally const& 
     for (auto const& [kind, count] : tally.strikes) {
         strikes[std::string(traitsOf(kind).name)] = count;
     }
-    return {{"seed", tally.seed}, {"rules", std::move(rules)}, {"strikes", std::move(strikes)}};
+    return {{"randomSeed", tally.randomSeed}, {"rules", std::move(rules)}, {"strikes", std::move(strikes)}};
 }
 
 }  // namespace zebcam::tool

@@ -7,7 +7,7 @@
 
 namespace zebcam::tool {
 
-/// `{"seed", "rules": ["late:0.1", ...], "strikes": {"late": 12, ...}}`.
+/// `{"randomSeed", "rules": ["late:0.1", ...], "strikes": {"late": 12, ...}}`.
 nlohmann::ordered_json faultJson(FaultOptions const& options, FaultTally const& tally);
 
 }  // namespace zebcam::tool

@@ -31,7 +31,7 @@ function recordingFacts(recording) {
 
 function faultsText(faults) {
     const strikes = Object.entries(faults.strikes).map(([kind, count]) => `${kind} ${whole(count)}`);
-    return `${strikes.join(', ')} (seed ${faults.seed})`;
+    return `${strikes.join(', ')} (random seed ${faults.randomSeed})`;
 }
 
 function settings(options, faults) {
