@@ -15,6 +15,7 @@
 #include "platform/TempFile.h"
 #include "recorder/Crc32.h"
 #include "recorder/RecordedScene.h"
+#include "report/TextReport.h"
 
 namespace zebcam::test {
 namespace {
@@ -68,10 +69,11 @@ std::string recordingOf(Scenario const& scenario) {
 
 testing::AssertionResult replaysTheSame(DeviceRecording const& recording) {
     DeviceReplayResult const result = replayDevice(recording);
-    if (!result.isSame()) {
-        return testing::AssertionFailure() << comparisonText(result);
+    tool::DeviceVerdict const& verdict = *result.replay.device;
+    if (!result.replay.isClean()) {
+        return testing::AssertionFailure() << tool::verdictText(verdict);
     }
-    if (result.sameFrames != result.builtFrames) {
+    if (verdict.sameFrames != verdict.builtFrames) {
         return testing::AssertionFailure() << "other frames";
     }
     if (!result.replay.ledger.balances() || !result.replay.failures.empty()) {
@@ -118,10 +120,11 @@ TEST(DeviceReplay, TellsWhatIsOtherwise) {
             }
         }
     }
-    DeviceReplayResult const result = replayDevice(recording);
-    EXPECT_EQ(1, result.operationsThatDiffer);
-    EXPECT_EQ(result.builtFrames - 1, result.sameFrames);
-    EXPECT_THAT(comparisonText(result),
+    tool::ReplayResult const result = replayDevice(recording).replay;
+    EXPECT_FALSE(result.isClean());
+    EXPECT_EQ(1, result.device->operationsThatDiffer);
+    EXPECT_EQ(result.device->builtFrames - 1, result.device->sameFrames);
+    EXPECT_THAT(tool::verdictText(*result.device),
                 testing::HasSubstr("on the device frame 0 of request 6 becomes F1"));
 }
 

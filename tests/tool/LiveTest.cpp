@@ -52,6 +52,32 @@ TEST_F(Live, AnswersEveryCaptureFromItsThreads) {
     }
 }
 
+TEST_F(Live, ReplaysAsItWasRecorded) {
+    std::string const file = path("live.zslrec");
+    for (std::vector<std::string> const& options :
+         {std::vector<std::string>{"--fps", "240", "--offset", "20ms", "--frames", "2"},
+          {"--fps", "240", "--policy", "cshot", "--fault", "late", "--fault", "image-error"},
+          {"--fps", "120", "--policy", "multiframe", "--timeout-ms", "40", "--fault", "no-history"},
+          {"--fps", "120", "--fault", "policy-nonsense", "--fault", "policy-throws", "--fault",
+           "flush", "--fault", "callback-gone@100ms"}}) {
+        SCOPED_TRACE(testing::PrintToString(options));
+        std::vector<std::string> arguments = options;
+        arguments.insert(arguments.end(), {"--duration", "300ms", "--record", file});
+        Json const lived = live(arguments);
+        EXPECT_EQ(lived["recorder"]["end"], "whole");
+        Outcome const replayed = zsl({"replay", file, "--json", "-"});
+        EXPECT_EQ(replayed.status, 0) << zsl({"replay", file}).out;
+        Json const device = Json::parse(replayed.out)["device"];
+        EXPECT_TRUE(device["isSame"]);
+        EXPECT_EQ(device["operations"], lived["recorder"]["operations"]);
+        EXPECT_EQ(device["builtFrames"], device["sameFrames"]);
+    }
+    Outcome const refused = zsl({"replay", file, "--press", "1s"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("--press: " + file + " is a recording of a device"),
+              std::string::npos);
+}
+
 TEST_F(Live, EndsCleanlyWhenInterrupted) {
     std::string const file = path("result.json");
     // Blocked here, the signal waits for whoever watches for it.

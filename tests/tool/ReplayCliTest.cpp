@@ -68,7 +68,8 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
     std::string const broken = write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     std::string const selectors = SELECTOR_FOLDER "/selector_";
     std::vector<std::pair<std::vector<std::string>, std::string>> const table = {
-        {{}, "zsl: expected the command replay, live, generate, explain or compare\ntry zsl --help\n"},
+        {{},
+         "zsl: expected the command replay, live, generate, explain or compare\ntry zsl --help\n"},
         {{"play"}, "found \"play\""},
         {{"replay"}, "try zsl replay --help"},
         {{"replay", path("missing.csv")}, "missing.csv: expected a readable file"},

@@ -109,12 +109,10 @@ Source readSource(std::string const& path) {
     return source;
 }
 
-/// What came of a replay.
+/// What came of a replay, and the frames that were in it.
 struct Replayed {
     Recording recording;
     ReplayResult result;
-    std::string comparison;  ///< with what a device did; empty when there is none
-    bool isGood = false;
 };
 
 Replayed replaySource(Source source, ReplayOptions const& options, ReplayObserver& observer) {
@@ -122,14 +120,10 @@ Replayed replaySource(Source source, ReplayOptions const& options, ReplayObserve
     if (source.device) {
         DeviceReplayResult device =
             replayDevice(*source.device, options.logLevel, observer.listener());
-        replayed.comparison = comparisonText(device);
-        replayed.isGood = device.isSame() && device.replay.failures.empty();
-        replayed.recording = std::move(device.frames);
-        replayed.result = std::move(device.replay);
+        replayed = {std::move(device.frames), std::move(device.replay)};
     } else {
         replayed.recording = std::move(source.sensor);
         replayed.result = replay(replayed.recording, options, observer.listener());
-        replayed.isGood = replayed.result.isClean();
     }
     observer.finish();
     return replayed;
@@ -185,10 +179,9 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     if (arguments.json == "-") {
         writeJson(result, observer.explanation(), streams.out);
     } else {
-        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr)
-                    << replayed.comparison;
+        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr);
     }
-    return replayed.isGood ? 0 : 1;
+    return result.isClean() ? 0 : 1;
 }
 
 }  // namespace

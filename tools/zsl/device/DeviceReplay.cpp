@@ -1,7 +1,5 @@
 #include "device/DeviceReplay.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 
 #include "device/DeviceInstants.h"
@@ -31,27 +29,12 @@ DeviceReplayResult replayDevice(DeviceRecording const& recording, uint32_t logLe
     auto const uncertain = uncertainInstants(recording);
     DeviceReplayResult result =
         runDevice(recording, findInstants(recording, uncertain), logLevel, listener);
-    if (!result.isSame()) {
+    if (!result.replay.device->isSame()) {
         for (UncertainInstant const& instant : uncertain) {
             result.replay.notes.push_back(instant.note());
         }
     }
     return result;
-}
-
-std::string comparisonText(DeviceReplayResult const& result) {
-    std::string text = fmt::format("{:<11}", "Device");
-    if (result.isSame()) {
-        return text + fmt::format("same decisions in {} operations: {} of {} frames\n",
-                                  result.operations, result.sameFrames, result.builtFrames);
-    }
-    text += fmt::format("OTHER DECISIONS in {} of {} operations: {} of {} frames are the same\n",
-                        result.operationsThatDiffer, result.operations, result.sameFrames,
-                        result.builtFrames);
-    for (std::string const& difference : result.differences) {
-        text += fmt::format("{:<11}{}\n", "", difference);
-    }
-    return text;
 }
 
 }  // namespace zebcam::tool

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <string>
-#include <vector>
 
 #include "device/DeviceRecording.h"
 #include "recording/Recording.h"
@@ -14,15 +11,8 @@ namespace zebcam::tool {
 
 /// What came of a replay of a device's recording.
 struct DeviceReplayResult {
-    ReplayResult replay;
-    Recording frames;        ///< those that the device's history offered
-    size_t operations = 0;   ///< that were replayed
-    size_t builtFrames = 0;  ///< by the device
-    size_t sameFrames = 0;   ///< built just so by the replay
-    size_t operationsThatDiffer = 0;
-    std::vector<std::string> differences;  ///< the first ones
-
-    bool isSame() const { return operationsThatDiffer == 0; }
+    ReplayResult replay;  ///< has a verdict
+    Recording frames;     ///< those that the device's history offered
 };
 
 /**
@@ -33,8 +23,5 @@ struct DeviceReplayResult {
  */
 DeviceReplayResult replayDevice(DeviceRecording const& recording, uint32_t logLevel = 0,
                                 ReplayListener const& listener = {});
-
-/// What the comparison found, for people: a line if all is the same, else the first differences.
-std::string comparisonText(DeviceReplayResult const& result);
 
 }  // namespace zebcam::tool

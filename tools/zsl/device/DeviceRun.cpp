@@ -284,12 +284,12 @@ private:
 
     DeviceReplayResult finishResult() {
         DeviceReplayResult result;
-        result.operations = mRecording.operations.size();
-        result.builtFrames = mComparison.frames();
-        result.sameFrames = mComparison.sameFrames();
-        result.operationsThatDiffer = mComparison.operationsThatDiffer();
-        result.differences = mComparison.differences();
         ReplayResult& replay = result.replay;
+        replay.device = DeviceVerdict{.operations = mRecording.operations.size(),
+                                      .builtFrames = mComparison.frames(),
+                                      .sameFrames = mComparison.sameFrames(),
+                                      .operationsThatDiffer = mComparison.operationsThatDiffer(),
+                                      .differences = mComparison.differences()};
         replay.path = mRecording.path;
         replay.notes = mRecording.notes;
         replay.notes.emplace_back(

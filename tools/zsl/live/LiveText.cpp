@@ -57,9 +57,11 @@ std::string headText(LiveResult const& result) {
 std::string sensorText(LiveResult const& result) {
     return labelled(
         "Sensor",
-        fmt::format("{} arrived, {} dropped from the history; late by {} us at most, 95 % by {} us",
-                    counted(result.status.arrivedFrames, "frame", "frames"), result.droppedFrames,
-                    micros(result.lateness.max()), micros(result.lateness.quantile(0.95))));
+        fmt::format(
+            "{} arrived, {} dropped from the history; late by {:.0f} us at most, 95 % by {:.0f} us",
+            counted(result.status.arrivedFrames, "frame", "frames"), result.droppedFrames,
+            static_cast<double>(result.lateness.max()) / kNsPerUs,
+            static_cast<double>(result.lateness.quantile(0.95)) / kNsPerUs));
 }
 
 std::string servedText(CaptureTotals const& totals) {

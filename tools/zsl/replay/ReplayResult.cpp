@@ -69,6 +69,9 @@ ReplaySummary summarize(std::vector<CaptureRecord> const& captures) {
 }
 
 bool ReplayResult::isClean() const {
+    if (device) {
+        return device->isSame() && failures.empty();
+    }
     return summary.unanswered == 0 && ledger.balances() && failures.empty();
 }
 

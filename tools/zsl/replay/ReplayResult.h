@@ -48,6 +48,17 @@ struct DebugDump {
     std::vector<std::string> lines;
 };
 
+/// What came of holding a replay against the device whose recording it replays.
+struct DeviceVerdict {
+    size_t operations = 0;   ///< that were replayed
+    size_t builtFrames = 0;  ///< by the device
+    size_t sameFrames = 0;   ///< built just so by the replay
+    size_t operationsThatDiffer = 0;
+    std::vector<std::string> differences;  ///< the first ones
+
+    bool isSame() const { return operationsThatDiffer == 0; }
+};
+
 /// Everything that is told of a replay.
 struct ReplayResult {
     std::string path;
@@ -69,9 +80,11 @@ struct ReplayResult {
     /// When each frame of the recording first arrived, boot time; none: it was lost. Empty without
     /// faults, where the schedule tells.
     std::vector<std::optional<int64_t>> arrivalsNs;
-    std::vector<std::string> failures;  ///< exceptions, answers that nobody asked for, held locks
+    std::optional<DeviceVerdict> device;  ///< only of a device's recording
+    std::vector<std::string> failures;    ///< exceptions, answers that nobody asked for, held locks
 
-    /// Every capture was answered, the ledger balances and nothing failed.
+    /// Every capture was answered, the ledger balances and nothing failed; of a device's recording,
+    /// which may end anywhere: every decision is the device's and nothing failed.
     bool isClean() const;
 };
 

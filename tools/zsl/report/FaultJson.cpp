@@ -15,7 +15,9 @@ nlohmann::ordered_json faultJson(FaultOptions const& options, FaultTally const& 
     for (auto const& [kind, count] : tally.strikes) {
         strikes[std::string(traitsOf(kind).name)] = count;
     }
-    return {{"randomSeed", tally.randomSeed}, {"rules", std::move(rules)}, {"strikes", std::move(strikes)}};
+    return {{"randomSeed", tally.randomSeed},
+            {"rules", std::move(rules)},
+            {"strikes", std::move(strikes)}};
 }
 
 }  // namespace zebcam::tool

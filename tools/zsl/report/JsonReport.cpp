@@ -172,6 +172,15 @@ Json dumpsJson(ReplayResult const& result) {
     return dumps;
 }
 
+Json deviceJson(DeviceVerdict const& verdict) {
+    return {{"isSame", verdict.isSame()},
+            {"operations", verdict.operations},
+            {"operationsThatDiffer", verdict.operationsThatDiffer},
+            {"builtFrames", verdict.builtFrames},
+            {"sameFrames", verdict.sameFrames},
+            {"differences", verdict.differences}};
+}
+
 }  // namespace
 
 void writeJson(ReplayResult const& result, Explanation const* explanation, std::ostream& out) {
@@ -193,6 +202,9 @@ void writeJson(ReplayResult const& result, Explanation const* explanation, std::
                      {"summary", summaryJson(result)},     {"ledger", ledgerJson(result)}};
     if (result.faults) {
         document["faults"] = faultJson(result.options.faults, *result.faults);
+    }
+    if (result.device) {
+        document["device"] = deviceJson(*result.device);
     }
     // A path need not be UTF-8.
     out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';

@@ -140,6 +140,23 @@ std::string summaryText(ReplayResult const& result) {
                                        result.ledger.balances() ? "balances" : "DOES NOT BALANCE"));
 }
 
+std::string verdictText(DeviceVerdict const& verdict) {
+    if (verdict.isSame()) {
+        return labelled("Device",
+                        fmt::format("same decisions in {} operations: {} of {} frames",
+                                    verdict.operations, verdict.sameFrames, verdict.builtFrames));
+    }
+    std::string text =
+        labelled("Device",
+                 fmt::format("OTHER DECISIONS in {} of {} operations: {} of {} frames are the same",
+                             verdict.operationsThatDiffer, verdict.operations, verdict.sameFrames,
+                             verdict.builtFrames));
+    for (std::string const& difference : verdict.differences) {
+        text += labelled("", difference);
+    }
+    return text;
+}
+
 std::string textReport(ReplayResult const& result, Explanation const* explanation) {
     std::string text = factsText(result) + "\n" + tableText(result) + "\n";
     if (explanation != nullptr) {
@@ -150,7 +167,8 @@ std::string textReport(ReplayResult const& result, Explanation const* explanatio
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";
     }
-    return text + summaryText(result);
+    text += summaryText(result);
+    return result.device ? text + verdictText(*result.device) : text;
 }
 
 }  // namespace zebcam::tool

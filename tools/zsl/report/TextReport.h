@@ -16,5 +16,6 @@ std::string factsText(ReplayResult const& result);
 std::string tableText(ReplayResult const& result);
 std::string dumpsText(ReplayResult const& result);
 std::string summaryText(ReplayResult const& result);
+std::string verdictText(DeviceVerdict const& verdict);
 
 }  // namespace zebcam::tool
