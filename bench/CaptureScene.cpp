@@ -6,6 +6,7 @@
 #include <host/StreamInfos.h>
 #include <ulog/ULogger.h>
 
+#include <limits>
 #include <utility>
 
 #include "SampleMetadata.h"
@@ -14,6 +15,8 @@ using namespace NSCam::v3;
 using NSCam::IMetadata;
 using NSCam::Utils::ULog::ULogger;
 using NSCam::v3::pipeline::model::IZslProcessor;
+using NSCam::v3::pipeline::model::ZslRecorder;
+using NSCam::v3::pipeline::model::ZslRecordingEnd;
 using NSCam::v3::pipeline::model::ZslRequestParams;
 using NSCam::ZslPolicy::ISelector;
 
@@ -103,6 +106,18 @@ CaptureScene::CaptureScene(SceneSize size, Provider provider, bool canServe)
     for (size_t frame = 0; frame < size.historyFrames; ++frame) {
         mpPlain ? mpPlain->arrive(makeSet(frame)) : mpHost->arrive(makeSet(frame));
     }
+}
+
+void CaptureScene::record() {
+    mpRecorder = ZslRecorder::create(0, mpProcessor,
+                                     {.path = "/dev/null",
+                                      .memoryBytes = size_t{64} << 20,
+                                      .maxFileBytes = std::numeric_limits<uint64_t>::max()});
+    mpProcessor = mpRecorder;
+}
+
+bool CaptureScene::isRecording() const {
+    return mpRecorder != nullptr && mpRecorder->status().end == ZslRecordingEnd::RUNNING;
 }
 
 HistoryBufferSet CaptureScene::makeSet(size_t frame) const {

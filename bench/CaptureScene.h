@@ -1,6 +1,7 @@
 #pragma once
 
 #include <IZslProcessor.h>
+#include <ZslRecorder.h>
 #include <host/HistoryProvider.h>
 #include <platform/VirtualClock.h>
 
@@ -58,6 +59,10 @@ public:
 
     NSCam::v3::pipeline::model::IZslProcessor& processor() { return *mpProcessor; }
 
+    /// From now on every operation is recorded, to nowhere.
+    void record();
+    bool isRecording() const;
+
     /// A capture of which nothing was used yet. Without a selector: the processor's default.
     NSCam::v3::pipeline::model::ZslRequestParams makeCapture(
         std::shared_ptr<NSCam::ZslPolicy::ISelector> selector = nullptr);
@@ -75,6 +80,7 @@ private:
     std::shared_ptr<PlainHistory> mpPlain;
     std::shared_ptr<host::HistoryProvider> mpHost;
     android::sp<NSCam::v3::pipeline::model::IZslProcessor> mpProcessor;
+    android::sp<NSCam::v3::pipeline::model::ZslRecorder> mpRecorder;
     std::unordered_map<uint32_t, uint32_t> mSensorModes{{0, 1}};
     std::vector<uint32_t> mSensors{0};
     uint32_t mRequestNo = 0;

@@ -121,7 +121,7 @@ TEST_F(Live, RefusesWhatItCannotRun) {
              {{"--press-every", "999us"}, "--press-every: expected a time from 0.001s"},
              {{"--dump-every", "soon"}, "--dump-every: expected"},
              {{"--record", "-"}, "--record: expected the name of a file"},
-             {{"--record", missing}, missing + ": cannot be written"},
+             {{"--record", missing}, missing + ": cannot be written: No such file"},
              {{"--json", missing}, missing},
              {{missing}, missing},
              {{"--policy", missing + ".so"}, "there is no such file"},

@@ -4,7 +4,10 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 
 #include "explain/LogRecord.h"
 #include "explain/LogcatWriter.h"
@@ -26,6 +29,16 @@ constexpr int64_t kLeadNs = 50'000'000;
 
 int64_t nowNs() {
     return systemTime(SYSTEM_TIME_BOOTTIME);
+}
+
+/// The recorder, made for a device, tells why a file cannot be written in the log only.
+void requireWritable(std::string const& path) {
+    std::FILE* const file = std::fopen(path.c_str(), "ab");
+    if (file == nullptr) {
+        throw InputError(
+            fmt::format("--record {}: cannot be written: {}", path, std::strerror(errno)));
+    }
+    std::fclose(file);
 }
 
 }  // namespace
@@ -55,6 +68,7 @@ PipelineOptions LiveRun::listeningOptions() {
         mLog(toThreadtime(fromLogLine(line), nowNs() - mStartNs));
     };
     if (mOptions.recordPath) {
+        requireWritable(*mOptions.recordPath);
         options.wrap = [this](android::sp<model::IZslProcessor> const& processor) {
             mRecorder =
                 model::ZslRecorder::create(kOpenId, processor, {.path = *mOptions.recordPath});
