@@ -1,9 +1,9 @@
 #pragma once
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "device/DeviceRecording.h"
@@ -16,7 +16,9 @@ struct DeviceAgreement {
     size_t operations = 0;  ///< that were the same, up to the first that was not
     size_t steps = 0;       ///< of that one, likewise
 
-    auto operator<=>(DeviceAgreement const&) const = default;
+    bool operator>(DeviceAgreement const& other) const {
+        return std::tie(operations, steps) > std::tie(other.operations, other.steps);
+    }
 };
 
 /// Holds what a replay does against what the device did.

@@ -49,7 +49,7 @@ public:
     DeviceAnswer const* nextAnswer(uint32_t requestNo);
 
     void set(record::ClockReading const& now);
-    void did(DeviceStep step) { mSteps.push_back(std::move(step)); }
+    void did(DeviceStep const& step) { mSteps.push_back(step); }
     void problem(std::string text) { mProblems.push_back(std::move(text)); }
 
     std::vector<DeviceStep> const& steps() const { return mSteps; }

@@ -30,7 +30,7 @@ std::vector<android::sp<Info>> inOrderOfAddresses(std::vector<DeviceStream> cons
         DeviceStream const& stream = streams[order[rank]];
         // The last reference deletes the info, and with it the block.
         infos[order[rank]] = new (blocks[rank].get()) Info(stream.id, stream.name);
-        blocks[rank].release();
+        static_cast<void>(blocks[rank].release());
     }
     return infos;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <tuple>
 #include <vector>
 
 #include "faults/FaultInjector.h"
@@ -22,7 +23,9 @@ struct SensorEvent {
     SensorEventKind kind = SensorEventKind::Announce;
     size_t frame = 0;  ///< position in SensorEvents::frames
 
-    auto operator<=>(SensorEvent const&) const = default;
+    bool operator<(SensorEvent const& other) const {
+        return std::tie(timeNs, kind, frame) < std::tie(other.timeNs, other.kind, other.frame);
+    }
 };
 
 /// One run through a recording. A live run that repeats it moves each pass on.

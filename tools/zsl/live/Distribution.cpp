@@ -34,8 +34,8 @@ size_t Distribution::bucketOf(uint64_t ns) {
     if (ns < 2 * STEPS) {
         return static_cast<size_t>(ns);
     }
-    int const shift = std::bit_width(ns) - std::bit_width(STEPS);
-    return static_cast<size_t>(shift) * STEPS + static_cast<size_t>(ns >> shift);
+    auto const shift = static_cast<size_t>(std::bit_width(ns / (2 * STEPS)));
+    return shift * STEPS + static_cast<size_t>(ns >> shift);
 }
 
 int64_t Distribution::endOf(size_t bucket) {

@@ -213,7 +213,7 @@ std::vector<BuiltFrame> SimulatedPipeline::collect(char const* what, bool isFlus
     model::ZslFrameBuilders lists;
     guard(what, [&] { lists = call(); });
     std::vector<std::string> problems;
-    std::vector<BuiltFrame> const built = operation.take(lists, isFlush, problems);
+    std::vector<BuiltFrame> built = operation.take(lists, isFlush, problems);
     for (std::string& problem : problems) {
         fail(std::move(problem));
     }
