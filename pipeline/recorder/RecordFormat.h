@@ -44,6 +44,7 @@ enum class Item : uint8_t {
     BUILT = 9,             ///< a frame builder was completed
     RESULT_LEFT = 10,      ///< whether each application metadata still has a sensor timestamp
     DONE = 11,             ///< the operation is over
+    CALLBACK_FAILED = 12,  ///< the result callback threw
 };
 
 /// The calls of a provider that may fail.

@@ -86,10 +86,17 @@ int Recorder::configure(ZslConfigParams const& params) {
     int status = 0;
     carryOut(Operation::CONFIGURE, [&] {
         mTape->note([&](Tape& tape) { putConfiguration(tape, params); });
-        auto const callback = params.pCallback;
-        status = mProcessor->configure(params);
-        if (status == 0) {
-            mCallback = callback;
+        ZslConfigParams own = params;
+        android::sp<RecordedCallback> callback;
+        if (params.pCallback.promote() != nullptr) {
+            callback = new RecordedCallback(params.pCallback, mTape);
+            own.pCallback = callback;
+        }
+        // Of an exception nobody knows what was taken before it: the new one must live.
+        std::swap(mCallback, callback);
+        status = mProcessor->configure(own);
+        if (status != 0) {
+            std::swap(mCallback, callback);
         }
         mTape->note([&](Tape& tape) { putStatus(tape, status); });
     });
@@ -99,6 +106,7 @@ int Recorder::configure(ZslConfigParams const& params) {
 ZslFrameBuilders Recorder::submitZslRequest(ZslRequestParams&& params) {
     ZslFrameBuilders lists;
     carryOut(Operation::SUBMIT, [&] {
+        dropCallbackIfGone();
         if (!mTape->isRunning()) {
             lists = build([&] { return mProcessor->submitZslRequest(std::move(params)); });
             return;
@@ -107,7 +115,7 @@ ZslFrameBuilders Recorder::submitZslRequest(ZslRequestParams&& params) {
         auto const* const provider =
             static_cast<RecordedProvider const*>(own.pHistoryBufferProvider.get());
         mTape->note([&](Tape& tape) {
-            putSubmission(tape, params, mCallback.promote() != nullptr,
+            putSubmission(tape, params, mCallback != nullptr,
                           provider != nullptr ? provider->number() : 0);
         });
         mNextBuilder += params.vFrameBuilder.size();
@@ -141,6 +149,13 @@ ZslFrameBuilders Recorder::flush() {
     ZslFrameBuilders lists;
     carryOut(Operation::FLUSH, [&] { lists = build([&] { return mProcessor->flush(); }); });
     return lists;
+}
+
+/// The processor finds nobody where the caller's callback is no more. Only a submission asks.
+void Recorder::dropCallbackIfGone() {
+    if (mCallback != nullptr && !mCallback->lives()) {
+        mCallback = nullptr;
+    }
 }
 
 ZslRequestParams Recorder::recorded(ZslRequestParams const& params, uint64_t firstBuilder) {

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "RecordedCallback.h"
 #include "RecordedProvider.h"
 #include "Tape.h"
 
@@ -44,6 +45,7 @@ private:
     void carryOut(Operation operation, Call call);
     template <typename Call>
     ZslFrameBuilders build(Call call);
+    void dropCallbackIfGone();
     ZslRequestParams recorded(ZslRequestParams const& params, uint64_t firstBuilder);
     std::shared_ptr<RecordedProvider> recorded(
         std::shared_ptr<IHistoryBufferProvider> const& provider);
@@ -51,8 +53,8 @@ private:
     android::sp<IZslProcessor> const mProcessor;
     std::shared_ptr<Tape> const mTape;
 
-    std::mutex mGate;  ///< an operation is carried out
-    android::wp<IPipelineBufferSetFrameControl::IAppCallback> mCallback;
+    std::mutex mGate;                         ///< an operation is carried out
+    android::sp<RecordedCallback> mCallback;  ///< lives as long as the caller's; null: none
     std::unordered_map<IHistoryBufferProvider*, std::weak_ptr<RecordedProvider>> mProviders;
     uint64_t mNextProvider = 0;
     uint64_t mNextBuilder = 0;

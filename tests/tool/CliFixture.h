@@ -18,14 +18,14 @@ struct Outcome {
     std::string err;
 };
 
-inline Outcome zsl(std::vector<std::string> const& arguments) {
+inline Outcome zsl(std::vector<std::string> const& arguments, bool showProgress = false) {
     std::vector<char const*> argv = {"zsl"};
     for (std::string const& argument : arguments) {
         argv.push_back(argument.c_str());
     }
     std::ostringstream out;
     std::ostringstream err;
-    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
+    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
     return {status, out.str(), err.str()};
 }
 

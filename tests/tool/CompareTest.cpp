@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Cli.h"
+#include "CliFixture.h"
 #include "compare/ComparisonFiles.h"
 #include "compare/ComparisonTable.h"
 #include "recording/RecordingGenerator.h"
@@ -157,21 +157,10 @@ TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
         << csv.str();
 }
 
-struct Outcome {
-    int status = 0;
-    std::string out;
-    std::string err;
-};
-
 Outcome compareCli(std::vector<std::string> const& arguments, bool showProgress = false) {
-    std::vector<char const*> argv = {"zsl", "compare"};
-    for (std::string const& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    std::ostringstream out;
-    std::ostringstream err;
-    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
-    return {status, out.str(), err.str()};
+    std::vector<std::string> all = {"compare"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return zsl(all, showProgress);
 }
 
 /// Two recordings, and one between them that breaks off in a row.

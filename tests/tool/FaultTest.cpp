@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "faults/SensorEvents.h"
+#include "replay/SensorEvents.h"
 #include "report/JsonReport.h"
 #include "tool/CliFixture.h"
 #include "tool/SteadyRecording.h"

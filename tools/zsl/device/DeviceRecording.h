@@ -165,6 +165,7 @@ struct DeviceOperation {
     record::ClockReading ended;
     std::variant<ConfigureCall, SubmitCall, RetryCall, ResultCall, FlushCall> call;
     std::optional<record::ClockReading> submissionRead;
+    std::optional<std::string> callbackFailure;  ///< what the result callback threw
     std::vector<DeviceTry> tries;
     std::vector<DeviceFault> faults;
     std::vector<DeviceClone> clones;

@@ -33,10 +33,6 @@ using NSCam::v3::pipeline::policy::ParsedStreamInfoMap_P1;
 
 namespace {
 
-std::optional<int64_t> timestampIn(IMetadata const& metadata) {
-    return itemOf<int64_t>(metadata, NSCam::ZEB_SENSOR_TIMESTAMP);
-}
-
 IMetadata deviceFacts(DeviceRecording const& recording) {
     IMetadata facts;
     put(facts, NSCam::ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, recording.timestampSource);
@@ -56,16 +52,10 @@ public:
 
     void updateFrame(Result const& result) override {
         for (auto const& buffer : result.outputAppMetas) {
-            mCaptures.setEarlyShutter(result.requestNo, readMetadata(buffer, timestampIn));
+            mCaptures.setEarlyShutter(result.requestNo, readSensorTimestamp(buffer));
         }
-        DeviceOperation const& operation = mScript.operation();
-        bool const isSelectors =
-            std::any_of(operation.answers.begin(), operation.answers.end(),
-                        [](DeviceAnswer const& answer) { return answer.failure.has_value(); });
-        auto const* const call = std::get_if<SubmitCall>(&operation.call);
-        bool const isNames = call != nullptr && call->selectorNameFailure;
-        if (operation.outcome.failure && operation.faults.empty() && !isSelectors && !isNames) {
-            throw std::runtime_error(*operation.outcome.failure);
+        if (auto const& failure = mScript.operation().callbackFailure) {
+            throw std::runtime_error(*failure);
         }
     }
 
@@ -266,7 +256,7 @@ private:
         mProcessor->onFrameUpdated(call.requestNo, result);
         std::optional<int64_t> reportedNs;
         for (auto const& buffer : result.outputAppMetas) {
-            auto const left = readMetadata(buffer, timestampIn);
+            auto const left = readSensorTimestamp(buffer);
             outcome.timestampsLeft.push_back(left.has_value());
             reportedNs = reportedNs ? reportedNs : left;
         }

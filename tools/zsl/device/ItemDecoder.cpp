@@ -96,6 +96,9 @@ void EntryDecoder::decodeItem(Decoder& in, record::Item item, DeviceOperation& o
                     in.yesOrNo("whether there is a sensor timestamp"));
             }
             break;
+        case record::Item::CALLBACK_FAILED:
+            operation.callbackFailure = in.text("what the callback threw");
+            break;
         case record::Item::DONE:
             decodeDone(in, operation);
             break;

@@ -13,14 +13,6 @@ namespace zebcam::tool {
 using NSCam::ZslPolicy::ISelector;
 using record::ProviderCall;
 
-namespace {
-
-std::optional<int64_t> sensorTimestampIn(NSCam::IMetadata const& metadata) {
-    return itemOf<int64_t>(metadata, NSCam::ZEB_SENSOR_TIMESTAMP);
-}
-
-}  // namespace
-
 void ScriptedProvider::dump(android::Printer& printer) const {
     printer.printFormatLine("history of the recording, provider %llu",
                             static_cast<unsigned long long>(mNumber));
@@ -139,7 +131,7 @@ void ScriptedBuilder::setHalImageStreamBuffer(
 void ScriptedBuilder::setAppMetaStreamBuffer(
     NSCam::v3::StreamId_T streamId, android::sp<NSCam::v3::IMetaStreamBuffer> const& buffer) {
     if (!mSensorTimestampNs) {
-        mSensorTimestampNs = readMetadata(buffer, sensorTimestampIn);
+        mSensorTimestampNs = readSensorTimestamp(buffer);
     }
     mFrame.setAppMetaStreamBuffer(streamId, buffer);
 }

@@ -6,9 +6,9 @@
 #include <queue>
 #include <tuple>
 
-#include "faults/SensorEvents.h"
 #include "live/LiveOptions.h"
 #include "recording/Recording.h"
+#include "replay/SensorEvents.h"
 
 namespace zebcam::tool {
 

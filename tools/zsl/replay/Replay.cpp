@@ -8,10 +8,10 @@
 #include <tuple>
 #include <utility>
 
-#include "faults/SensorEvents.h"
 #include "replay/PipelineSetup.h"
 #include "replay/PropertyScope.h"
 #include "replay/Schedule.h"
+#include "replay/SensorEvents.h"
 #include "sim/SimulatedPipeline.h"
 #include "text/Duration.h"
 

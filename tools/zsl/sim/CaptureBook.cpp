@@ -123,21 +123,15 @@ std::optional<BuiltFrame> CaptureBook::find(std::shared_ptr<host::FrameBuilder> 
 
 /// `remaining`: frames of its list from this one on.
 void CaptureBook::answer(BuiltFrame const& frame, bool isFlush, size_t remaining) {
-    // A flush also gives what an operation that threw had built from the history.
-    if (isFlush && !frame.builder->builtFromHistory().value_or(false)) {
+    if (isFlush) {
         book(frame, Served::Flushed, std::nullopt);
         return;
     }
     Capture& capture = mCaptures[frame.capture];
     OperationTries const& tries = mOperations[std::this_thread::get_id()];
     auto const tried = tries.find(frame.capture);
-    std::optional<size_t> tryIndex;
-    if (tried != tries.end()) {
-        tryIndex = tried->second;
-    } else if (capture.tries > 0) {
-        // What an operation that threw had built comes with a later one.
-        tryIndex = capture.tries - 1;
-    }
+    std::optional<size_t> const tryIndex =
+        tried != tries.end() ? std::optional(tried->second) : std::nullopt;
     // The frames that the time-out served come last.
     if (capture.timedOutFrames > 0 && remaining <= capture.timedOutFrames) {
         --capture.timedOutFrames;

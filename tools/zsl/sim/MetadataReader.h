@@ -1,6 +1,12 @@
 #pragma once
 
+#include <metadata/MetadataTags.h>
 #include <streamutils/IStreamBuffer.h>
+
+#include <cstdint>
+#include <optional>
+
+#include "sim/MetadataWriter.h"
 
 namespace zebcam::tool {
 
@@ -17,6 +23,14 @@ Answer readMetadata(android::sp<NSCam::v3::IMetaStreamBuffer> const& buffer,
     Answer answer = read(*metadata);
     buffer->unlock(kUser, metadata);
     return answer;
+}
+
+/// The sensor timestamp in a buffer's metadata, ns, where there is one to be read.
+inline std::optional<int64_t> readSensorTimestamp(
+    android::sp<NSCam::v3::IMetaStreamBuffer> const& buffer) {
+    return readMetadata<std::optional<int64_t>>(buffer, [](NSCam::IMetadata const& metadata) {
+        return itemOf<int64_t>(metadata, NSCam::ZEB_SENSOR_TIMESTAMP);
+    });
 }
 
 }  // namespace zebcam::tool

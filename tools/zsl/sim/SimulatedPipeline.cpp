@@ -39,10 +39,6 @@ IMetadata deviceFacts() {
     return facts;
 }
 
-std::optional<int64_t> timestampIn(IMetadata const& metadata) {
-    return itemOf<int64_t>(metadata, NSCam::ZEB_SENSOR_TIMESTAMP);
-}
-
 }  // namespace
 
 /// Hears the early shutters.
@@ -53,7 +49,7 @@ public:
 
     void updateFrame(Result const& result) override {
         for (auto const& buffer : result.outputAppMetas) {
-            mBook.setEarlyShutter(result.requestNo, readMetadata(buffer, timestampIn));
+            mBook.setEarlyShutter(result.requestNo, readSensorTimestamp(buffer));
         }
     }
 
@@ -231,7 +227,7 @@ void SimulatedPipeline::finish(BuiltFrame const& frame) {
         result.outputAppMetas.push_back(buffer);
     }
     guard("result", [&] { mProcessor->onFrameUpdated(result.requestNo, result); });
-    mBook.endResult(frame, readMetadata(buffer, timestampIn));
+    mBook.endResult(frame, readSensorTimestamp(buffer));
     frame.builder->finish();
 }
 

@@ -1,4 +1,4 @@
-#include "faults/SensorEvents.h"
+#include "replay/SensorEvents.h"
 
 #include <algorithm>
 #include <limits>

@@ -37,8 +37,8 @@ struct SensorPass {
 
 /// What the sensor does in one pass.
 struct SensorEvents {
-    std::vector<ReportedFrame>
-        frames;                       ///< of the recording, in its order, as the sensor tells them
+    /// Of the recording, in its order, as the sensor tells them.
+    std::vector<ReportedFrame> frames;
     std::vector<SensorEvent> events;  ///< ascending
 };
 
