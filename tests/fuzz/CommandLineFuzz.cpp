@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Fuzz.h"
-#include "cli/Cli.h"
+#include "commands/Cli.h"
 
 using namespace zebcam;
 
@@ -62,7 +62,8 @@ int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     }
     std::ostringstream out;
     std::ostringstream err;
-    int const status = tool::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
+    int const status =
+        tool::commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
     fuzz::require(status >= 0 && status <= 2, "the status is 0, 1 or 2");
     fuzz::require((status == 0) == err.str().empty(), "a failure says why, a success nothing");
     fuzz::require(status != 2 || out.str().empty(), "bad arguments print nothing on the output");

@@ -38,7 +38,7 @@ std::string fileOf(std::string const& entries) {
     return file + entries;
 }
 
-void checkMeta(tool::DeviceMeta const& meta, size_t streams) {
+void checkMeta(tool::device::DeviceMeta const& meta, size_t streams) {
     fuzz::require(!meta.stream || *meta.stream < streams, "a stream that is known");
 }
 
@@ -50,10 +50,10 @@ int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     std::string const text = fuzz::textOf(data, size);
     bool const isFile = text.starts_with("ZSLREC");
     std::istringstream in(isFile ? text : fileOf(text));
-    tool::DeviceRecording recording;
+    tool::device::DeviceRecording recording;
     try {
-        recording = tool::readDeviceRecording(in, "fuzz.zslrec");
-    } catch (tool::DeviceRecordingError const&) {
+        recording = tool::device::readDeviceRecording(in, "fuzz.zslrec");
+    } catch (tool::device::DeviceRecordingError const&) {
         return 0;
     }
     for (auto const& frame : recording.frames) {

@@ -9,10 +9,10 @@ using namespace zebcam;
 /// What the reader takes is sound, and survives being written and read again.
 int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     std::istringstream in(fuzz::textOf(data, size));
-    tool::Recording recording;
+    tool::recording::Recording recording;
     try {
-        recording = tool::readRecording(in, "fuzz.csv");
-    } catch (tool::RecordingError const&) {
+        recording = tool::recording::readRecording(in, "fuzz.csv");
+    } catch (tool::recording::RecordingError const&) {
         return 0;
     }
     auto const& frames = recording.frames;
@@ -22,8 +22,8 @@ int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         fuzz::require(frames[i - 1].frameNo < frames[i].frameNo, "frame numbers ascend");
     }
     std::stringstream written;
-    tool::writeRecording(recording, written);
-    fuzz::require(tool::readRecording(written, "again.csv").frames == frames,
+    tool::recording::writeRecording(recording, written);
+    fuzz::require(tool::recording::readRecording(written, "again.csv").frames == frames,
                   "a recording that was written reads the same");
     return 0;
 }

@@ -9,31 +9,28 @@
 #include <string>
 #include <thread>
 
-#include "cli/Cli.h"
+#include "commands/Cli.h"
 #include "device/DeviceRecordingReader.h"
-#include "device/DeviceReplay.h"
 #include "platform/TempFile.h"
 #include "recorder/Crc32.h"
 #include "recorder/RecordedScene.h"
 #include "report/TextReport.h"
+#include "run/DeviceReplay.h"
 
 namespace zebcam::test {
 namespace {
 
-using tool::DeviceRecording;
-using tool::DeviceRecordingError;
-using tool::DeviceReplayResult;
-using tool::readDeviceRecording;
-using tool::replayDevice;
+namespace device = tool::device;
+namespace run = tool::run;
 
 std::string contentOf(std::string const& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-DeviceRecording readBytes(std::string const& bytes) {
+device::DeviceRecording readBytes(std::string const& bytes) {
     std::istringstream in(bytes);
-    return readDeviceRecording(in, "recording");
+    return device::readDeviceRecording(in, "recording");
 }
 
 /// What a scene recorded, by what came back to its caller.
@@ -67,11 +64,11 @@ std::string recordingOf(Scenario const& scenario) {
     return contentOf(file.path);
 }
 
-testing::AssertionResult replaysTheSame(DeviceRecording const& recording) {
-    DeviceReplayResult const result = replayDevice(recording);
-    tool::DeviceVerdict const& verdict = *result.replay.device;
+testing::AssertionResult replaysTheSame(device::DeviceRecording const& recording) {
+    run::DeviceReplayResult const result = run::replayDevice(recording);
+    run::DeviceVerdict const& verdict = *result.replay.device;
     if (!result.replay.isClean()) {
-        return testing::AssertionFailure() << tool::verdictText(verdict);
+        return testing::AssertionFailure() << tool::report::verdictText(verdict);
     }
     if (verdict.sameFrames != verdict.builtFrames) {
         return testing::AssertionFailure() << "other frames";
@@ -96,7 +93,7 @@ TEST_P(EveryScenario, IsTheSameForTheCallerAndInTheReplay) {
     EXPECT_EQ(ZslRecordingEnd::FINISHED, recorded.status.end);
     EXPECT_EQ(contentOf(file.path).size(), recorded.status.bytesWritten);
 
-    DeviceRecording const recording = readDeviceRecording(file.path);
+    device::DeviceRecording const recording = device::readDeviceRecording(file.path);
     EXPECT_THAT(recording.notes, testing::IsEmpty());
     EXPECT_EQ(recorded.status.operations, recording.operations.size());
     EXPECT_LE(recorded.outcomes.size(), recording.operations.size());
@@ -111,20 +108,20 @@ INSTANTIATE_TEST_SUITE_P(DeviceReplay, EveryScenario, testing::Range<size_t>(0, 
                          });
 
 TEST(DeviceReplay, TellsWhatIsOtherwise) {
-    DeviceRecording recording = readBytes(recordingOf(scenarios()[0]));
-    for (tool::DeviceOperation& operation : recording.operations) {
-        for (tool::DeviceStep& step : operation.steps) {
-            auto* const built = std::get_if<tool::BuiltStep>(&step);
+    device::DeviceRecording recording = readBytes(recordingOf(scenarios()[0]));
+    for (device::DeviceOperation& operation : recording.operations) {
+        for (device::DeviceStep& step : operation.steps) {
+            auto* const built = std::get_if<device::BuiltStep>(&step);
             if (built != nullptr && built->frameNo == 2U) {
                 built->frameNo = 1;
             }
         }
     }
-    tool::ReplayResult const result = replayDevice(recording).replay;
+    run::ReplayResult const result = run::replayDevice(recording).replay;
     EXPECT_FALSE(result.isClean());
     EXPECT_EQ(1, result.device->operationsThatDiffer);
     EXPECT_EQ(result.device->builtFrames - 1, result.device->sameFrames);
-    EXPECT_THAT(tool::verdictText(*result.device),
+    EXPECT_THAT(tool::report::verdictText(*result.device),
                 testing::HasSubstr("on the device frame 0 of request 6 becomes F1"));
 }
 
@@ -135,14 +132,14 @@ TEST(DeviceReplay, UsesWhatIsWholeOfACutFile) {
     for (size_t size = 0; size < whole.size(); ++size) {
         SCOPED_TRACE(size);
         try {
-            DeviceRecording const cut = readBytes(whole.substr(0, size));
+            device::DeviceRecording const cut = readBytes(whole.substr(0, size));
             EXPECT_FALSE(cut.notes.empty());
             EXPECT_LE(last, cut.operations.size());
             if (last != cut.operations.size()) {
                 last = cut.operations.size();
                 EXPECT_TRUE(replaysTheSame(cut));
             }
-        } catch (DeviceRecordingError const&) {
+        } catch (device::DeviceRecordingError const&) {
             EXPECT_EQ(0, last) << "an error although there are whole operations";
         }
     }
@@ -156,7 +153,7 @@ TEST(DeviceReplay, NoticesEveryFlippedBit) {
         flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
         try {
             EXPECT_FALSE(readBytes(flipped).notes.empty()) << "bit " << bit;
-        } catch (DeviceRecordingError const& error) {
+        } catch (device::DeviceRecordingError const& error) {
             EXPECT_THAT(error.what(), testing::HasSubstr("expected"));
         }
     }
@@ -197,7 +194,7 @@ TEST(DeviceReplay, SurvivesWhateverAFileHolds) {
                 other[12 + random() % (other.size() - 12)] = static_cast<char>(random());
             }
             try {
-                replayDevice(readBytes(sealed(other)));
+                run::replayDevice(readBytes(sealed(other)));
                 ++replayed;
             } catch (std::exception const& error) {
                 EXPECT_STRNE("", error.what());
@@ -221,7 +218,8 @@ CliRun zsl(std::vector<std::string> const& arguments) {
     std::ostringstream out;
     std::ostringstream err;
     CliRun run;
-    run.status = tool::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
+    run.status =
+        tool::commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
     run.out = out.str();
     run.err = err.str();
     return run;
@@ -267,10 +265,10 @@ TEST(Recorder, EndsEarlyAndLeavesTheCameraAlone) {
         EXPECT_LT(0, recorded.status.unrecorded);
         EXPECT_GE(std::max<uint64_t>(bound.options.maxFileBytes, 64), contentOf(file.path).size());
         if (bound.note == nullptr) {
-            EXPECT_THROW(readDeviceRecording(file.path), DeviceRecordingError);
+            EXPECT_THROW(device::readDeviceRecording(file.path), device::DeviceRecordingError);
             continue;
         }
-        DeviceRecording const recording = readDeviceRecording(file.path);
+        device::DeviceRecording const recording = device::readDeviceRecording(file.path);
         EXPECT_EQ(recorded.status.operations, recording.operations.size());
         EXPECT_THAT(recording.notes, testing::ElementsAre(testing::HasSubstr(bound.note)));
         EXPECT_TRUE(replaysTheSame(recording));
@@ -299,7 +297,7 @@ TEST(Recorder, EndsAtAnOperationThatItsMemoryCannotTake) {
     EXPECT_EQ(1, std::count_if(scene.log.begin(), scene.log.end(), [](LogLine const& line) {
                   return line.message.find("ends after 1 operations") != std::string::npos;
               }));
-    EXPECT_THAT(readDeviceRecording(file.path).notes,
+    EXPECT_THAT(device::readDeviceRecording(file.path).notes,
                 testing::ElementsAre(testing::HasSubstr("ended early, after 1 operations")));
 }
 
@@ -364,7 +362,7 @@ TEST(Recorder, RecordsTheTrueOrderOfSeveralThreads) {
         EXPECT_FALSE(recorder->hasZslPendingRequest());
     }
     quiet.reset();
-    DeviceRecording const recording = readDeviceRecording(file.path);
+    device::DeviceRecording const recording = device::readDeviceRecording(file.path);
     EXPECT_EQ(1 + 200 + 2 * 101 + 1, recording.operations.size());
     EXPECT_TRUE(replaysTheSame(recording));
 }

@@ -10,11 +10,10 @@
 
 #include "commands/ReplayObserver.h"
 #include "compare/ComparisonRow.h"
-#include "compare/RefusalCounts.h"
-#include "html/HtmlReport.h"
 #include "recording/RecordingGenerator.h"
-#include "replay/Replay.h"
+#include "report/HtmlReport.h"
 #include "report/JsonReport.h"
+#include "run/Replay.h"
 
 namespace {
 
@@ -27,49 +26,56 @@ std::ofstream opened(std::string const& path) {
     return file;
 }
 
-Recording recordingOf(GeneratorOptions const& options, std::string const& name) {
-    Recording recording = generate(options);
+recording::Recording recordingOf(recording::GeneratorOptions const& options,
+                                 std::string const& name) {
+    recording::Recording recording = recording::generate(options);
     recording.path = "recordings/" + name + ".csv";
     // This would end the script element that holds the data.
     recording.notes.push_back("</script><!--<script>\u2028");
     return recording;
 }
 
-void writePage(std::string const& base, Recording const& recording, ReplayOptions const& options) {
-    ReplayObserver::Wishes wishes;
+void writePage(std::string const& base, recording::Recording const& recording,
+               pipeline::ReplayOptions const& options) {
+    commands::ReplayObserver::Wishes wishes;
     wishes.reasons = true;
-    ReplayObserver observer(std::move(wishes));
-    ReplayResult const result =
-        replay(recording, observer.listeningOptions(options), observer.listener());
+    commands::ReplayObserver observer(std::move(wishes));
+    run::ReplayResult const result =
+        run::replay(recording, observer.listeningOptions(options), observer.listener());
     observer.finish();
     std::ofstream html = opened(base + ".html");
-    writeHtmlReport(recording, result, observer.explanation(), html);
+    report::writeHtmlReport(recording, result, observer.explanation(), html);
     std::ofstream json = opened(base + ".json");
-    writeJson(result, observer.explanation(), json);
+    report::writeJson(result, observer.explanation(), json);
 }
 
-void writeComparison(std::string const& path, std::vector<Recording> const& recordings) {
-    std::vector<ComparisonRow> rows;
-    for (Recording const& recording : recordings) {
-        for (PolicyKind const kind :
-             {PolicyKind::Default, PolicyKind::CShot, PolicyKind::Multiframe}) {
-            ReplayOptions options;
+void writeComparison(std::string const& path, std::vector<recording::Recording> const& recordings) {
+    std::vector<compare::ComparisonRow> rows;
+    for (recording::Recording const& recording : recordings) {
+        for (pipeline::PolicyKind const kind :
+             {pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot,
+              pipeline::PolicyKind::Multiframe}) {
+            pipeline::ReplayOptions options;
             options.captures = 20;
             options.framesPerCapture = 2;
             options.policy.kind = kind;
-            ReplayResult const result = replay(recording, options);
-            rows.push_back(
-                {recording.path, options, numbersOf(result, {}), problemsOf(result), {}});
+            run::ReplayResult const result = run::replay(recording, options);
+            rows.push_back({recording.path,
+                            options,
+                            compare::numbersOf(result, {}),
+                            compare::problemsOf(result),
+                            {}});
         }
     }
     rows.back().broken = {"p95_lag_ms is 66.7 (--fail-if p95_lag_ms>50)"};
     rows.push_back({"missing.csv", {}, std::nullopt, {"missing.csv: cannot be opened"}, {}});
     std::ofstream html = opened(path);
-    writeHtmlReport(rows, html);
+    report::writeHtmlReport(rows, html);
 }
 
-ReplayOptions pressing(std::vector<int64_t> pressesMs, PolicyKind kind, size_t frames) {
-    ReplayOptions options;
+pipeline::ReplayOptions pressing(std::vector<int64_t> pressesMs, pipeline::PolicyKind kind,
+                                 size_t frames) {
+    pipeline::ReplayOptions options;
     for (int64_t const ms : pressesMs) {
         options.pressesNs.push_back(ms * 1'000'000);
     }
@@ -79,23 +85,23 @@ ReplayOptions pressing(std::vector<int64_t> pressesMs, PolicyKind kind, size_t f
 }
 
 void writeAll(std::string const& folder) {
-    GeneratorOptions few;
+    recording::GeneratorOptions few;
     few.frames = 25;
     few.missingAfStateRate = 0.3;
     few.exposureJumpRate = 0.1;
     few.scanRate = 0.2;
     few.errorRate = 0.05;
-    Recording const shortOne = recordingOf(few, "short");
+    recording::Recording const shortOne = recordingOf(few, "short");
     writePage(folder + "/short", shortOne,
-              pressing({120, 260, 300, 455, 620}, PolicyKind::Default, 3));
+              pressing({120, 260, 300, 455, 620}, pipeline::PolicyKind::Default, 3));
 
-    GeneratorOptions many;
+    recording::GeneratorOptions many;
     many.frames = 20'000;
     many.missingAfStateRate = 0.02;
     many.exposureJumpRate = 0.01;
     many.errorRate = 0.001;
-    Recording const longOne = recordingOf(many, "long");
-    ReplayOptions options = pressing({}, PolicyKind::Multiframe, 4);
+    recording::Recording const longOne = recordingOf(many, "long");
+    pipeline::ReplayOptions options = pressing({}, pipeline::PolicyKind::Multiframe, 4);
     options.captures = 60;
     writePage(folder + "/long", longOne, options);
 

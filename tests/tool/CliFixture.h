@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/Cli.h"
+#include "commands/Cli.h"
 
 namespace zebcam::tool {
 
@@ -25,7 +25,8 @@ inline Outcome zsl(std::vector<std::string> const& arguments, bool showProgress 
     }
     std::ostringstream out;
     std::ostringstream err;
-    int const status = runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
+    int const status =
+        commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, showProgress});
     return {status, out.str(), err.str()};
 }
 

@@ -10,30 +10,30 @@
 #include <vector>
 
 #include "CliFixture.h"
-#include "compare/ComparisonFiles.h"
-#include "compare/ComparisonTable.h"
 #include "recording/RecordingGenerator.h"
 #include "recording/RecordingWriter.h"
+#include "report/ComparisonFiles.h"
+#include "report/ComparisonTable.h"
 
 namespace zebcam::tool {
 namespace {
 
 /// A capture at 1 s with a frame chosen at once, one that came later and one that nothing served.
-ReplayResult handMade() {
-    ReplayResult result;
-    CaptureRecord capture;
+run::ReplayResult handMade() {
+    run::ReplayResult result;
+    pipeline::CaptureRecord capture;
     capture.pressNs = 1'000'000'000;
     capture.frames.resize(3);
-    FrameOutcome& early = capture.frames[0];
-    early.served = Served::AtOnce;
+    pipeline::FrameOutcome& early = capture.frames[0];
+    early.served = pipeline::Served::AtOnce;
     early.answeredNs = 1'000'000'000;
     early.timestampNs = 966'700'000;
-    FrameOutcome& late = capture.frames[1];
-    late.served = Served::Waited;
+    pipeline::FrameOutcome& late = capture.frames[1];
+    late.served = pipeline::Served::Waited;
     late.answeredNs = 1'066'660'000;
     late.timestampNs = 1'033'300'000;
     result.captures = {capture};
-    result.summary = summarize(result.captures);
+    result.summary = run::summarize(result.captures);
     result.ledger.handedOut = 5;
     result.ledger.lost = 1;
     result.longestHeldNs = 250'000;
@@ -41,15 +41,15 @@ ReplayResult handMade() {
     return result;
 }
 
-RunNumbers handMadeNumbers() {
-    RefusalCounts refusals;
-    refusals[Criterion::Time] = 3;
-    refusals[Criterion::Focus] = 40;
-    return numbersOf(handMade(), refusals);
+compare::RunNumbers handMadeNumbers() {
+    compare::RefusalCounts refusals;
+    refusals[log::Criterion::Time] = 3;
+    refusals[log::Criterion::Focus] = 40;
+    return compare::numbersOf(handMade(), refusals);
 }
 
 TEST(ComparisonNumbers, AreTakenFromTheResult) {
-    RunNumbers const numbers = handMadeNumbers();
+    compare::RunNumbers const numbers = handMadeNumbers();
     std::vector<std::pair<std::string, std::string>> const expected = {{"captures", "1"},
                                                                        {"frames", "3"},
                                                                        {"at_once", "1"},
@@ -68,34 +68,35 @@ TEST(ComparisonNumbers, AreTakenFromTheResult) {
                                                                        {"buffers_lost", "1"},
                                                                        {"buffers_out", "0"}};
     for (auto const& [name, text] : expected) {
-        ComparisonField const* const field = findField(name);
+        compare::ComparisonField const* const field = compare::findField(name);
         ASSERT_NE(field, nullptr) << name;
-        EXPECT_EQ(asText(field->value(numbers)), text) << name;
+        EXPECT_EQ(compare::asText(field->value(numbers)), text) << name;
     }
     EXPECT_EQ(numbers.refusals.text(), "focus 40, time 3");
-    EXPECT_EQ(problemsOf(handMade()),
+    EXPECT_EQ(compare::problemsOf(handMade()),
               (std::vector<std::string>{"1 of 3 frames unanswered",
                                         "the ledger does not balance: 0 buffer sets out, 1 lost"}));
     for (char const* const name : {"p95_lag_ms", "max_wait_ms", "max_held_ms", "at_once_percent"}) {
-        EXPECT_EQ(asText(findField(name)->value({})), "") << name << " without frames";
+        EXPECT_EQ(compare::asText(compare::findField(name)->value({})), "")
+            << name << " without frames";
     }
 }
 
 TEST(ComparisonLimit, HoldsOrIsBroken) {
-    RunNumbers const numbers = handMadeNumbers();
+    compare::RunNumbers const numbers = handMadeNumbers();
     std::vector<std::pair<std::string, bool>> const limits = {
         {"p95_lag_ms>33.3", false},   {"p95_lag_ms>=33.3", true},  {" min_lag_ms < -33 ", true},
         {"min_lag_ms<-33.3", false},  {"min_lag_ms<=-33.3", true}, {"refused==43", true},
         {"refused == 42.5", false},   {"refused_sync!=0", false},  {"timed_out!=0", false},
         {"at_once_percent<50", true}, {"captures\t!=\t2", true}};
     for (auto const& [text, isBroken] : limits) {
-        EXPECT_EQ(Limit(text).brokenBy(numbers).has_value(), isBroken) << text;
+        EXPECT_EQ(compare::Limit(text).brokenBy(numbers).has_value(), isBroken) << text;
     }
-    EXPECT_EQ(Limit(" p95_lag_ms>5 ").brokenBy(numbers),
+    EXPECT_EQ(compare::Limit(" p95_lag_ms>5 ").brokenBy(numbers),
               "p95_lag_ms is 33.3 (--fail-if p95_lag_ms>5)");
-    EXPECT_EQ(Limit("p95_lag_ms>5").brokenBy({}),
+    EXPECT_EQ(compare::Limit("p95_lag_ms>5").brokenBy({}),
               "p95_lag_ms has no value (--fail-if p95_lag_ms>5)");
-    EXPECT_FALSE(Limit("refused>0").brokenBy({}));
+    EXPECT_FALSE(compare::Limit("refused>0").brokenBy({}));
     std::vector<std::pair<std::string, std::string>> const bad = {
         {"", "expected a field, one of < <= > >= == != and a number"},
         {"p95_lag_ms", "found \"p95_lag_ms\""},
@@ -110,7 +111,7 @@ TEST(ComparisonLimit, HoldsOrIsBroken) {
         {"refused>1 2", "found \"1 2\""}};
     for (auto const& [text, expected] : bad) {
         try {
-            Limit const limit(text);
+            compare::Limit const limit(text);
             ADD_FAILURE() << text << " was taken";
         } catch (std::invalid_argument const& error) {
             EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
@@ -119,28 +120,28 @@ TEST(ComparisonLimit, HoldsOrIsBroken) {
 }
 
 TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
-    RunNumbers wide = handMadeNumbers();
+    compare::RunNumbers wide = handMadeNumbers();
     wide.summary.lag = {
         .count = 1, .min = -99'999'940'000, .median = 49'999, .p95 = 50'000, .max = -50'000};
     for (uint64_t& count : wide.refusals.byCriterion) {
         count = 123'456'789;
     }
-    ComparisonRow row;
+    compare::ComparisonRow row;
     row.recording = "a \"b\",\n.csv";
     row.numbers = wide;
-    row.options.policy = {PolicyKind::Plugin, "old/lib.so"};
-    ComparisonRow other = row;
+    row.options.policy = {pipeline::PolicyKind::Plugin, "old/lib.so"};
+    compare::ComparisonRow other = row;
     other.options.framesPerCapture = 2;
     other.options.history = 100'000;
-    other.options.policy = {PolicyKind::Plugin, "new/lib.so"};
+    other.options.policy = {pipeline::PolicyKind::Plugin, "new/lib.so"};
     other.numbers->offsetMs = -123'456;
     other.broken = {"x, y"};
-    ComparisonRow failed = other;
+    compare::ComparisonRow failed = other;
     failed.numbers.reset();
     failed.problems = {std::string(200, 'z')};
-    std::vector<ComparisonRow> const rows = {row, other, failed};
+    std::vector<compare::ComparisonRow> const rows = {row, other, failed};
 
-    std::istringstream table(comparisonTable(rows));
+    std::istringstream table(report::comparisonTable(rows));
     std::string whole = table.str();
     for (std::string line; std::getline(table, line);) {
         EXPECT_LE(line.size(), 120U) << line;
@@ -150,7 +151,7 @@ TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
     EXPECT_NE(whole.find("! plug-in 2  -123456      2  100000"), std::string::npos) << whole;
 
     std::ostringstream csv;
-    writeCsv(rows, csv);
+    report::writeCsv(rows, csv);
     EXPECT_NE(
         csv.str().find("\n\"a \"\"b\"\",\n.csv\",new/lib.so,-123456,2,100000,limit,\"x, y\",1,"),
         std::string::npos)
@@ -169,10 +170,11 @@ protected:
     Compare() {
         std::filesystem::create_directories(mFolder);
         for (uint64_t const value : {1, 2}) {
-            GeneratorOptions options;
+            recording::GeneratorOptions options;
             options.frames = 90;
             options.seedValue = value;
-            writeRecording(generate(options), path("r" + std::to_string(value) + ".csv"));
+            recording::writeRecording(recording::generate(options),
+                                      path("r" + std::to_string(value) + ".csv"));
         }
         std::ofstream(path("broken.csv")) << "Timestamp[nanosec]\n1000\nnoon\n";
     }

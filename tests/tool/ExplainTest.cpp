@@ -5,12 +5,12 @@
 #include <random>
 #include <sstream>
 
-#include "explain/Explainer.h"
-#include "explain/ExplanationJson.h"
-#include "explain/ExplanationText.h"
-#include "explain/LogcatReader.h"
-#include "explain/LogcatWriter.h"
+#include "base/Text.h"
+#include "log/Explainer.h"
+#include "log/Logcat.h"
 #include "processor/ZslFixture.h"
+#include "report/ExplanationText.h"
+#include "report/JsonReport.h"
 
 namespace zebcam::tool {
 namespace {
@@ -45,11 +45,11 @@ std::string joined(std::vector<std::string> const& lines) {
     return text;
 }
 
-Explanation explainText(std::string const& log) {
+log::Explanation explainText(std::string const& log) {
     std::istringstream in(log);
-    LogcatReader reader(in);
-    Explainer explainer;
-    for (LogRecord record; reader.next(record);) {
+    log::LogcatReader reader(in);
+    log::Explainer explainer;
+    for (log::LogRecord record; reader.next(record);) {
         explainer.feed(record);
     }
     return explainer.finish();
@@ -99,7 +99,7 @@ protected:
         std::string text;
         int n = 0;
         for (LogLine const& line : log) {
-            LogRecord const record = fromLogLine(line);
+            log::LogRecord const record = log::fromLogLine(line);
             std::vector<std::string> const pieces = linesOf(record.message);
             ++n;
             for (size_t i = 0; i < pieces.size(); ++i) {
@@ -111,19 +111,19 @@ protected:
         return text;
     }
 
-    Explanation explainOwn() const {
-        Explainer explainer;
+    log::Explanation explainOwn() const {
+        log::Explainer explainer;
         for (LogLine const& line : log) {
-            explainer.feed(fromLogLine(line));
+            explainer.feed(log::fromLogLine(line));
         }
         return explainer.finish();
     }
 
     /// What is told of a try's candidates: `F12 refused sensor mode|stream|found|wanted|notes`.
-    static std::vector<std::string> candidates(TryExplanation const& attempt) {
+    static std::vector<std::string> candidates(log::TryExplanation const& attempt) {
         std::vector<std::string> rows;
-        for (Candidate const& frame : attempt.candidates) {
-            bool const isRefused = frame.verdict == Verdict::Refused;
+        for (log::Candidate const& frame : attempt.candidates) {
+            bool const isRefused = frame.verdict == log::Verdict::Refused;
             std::string row = fmt::format("F{} {}", frame.frameNo, toString(frame.verdict));
             row += isRefused ? fmt::format(" {}", toString(frame.criterion)) : "";
             for (std::string const* part : {&frame.stream, &frame.found, &frame.wanted}) {
@@ -183,9 +183,9 @@ protected:
 
 TEST_F(ExplainTest, GivesTheReasonForEveryCandidate) {
     runEveryCriterion();
-    Explanation const told = explainOwn();
+    log::Explanation const told = explainOwn();
     ASSERT_EQ(1U, told.captures.size());
-    CaptureExplanation const& capture5 = told.captures[0];
+    log::CaptureExplanation const& capture5 = told.captures[0];
     ASSERT_EQ(2U, capture5.tries.size());
     std::string const hal = hostBuffer(metaBuffer(HAL)).getStreamInfo()->getStreamName();
     std::string const app = hostBuffer(metaBuffer(APP)).getStreamInfo()->getStreamName();
@@ -202,10 +202,10 @@ TEST_F(ExplainTest, GivesTheReasonForEveryCandidate) {
                     "F21 taken|||"
                     "|unsettled focus let pass: afMode=4 afState=1 lensState=1"
                     "|isAESoftStable: no tag 0xc0030017, taken as good"));
-    EXPECT_EQ(CaptureOutcome::Served, capture5.outcome);
+    EXPECT_EQ(log::CaptureOutcome::Served, capture5.outcome);
     EXPECT_EQ(40, capture5.waitedMs);
     EXPECT_EQ(callback->shutters().at(0).second, capture5.earlyShutterNs);
-    EXPECT_THAT(captureText(capture5),
+    EXPECT_THAT(report::captureText(capture5),
                 AllOf(HasSubstr("    F17          refused  exposure      found 0, wanted 1 in"),
                       HasSubstr("    built     frame 0 from F21 (chosen)\n"
                                 "    result    waiting, nothing chosen for 1 frame\n"),
@@ -220,14 +220,14 @@ TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
     Capture wanted = capture(5, 3);
     ASSERT_EQ("", submit(wanted.policy(0x20000, 1000)));
     leavesPending = true;
-    CaptureExplanation const told = explainOwn().captures.at(0);
-    EXPECT_EQ(CaptureOutcome::Pending, told.outcome);
+    log::CaptureExplanation const told = explainOwn().captures.at(0);
+    EXPECT_EQ(log::CaptureOutcome::Pending, told.outcome);
     std::string const hal = metaStream(HAL)->getStreamName();
     EXPECT_THAT(
         candidates(told.tries.at(0)),
         ElementsAre("F12 refused broken run||F13 refused|", "F13 refused exposure|" + hal + "|0|1",
                     "F14 refused broken run||the run was not completed|"));
-    EXPECT_THAT(captureText(told),
+    EXPECT_THAT(report::captureText(told),
                 AllOf(HasSubstr("MultiframeSelector, 4 in the history, 0 locked, no verdict on 1"),
                       HasSubstr("note      future ts, use latest"), HasSubstr("pending, 1 try")));
 }
@@ -236,8 +236,8 @@ TEST_F(ExplainTest, TellsOfOrdersFlightAndTimeout) {
     push({SensorFrame(11).at(-50)});
     runOrders();
     flush();
-    Explanation const told = explainOwn();
-    std::string const text = explanationText(told);
+    log::Explanation const told = explainOwn();
+    std::string const text = report::explanationText(told);
     ASSERT_EQ(4U, told.captures.at(0).tries.size()) << text;
     EXPECT_THAT(candidates(told.captures[0].tries[0]),
                 ElementsAre("F40 parked|||", "F39 locked|||", "F41 locked|||"));
@@ -259,8 +259,8 @@ TEST_F(ExplainTest, TellsOfOrdersFlightAndTimeout) {
 TEST_F(ExplainTest, ReadsEveryFormatAlike) {
     runEveryCriterion();
     runOrders();
-    auto const json = [](Explanation const& told) {
-        Json captures = toJson(told)["captures"];
+    auto const json = [](log::Explanation const& told) {
+        Json captures = report::toJson(told)["captures"];
         for (Json& capture : captures) {
             capture.erase("pid");
             for (Json& attempt : capture["tries"]) {
@@ -274,7 +274,7 @@ TEST_F(ExplainTest, ReadsEveryFormatAlike) {
     std::string const marks = "--------- beginning of main\n";
     for (Format const format : {asThreadtime, asBrief, asTime, asLong, asYearMicrosecondsAndUser}) {
         std::string const text = logcat(format);
-        Explanation const told = explainText(marks + text);
+        log::Explanation const told = explainText(marks + text);
         EXPECT_EQ(own, json(told)) << text.substr(0, 300);
         EXPECT_EQ(1U, told.counts.foreign);
         EXPECT_EQ(0U, told.counts.cut);
@@ -288,7 +288,7 @@ TEST_F(ExplainTest, ReadsEveryFormatAlike) {
     }
     std::string written;
     for (LogLine const& line : log) {
-        written += toThreadtime(fromLogLine(line), 12'345 * MS);
+        written += log::toThreadtime(log::fromLogLine(line), 12'345 * MS);
     }
     EXPECT_EQ(own, json(explainText(written)));
     EXPECT_THAT(written, StartsWith("01-01 00:00:12.345     0     0 I ZebCam/ZslProc: ["));
@@ -297,18 +297,18 @@ TEST_F(ExplainTest, ReadsEveryFormatAlike) {
 TEST_F(ExplainTest, TellsWhatCanBeToldWithoutTheLowerLevels) {
     runEveryCriterion();
     std::string const hal = metaStream(HAL)->getStreamName();
-    CaptureExplanation const told = explainText(logcat(asThreadtime, "IWE")).captures.at(0);
-    EXPECT_EQ(CaptureOutcome::Served, told.outcome);
+    log::CaptureExplanation const told = explainText(logcat(asThreadtime, "IWE")).captures.at(0);
+    EXPECT_EQ(log::CaptureOutcome::Served, told.outcome);
     EXPECT_THAT(candidates(told.tries.at(0)), AllOf(Contains("F17 refused exposure|" + hal + "||1"),
                                                     Contains("F20 refused image|" + hal + "||")));
 
-    CaptureExplanation const warned = explainText(logcat(asThreadtime, "WE")).captures.at(0);
+    log::CaptureExplanation const warned = explainText(logcat(asThreadtime, "WE")).captures.at(0);
     ASSERT_EQ(2U, warned.tries.size());
     EXPECT_THAT(candidates(warned.tries[0]),
                 AllOf(Contains("F12 refused sensor mode||[0] = 3|[0] = 0"),
                       Contains(HasSubstr("F17 refused exposure|"))));
     EXPECT_EQ(callback->shutters().at(0).second, warned.earlyShutterNs);
-    EXPECT_EQ(CaptureOutcome::Unknown, warned.outcome) << "success is no warning";
+    EXPECT_EQ(log::CaptureOutcome::Unknown, warned.outcome) << "success is no warning";
     EXPECT_THAT(explainText(logcat(asThreadtime, "E")).captures, IsEmpty());
 }
 
@@ -324,10 +324,10 @@ TEST_F(ExplainTest, AsksTheTryNotTheResultLineWhoWasServed) {
     ASSERT_EQ("[3.0=F11]", retry());
     leavesPending = true;
     ASSERT_THAT(line("remove from pending"), HasSubstr("reqNo:4")) << "the line names another";
-    Explanation const told = explainOwn();
-    EXPECT_EQ(CaptureOutcome::Served, told.captures.at(2).outcome);
-    EXPECT_EQ(CaptureOutcome::Pending, told.captures.at(3).outcome);
-    EXPECT_EQ(Json({1, 2, 4}), toJson(told).at("pending"));
+    log::Explanation const told = explainOwn();
+    EXPECT_EQ(log::CaptureOutcome::Served, told.captures.at(2).outcome);
+    EXPECT_EQ(log::CaptureOutcome::Pending, told.captures.at(3).outcome);
+    EXPECT_EQ(Json({1, 2, 4}), report::toJson(told).at("pending"));
 }
 
 TEST_F(ExplainTest, TakesTheSourceOffErrorLines) {
@@ -337,7 +337,7 @@ TEST_F(ExplainTest, TakesTheSourceOffErrorLines) {
     wanted.params.pHistoryBufferProvider = nullptr;
     submit(wanted);
     leavesPending = true;
-    Explanation const told = explainOwn();
+    log::Explanation const told = explainOwn();
     ASSERT_THAT(line("no history buffer provider"), HasSubstr("{#"));
     EXPECT_THAT(told.captures.at(0).tries.at(0).errors,
                 ElementsAre("[HistoryLease] no history buffer provider"));
@@ -358,7 +358,7 @@ TEST_F(ExplainTest, KeepsInterleavedThreadsApart) {
         }
         mixed += other;
     }
-    Explanation const told = explainText(mixed);
+    log::Explanation const told = explainText(mixed);
     ASSERT_EQ(2U, told.captures.size());
     EXPECT_LT(100U, told.counts.interleaved);
     // The first log begins with the configuration, so that its capture comes second.
@@ -375,9 +375,9 @@ TEST_F(ExplainTest, CutsOfTheInputLineCostOnlyWhatTheyCut) {
     Capture wanted = capture(5, 12);  // too many to fit one line
     submit(wanted);
     leavesPending = true;
-    Explanation const told = explainOwn();
+    log::Explanation const told = explainOwn();
     EXPECT_EQ(1U, told.counts.cut);
-    TryExplanation const& attempt = told.captures.at(0).tries.at(0);
+    log::TryExplanation const& attempt = told.captures.at(0).tries.at(0);
     EXPECT_THAT(attempt.notes, ElementsAre("the line that tells what is wanted is cut"));
 }
 
@@ -395,9 +395,9 @@ TEST_F(ExplainTest, StartsANewCaptureWhenANumberComesAgain) {
         zsl.clear();  // the camera goes with the capture pending
         start();
     }
-    Explanation const told = explainOwn();
+    log::Explanation const told = explainOwn();
     std::vector<size_t> tries;
-    for (CaptureExplanation const& capture : told.captures) {
+    for (log::CaptureExplanation const& capture : told.captures) {
         tries.push_back(capture.tries.size());
     }
     EXPECT_THAT(tries, ElementsAre(1, 1, 2, 2));
@@ -409,37 +409,37 @@ TEST(ExplainCountsTest, CountsWhatItCannotUse) {
     struct {
         char const* what;
         std::string log;
-        size_t LineCounts::*count;
+        size_t log::LineCounts::*count;
         size_t expected;
     } const cases[] = {
         {"another tag", "01-02 12:00:00.000  1  1 I Other   : [select] x\nI/Other( 1): y\n",
-         &LineCounts::foreign, 2},
+         &log::LineCounts::foreign, 2},
         {"no header", "hello\n\x01\x02\xff\nI/no header\n[ not a header ]\n01-02 12:00:00.000\n",
-         &LineCounts::foreign, 5},
+         &log::LineCounts::foreign, 5},
         {"cut selection", begin + threadtime("[selectBuf_Locked] selectOut: { selected={ 0-[F1"),
-         &LineCounts::cut, 1},
+         &log::LineCounts::cut, 1},
         {"longer than the reader takes", "I/Other( 1): " + std::string(100'000, 'x'),
-         &LineCounts::cut, 1},
+         &log::LineCounts::cut, 1},
         {"a wanted frame is announced but does not come",
          threadtime("[selectBuf_Locked] IN:{ requestNo=1 duration=0 zsdTs=5 pHBP=0x1 vFrameObj=") +
              threadtime("x"),
-         &LineCounts::cut, 1},
+         &log::LineCounts::cut, 1},
         {"behind the end of a long message",
          "[ 01-02 12:00:00.000 1:1 I/ZebCam/ZslProc ]\nx\n--------- beginning of main\ny\n",
-         &LineCounts::foreign, 2},
+         &log::LineCounts::foreign, 2},
         {"earlier than before",
          threadtime("a", 'I', TID, 9) + threadtime("b", 'I', TID, 5) + threadtime("c", 'I', TID, 7),
-         &LineCounts::outOfOrder, 2},
+         &log::LineCounts::outOfOrder, 2},
         {"a reason without a verdict",
          threadtime("[operator()] [DefaultSelector] hbs[F1] isAFStable X", 'W'),
-         &LineCounts::unassigned, 1},
+         &log::LineCounts::unassigned, 1},
         {"of no known form", threadtime("anything") + threadtime("[newFunction] x"),
-         &LineCounts::unrecognised, 2},
+         &log::LineCounts::unrecognised, 2},
         {"another thread in a try", begin + threadtime("x", 'I', 1) + threadtime("y"),
-         &LineCounts::interleaved, 1},
+         &log::LineCounts::interleaved, 1},
     };
     for (auto const& test : cases) {
-        LineCounts const counts = explainText(test.log).counts;
+        log::LineCounts const counts = explainText(test.log).counts;
         EXPECT_EQ(test.expected, counts.*test.count) << test.what;
         EXPECT_EQ(counts.lines, counts.foreign + counts.processor) << test.what;
     }
@@ -460,11 +460,11 @@ TEST_F(ExplainTest, LivesWithAnyDamage) {
             line.replace(at, random() % 5 == 0 ? line.size() : random() % 10, texts[random() % 4]);
             std::swap(lines[random() % lines.size()], lines[random() % lines.size()]);
         }
-        Explanation const told = explainText(joined(lines));
+        log::Explanation const told = explainText(joined(lines));
         EXPECT_EQ(told.counts.lines, told.counts.foreign + told.counts.processor);
-        EXPECT_FALSE(toJson(told).dump().empty());
-        for (std::string const& line : linesOf(explanationText(told))) {
-            ASSERT_EQ(printable(line), line) << "with " << round;
+        EXPECT_FALSE(report::toJson(told).dump().empty());
+        for (std::string const& line : linesOf(report::explanationText(told))) {
+            ASSERT_EQ(base::printable(line), line) << "with " << round;
             ASSERT_GE(100U, line.size()) << line;
         }
     }

@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "replay/SensorEvents.h"
+#include "pipeline/Schedule.h"
 #include "report/JsonReport.h"
 #include "tool/CliFixture.h"
 #include "tool/SteadyRecording.h"
@@ -16,10 +16,10 @@
 namespace zebcam::tool {
 namespace {
 
-ReplayOptions failing(ReplayOptions options, std::vector<std::string> const& faults,
-                      uint64_t randomSeed = 1) {
+pipeline::ReplayOptions failing(pipeline::ReplayOptions options,
+                                std::vector<std::string> const& faults, uint64_t randomSeed = 1) {
     for (std::string const& fault : faults) {
-        options.faults.rules.push_back(parseFault(fault));
+        options.faults.rules.push_back(pipeline::parseFault(fault));
     }
     options.faults.randomSeed = randomSeed;
     return options;
@@ -28,11 +28,12 @@ ReplayOptions failing(ReplayOptions options, std::vector<std::string> const& fau
 TEST(Faults, AreParsed) {
     for (char const* const text : {"late", "late:0", "late:1", "lost:0.125", "no-history@1.5s",
                                    "wrong-clock", "callback-gone@0s", "policy-slow@604800s"}) {
-        EXPECT_EQ(toString(parseFault(text)), text);
+        EXPECT_EQ(toString(pipeline::parseFault(text)), text);
     }
-    for (FaultTraits const& traits : FAULT_KINDS) {
-        EXPECT_EQ(parseFault(std::string(traits.name)), (FaultRule{traits.kind, {}, {}}));
-        EXPECT_EQ(traitsOf(traits.kind).name, traits.name);
+    for (pipeline::FaultTraits const& traits : pipeline::FAULT_KINDS) {
+        EXPECT_EQ(pipeline::parseFault(std::string(traits.name)),
+                  (pipeline::FaultRule{traits.kind, {}, {}}));
+        EXPECT_EQ(pipeline::traitsOf(traits.kind).name, traits.name);
     }
     std::vector<std::pair<std::string, std::string>> const refused = {
         {"", "late, lost, duplicate"},
@@ -56,7 +57,7 @@ TEST(Faults, AreParsed) {
     };
     for (auto const& [text, expected] : refused) {
         try {
-            parseFault(text);
+            pipeline::parseFault(text);
             ADD_FAILURE() << text;
         } catch (std::invalid_argument const& error) {
             EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
@@ -65,7 +66,7 @@ TEST(Faults, AreParsed) {
 }
 
 /// How often the run's only kind has struck.
-uint64_t strikesOf(ReplayResult const& result) {
+uint64_t strikesOf(run::ReplayResult const& result) {
     return result.faults && result.faults->strikes.size() == 1
                ? result.faults->strikes.front().second
                : 0;
@@ -73,37 +74,37 @@ uint64_t strikesOf(ReplayResult const& result) {
 
 struct Case {
     char const* fault;
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
     uint64_t strikes;
     char const* expected;
-    bool (*isAsExpected)(ReplayResult const&) = [](ReplayResult const&) { return true; };
+    bool (*isAsExpected)(run::ReplayResult const&) = [](run::ReplayResult const&) { return true; };
 };
 
-bool isInFlightLater(ReplayResult const& result) {
+bool isInFlightLater(run::ReplayResult const& result) {
     auto const& inFlight = result.captures.at(1).tries.front().inFlightFrames;
     return std::find(inFlight.begin(), inFlight.end(), 11U) != inFlight.end();
 }
 
-bool wasNothingOffered(ReplayResult const& result) {
+bool wasNothingOffered(run::ReplayResult const& result) {
     auto const& tries = result.captures.front().tries;
     return tries.at(0).historyFrames.empty() && tries.at(1).historyFrames.size() == 8;
 }
 
-bool onlyTheFirstHeardOfAShutter(ReplayResult const& result) {
+bool onlyTheFirstHeardOfAShutter(run::ReplayResult const& result) {
     return result.captures.at(0).earlyShutterNs && !result.captures.at(1).earlyShutterNs;
 }
 
-bool wasPressedLate(ReplayResult const& result) {
+bool wasPressedLate(run::ReplayResult const& result) {
     return result.captures.at(1).pressNs == START + 1250 * MS;
 }
 
 std::vector<Case> cases() {
     // Frame 11 begins at 1 s and, all being well, serves a press at that moment.
-    ReplayOptions const one = pressing({1000});
-    ReplayOptions const two = pressing({1000}, 2);
-    ReplayOptions const ready = with(one, [](auto& o) { o.offsetMs = 250; });
+    pipeline::ReplayOptions const one = pressing({1000});
+    pipeline::ReplayOptions const two = pressing({1000}, 2);
+    pipeline::ReplayOptions const ready = with(one, [](auto& o) { o.offsetMs = 250; });
     auto const multiframe = with(one, [](auto& o) {
-        o.policy.kind = PolicyKind::Multiframe;
+        o.policy.kind = pipeline::PolicyKind::Multiframe;
         o.timeoutMs = 60'000;
     });
     return {
@@ -138,7 +139,8 @@ std::vector<Case> cases() {
 TEST(Faults, DoToCapturesWhatTheyShould) {
     for (Case const& c : cases()) {
         SCOPED_TRACE(c.fault);
-        ReplayResult const result = replay(steadyRecording(), failing(c.options, {c.fault}));
+        run::ReplayResult const result =
+            run::replay(steadyRecording(), failing(c.options, {c.fault}));
         EXPECT_EQ(outcomesOf(result), c.expected);
         EXPECT_EQ(strikesOf(result), c.strikes);
         EXPECT_TRUE(c.isAsExpected(result));
@@ -146,19 +148,20 @@ TEST(Faults, DoToCapturesWhatTheyShould) {
     }
 }
 
-std::string jsonOf(ReplayOptions const& options) {
+std::string jsonOf(pipeline::ReplayOptions const& options) {
     std::ostringstream json;
-    writeJson(replay(steadyRecording(), options), nullptr, json);
+    report::writeJson(run::replay(steadyRecording(), options), nullptr, json);
     return json.str();
 }
 
 TEST(Faults, RepeatWithTheirSeedWhateverElseIsAsked) {
-    FaultOptions const few = failing({}, {"late:0.3", "no-history:0.3", "flush:0.3"}).faults;
-    FaultOptions const many =
+    pipeline::FaultOptions const few =
+        failing({}, {"late:0.3", "no-history:0.3", "flush:0.3"}).faults;
+    pipeline::FaultOptions const many =
         failing({}, {"lost", "policy-slow", "late@1s", "late:0.3", "no-history:0.3", "flush:0.3"})
             .faults;
-    FaultInjector forwards(few, START, 100 * MS);
-    FaultInjector backwards(many, START, 100 * MS);
+    pipeline::FaultInjector forwards(few, START, 100 * MS);
+    pipeline::FaultInjector backwards(many, START, 100 * MS);
     constexpr size_t kFrames = 2000;
     std::vector<int64_t> latenesses(kFrames);
     size_t late = 0;
@@ -174,15 +177,16 @@ TEST(Faults, RepeatWithTheirSeedWhateverElseIsAsked) {
         EXPECT_EQ(backwards.flushAfter(i, START), forwards.flushAfter(i, START));
     }
     std::vector<std::string> const all = {"late", "lost", "no-history", "policy-nonsense"};
-    ReplayOptions const options = pressing({1000, 2000, 3000, 4000}, 2);
+    pipeline::ReplayOptions const options = pressing({1000, 2000, 3000, 4000}, 2);
     EXPECT_EQ(jsonOf(failing(options, all, 7)), jsonOf(failing(options, all, 7)));
     EXPECT_NE(jsonOf(failing(options, all, 7)), jsonOf(failing(options, all, 8)));
 }
 
 TEST(Faults, StrikeAllOrNothingAtTheEndsOfTheRate) {
-    FaultInjector injector(failing({}, {"late:0", "lost:1", "duplicate:0"}).faults, START, MS);
+    pipeline::FaultInjector injector(failing({}, {"late:0", "lost:1", "duplicate:0"}).faults, START,
+                                     MS);
     for (size_t i = 0; i < 1000; ++i) {
-        FrameFaults const faults = injector.ofFrame(i, START);
+        pipeline::FrameFaults const faults = injector.ofFrame(i, START);
         EXPECT_TRUE(faults.lost && faults.lateNs == 0 && !faults.duplicate);
         injector.count(faults);
     }
@@ -190,13 +194,14 @@ TEST(Faults, StrikeAllOrNothingAtTheEndsOfTheRate) {
 }
 
 TEST(Faults, AbsurdResultsAreOfEveryKindAndElseUntouched) {
-    Recording const recording = steadyRecording();
-    ReplayOptions const options = failing({}, {"absurd-metadata:1"});
-    FaultInjector injector(options.faults, START, 100 * MS);
+    recording::Recording const recording = steadyRecording();
+    pipeline::ReplayOptions const options = failing({}, {"absurd-metadata:1"});
+    pipeline::FaultInjector injector(options.faults, START, 100 * MS);
     std::set<int> seen;
-    for (ReportedFrame const& reported : sensorEvents(recording, options, {}, &injector).frames) {
-        SensorFrame frame = reported.frame;
-        SensorFrame const& truth = recording.frames.at(frame.frameNo - 1);
+    for (pipeline::ReportedFrame const& reported :
+         pipeline::sensorEvents(recording, options, {}, &injector).frames) {
+        recording::SensorFrame frame = reported.frame;
+        recording::SensorFrame const& truth = recording.frames.at(frame.frameNo - 1);
         int const kind = frame.afState == 200 && frame.lensState == 200 ? 1
                          : frame.aeStable < 0                           ? 2
                          : frame.frameSync > int64_t{1} << 60           ? 3
@@ -215,15 +220,16 @@ TEST(Faults, AbsurdResultsAreOfEveryKindAndElseUntouched) {
 }
 
 TEST(Faults, GoOnThroughThePassesOfARecording) {
-    Recording const recording = steadyRecording();
-    ReplayOptions const options = failing({}, {"lost:0.5", "image-error@7s"});
-    FaultInjector injector(options.faults, START, 100 * MS);
-    SensorEvents const first = sensorEvents(recording, options, {}, &injector);
-    SensorEvents const second = sensorEvents(recording, options, {1, 6000 * MS, 60}, &injector);
-    auto const arrivals = [](SensorEvents const& pass) {
+    recording::Recording const recording = steadyRecording();
+    pipeline::ReplayOptions const options = failing({}, {"lost:0.5", "image-error@7s"});
+    pipeline::FaultInjector injector(options.faults, START, 100 * MS);
+    pipeline::SensorEvents const first = pipeline::sensorEvents(recording, options, {}, &injector);
+    pipeline::SensorEvents const second =
+        pipeline::sensorEvents(recording, options, {1, 6000 * MS, 60}, &injector);
+    auto const arrivals = [](pipeline::SensorEvents const& pass) {
         std::vector<size_t> frames;
-        for (SensorEvent const& event : pass.events) {
-            if (event.kind == SensorEventKind::Arrival) {
+        for (pipeline::SensorEvent const& event : pass.events) {
+            if (event.kind == pipeline::SensorEventKind::Arrival) {
                 frames.push_back(event.frame);
             }
         }
@@ -243,38 +249,39 @@ TEST(Faults, GoOnThroughThePassesOfARecording) {
 
 TEST(Faults, AllAtOnceLoseNoFrameAndNoBuffer) {
     std::vector<std::string> faults = {"wrong-clock@3s", "callback-gone@2s", "flush@4s"};
-    for (FaultTraits const& traits : FAULT_KINDS) {
-        if (traits.scope != FaultScope::State) {
+    for (pipeline::FaultTraits const& traits : pipeline::FAULT_KINDS) {
+        if (traits.scope != pipeline::FaultScope::State) {
             faults.emplace_back(traits.name);
         }
     }
-    std::vector<PolicyOption> const policies = {
-        {PolicyKind::Default, {}},
-        {PolicyKind::CShot, {}},
-        {PolicyKind::Multiframe, {}},
-        {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"},
-        {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_cloner.so"}};
-    Recording const recording = steadyRecording();
-    for (PolicyOption const& policy : policies) {
+    std::vector<pipeline::PolicyOption> const policies = {
+        {pipeline::PolicyKind::Default, {}},
+        {pipeline::PolicyKind::CShot, {}},
+        {pipeline::PolicyKind::Multiframe, {}},
+        {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"},
+        {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_cloner.so"}};
+    recording::Recording const recording = steadyRecording();
+    for (pipeline::PolicyOption const& policy : policies) {
         for (uint64_t randomSeed = 0; randomSeed < 8; ++randomSeed) {
             SCOPED_TRACE(policy.name() + ", random seed " + std::to_string(randomSeed));
-            ReplayOptions options;
+            pipeline::ReplayOptions options;
             options.captures = 20;
             options.framesPerCapture = 3;
             options.policy = policy;
-            ReplayResult const result = replay(recording, failing(options, faults, randomSeed));
+            run::ReplayResult const result =
+                run::replay(recording, failing(options, faults, randomSeed));
             EXPECT_TRUE(result.isClean()) << (result.failures.empty() ? "" : result.failures[0]);
             for (auto const& [kind, count] : result.faults->strikes) {
-                EXPECT_GT(count, 0U) << traitsOf(kind).name;
+                EXPECT_GT(count, 0U) << pipeline::traitsOf(kind).name;
             }
         }
     }
 }
 
 TEST(Faults, DoNotExcuseOtherFailures) {
-    ReplayOptions options = failing(pressing({1000, 2000}), {"policy-throws@2s"});
-    options.policy = {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_thrower.so"};
-    ReplayResult const result = replay(steadyRecording(), options);
+    pipeline::ReplayOptions options = failing(pressing({1000, 2000}), {"policy-throws@2s"});
+    options.policy = {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_thrower.so"};
+    run::ReplayResult const result = run::replay(steadyRecording(), options);
     EXPECT_FALSE(result.isClean());
     EXPECT_EQ(strikesOf(result), 1U);
     for (std::string const& failure : result.failures) {

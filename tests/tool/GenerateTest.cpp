@@ -9,8 +9,8 @@
 #include <map>
 #include <sstream>
 
-#include "commands/Generate.h"
-#include "recording/RecordingFacts.h"
+#include "commands/Commands.h"
+#include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
 #include "recording/RecordingReader.h"
 #include "recording/RecordingWriter.h"
@@ -37,7 +37,7 @@ struct CommandResult {
 CommandResult runCommand(std::string const& line) {
     CommandResult result;
     CLI::App app;
-    addGenerateCommand(app, result.exitStatus);
+    commands::addGenerateCommand(app, result.exitStatus);
     testing::internal::CaptureStderr();
     try {
         app.parse(line);
@@ -49,14 +49,14 @@ CommandResult runCommand(std::string const& line) {
 }
 
 /// Recordings that differ in rate, chance and length: what holds for one must hold for all.
-class GeneratedRecording : public testing::TestWithParam<GeneratorOptions> {
+class GeneratedRecording : public testing::TestWithParam<recording::GeneratorOptions> {
 protected:
-    Recording const recording = generate(GetParam());
-    std::vector<SensorFrame> const& frames = recording.frames;
+    recording::Recording const recording = recording::generate(GetParam());
+    std::vector<recording::SensorFrame> const& frames = recording.frames;
 };
 
-GeneratorOptions optionsOf(double fps, uint64_t seedValue, double rate) {
-    GeneratorOptions options;
+recording::GeneratorOptions optionsOf(double fps, uint64_t seedValue, double rate) {
+    recording::GeneratorOptions options;
     options.frames = 2000;
     options.fps = fps;
     options.seedValue = seedValue;
@@ -72,14 +72,14 @@ INSTANTIATE_TEST_SUITE_P(Rates, GeneratedRecording,
 
 TEST_P(GeneratedRecording, ReadsBackTheSameAndMakesItselfAgain) {
     std::stringstream file;
-    writeRecording(recording, file);
-    auto const copy = readRecording(file, "copy");
+    recording::writeRecording(recording, file);
+    auto const copy = recording::readRecording(file, "copy");
     EXPECT_EQ(copy.frames, frames);
     EXPECT_EQ(copy.medianIntervalNs, recording.medianIntervalNs);
-    EXPECT_EQ(generate(GetParam()).frames, frames);
+    EXPECT_EQ(recording::generate(GetParam()).frames, frames);
     auto other = GetParam();
     other.seedValue += uint64_t{1} << 32;
-    EXPECT_NE(generate(other).frames, frames);
+    EXPECT_NE(recording::generate(other).frames, frames);
 }
 
 TEST_P(GeneratedRecording, KeepsTheGridThroughJitterLatenessAndGaps) {
@@ -106,7 +106,7 @@ TEST_P(GeneratedRecording, KeepsTheGridThroughJitterLatenessAndGaps) {
     }
     bool const onlyGaps = GetParam().gapRate == 1;
     EXPECT_EQ(late > 0, !onlyGaps);
-    EXPECT_EQ(computeFacts(recording).gaps > 0, !onlyGaps);
+    EXPECT_EQ(recording::computeFacts(recording).gaps > 0, !onlyGaps);
 }
 
 TEST_P(GeneratedRecording, ScansWithAMovingLensAndJumpsUnstably) {
@@ -133,12 +133,12 @@ TEST_P(GeneratedRecording, ScansWithAMovingLensAndJumpsUnstably) {
 }
 
 TEST(Generator, ObeysItsRates) {
-    GeneratorOptions none;
+    recording::GeneratorOptions none;
     none.lateRate = none.gapRate = none.exposureDriftRate = none.exposureJumpRate = 0;
     none.scanRate = none.strangeAfStateRate = 0;
     none.jitterNs = 0;
-    auto const steady = generate(none);
-    auto const facts = computeFacts(steady);
+    auto const steady = recording::generate(none);
+    auto const facts = recording::computeFacts(steady);
     EXPECT_EQ(facts.minIntervalNs, 33'399'999);
     EXPECT_EQ(facts.maxIntervalNs, 33'399'999);
     EXPECT_EQ(facts.focusMoves + facts.framesWithError + facts.missing.afState, 0u);
@@ -146,11 +146,11 @@ TEST(Generator, ObeysItsRates) {
     EXPECT_EQ(steady.frames.back().afState, 2);
     EXPECT_EQ(steady.frames.back().frameSync, 0);
 
-    GeneratorOptions all = none;
+    recording::GeneratorOptions all = none;
     all.errorRate = all.unsyncedRate = 1;
     all.missingAfStateRate = 0.5;
     all.strangeAfStateRate = 1;
-    auto const faulty = generate(all).frames;
+    auto const faulty = recording::generate(all).frames;
     for (size_t i = 0; i < faulty.size(); ++i) {
         ASSERT_TRUE(faulty[i].hasError && faulty[i].frameSync == 1);
         ASSERT_EQ(faulty[i].afState.value_or(0), i % 2 == 0 ? 101 : 0);

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "CliFixture.h"
-#include "live/Distribution.h"
+#include "base/Distribution.h"
 
 namespace zebcam::tool {
 namespace {
@@ -139,7 +139,7 @@ TEST_F(Live, RefusesWhatItCannotRun) {
 }
 
 TEST(Distribution, TellsQuantilesToWithinASixteenth) {
-    Distribution times;
+    base::Distribution times;
     EXPECT_EQ(times.quantile(0.5), 0);
     for (int64_t ns = 1; ns <= 100'000; ++ns) {
         times.add(ns * 1'000);

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <streambuf>
 
-#include "output/AtomicFile.h"
-#include "recording/RecordingFacts.h"
+#include "base/AtomicFile.h"
+#include "recording/Recording.h"
 #include "recording/RecordingReader.h"
 #include "recording/RecordingWriter.h"
 
@@ -21,14 +21,14 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-Recording read(std::string const& content) {
+recording::Recording read(std::string const& content) {
     std::istringstream in(content);
-    return readRecording(in, "r.csv");
+    return recording::readRecording(in, "r.csv");
 }
 
 /// A frame without exposure time or any state.
-SensorFrame frameOf(uint32_t frameNo, int64_t timestampNs, int64_t durationNs) {
-    SensorFrame frame;
+recording::SensorFrame frameOf(uint32_t frameNo, int64_t timestampNs, int64_t durationNs) {
+    recording::SensorFrame frame;
     frame.frameNo = frameNo;
     frame.timestampNs = timestampNs;
     frame.durationNs = durationNs;
@@ -40,9 +40,9 @@ template <typename Action>
 std::string errorOf(Action const& action) {
     try {
         action();
-    } catch (RecordingError const& error) {
+    } catch (recording::RecordingError const& error) {
         return error.what();
-    } catch (OutputError const& error) {
+    } catch (base::OutputError const& error) {
         return error.what();
     }
     return "no error";
@@ -145,7 +145,7 @@ TEST(RecordingReader, StopsInALineWithoutEndAndAtAReadError) {
     for (bool const isBroken : {false, true}) {
         EndlessInput input(isBroken);
         std::istream in(&input);
-        EXPECT_EQ(errorOf([&] { readRecording(in, "r.csv"); }),
+        EXPECT_EQ(errorOf([&] { recording::readRecording(in, "r.csv"); }),
                   isBroken ? "r.csv:2: expected a readable line, found a read error"
                            : "r.csv:2: expected a line of at most 1 MiB, found a longer one");
     }
@@ -174,7 +174,7 @@ TEST(RecordingReader, FillsInWhatTheRecordingLacks) {
     // Intervals 100, 300, 102, 101: the median is the mean of 101 and 102, rounded down.
     auto const bare = read("Timestamp[nanosec]\n1000\n1100\n1400\n1502\n1603\n");
     EXPECT_EQ(bare.medianIntervalNs, 101);
-    SensorFrame expected = frameOf(3, 1400, 101);
+    recording::SensorFrame expected = frameOf(3, 1400, 101);
     expected.afMode = 0;
     expected.afState = 0;
     expected.lensState = 0;
@@ -201,10 +201,10 @@ TEST(RecordingReader, TellsAnEmptyCellFromAMissingColumn) {
                             "stable,Frame sync,Sensor id,Sensor mode,Error\n"
                             "1000,,,,,,,,,,1\n2000,9,2.5,255,101,1,-7,-8,3,4,0\n")
                             .frames;
-    SensorFrame lacking = frameOf(1, 1000, 1000);
+    recording::SensorFrame lacking = frameOf(1, 1000, 1000);
     lacking.hasError = true;
     EXPECT_EQ(frames[0], lacking);
-    SensorFrame full = frameOf(2, 2000, 1000);
+    recording::SensorFrame full = frameOf(2, 2000, 1000);
     full.iso = 9;
     full.focusDistance = 2.5f;
     full.afMode = 255;
@@ -228,12 +228,12 @@ TEST(RecordingReader, SeesTheLensMoveInTheFocusDistance) {
 }
 
 /// Frames with every value at an end of its range, and with none.
-Recording extremes() {
-    SensorFrame lowest = frameOf(0, 1, 0);
+recording::Recording extremes() {
+    recording::SensorFrame lowest = frameOf(0, 1, 0);
     lowest.focusDistance = 1.17549435e-38f;
     lowest.aeStable = INT32_MIN;
     lowest.frameSync = INT64_MIN;
-    SensorFrame highest = frameOf(UINT32_MAX, 3'600'000'000'000, 3'600'000'000'000);
+    recording::SensorFrame highest = frameOf(UINT32_MAX, 3'600'000'000'000, 3'600'000'000'000);
     highest.exposureNs = highest.durationNs;
     highest.iso = highest.aeStable = highest.sensorId = highest.sensorMode = INT32_MAX;
     highest.focusDistance = 0.1f;
@@ -263,20 +263,20 @@ protected:
 
 TEST_F(OutputFiles, AppearWholeOrNotAtAll) {
     std::string const path = folder / "r.csv";
-    writeRecording(extremes(), path);
-    Recording const copy = readRecording(path);
+    recording::writeRecording(extremes(), path);
+    recording::Recording const copy = recording::readRecording(path);
     EXPECT_EQ(copy.frames, extremes().frames);
     EXPECT_EQ(copy.medianIntervalNs, extremes().medianIntervalNs);
     EXPECT_THAT(copy.notes, IsEmpty());
     std::string const before = contentOf(path);
     {
-        AtomicFile dropped(path);
+        base::AtomicFile dropped(path);
         dropped.stream() << "half" << std::flush;
         EXPECT_EQ(contentOf(path), before);
     }
     EXPECT_EQ(contentOf(path), before);
 
-    AtomicFile failed(path);
+    base::AtomicFile failed(path);
     failed.stream() << "half";
     failed.stream().setstate(std::ios::badbit);
     EXPECT_THAT(errorOf([&] { failed.commit(); }), HasSubstr("cannot write '" + path + "'"));
@@ -288,7 +288,7 @@ TEST_F(OutputFiles, KeepLinksAndPermissions) {
     std::ofstream(folder / "real") << "old";
     fs::permissions(folder / "real", fs::perms::owner_read | fs::perms::owner_write);
     fs::create_symlink("real", folder / "link");
-    AtomicFile file(folder / "link");
+    base::AtomicFile file(folder / "link");
     file.stream() << "new";
     file.commit();
     EXPECT_EQ(contentOf(folder / "real"), "new");
@@ -300,7 +300,7 @@ TEST_F(OutputFiles, KeepLinksAndPermissions) {
 
 TEST_F(OutputFiles, ReportWhatCannotBeWritten) {
     for (std::string const path : {"/nowhere/r.csv", "/dev/full", "/"}) {
-        EXPECT_THAT(errorOf([&] { writeRecording(extremes(), path); }),
+        EXPECT_THAT(errorOf([&] { recording::writeRecording(extremes(), path); }),
                     HasSubstr("cannot write '" + path + "': "));
     }
     EXPECT_TRUE(fs::is_character_file("/dev/full"));
@@ -312,7 +312,7 @@ TEST(RecordingFactsTest, CountsWhatARecordingShows) {
         "Timestamp[nanosec],Focus distance,AF state,Error\n"
         "1000,1,,0\n1100,2,2,1\n1204,3,,0\n1360,3,2,0\n1517,3,2,1\n1615,3,2,0\n");
     recording.frames[5].aeStable.reset();
-    auto const facts = computeFacts(recording);
+    auto const facts = recording::computeFacts(recording);
     EXPECT_DOUBLE_EQ(facts.meanRateFps, 5e9 / 615);
     EXPECT_EQ(facts.medianIntervalNs, 104);
     EXPECT_EQ(facts.minIntervalNs, 98);
@@ -324,7 +324,7 @@ TEST(RecordingFactsTest, CountsWhatARecordingShows) {
     EXPECT_EQ(facts.missing.aeStable, 1u);
     EXPECT_EQ(facts.framesWithError, 2u);
     EXPECT_EQ(facts.focusMoves, 2u);
-    EXPECT_EQ(computeFacts({}).lengthNs, 0) << "no frames, no times";
+    EXPECT_EQ(recording::computeFacts({}).lengthNs, 0) << "no frames, no times";
 }
 
 }  // namespace

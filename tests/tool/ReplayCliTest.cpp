@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "CliFixture.h"
-#include "text/Duration.h"
+#include "base/Duration.h"
 
 namespace zebcam::tool {
 namespace {
@@ -232,16 +232,16 @@ TEST(Duration, ReadsWhatItWrites) {
         {"1.2s", 1'200'000'000}, {"-20ns", -20},    {".5ms", 500'000},
         {"+1.s", 1'000'000'000}, {"1.50us", 1'500}, {"9223372036.854775807s", INT64_MAX}};
     for (auto const& [text, ns] : good) {
-        EXPECT_EQ(parseDuration(text), ns) << text;
-        EXPECT_EQ(parseDuration(formatDuration(ns)), ns) << text;
+        EXPECT_EQ(base::parseDuration(text), ns) << text;
+        EXPECT_EQ(base::parseDuration(base::formatDuration(ns)), ns) << text;
     }
     for (char const* bad : {"", "s", "1", ".s", "-s", "1 s", "1m", "1e3s", "1.5ns", "--1s", "0x1s",
                             "9223372036.854775808s", "99999999999999999999ns"}) {
-        EXPECT_THROW(parseDuration(bad), std::invalid_argument) << bad;
+        EXPECT_THROW(base::parseDuration(bad), std::invalid_argument) << bad;
     }
-    EXPECT_EQ(formatMs(-12'345'678), "-12.35");
-    EXPECT_EQ(formatMs(-4'999), "0.00");
-    EXPECT_EQ(formatSeconds(1'999'500'000), "2.000");
+    EXPECT_EQ(base::formatMs(-12'345'678), "-12.35");
+    EXPECT_EQ(base::formatMs(-4'999), "0.00");
+    EXPECT_EQ(base::formatSeconds(1'999'500'000), "2.000");
 }
 
 }  // namespace

@@ -15,20 +15,22 @@ namespace {
 
 struct Case {
     char const* name;
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
     char const* expected;
-    void (*change)(Recording&) = nullptr;
+    void (*change)(recording::Recording&) = nullptr;
 };
 
 std::vector<Case> cases() {
-    auto const cshot = [](ReplayOptions& o) { o.policy.kind = PolicyKind::CShot; };
-    auto const multiframe = [](ReplayOptions& o) {
-        o.policy.kind = PolicyKind::Multiframe;
+    auto const cshot = [](pipeline::ReplayOptions& o) {
+        o.policy.kind = pipeline::PolicyKind::CShot;
+    };
+    auto const multiframe = [](pipeline::ReplayOptions& o) {
+        o.policy.kind = pipeline::PolicyKind::Multiframe;
         o.timeoutMs = 300;
     };
     // No frame is late enough for this offset, so that captures wait for their time-out.
-    auto const hopeless = [](ReplayOptions& o) { o.offsetMs = -20'000; };
-    auto const lastModeOnly = [](Recording& r) {
+    auto const hopeless = [](pipeline::ReplayOptions& o) { o.offsetMs = -20'000; };
+    auto const lastModeOnly = [](recording::Recording& r) {
         for (size_t i = 11; i < r.frames.size(); ++i) {
             r.frames[i].sensorMode = 1;
         }
@@ -65,10 +67,10 @@ std::vector<Case> cases() {
         {"flush at the end of the recording", pressing({5850}, 2),
          "F60 50 180 waited, 180 flushed"},
         {"unusable images are passed over", pressing({1000}), "F13 200 330 waited",
-         [](Recording& r) { r.frames[10].hasError = r.frames[11].hasError = true; }},
+         [](recording::Recording& r) { r.frames[10].hasError = r.frames[11].hasError = true; }},
         {"sensors that are to be synchronised",
          with(pressing({1000}), [](auto& o) { o.frameSync = true; }), "F12 100 230 waited",
-         [](Recording& r) { r.frames[10].frameSync = 1; }},
+         [](recording::Recording& r) { r.frames[10].frameSync = 1; }},
         {"mode of the sensor at the press", pressing({1100}), "F12 0 130 waited", lastModeOnly},
         {"mode that the sensor has left", pressing({1050}), "F34 2250 3080 timed out",
          lastModeOnly},
@@ -78,21 +80,21 @@ std::vector<Case> cases() {
 TEST(Replay, ServesCaptures) {
     for (Case const& c : cases()) {
         SCOPED_TRACE(c.name);
-        Recording recording = steadyRecording();
+        recording::Recording recording = steadyRecording();
         if (c.change != nullptr) {
             c.change(recording);
         }
-        ReplayResult const result = replay(recording, c.options);
+        run::ReplayResult const result = run::replay(recording, c.options);
         EXPECT_EQ(outcomesOf(result), c.expected);
         EXPECT_TRUE(result.isClean());
     }
 }
 
 TEST(Replay, ShowsWhatEachTryWasOffered) {
-    ReplayOptions options = pressing({1000, 1000});
+    pipeline::ReplayOptions options = pressing({1000, 1000});
     options.history = 3;
-    ReplayResult const result = replay(steadyRecording(), options);
-    std::vector<TryRecord> const& tries = result.captures[1].tries;
+    run::ReplayResult const result = run::replay(steadyRecording(), options);
+    std::vector<pipeline::TryRecord> const& tries = result.captures[1].tries;
     ASSERT_EQ(tries.size(), 4U);
     EXPECT_EQ(tries[0].historyFrames, (std::vector<uint32_t>{7, 8, 9}));
     EXPECT_EQ(tries[0].inFlightFrames, (std::vector<uint32_t>{10, 11, 12, 13}));
@@ -118,10 +120,10 @@ TEST(Replay, KeepsThePluginsFramesAccountedFor) {
     };
     for (auto const& [plugin, expected, lockedAtTheEnd, failures] : table) {
         SCOPED_TRACE(plugin);
-        ReplayOptions options = pressing({1000}, plugin == std::string("cloner") ? 2 : 1);
-        options.policy = {PolicyKind::Plugin,
+        pipeline::ReplayOptions options = pressing({1000}, plugin == std::string("cloner") ? 2 : 1);
+        options.policy = {pipeline::PolicyKind::Plugin,
                           SELECTOR_FOLDER "/selector_" + std::string(plugin) + ".so"};
-        ReplayResult const result = replay(steadyRecording(), options);
+        run::ReplayResult const result = run::replay(steadyRecording(), options);
         EXPECT_EQ(outcomesOf(result), expected);
         EXPECT_EQ(result.captures[0].tries.back().lockedFrames.size(), lockedAtTheEnd);
         EXPECT_EQ(result.failures.size(), failures);
@@ -130,11 +132,11 @@ TEST(Replay, KeepsThePluginsFramesAccountedFor) {
 }
 
 TEST(Replay, TellsWhatTheDebuggeesSay) {
-    ReplayOptions options = pressing({1000});
+    pipeline::ReplayOptions options = pressing({1000});
     options.dumpsNs = {1100 * MS, 1150 * MS};
-    ReplayResult const result = replay(steadyRecording(), options);
+    run::ReplayResult const result = run::replay(steadyRecording(), options);
     ASSERT_EQ(result.dumps.size(), 2U);
-    auto const pending = [](DebugDump const& dump) {
+    auto const pending = [](run::DebugDump const& dump) {
         return std::count(dump.lines.begin(), dump.lines.end(), "  requestNo:1");
     };
     EXPECT_EQ(pending(result.dumps[0]), 1);
@@ -143,21 +145,21 @@ TEST(Replay, TellsWhatTheDebuggeesSay) {
 
 using Json = nlohmann::json;
 
-Json jsonOf(ReplayResult const& result) {
+Json jsonOf(run::ReplayResult const& result) {
     std::ostringstream text;
-    writeJson(result, nullptr, text);
+    report::writeJson(result, nullptr, text);
     return Json::parse(text.str());
 }
 
 /// The default policy, worked out again from the recording and what a try was offered.
-std::vector<uint32_t> defaultChoice(Recording const& recording, Json const& capture,
+std::vector<uint32_t> defaultChoice(recording::Recording const& recording, Json const& capture,
                                     Json const& attempt, int64_t offsetNs, size_t wanted) {
     std::vector<uint32_t> chosen;
     for (uint32_t const frameNo : attempt["historyFrames"]) {
         auto const& frames = recording.frames;
-        SensorFrame const& frame =
+        recording::SensorFrame const& frame =
             *std::find_if(frames.begin(), frames.end(),
-                          [&](SensorFrame const& f) { return f.frameNo == frameNo; });
+                          [&](recording::SensorFrame const& f) { return f.frameNo == frameNo; });
         if (chosen.size() < wanted && !frame.hasError && frame.afState && frame.aeStable == 1 &&
             frame.timestampNs >= capture["pressNs"].get<int64_t>() - offsetNs) {
             chosen.push_back(frameNo);
@@ -167,16 +169,16 @@ std::vector<uint32_t> defaultChoice(Recording const& recording, Json const& capt
 }
 
 TEST(Replay, JsonIsEnoughToDecideAgain) {
-    GeneratorOptions phone;
+    recording::GeneratorOptions phone;
     phone.frames = 600;
     phone.missingAfStateRate = 0.4;
     phone.errorRate = 0.1;
-    Recording const recording = generate(phone);
-    ReplayOptions options;
+    recording::Recording const recording = recording::generate(phone);
+    pipeline::ReplayOptions options;
     options.captures = 40;
     options.framesPerCapture = 3;
     options.offsetMs = 120;
-    Json const json = jsonOf(replay(recording, options));
+    Json const json = jsonOf(run::replay(recording, options));
     ASSERT_EQ(json["captures"].size(), 40U);
     std::set<std::string> kinds;
     for (Json const& capture : json["captures"]) {
@@ -194,18 +196,19 @@ TEST(Replay, JsonIsEnoughToDecideAgain) {
     }
     EXPECT_EQ(kinds, (std::set<std::string>{"at once", "waited"}));
     EXPECT_TRUE(json["ledger"]["balances"]);
-    EXPECT_EQ(json, jsonOf(replay(recording, options))) << "the same replay gives the same result";
+    EXPECT_EQ(json, jsonOf(run::replay(recording, options)))
+        << "the same replay gives the same result";
 }
 
 TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
     options.captures = 4;
-    ReplayResult const result = replay(steadyRecording(41), options);
+    run::ReplayResult const result = run::replay(steadyRecording(41), options);
     // Presses at 500, 1500, 2500 and 3500 ms, each the start of a frame.
     EXPECT_EQ(result.captures[0].pressNs, START + 500 * MS);
     EXPECT_EQ(result.captures[3].pressNs, START + 3500 * MS);
     EXPECT_EQ(result.summary.lag.max, 0);
-    Spread const spread = spreadOf({40, 10, -20, 30});
+    run::Spread const spread = run::spreadOf({40, 10, -20, 30});
     EXPECT_EQ(spread.min, -20);
     EXPECT_EQ(spread.median, 20);
     EXPECT_EQ(spread.p95, 40);

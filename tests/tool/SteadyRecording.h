@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "replay/Replay.h"
+#include "run/Replay.h"
 
 namespace zebcam::tool {
 
@@ -14,10 +14,10 @@ constexpr int64_t MS = 1'000'000;
 constexpr int64_t START = 5'000'000 * MS + 1;  ///< of the first frame
 
 /// Frames 1, 2, ... every 100 ms, which arrive 130 ms after their start.
-inline Recording steadyRecording(uint32_t frames = 60) {
-    Recording recording{"not UTF-8: \xff", {}, {}, 100 * MS};
+inline recording::Recording steadyRecording(uint32_t frames = 60) {
+    recording::Recording recording{"not UTF-8: \xff", {}, {}, 100 * MS};
     for (uint32_t i = 0; i < frames; ++i) {
-        SensorFrame frame;
+        recording::SensorFrame frame;
         frame.frameNo = i + 1;
         frame.timestampNs = START + i * 100 * MS;
         frame.exposureNs = 10 * MS;
@@ -31,8 +31,8 @@ inline Recording steadyRecording(uint32_t frames = 60) {
     return recording;
 }
 
-inline ReplayOptions pressing(std::vector<int64_t> const& timesMs, size_t frames = 1) {
-    ReplayOptions options;
+inline pipeline::ReplayOptions pressing(std::vector<int64_t> const& timesMs, size_t frames = 1) {
+    pipeline::ReplayOptions options;
     for (int64_t const ms : timesMs) {
         options.pressesNs.push_back(ms * MS);
     }
@@ -41,16 +41,16 @@ inline ReplayOptions pressing(std::vector<int64_t> const& timesMs, size_t frames
 }
 
 template <typename Change>
-ReplayOptions with(ReplayOptions options, Change change) {
+pipeline::ReplayOptions with(pipeline::ReplayOptions options, Change change) {
     change(options);
     return options;
 }
 
 /// `<frame>: F<history frame> <lag> <wait> <served>` in ms for each frame of each capture.
-inline std::string outcomesOf(ReplayResult const& result) {
+inline std::string outcomesOf(run::ReplayResult const& result) {
     std::ostringstream text;
-    for (CaptureRecord const& capture : result.captures) {
-        for (FrameOutcome const& frame : capture.frames) {
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        for (pipeline::FrameOutcome const& frame : capture.frames) {
             text << (text.tellp() > 0 ? ", " : "");
             if (frame.historyFrame) {
                 text << 'F' << *frame.historyFrame << ' ' << *capture.lagNs(frame) / MS << ' ';

@@ -16,12 +16,12 @@
 #include <thread>
 #include <vector>
 
-#include "explain/Explainer.h"
+#include "log/Explainer.h"
+#include "pipeline/Schedule.h"
 #include "recording/RecordingGenerator.h"
-#include "replay/Schedule.h"
+#include "report/TraceExport.h"
+#include "run/ProcessorSections.h"
 #include "tool/SteadyRecording.h"
-#include "trace/SectionRecorder.h"
-#include "trace/TraceExport.h"
 
 namespace zebcam::tool {
 namespace {
@@ -145,19 +145,21 @@ struct ReadTrace {
 
 /// A replay with everything that a trace shows of it.
 struct Traced {
-    Traced(Recording r, ReplayOptions options) : recording(std::move(r)) {
+    Traced(recording::Recording r, pipeline::ReplayOptions options) : recording(std::move(r)) {
         options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
-        OccupancyRecorder recorder;
-        Explainer explainer;
-        ReplayListener listener;
+        run::OccupancyRecorder recorder;
+        log::Explainer explainer;
+        run::ReplayListener listener;
         listener.log = [&](int64_t, host::LogLine const& line) {
             if (line.output == host::LogLine::Output::Camera) {
-                explainer.feed(fromLogLine(line));
+                explainer.feed(log::fromLogLine(line));
             }
         };
-        listener.occupancy = [&](int64_t ns, Occupancy const& now) { recorder.add(ns, now); };
-        SectionRecorder sectionRecorder;
-        result = replay(recording, options, listener);
+        listener.occupancy = [&](int64_t ns, pipeline::Occupancy const& now) {
+            recorder.add(ns, now);
+        };
+        run::SectionRecorder sectionRecorder;
+        result = run::replay(recording, options, listener);
         sections = sectionRecorder.finish();
         occupancy = recorder.samples();
         explanation = explainer.finish();
@@ -165,33 +167,33 @@ struct Traced {
 
     ReadTrace trace() const {
         std::ostringstream out;
-        writeTrace({recording, result, &explanation, occupancy, sections}, out);
+        report::writeTrace({recording, result, &explanation, occupancy, sections}, out);
         return ReadTrace(out.str());
     }
 
-    Recording recording;
-    ReplayResult result;
-    Explanation explanation;
-    std::vector<OccupancySample> occupancy;
-    std::vector<ProcessorSection> sections;
+    recording::Recording recording;
+    run::ReplayResult result;
+    log::Explanation explanation;
+    std::vector<run::OccupancySample> occupancy;
+    std::vector<run::ProcessorSection> sections;
 };
 
 struct Case {
     char const* name;
-    Recording recording;
-    ReplayOptions options;
+    recording::Recording recording;
+    pipeline::ReplayOptions options;
     std::vector<std::string> flows;  ///< not compared when empty
     bool locks = false;
 };
 
 std::vector<Case> cases() {
-    GeneratorOptions generator;
+    recording::GeneratorOptions generator;
     generator.frames = 400;
     generator.fps = 960;
     generator.startNs = START;
-    Recording const fast = generate(generator);
-    Recording instantly = steadyRecording(40);
-    for (SensorFrame& frame : instantly.frames) {
+    recording::Recording const fast = recording::generate(generator);
+    recording::Recording instantly = steadyRecording(40);
+    for (recording::SensorFrame& frame : instantly.frames) {
         frame.exposureNs = frame.readoutNs = 0;
     }
     return {
@@ -213,7 +215,7 @@ std::vector<Case> cases() {
          steadyRecording(40),
          with(pressing({500, 510, 3800}, 2),
               [](auto& o) {
-                  o.policy = {PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"};
+                  o.policy = {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"};
               }),
          {},
          true},
@@ -225,7 +227,7 @@ std::vector<Case> cases() {
 }
 
 void checkSensor(Traced const& run, ReadTrace const& trace) {
-    auto const times = frameTimes(run.recording, run.result.options);
+    auto const times = pipeline::frameTimes(run.recording, run.result.options);
     size_t tracks = 0;
     for (auto const& [track, name] : trace.names) {
         tracks += track.first == 1 ? 1 : 0;
@@ -240,7 +242,7 @@ void checkSensor(Traced const& run, ReadTrace const& trace) {
     for (Slice const& slice : slices) {
         auto const frameNo = slice.args.at("frame").get<uint32_t>();
         size_t const i = frameNo - run.recording.frames.front().frameNo;
-        SensorFrame const& frame = run.recording.frames.at(i);
+        recording::SensorFrame const& frame = run.recording.frames.at(i);
         EXPECT_TRUE(seen.insert(frameNo).second);
         EXPECT_EQ(slice.beginNs, frame.timestampNs);
         bool const isCut = slice.args.contains("isCutShort");
@@ -253,8 +255,8 @@ void checkSensor(Traced const& run, ReadTrace const& trace) {
 /// The flows go through all that the replay knows of.
 void checkFlows(Traced const& run, ReadTrace const& trace) {
     std::multiset<std::string> expected, found;
-    for (CaptureRecord const& capture : run.result.captures) {
-        for (FrameOutcome const& frame : capture.frames) {
+    for (pipeline::CaptureRecord const& capture : run.result.captures) {
+        for (pipeline::FrameOutcome const& frame : capture.frames) {
             ASSERT_TRUE(frame.resultNs);
             expected.insert("press");
             expected.insert(fmt::format("result of capture {}", capture.requestNo));
@@ -286,8 +288,8 @@ void checkCounters(Traced const& run, ReadTrace const& trace) {
         }
         return values;
     };
-    for (CaptureRecord const& capture : run.result.captures) {
-        for (TryRecord const& attempt : capture.tries) {
+    for (pipeline::CaptureRecord const& capture : run.result.captures) {
+        for (pipeline::TryRecord const& attempt : capture.tries) {
             EXPECT_THAT(shown("history", attempt.timeNs), Contains(attempt.historyFrames.size()));
             EXPECT_THAT(shown("locked", attempt.timeNs), Contains(attempt.lockedFrames.size()));
         }
@@ -317,7 +319,7 @@ TEST(TraceExport, KeepsTheRulesOfTheFormat) {
 }
 
 TEST(TraceExport, ShowsThePhasesOfACapture) {
-    ReplayOptions options = pressing({1000, 1040}, 2);
+    pipeline::ReplayOptions options = pressing({1000, 1040}, 2);
     options.flushesNs = {1150 * MS};
     ReadTrace const trace = Traced(steadyRecording(40), options).trace();
     std::vector<std::string> texts;
@@ -350,10 +352,10 @@ TEST(TraceExport, ShowsThePhasesOfACapture) {
 }
 
 TEST(TraceExport, TellsWhyFramesWereRefused) {
-    Recording recording = steadyRecording(40);
+    recording::Recording recording = steadyRecording(40);
     recording.frames[10].aeStable = 0;
     recording.frames[11].afState.reset();
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
     options.pressesNs = {1000 * MS - 400'000, 1040 * MS};  // ages are whole ms
     Traced const run(recording, options);
     std::set<std::string> found;
@@ -370,7 +372,7 @@ TEST(TraceExport, TellsWhyFramesWereRefused) {
 
 TEST(SectionRecorder, HearsTheSectionsOfEachThread) {
     platform::VirtualClock clock({.bootTimeNs = 7});
-    SectionRecorder recorder;
+    run::SectionRecorder recorder;
     ATRACE_END();  // opened before anybody listened
     ATRACE_BEGIN("outer");
     clock.advance(1);
@@ -385,7 +387,7 @@ TEST(SectionRecorder, HearsTheSectionsOfEachThread) {
     EXPECT_EQ(atrace_get_enabled_tags(), 0U);
 
     std::vector<std::string> texts;
-    for (ProcessorSection const& section : sections) {
+    for (run::ProcessorSection const& section : sections) {
         texts.push_back(fmt::format("{} thread {} depth {} at {}", section.name, section.thread,
                                     section.depth, section.bootTimeNs));
         EXPECT_LE(section.realDurationNs, sections.front().realDurationNs);

@@ -2,9 +2,9 @@
 
 #include <iostream>
 
-#include "cli/Cli.h"
+#include "commands/Cli.h"
 
 int main(int argc, char** argv) {
     bool const isTerminal = isatty(STDOUT_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
-    return zebcam::tool::runCli(argc, argv, {std::cout, std::cerr, isTerminal});
+    return zebcam::tool::commands::runCli(argc, argv, {std::cout, std::cerr, isTerminal});
 }

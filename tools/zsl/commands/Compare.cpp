@@ -1,8 +1,8 @@
-#include "commands/Compare.h"
+#include "commands/Commands.h"
 
 #include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -15,17 +15,18 @@
 #include <utility>
 #include <vector>
 
-#include "cli/OptionValues.h"
-#include "cli/ReplayArguments.h"
+#include "base/AtomicFile.h"
+#include "base/InputError.h"
+#include "base/Text.h"
+#include "commands/Commands.h"
+#include "commands/OptionValues.h"
 #include "compare/Comparison.h"
-#include "compare/ComparisonFiles.h"
-#include "compare/ComparisonTable.h"
-#include "html/HtmlReport.h"
-#include "output/AtomicFile.h"
-#include "recording/RecordingError.h"
-#include "sim/InputError.h"
+#include "report/ComparisonFiles.h"
+#include "report/ComparisonTable.h"
+#include "report/HtmlReport.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -35,8 +36,8 @@ constexpr int64_t kMaxJobs = 1'024;
 constexpr int kSignalStatus = 128;
 
 struct Arguments {
-    ComparisonPlan plan;
-    ChildPoolOptions pool;
+    compare::ComparisonPlan plan;
+    compare::ChildPoolOptions pool;
     std::optional<std::string> json;
     std::optional<std::string> csv;
     std::optional<std::string> report;
@@ -86,25 +87,27 @@ public:
     }
 
 private:
-    std::optional<AtomicFile> mFile;
+    std::optional<base::AtomicFile> mFile;
     bool mIsStandard = false;
 };
 
 /// Refuses before the first run what would make every run fail.
 void requireUsable(Arguments const& arguments) {
-    ComparisonPlan const& plan = arguments.plan;
+    compare::ComparisonPlan const& plan = arguments.plan;
     for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
         requireOneOffset(plan.common, offsetMs);
     }
     std::error_code ignored;
-    for (PolicyOption const& policy : plan.policies) {
-        if (policy.kind == PolicyKind::Plugin && !fs::exists(policy.pluginPath, ignored)) {
-            throw InputError(fmt::format("--policy {}: there is no such file", policy.pluginPath));
+    for (pipeline::PolicyOption const& policy : plan.policies) {
+        if (policy.kind == pipeline::PolicyKind::Plugin &&
+            !fs::exists(policy.pluginPath, ignored)) {
+            throw base::InputError(
+                fmt::format("--policy {}: there is no such file", policy.pluginPath));
         }
     }
     for (std::string const& recording : plan.recordings) {
         if (recording == kStandardStream || fs::is_fifo(recording, ignored)) {
-            throw InputError(
+            throw base::InputError(
                 fmt::format("{}: expected a file, because each run reads it anew, found {}",
                             recording, recording == kStandardStream ? "standard input" : "a pipe"));
         }
@@ -116,7 +119,7 @@ void requireUsable(Arguments const& arguments) {
 }
 
 /// What was not given has one value.
-void fillIn(ComparisonPlan& plan) {
+void fillIn(compare::ComparisonPlan& plan) {
     auto const orOne = [](auto& values, auto value) {
         if (values.empty()) {
             values.push_back(std::move(value));
@@ -129,8 +132,8 @@ void fillIn(ComparisonPlan& plan) {
 }
 
 /// A line for each complaint, headed by the command's name.
-void complain(std::vector<ComparisonRow> const& rows, std::ostream& err) {
-    std::string const complaints = comparisonComplaints(rows);
+void complain(std::vector<compare::ComparisonRow> const& rows, std::ostream& err) {
+    std::string const complaints = report::comparisonComplaints(rows);
     for (size_t begin = 0; begin < complaints.size();) {
         size_t const end = complaints.find('\n', begin) + 1;
         err << "zsl compare: " << complaints.substr(begin, end - begin);
@@ -141,33 +144,33 @@ void complain(std::vector<ComparisonRow> const& rows, std::ostream& err) {
 int run(Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(arguments);
-    SignalWatch const signals;
+    base::SignalWatch const signals;
     Output json(arguments.json);
     Output csv(arguments.csv);
     Output report(arguments.report);
-    std::vector<ComparisonRow> rows;
+    std::vector<compare::ComparisonRow> rows;
     try {
         Progress progress(streams.err, streams.showProgress);
-        rows = compare(arguments.plan, arguments.pool, signals,
-                       [&progress](size_t runs, size_t total) { progress(runs, total); });
-    } catch (Interrupted const& interrupted) {
+        rows = compare::compare(arguments.plan, arguments.pool, signals,
+                                [&progress](size_t runs, size_t total) { progress(runs, total); });
+    } catch (base::Interrupted const& interrupted) {
         streams.err << "zsl compare: " << interrupted.what() << '\n';
         return kSignalStatus + interrupted.signal();
     }
-    json.put([&](std::ostream& out) { writeJson(arguments.plan, rows, out); }, streams.out);
-    csv.put([&](std::ostream& out) { writeCsv(rows, out); }, streams.out);
-    report.put([&](std::ostream& out) { writeHtmlReport(rows, out); }, streams.out);
+    json.put([&](std::ostream& out) { report::writeJson(arguments.plan, rows, out); }, streams.out);
+    csv.put([&](std::ostream& out) { report::writeCsv(rows, out); }, streams.out);
+    report.put([&](std::ostream& out) { report::writeHtmlReport(rows, out); }, streams.out);
     if (arguments.json != kStandardStream && arguments.csv != kStandardStream) {
-        streams.out << comparisonTable(rows);
+        streams.out << report::comparisonTable(rows);
     }
     streams.out.flush();
     complain(rows, streams.err);
     bool const isGood = std::all_of(rows.begin(), rows.end(),
-                                    [](ComparisonRow const& row) { return row.isGood(); });
+                                    [](compare::ComparisonRow const& row) { return row.isGood(); });
     return isGood ? 0 : 1;
 }
 
-void addSettings(CLI::App& command, ComparisonPlan& plan) {
+void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     addValue(
         command, "--policy",
         [&plan](std::string const& text) { plan.policies.push_back(parsePolicy(text)); },
@@ -196,7 +199,7 @@ void addSettings(CLI::App& command, ComparisonPlan& plan) {
               "Frames that the history keeps");
 }
 
-void addRunOptions(CLI::App& command, ChildPoolOptions& pool) {
+void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
     pool.jobs = std::max(1U, std::thread::hardware_concurrency());
     addValue(
         command, "--jobs",
@@ -210,7 +213,7 @@ void addRunOptions(CLI::App& command, ChildPoolOptions& pool) {
             pool.timeLimit = std::chrono::nanoseconds(parseDelay(text));
             if (pool.timeLimit.count() == 0) {
                 throw std::invalid_argument("expected a time longer than 0s, found " +
-                                            quoteContent(text));
+                                            base::quoteContent(text));
             }
         },
         "Give a run up after this long [default: 600s]", "T");
@@ -237,7 +240,7 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
 
 std::string footer() {
     std::string text = "Fields for --fail-if, which are columns of --csv and keys of --json:\n";
-    for (ComparisonField const& field : comparisonFields()) {
+    for (compare::ComparisonField const& field : compare::comparisonFields()) {
         text += fmt::format("  {:<22}{}\n", field.name, field.help);
     }
     return text;
@@ -263,4 +266,4 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

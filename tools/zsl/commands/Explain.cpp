@@ -1,8 +1,9 @@
-#include "commands/Explain.h"
+#include "commands/Commands.h"
 
 #include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -10,22 +11,24 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "cli/Cli.h"
-#include "cli/OptionValues.h"
-#include "explain/Explainer.h"
-#include "explain/ExplanationJson.h"
-#include "explain/ExplanationText.h"
-#include "explain/LogcatReader.h"
-#include "output/AtomicFile.h"
-#include "sim/InputError.h"
+#include "base/AtomicFile.h"
+#include "base/InputError.h"
+#include "base/Text.h"
+#include "commands/Cli.h"
+#include "commands/Commands.h"
+#include "commands/OptionValues.h"
+#include "log/Explainer.h"
+#include "log/Logcat.h"
+#include "report/ExplanationText.h"
+#include "report/JsonReport.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
+
 namespace {
 
 constexpr char kStandardStream[] = "-";
@@ -38,18 +41,18 @@ struct Arguments {
 };
 
 std::string nameOf(std::string const& path) {
-    return path == kStandardStream ? "standard input" : printable(path);
+    return path == kStandardStream ? "standard input" : base::printable(path);
 }
 
 [[noreturn]] void failToRead(std::string const& path, std::string const& reason) {
-    throw InputError(fmt::format("{}: cannot be read: {}", nameOf(path), reason));
+    throw base::InputError(fmt::format("{}: cannot be read: {}", nameOf(path), reason));
 }
 
-Explanation explain(std::istream& in, std::string const& path) {
-    LogcatReader reader(in);
-    Explainer explainer;
+log::Explanation explain(std::istream& in, std::string const& path) {
+    log::LogcatReader reader(in);
+    log::Explainer explainer;
     errno = 0;
-    for (LogRecord record; reader.next(record);) {
+    for (log::LogRecord record; reader.next(record);) {
         explainer.feed(record);
     }
     if (in.bad()) {
@@ -58,7 +61,7 @@ Explanation explain(std::istream& in, std::string const& path) {
     return explainer.finish();
 }
 
-Explanation explainFile(std::string const& path) {
+log::Explanation explainFile(std::string const& path) {
     if (path == kStandardStream) {
         return explain(std::cin, path);
     }
@@ -75,7 +78,7 @@ Explanation explainFile(std::string const& path) {
 
 /// Leaves the wanted captures only; a text says which one is not there.
 std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
-                                    std::vector<CaptureExplanation>& captures) {
+                                    std::vector<log::CaptureExplanation>& captures) {
     for (uint32_t const requestNo : requests) {
         bool const isThere =
             std::any_of(captures.begin(), captures.end(),
@@ -93,11 +96,11 @@ std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
 
 int run(Arguments const& arguments, CliStreams const& streams) {
     // An output that cannot be written is told before a long log is read.
-    std::optional<AtomicFile> json;
+    std::optional<base::AtomicFile> json;
     if (arguments.json) {
         json.emplace(*arguments.json);
     }
-    Explanation explanation = explainFile(arguments.log);
+    log::Explanation explanation = explainFile(arguments.log);
     if (explanation.counts.processor == 0) {
         streams.err << fmt::format("zsl explain: {}: no line of ZebCam/ZslProc among {} lines\n",
                                    nameOf(arguments.log), explanation.counts.lines);
@@ -108,11 +111,11 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         return kNothingFound;
     }
     if (json) {
-        json->stream() << toJson(explanation).dump(2) << '\n';
+        json->stream() << report::toJson(explanation).dump(2) << '\n';
         json->commit();
     }
     if (arguments.json != kStandardStream) {
-        streams.out << explanationText(explanation);
+        streams.out << report::explanationText(explanation);
     }
     return 0;
 }
@@ -153,4 +156,4 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

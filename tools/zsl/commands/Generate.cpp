@@ -1,6 +1,7 @@
-#include "commands/Generate.h"
+#include "commands/Commands.h"
 
 #include <CLI/CLI.hpp>
+
 #include <charconv>
 #include <cmath>
 #include <exception>
@@ -10,11 +11,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "recording/RecordingError.h"
+#include "base/Text.h"
+#include "commands/Commands.h"
 #include "recording/RecordingGenerator.h"
 #include "recording/RecordingWriter.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
+
 namespace {
 
 constexpr double kNsPerMs = 1e6;
@@ -22,7 +25,7 @@ constexpr double kNsPerMs = 1e6;
 /// The command line in the user's units.
 struct Arguments {
     std::string output;
-    GeneratorOptions options;
+    recording::GeneratorOptions options;
     double jitterUs = static_cast<double>(options.jitterNs) / 1e3;
     std::optional<double> exposureMs;
 };
@@ -41,17 +44,17 @@ std::string refuseNoNumber(std::string const& text) {
     uint64_t value = 0;
     auto const [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     bool const good = error == std::errc() && rest == text.data() + text.size();
-    return good ? "" : "expected a whole number below 2^64, found " + quoteContent(text);
+    return good ? "" : "expected a whole number below 2^64, found " + base::quoteContent(text);
 }
 
 int run(Arguments& arguments) {
     try {
-        GeneratorOptions& options = arguments.options;
+        recording::GeneratorOptions& options = arguments.options;
         options.jitterNs = toNs("jitter", arguments.jitterUs, 1e3);
         if (arguments.exposureMs) {
             options.exposureNs = toNs("exposure", *arguments.exposureMs, kNsPerMs);
         }
-        writeRecording(generate(options), arguments.output);
+        recording::writeRecording(recording::generate(options), arguments.output);
         return 0;
     } catch (std::exception const& error) {
         std::cerr << "zsl generate: " << error.what() << '\n';
@@ -60,7 +63,7 @@ int run(Arguments& arguments) {
 }
 
 void addTimeOptions(CLI::App& command, Arguments& arguments) {
-    GeneratorOptions& options = arguments.options;
+    recording::GeneratorOptions& options = arguments.options;
     command.add_option("--frames", options.frames, "Number of frames (2 to 1000000)");
     command.add_option("--fps", options.fps, "Rate that the sensor reports (1 to 960)");
     command.add_option("--seed", options.seedValue, "Another value makes another recording")
@@ -78,7 +81,7 @@ void addTimeOptions(CLI::App& command, Arguments& arguments) {
 }
 
 void addStateOptions(CLI::App& command, Arguments& arguments) {
-    GeneratorOptions& options = arguments.options;
+    recording::GeneratorOptions& options = arguments.options;
     command.add_option("--exposure-ms", arguments.exposureMs,
                        "Exposure at the start, up to the frame duration "
                        "[default: 10, or a third of a shorter frame]");
@@ -111,4 +114,4 @@ void addGenerateCommand(CLI::App& app, int& exitStatus) {
     command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

@@ -1,9 +1,9 @@
-#include "commands/Live.h"
+#include "commands/Commands.h"
 
 #include <fmt/format.h>
 #include <poll.h>
-
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <memory>
@@ -12,18 +12,19 @@
 #include <stdexcept>
 #include <string>
 
-#include "cli/OptionValues.h"
-#include "cli/ReplayArguments.h"
-#include "live/LiveJson.h"
-#include "live/LiveRun.h"
-#include "live/LiveText.h"
-#include "output/AtomicFile.h"
-#include "process/SignalWatch.h"
+#include "base/AtomicFile.h"
+#include "base/Duration.h"
+#include "base/SignalWatch.h"
+#include "commands/Commands.h"
+#include "commands/OptionValues.h"
 #include "recording/RecordingGenerator.h"
 #include "recording/RecordingReader.h"
-#include "text/Duration.h"
+#include "report/LiveJson.h"
+#include "report/LiveText.h"
+#include "run/LiveRun.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
+
 namespace {
 
 constexpr int64_t kNsPerMs = 1'000'000;
@@ -38,28 +39,28 @@ struct Arguments {
     std::optional<std::string> recording;
     int64_t fps = kMinFps;
     std::optional<std::string> json;
-    LiveOptions options;
+    run::LiveOptions options;
 };
 
 int64_t parseTime(std::string const& text, int64_t minNs, int64_t maxNs) {
-    int64_t const ns = parseDuration(text);
+    int64_t const ns = base::parseDuration(text);
     if (ns < minNs || ns > maxNs) {
-        throw std::invalid_argument(fmt::format("expected a time from {} to {}, found {}",
-                                                formatDuration(minNs), formatDuration(maxNs),
-                                                formatDuration(ns)));
+        throw std::invalid_argument(
+            fmt::format("expected a time from {} to {}, found {}", base::formatDuration(minNs),
+                        base::formatDuration(maxNs), base::formatDuration(ns)));
     }
     return ns;
 }
 
 /// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
-Recording sourceOf(Arguments& arguments) {
+recording::Recording sourceOf(Arguments& arguments) {
     if (arguments.recording) {
-        return readRecording(*arguments.recording);
+        return recording::readRecording(*arguments.recording);
     }
-    GeneratorOptions generator;
+    recording::GeneratorOptions generator;
     generator.fps = static_cast<double>(arguments.fps);
     generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
-    Recording recording = generate(generator);
+    recording::Recording recording = recording::generate(generator);
     recording.path = fmt::format("generated at {} frames/s", arguments.fps);
     if (!arguments.options.durationNs) {
         arguments.options.durationNs = kGeneratedNs;
@@ -68,20 +69,21 @@ Recording sourceOf(Arguments& arguments) {
 }
 
 /// Tells once a second how the run stands, until it is over or a signal comes, which it gives.
-std::optional<int> watch(LiveRun const& run, SignalWatch const& signals, std::ostream& out) {
+std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signals,
+                         std::ostream& out) {
     pollfd signalled{signals.fd(), POLLIN, 0};
     int64_t nextNs = kNsPerSecond;
     while (!run.isOver()) {
         if (poll(&signalled, 1, kPollMs) > 0) {
             try {
                 signals.throwIfAny();
-            } catch (Interrupted const& interrupted) {
+            } catch (base::Interrupted const& interrupted) {
                 return interrupted.signal();
             }
         }
-        LiveStatus const status = run.status();
+        run::LiveStatus const status = run.status();
         if (status.elapsedNs >= nextNs) {
-            out << statusLine(status) << std::flush;
+            out << report::statusLine(status) << std::flush;
             nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
         }
     }
@@ -90,28 +92,28 @@ std::optional<int> watch(LiveRun const& run, SignalWatch const& signals, std::os
 
 int run(Arguments& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options.replay, arguments.options.replay.offsetMs);
-    Recording const recording = sourceOf(arguments);
+    recording::Recording const recording = sourceOf(arguments);
     bool const isTextShown = arguments.json != "-";
-    std::optional<AtomicFile> json;
+    std::optional<base::AtomicFile> json;
     if (arguments.json && isTextShown) {
         json.emplace(*arguments.json);
     }
     // First of all, so that every thread leaves the signals to this one.
-    SignalWatch const signals;
-    LiveRun live(recording, arguments.options,
-                 [&streams](std::string const& lines) { streams.err << lines; });
+    base::SignalWatch const signals;
+    run::LiveRun live(recording, arguments.options,
+                      [&streams](std::string const& lines) { streams.err << lines; });
     live.start();
     std::optional<int> const signal = watch(live, signals, isTextShown ? streams.out : streams.err);
-    LiveResult result = live.finish();
+    run::LiveResult result = live.finish();
     result.signal = signal;
     if (json) {
-        writeJson(result, json->stream());
+        report::writeJson(result, json->stream());
         json->commit();
     }
     if (isTextShown) {
-        streams.out << '\n' << liveReport(result);
+        streams.out << '\n' << report::liveReport(result);
     } else {
-        writeJson(result, streams.out);
+        report::writeJson(result, streams.out);
     }
     return result.isClean() ? 0 : 1;
 }
@@ -183,4 +185,4 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

@@ -1,8 +1,8 @@
-#include "commands/Replay.h"
+#include "commands/Commands.h"
 
 #include <fmt/format.h>
-
 #include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <array>
 #include <functional>
@@ -13,21 +13,22 @@
 #include <string>
 #include <utility>
 
-#include "cli/OptionValues.h"
-#include "cli/ReplayArguments.h"
+#include "base/AtomicFile.h"
+#include "base/Duration.h"
+#include "commands/Commands.h"
+#include "commands/OptionValues.h"
 #include "commands/ReplayObserver.h"
 #include "device/DeviceRecordingReader.h"
-#include "device/DeviceReplay.h"
-#include "html/HtmlReport.h"
-#include "output/AtomicFile.h"
 #include "recording/RecordingReader.h"
-#include "replay/Replay.h"
+#include "report/HtmlReport.h"
 #include "report/JsonReport.h"
 #include "report/TextReport.h"
-#include "text/Duration.h"
-#include "trace/TraceExport.h"
+#include "report/TraceExport.h"
+#include "run/DeviceReplay.h"
+#include "run/Replay.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
+
 namespace {
 
 constexpr size_t kLongRecording = 2'000;
@@ -38,7 +39,7 @@ struct Arguments {
     std::optional<std::string> trace;
     std::optional<std::string> report;
     bool explain = false;
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
 };
 
 /// Progress in percent on one line of a terminal, wiped at the end.
@@ -67,9 +68,9 @@ private:
     int mShown = -1;
 };
 
-void addTimedOptions(CLI::App& command, ReplayOptions& options) {
+void addTimedOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     auto const addTo = [](std::vector<int64_t>& times) {
-        return [&times](std::string const& text) { times.push_back(parseDuration(text)); };
+        return [&times](std::string const& text) { times.push_back(base::parseDuration(text)); };
     };
     addValue(command, "--flush-at", addTo(options.flushesNs),
              "Flush this long after the first frame; may be repeated", "T")
@@ -80,8 +81,9 @@ void addTimedOptions(CLI::App& command, ReplayOptions& options) {
 }
 
 /// A file for results, opened before the work begins so that a bad path is told at once.
-std::optional<AtomicFile> openResult(std::optional<std::string> const& path) {
-    return path && path != "-" ? std::optional<AtomicFile>(std::in_place, *path) : std::nullopt;
+std::optional<base::AtomicFile> openResult(std::optional<std::string> const& path) {
+    return path && path != "-" ? std::optional<base::AtomicFile>(std::in_place, *path)
+                               : std::nullopt;
 }
 
 ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& streams) {
@@ -95,35 +97,36 @@ ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& st
 
 /// What is to be replayed: a recording of a device, or else one of a sensor.
 struct Source {
-    std::optional<DeviceRecording> device;
-    Recording sensor;
+    std::optional<device::DeviceRecording> device;
+    recording::Recording sensor;
 };
 
 Source readSource(std::string const& path) {
     Source source;
-    if (isDeviceRecording(path)) {
-        source.device = readDeviceRecording(path);
+    if (device::isDeviceRecording(path)) {
+        source.device = device::readDeviceRecording(path);
     } else {
-        source.sensor = readRecording(path);
+        source.sensor = recording::readRecording(path);
     }
     return source;
 }
 
 /// What came of a replay, and the frames that were in it.
 struct Replayed {
-    Recording recording;
-    ReplayResult result;
+    recording::Recording recording;
+    run::ReplayResult result;
 };
 
-Replayed replaySource(Source source, ReplayOptions const& options, ReplayObserver& observer) {
+Replayed replaySource(Source source, pipeline::ReplayOptions const& options,
+                      ReplayObserver& observer) {
     Replayed replayed;
     if (source.device) {
-        DeviceReplayResult device =
-            replayDevice(*source.device, options.logLevel, observer.listener());
+        run::DeviceReplayResult device =
+            run::replayDevice(*source.device, options.logLevel, observer.listener());
         replayed = {std::move(device.frames), std::move(device.replay)};
     } else {
         replayed.recording = std::move(source.sensor);
-        replayed.result = replay(replayed.recording, options, observer.listener());
+        replayed.result = run::replay(replayed.recording, options, observer.listener());
     }
     observer.finish();
     return replayed;
@@ -148,9 +151,9 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     if (source.device) {
         requireNoFixedOption(command, arguments.recording);
     }
-    std::optional<AtomicFile> json = openResult(arguments.json);
-    std::optional<AtomicFile> trace = openResult(arguments.trace);
-    std::optional<AtomicFile> report = openResult(arguments.report);
+    std::optional<base::AtomicFile> json = openResult(arguments.json);
+    std::optional<base::AtomicFile> trace = openResult(arguments.trace);
+    std::optional<base::AtomicFile> report = openResult(arguments.report);
 
     auto wishes = wishesOf(arguments, streams);
     std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
@@ -158,28 +161,29 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     ReplayObserver observer(std::move(wishes));
     Replayed const replayed =
         replaySource(std::move(source), observer.listeningOptions(arguments.options), observer);
-    ReplayResult const& result = replayed.result;
-    Recording const& recording = replayed.recording;
+    run::ReplayResult const& result = replayed.result;
+    recording::Recording const& recording = replayed.recording;
     progress.reset();
 
     if (json) {
-        writeJson(result, observer.explanation(), json->stream());
+        report::writeJson(result, observer.explanation(), json->stream());
         json->commit();
     }
     if (trace) {
-        writeTrace(
+        report::writeTrace(
             {recording, result, observer.explanation(), observer.occupancy(), observer.sections()},
             trace->stream());
         trace->commit();
     }
     if (report) {
-        writeHtmlReport(recording, result, observer.explanation(), report->stream());
+        report::writeHtmlReport(recording, result, observer.explanation(), report->stream());
         report->commit();
     }
     if (arguments.json == "-") {
-        writeJson(result, observer.explanation(), streams.out);
+        report::writeJson(result, observer.explanation(), streams.out);
     } else {
-        streams.out << textReport(result, arguments.explain ? observer.explanation() : nullptr);
+        streams.out << report::textReport(result,
+                                          arguments.explain ? observer.explanation() : nullptr);
     }
     return result.isClean() ? 0 : 1;
 }
@@ -223,4 +227,4 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     });
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

@@ -4,31 +4,30 @@
 
 #include <utility>
 
-#include "explain/LogRecord.h"
-#include "explain/LogcatWriter.h"
-#include "sim/ProcessorLog.h"
+#include "log/Logcat.h"
+#include "pipeline/ProcessorLog.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
 
 ReplayObserver::ReplayObserver(Wishes wishes)
     : mWishes(std::move(wishes)),
-      mRecorder(mWishes.sections ? std::make_unique<SectionRecorder>() : nullptr) {
+      mRecorder(mWishes.sections ? std::make_unique<run::SectionRecorder>() : nullptr) {
 }
 
-ReplayOptions ReplayObserver::listeningOptions(ReplayOptions options) const {
+pipeline::ReplayOptions ReplayObserver::listeningOptions(pipeline::ReplayOptions options) const {
     options.logLevel = mWishes.reasons ? static_cast<uint32_t>(NSCam::Utils::ULog::LOG_LEVEL_DEBUG)
                                        : mWishes.shownLevel;
     return options;
 }
 
-ReplayListener ReplayObserver::listener() {
-    ReplayListener listener;
+run::ReplayListener ReplayObserver::listener() {
+    run::ReplayListener listener;
     listener.progress = mWishes.progress;
     if (mWishes.reasons || mWishes.shownLevel > 0) {
         listener.log = [this](int64_t timeNs, host::LogLine const& line) { onLog(timeNs, line); };
     }
     if (mWishes.sections) {
-        listener.occupancy = [this](int64_t bootTimeNs, Occupancy const& occupancy) {
+        listener.occupancy = [this](int64_t bootTimeNs, pipeline::Occupancy const& occupancy) {
             mOccupancy.add(bootTimeNs, occupancy);
         };
     }
@@ -36,9 +35,9 @@ ReplayListener ReplayObserver::listener() {
 }
 
 void ReplayObserver::onLog(int64_t timeNs, host::LogLine const& line) {
-    LogRecord const record = fromLogLine(line);
-    if (logLevelOf(line) <= mWishes.shownLevel && mWishes.show) {
-        mWishes.show(toThreadtime(record, timeNs));
+    log::LogRecord const record = log::fromLogLine(line);
+    if (pipeline::logLevelOf(line) <= mWishes.shownLevel && mWishes.show) {
+        mWishes.show(log::toThreadtime(record, timeNs));
     }
     // A line that goes to the Android log only is a dump and tells of no decision.
     if (mWishes.reasons && line.output == host::LogLine::Output::Camera) {
@@ -56,8 +55,8 @@ void ReplayObserver::finish() {
     }
 }
 
-Explanation const* ReplayObserver::explanation() const {
+log::Explanation const* ReplayObserver::explanation() const {
     return mExplanation ? &*mExplanation : nullptr;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

@@ -7,15 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "explain/Explainer.h"
-#include "explain/Explanation.h"
+#include "log/Explainer.h"
+#include "log/Explanation.h"
 #include "recording/Recording.h"
-#include "replay/Replay.h"
-#include "replay/ReplayResult.h"
-#include "trace/OccupancyRecorder.h"
-#include "trace/SectionRecorder.h"
+#include "run/OccupancyRecorder.h"
+#include "run/ProcessorSections.h"
+#include "run/Replay.h"
+#include "run/ReplayResult.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::commands {
 
 /// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
 /// decision, and what a trace shows. Lives around one call of `replay`.
@@ -32,24 +32,24 @@ public:
     explicit ReplayObserver(Wishes wishes);
 
     /// `options` with the log level that the wishes need.
-    ReplayOptions listeningOptions(ReplayOptions options) const;
-    ReplayListener listener();
+    pipeline::ReplayOptions listeningOptions(pipeline::ReplayOptions options) const;
+    run::ReplayListener listener();
 
     /// Ends the observation. What was not wished for is empty.
     void finish();
-    Explanation const* explanation() const;
-    std::vector<OccupancySample> const& occupancy() const { return mOccupancy.samples(); }
-    std::vector<ProcessorSection> const& sections() const { return mSections; }
+    log::Explanation const* explanation() const;
+    std::vector<run::OccupancySample> const& occupancy() const { return mOccupancy.samples(); }
+    std::vector<run::ProcessorSection> const& sections() const { return mSections; }
 
 private:
     void onLog(int64_t timeNs, host::LogLine const& line);
 
     Wishes const mWishes;
-    Explainer mExplainer;
-    std::optional<Explanation> mExplanation;
-    OccupancyRecorder mOccupancy;
-    std::unique_ptr<SectionRecorder> mRecorder;
-    std::vector<ProcessorSection> mSections;
+    log::Explainer mExplainer;
+    std::optional<log::Explanation> mExplanation;
+    run::OccupancyRecorder mOccupancy;
+    std::unique_ptr<run::SectionRecorder> mRecorder;
+    std::vector<run::ProcessorSection> mSections;
 };
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::commands

@@ -6,9 +6,10 @@
 #include <utility>
 
 #include "recording/RecordingReader.h"
-#include "replay/Replay.h"
+#include "run/Replay.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::compare {
+
 namespace {
 
 constexpr char kEndOfProblem = '\0';
@@ -17,7 +18,7 @@ std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
     std::vector<ComparisonRow> rows;
     rows.reserve(plan.recordings.size() * plan.settings());
     for (std::string const& recording : plan.recordings) {
-        for (PolicyOption const& policy : plan.policies) {
+        for (pipeline::PolicyOption const& policy : plan.policies) {
             for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
                 for (size_t const frames : plan.framesPerCapture) {
                     for (size_t const history : plan.history) {
@@ -57,13 +58,13 @@ void unpack(std::string_view data, ComparisonRow& row) {
 }
 
 std::string runOne(ComparisonRow const& row) {
-    Recording const recording = readRecording(row.recording);
+    recording::Recording const recording = recording::readRecording(row.recording);
     RefusalCounter refusals;
-    ReplayOptions options = row.options;
+    pipeline::ReplayOptions options = row.options;
     options.logLevel = RefusalCounter::logLevel();
-    ReplayListener listener;
+    run::ReplayListener listener;
     listener.log = [&refusals](int64_t, host::LogLine const& line) { refusals.feed(line); };
-    ReplayResult const result = replay(recording, options, listener);
+    run::ReplayResult const result = run::replay(recording, options, listener);
     return pack(numbersOf(result, refusals.finish()), problemsOf(result));
 }
 
@@ -78,7 +79,7 @@ void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
 }  // namespace
 
 std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
-                                   SignalWatch const& signals,
+                                   base::SignalWatch const& signals,
                                    std::function<void(size_t, size_t)> const& progress) {
     std::vector<ComparisonRow> rows = rowsOf(plan);
     size_t ended = 0;
@@ -102,4 +103,4 @@ std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions 
     return rows;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::compare

@@ -7,20 +7,20 @@
 #include <vector>
 
 #include "compare/ChildPool.h"
+#include "compare/ComparisonFields.h"
 #include "compare/ComparisonRow.h"
-#include "compare/Limit.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::compare {
 
 /// What to compare: each recording under each combination of the settings. None of the lists may be
 /// empty.
 struct ComparisonPlan {
     std::vector<std::string> recordings;  ///< paths
-    std::vector<PolicyOption> policies;
+    std::vector<pipeline::PolicyOption> policies;
     std::vector<std::optional<int64_t>> offsetsMs;  ///< none: see ReplayOptions
     std::vector<size_t> framesPerCapture;
     std::vector<size_t> history;
-    ReplayOptions common;  ///< everything else
+    pipeline::ReplayOptions common;  ///< everything else
     std::vector<Limit> limits;
 
     size_t settings() const {
@@ -37,7 +37,7 @@ struct ComparisonPlan {
  * holds for threads.
  */
 std::vector<ComparisonRow> compare(
-    ComparisonPlan const& plan, ChildPoolOptions const& pool, SignalWatch const& signals,
+    ComparisonPlan const& plan, ChildPoolOptions const& pool, base::SignalWatch const& signals,
     std::function<void(size_t runs, size_t total)> const& progress = {});
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::compare

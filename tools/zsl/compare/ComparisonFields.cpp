@@ -4,13 +4,20 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cmath>
+#include <stdexcept>
+#include <utility>
 
-namespace zebcam::tool {
+#include "base/Text.h"
+
+namespace zebcam::tool::compare {
+
 namespace {
 
 constexpr double kNsPerMs = 1e6;
 
-FieldValue timeOf(Spread const& spread, int64_t ns) {
+FieldValue timeOf(run::Spread const& spread, int64_t ns) {
     return spread.count > 0 ? FieldValue(Nanoseconds{ns}) : FieldValue();
 }
 
@@ -29,13 +36,13 @@ FieldValue wait(RunNumbers const& numbers) {
     return timeOf(numbers.wait, numbers.wait.*Member);
 }
 
-template <Criterion Which>
+template <log::Criterion Which>
 FieldValue refused(RunNumbers const& numbers) {
     return numbers.refusals[Which];
 }
 
 FieldValue atOncePercent(RunNumbers const& numbers) {
-    ReplaySummary const& summary = numbers.summary;
+    run::ReplaySummary const& summary = numbers.summary;
     if (summary.frames == 0) {
         return {};
     }
@@ -47,8 +54,8 @@ FieldValue heldNs(RunNumbers const& numbers) {
                                         : FieldValue();
 }
 
-using C = Criterion;
-using S = ReplaySummary;
+using C = log::Criterion;
+using S = run::ReplaySummary;
 using N = RunNumbers const&;
 
 constexpr std::array kFields = std::to_array<ComparisonField>({
@@ -64,15 +71,15 @@ constexpr std::array kFields = std::to_array<ComparisonField>({
     {"unanswered", "frames that never came back", count<&S::unanswered>},
     {"without_history", "frames that were answered without a history frame",
      count<&S::withoutHistory>},
-    {"min_lag_ms", "from the press to the start of exposure: the least", lag<&Spread::min>},
-    {"median_lag_ms", "the median", lag<&Spread::median>},
-    {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&Spread::p95>},
-    {"max_lag_ms", "the most", lag<&Spread::max>},
+    {"min_lag_ms", "from the press to the start of exposure: the least", lag<&run::Spread::min>},
+    {"median_lag_ms", "the median", lag<&run::Spread::median>},
+    {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&run::Spread::p95>},
+    {"max_lag_ms", "the most", lag<&run::Spread::max>},
     {"min_wait_ms", "from the press to the answer, of the answered frames: the least",
-     wait<&Spread::min>},
-    {"median_wait_ms", "the median", wait<&Spread::median>},
-    {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&Spread::p95>},
-    {"max_wait_ms", "the most", wait<&Spread::max>},
+     wait<&run::Spread::min>},
+    {"median_wait_ms", "the median", wait<&run::Spread::median>},
+    {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&run::Spread::p95>},
+    {"max_wait_ms", "the most", wait<&run::Spread::max>},
     {"refused", "refusals of history frames, for each frame, try and capture anew",
      [](N numbers) -> FieldValue { return numbers.refusals.total(); }},
     {"refused_time", "of them: exposed before the instant that the capture stands for",
@@ -142,4 +149,84 @@ std::string asText(FieldValue const& value) {
     return number ? fmt::format("{}", *number) : "";
 }
 
-}  // namespace zebcam::tool
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+std::string_view trimmed(std::string_view text) {
+    size_t const begin = text.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+double parseNumber(std::string_view text) {
+    double value = 0;
+    auto const [end, error] =
+        std::from_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
+        throw std::invalid_argument("expected a decimal number after the comparison, found " +
+                                    base::quoteContent(text));
+    }
+    return value;
+}
+
+}  // namespace
+
+Limit::Limit(std::string_view text) : mText(trimmed(text)) {
+    std::string_view const whole = mText;
+    size_t const at = whole.find_first_of("<>=!");
+    std::string_view rest = at == std::string_view::npos ? "" : whole.substr(at);
+    std::string_view const name = trimmed(whole.substr(0, at));
+    // The longer ones first: each begins like a shorter one.
+    for (auto const& [sign, comparison] :
+         {std::pair{"<=", Comparison::LessEqual}, std::pair{">=", Comparison::GreaterEqual},
+          std::pair{"==", Comparison::Equal}, std::pair{"!=", Comparison::Unequal},
+          std::pair{"<", Comparison::Less}, std::pair{">", Comparison::Greater}}) {
+        if (rest.starts_with(sign)) {
+            mField = findField(name);
+            if (mField == nullptr) {
+                throw std::invalid_argument(fmt::format("expected one of the fields {}, found {}",
+                                                        fieldNames(), base::quoteContent(name)));
+            }
+            mComparison = comparison;
+            rest.remove_prefix(std::string_view(sign).size());
+            mNumber = parseNumber(trimmed(rest));
+            return;
+        }
+    }
+    throw std::invalid_argument(
+        "expected a field, one of < <= > >= == != and a number, as p95_lag_ms>50, found " +
+        base::quoteContent(text));
+}
+
+bool Limit::holds(double value) const {
+    switch (mComparison) {
+        case Comparison::Less:
+            return value < mNumber;
+        case Comparison::LessEqual:
+            return value <= mNumber;
+        case Comparison::Greater:
+            return value > mNumber;
+        case Comparison::GreaterEqual:
+            return value >= mNumber;
+        case Comparison::Equal:
+            return value == mNumber;
+        case Comparison::Unequal:
+            break;
+    }
+    return value != mNumber;
+}
+
+std::optional<std::string> Limit::brokenBy(RunNumbers const& numbers) const {
+    FieldValue const value = mField->value(numbers);
+    std::optional<double> const number = asNumber(value);
+    if (number && !holds(*number)) {
+        return std::nullopt;
+    }
+    return fmt::format("{} {} (--fail-if {})", mField->name,
+                       number ? "is " + asText(value) : "has no value", mText);
+}
+
+}  // namespace zebcam::tool::compare

@@ -2,22 +2,55 @@
 
 #include <host/BufferLedger.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "compare/RefusalCounts.h"
-#include "replay/ReplayOptions.h"
-#include "replay/ReplayResult.h"
+#include "log/Explainer.h"
+#include "pipeline/ReplayOptions.h"
+#include "run/ReplayResult.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::compare {
+
+/// How often history frames were refused, by criterion. A frame counts each time that it is looked
+/// at: once for each try of each capture.
+struct RefusalCounts {
+    std::array<uint64_t, static_cast<size_t>(log::Criterion::Unknown) + 1> byCriterion{};
+
+    uint64_t& operator[](log::Criterion criterion) {
+        return byCriterion[static_cast<size_t>(criterion)];
+    }
+    uint64_t operator[](log::Criterion criterion) const {
+        return byCriterion[static_cast<size_t>(criterion)];
+    }
+    uint64_t total() const;
+    /// `time 12, focus 3`: what is not 0, the most frequent first; empty for none.
+    std::string text() const;
+
+    bool operator==(RefusalCounts const&) const = default;
+};
+
+/// Counts the refusals that the processor's log tells of.
+class RefusalCounter {
+public:
+    /// Log level (ULog::LogLevel) up to which the lines are needed.
+    static uint32_t logLevel();
+
+    void feed(host::LogLine const& line);
+    /// Ends the count, once.
+    RefusalCounts finish();
+
+private:
+    log::Explainer mExplainer;
+};
 
 /// What is counted and measured in one run. Plain data, so that it can go from process to process.
 struct RunNumbers {
-    ReplaySummary summary;
-    Spread wait;  ///< from the press to the answer, of the frames that were answered
+    run::ReplaySummary summary;
+    run::Spread wait;  ///< from the press to the answer, of the frames that were answered
     RefusalCounts refusals;
     host::BufferLedger::Totals ledger;
     int64_t longestHeldNs = 0;   ///< the longest time that a buffer set was handed out
@@ -29,7 +62,7 @@ struct RunNumbers {
 /// One recording under one setting: what came of it.
 struct ComparisonRow {
     std::string recording;  ///< path
-    ReplayOptions options;
+    pipeline::ReplayOptions options;
     std::optional<RunNumbers> numbers;  ///< none: the run failed
     std::vector<std::string> problems;  ///< why it failed, or what went wrong in it
     std::vector<std::string> broken;    ///< the limits that it exceeds, with what was found
@@ -42,7 +75,7 @@ struct ComparisonRow {
 };
 
 /// The numbers of a run, and what went wrong in it as texts.
-RunNumbers numbersOf(ReplayResult const& result, RefusalCounts const& refusals);
-std::vector<std::string> problemsOf(ReplayResult const& result);
+RunNumbers numbersOf(run::ReplayResult const& result, RefusalCounts const& refusals);
+std::vector<std::string> problemsOf(run::ReplayResult const& result);
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::compare

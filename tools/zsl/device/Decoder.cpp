@@ -4,7 +4,8 @@
 
 #include <limits>
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
+
 namespace {
 
 constexpr int64_t kFarthestTimeNs = int64_t{1} << 62;
@@ -108,4 +109,4 @@ record::ClockReading Decoder::clock(record::ClockReading& last) {
     return now;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

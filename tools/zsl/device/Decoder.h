@@ -9,7 +9,7 @@
 
 #include "device/DeviceRecording.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
 
 /// A recording of a device that cannot be used. The text is
 /// `<path>: byte <offset>: expected ..., found ...`.
@@ -54,4 +54,4 @@ private:
     size_t mAt = 0;
 };
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

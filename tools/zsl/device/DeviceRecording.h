@@ -13,11 +13,15 @@
 #include <variant>
 #include <vector>
 
+/// The names of the recorder's file, for every room that reads one.
+namespace zebcam::tool {
+namespace record = NSCam::v3::pipeline::model::record;
+}
+
+namespace zebcam::tool::device {
+
 /// What a recorder wrote on a device, decoded. Things that occur more than once (streams, frames,
 /// builders, providers) are named by their position.
-namespace zebcam::tool {
-
-namespace record = NSCam::v3::pipeline::model::record;
 
 struct DeviceStream {
     int64_t id = 0;
@@ -187,4 +191,4 @@ struct DeviceRecording {
     std::vector<std::string> notes;  ///< for the user, for instance that the file was cut off
 };
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

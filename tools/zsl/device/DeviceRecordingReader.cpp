@@ -15,7 +15,8 @@
 
 #include "device/EntryDecoder.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
+
 namespace {
 
 using Bytes = std::span<uint8_t const>;
@@ -160,4 +161,4 @@ DeviceRecording readDeviceRecording(std::istream& in, std::string const& name) {
     return recording;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

@@ -6,7 +6,7 @@
 #include "device/Decoder.h"
 #include "device/DeviceRecording.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
 
 /// Whether a file begins as a recording of a device does. False for what cannot be read and for
 /// pipes.
@@ -23,4 +23,4 @@ DeviceRecording readDeviceRecording(std::string const& path);
 /// The same from a stream; `name` stands for the path in errors and in the result.
 DeviceRecording readDeviceRecording(std::istream& in, std::string const& name);
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

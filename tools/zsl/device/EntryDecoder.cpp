@@ -7,7 +7,7 @@
 #include <limits>
 #include <utility>
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
 
 using NSCam::v3::pipeline::model::ZslRecordingEnd;
 namespace flag = record::flag;
@@ -245,4 +245,4 @@ std::optional<size_t> EntryDecoder::decodeOptionalStream(Decoder& in) {
     return in.yesOrNo("whether there is a stream") ? std::optional(decodeStream(in)) : std::nullopt;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

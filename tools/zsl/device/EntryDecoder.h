@@ -6,7 +6,7 @@
 #include "device/Decoder.h"
 #include "device/DeviceRecording.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::device {
 
 /// Decodes the entries of a recording, one after the other, into the recording.
 class EntryDecoder {
@@ -52,4 +52,4 @@ private:
     bool mIsComplete = false;
 };
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

@@ -5,8 +5,9 @@
 
 #include "device/EntryDecoder.h"
 
+namespace zebcam::tool::device {
+
 /// What happens within an operation, and what that names.
-namespace zebcam::tool {
 
 using NSCam::IMetadata;
 using NSCam::Rational;
@@ -289,4 +290,4 @@ size_t EntryDecoder::decodeFrame(Decoder& in, bool isNew) {
     return index;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::device

@@ -4,9 +4,11 @@
 #include <new>
 #include <utility>
 
+#include "base/Text.h"
 #include "recording/RecordingError.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
+
 namespace {
 
 constexpr size_t kMaxLineBytes = 1 << 20;
@@ -77,7 +79,7 @@ void CsvLines::rejectBinary(std::string_view text) const {
     if (at != text.end()) {
         auto const rest = text.substr(static_cast<size_t>(at - text.begin()));
         throw RecordingError({mName, mLine, {}}, "text without control characters",
-                             quoteContent(rest));
+                             base::quoteContent(rest));
     }
 }
 
@@ -85,8 +87,8 @@ void CsvLines::split(std::string_view text, std::vector<std::string>& cells) {
     auto const parsed = csv_parse(&mParser, text.data(), text.size(), storeCell, nullptr, &cells);
     if (parsed != text.size() || csv_fini(&mParser, storeCell, nullptr, &cells) != 0) {
         throw RecordingError({mName, mLine, {}}, "quotes in pairs around whole cells",
-                             quoteContent(text));
+                             base::quoteContent(text));
     }
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
 
 /// The cells of a CSV stream line by line, so that every complaint has a line number and no more
 /// than one line is held. A cell therefore cannot span lines. Throws RecordingError.
@@ -39,4 +39,4 @@ private:
     size_t mLine = 0;
 };
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

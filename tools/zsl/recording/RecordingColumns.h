@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string_view>
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
 
 /// The columns of a recording, in the order in which the writer writes them.
 enum class Column : size_t {
@@ -53,4 +53,4 @@ constexpr std::string_view columnName(Column column) {
     return kColumnNames[static_cast<size_t>(column)];
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

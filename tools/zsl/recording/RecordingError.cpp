@@ -2,10 +2,9 @@
 
 #include <fmt/format.h>
 
-namespace zebcam::tool {
-namespace {
+namespace zebcam::tool::recording {
 
-constexpr size_t kMaxQuoted = 40;
+namespace {
 
 std::string describe(RecordingPlace const& place, std::string_view expected,
                      std::string_view found) {
@@ -19,24 +18,6 @@ std::string describe(RecordingPlace const& place, std::string_view expected,
     return text + fmt::format(" expected {}, found {}", expected, found);
 }
 
-std::string escape(char c) {
-    switch (c) {
-        case '\t':
-            return "\\t";
-        case '\r':
-            return "\\r";
-        case '\n':
-            return "\\n";
-        case '"':
-        case '\\':
-            return {'\\', c};
-        default:
-            bool const printable = c >= ' ' && c <= '~';
-            return printable ? std::string(1, c)
-                             : fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-    }
-}
-
 }  // namespace
 
 RecordingError::RecordingError(RecordingPlace const& place, std::string_view expected,
@@ -44,16 +25,4 @@ RecordingError::RecordingError(RecordingPlace const& place, std::string_view exp
     : std::runtime_error(describe(place, expected, found)) {
 }
 
-std::string quoteContent(std::string_view content) {
-    std::string text = "\"";
-    for (char const c : content) {
-        std::string const escaped = escape(c);
-        if (text.size() + escaped.size() > kMaxQuoted + 1) {
-            return text + "...\"";
-        }
-        text += escaped;
-    }
-    return text + "\"";
-}
-
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
 
 /// Where in a recording something is wrong. Line 0 means the file as a whole, an empty column the
 /// whole line.
@@ -23,8 +23,4 @@ public:
     RecordingError(RecordingPlace const& place, std::string_view expected, std::string_view found);
 };
 
-/// `content` between double quotes, fit for a terminal: what is not printable ASCII is escaped and
-/// what exceeds 40 characters is cut off and marked by `...`.
-std::string quoteContent(std::string_view content);
-
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

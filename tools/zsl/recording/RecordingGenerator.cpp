@@ -9,10 +9,10 @@
 #include <string_view>
 #include <utility>
 
-#include "recording/FrameGenerators.h"
-#include "recording/RecordingFacts.h"
+#include "recording/Recording.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
+
 namespace {
 
 template <typename Value>
@@ -80,4 +80,172 @@ Recording generate(GeneratorOptions const& options) {
     return recording;
 }
 
-}  // namespace zebcam::tool
+namespace {
+
+// Each subject has a random sequence of its own.
+enum Subject : uint32_t { TIMING, EXPOSURE, FOCUS, FAULTS };
+
+// Five of six gaps fall in the first eight intervals, while the sensor starts up.
+constexpr uint32_t kStartIntervals = 8;
+constexpr double kStartShareOfGaps = 5.0 / 6.0;
+constexpr int64_t kLatenessNs = 1'300'000;
+
+constexpr int32_t kStartIso = 144;
+constexpr int32_t kMinIso = 50;
+constexpr int32_t kMaxIso = 6400;
+
+constexpr uint8_t kAfModeContinuousPicture = 4;
+constexpr uint8_t kAfPassiveScan = 1;
+constexpr uint8_t kAfPassiveFocused = 2;
+constexpr uint8_t kAfPassiveUnfocused = 6;
+constexpr uint8_t kAfUndocumented = 101;
+constexpr uint8_t kLensStationary = 0;
+constexpr uint8_t kLensMoving = 1;
+
+// A power of two, so that distances are exact and print alike everywhere.
+constexpr float kLensStepsPerDiopter = 128;
+constexpr int64_t kLastLensStep = 1280;
+constexpr int64_t kLongestLensMove = 24;
+
+}  // namespace
+
+TimingGenerator::TimingGenerator(GeneratorOptions const& options, int64_t intervalNs)
+    : mOptions(options),
+      mRandom(options.seedValue, TIMING),
+      mIntervalNs(intervalNs),
+      mLatenessNs(std::min(kLatenessNs, intervalNs * 4 / 10)),
+      mGridNs(options.startNs) {
+    double const intervals = options.frames - 1;
+    double const first = std::min<double>(intervals, kStartIntervals);
+    double const expected = options.gapRate * intervals;
+    mStartGapRate = std::min(1.0, expected * kStartShareOfGaps / first);
+    double const rest = expected - mStartGapRate * first;
+    mLaterGapRate = intervals > first ? rest / (intervals - first) : 0;
+}
+
+void TimingGenerator::next(SensorFrame& frame) {
+    if (mFrames > 0) {
+        advance();
+    }
+    ++mFrames;
+    frame.timestampNs = mGridNs + mDeviationNs;
+    frame.readoutNs = frame.durationNs * 622 / 1000;
+}
+
+// A gap keeps the deviation, so that it is twice an interval to the nanosecond, and never follows
+// a late frame, which the next one repays.
+void TimingGenerator::advance() {
+    bool const gap = mRandom.chance(mFrames <= kStartIntervals ? mStartGapRate : mLaterGapRate);
+    bool const late = mRandom.chance(mOptions.lateRate);
+    int64_t const jitter = mRandom.bell(mOptions.jitterNs / 2);
+    mGridNs += mIntervalNs;
+    if (gap && !mWasLate) {
+        mGridNs += mIntervalNs;
+        return;
+    }
+    mWasLate = late && !mWasLate;
+    mDeviationNs = jitter + (mWasLate ? mLatenessNs : 0);
+}
+
+ExposureGenerator::ExposureGenerator(GeneratorOptions const& options, int64_t exposureNs,
+                                     int64_t durationNs)
+    : mOptions(options),
+      mRandom(options.seedValue, EXPOSURE),
+      mExposureNs(exposureNs),
+      mMinNs(std::max<int64_t>(exposureNs / 8, 1)),
+      mMaxNs(std::min(exposureNs * 8, durationNs)),
+      mIso(kStartIso) {
+}
+
+void ExposureGenerator::next(SensorFrame& frame) {
+    bool const jumps = mRandom.chance(mOptions.exposureJumpRate);
+    bool const drifts = mRandom.chance(mOptions.exposureDriftRate);
+    if (!mFirst && jumps) {
+        jump();
+    } else if (!mFirst && drifts) {
+        drift();
+    }
+    mFirst = false;
+    frame.exposureNs = mExposureNs;
+    frame.iso = mIso;
+    frame.aeStable = mUnstableFrames == 0;
+    mUnstableFrames = std::max<int64_t>(mUnstableFrames - 1, 0);
+}
+
+// The scene becomes twice as dark or as bright; time and sensitivity share the change.
+void ExposureGenerator::jump() {
+    bool const darker = mRandom.chance(0.5);
+    mExposureNs = std::clamp(darker ? mExposureNs * 2 : mExposureNs / 2, mMinNs, mMaxNs);
+    mIso = std::clamp(darker ? mIso * 3 / 2 : mIso * 2 / 3, kMinIso, kMaxIso);
+    mUnstableFrames = mRandom.uniform(2, 7);
+}
+
+void ExposureGenerator::drift() {
+    constexpr int64_t kWhole = 10'000;
+    constexpr int64_t kLargestStep = 500;
+    int64_t const step = mRandom.uniform(1, kLargestStep) * (mRandom.chance(0.5) ? 1 : -1);
+    mExposureNs = std::clamp(mExposureNs + mExposureNs * step / kWhole, mMinNs, mMaxNs);
+}
+
+FocusGenerator::FocusGenerator(GeneratorOptions const& options)
+    : mOptions(options),
+      mRandom(options.seedValue, FOCUS),
+      mPosition(mRandom.uniform(0, kLastLensStep / 4)),
+      mSettledState(kAfPassiveFocused) {
+}
+
+void FocusGenerator::next(SensorFrame& frame) {
+    bool const begins = mScanFrames == 0 && mRandom.chance(mOptions.scanRate) && !mWasScanning;
+    if (begins) {
+        mScanFrames = mRandom.uniform(2, 11);
+    }
+    bool const scanning = mScanFrames > 0;
+    mWasScanning = scanning;
+    bool const moving = scanning && scanFrame(begins);
+    bool const strange = mRandom.chance(mOptions.strangeAfStateRate);
+    frame.afMode = kAfModeContinuousPicture;
+    frame.afState = strange ? kAfUndocumented : scanning ? kAfPassiveScan : mSettledState;
+    frame.lensState = moving ? kLensMoving : kLensStationary;
+    frame.focusDistance = static_cast<float>(mPosition) / kLensStepsPerDiopter;
+    mMissingAfStates += mOptions.missingAfStateRate;
+    if (mMissingAfStates >= 1) {
+        mMissingAfStates -= 1;
+        frame.afState.reset();
+    }
+}
+
+// Says whether the lens moves in this frame of a scan. It always does in the first.
+bool FocusGenerator::scanFrame(bool isFirst) {
+    bool const moves = mRandom.chance(0.75) || isFirst;
+    if (moves) {
+        moveLens();
+    }
+    --mScanFrames;
+    if (mScanFrames == 0) {
+        mSettledState = mRandom.chance(0.125) ? kAfPassiveUnfocused : kAfPassiveFocused;
+    }
+    return moves;
+}
+
+// Turns round where the lens would leave its range.
+void FocusGenerator::moveLens() {
+    int64_t const distance = mRandom.uniform(1, kLongestLensMove);
+    bool const wantsUp = mRandom.chance(0.5);
+    bool const goesUp = wantsUp ? mPosition + distance <= kLastLensStep : mPosition < distance;
+    mPosition += goesUp ? distance : -distance;
+}
+
+FaultGenerator::FaultGenerator(GeneratorOptions const& options)
+    : mOptions(options), mRandom(options.seedValue, FAULTS) {
+}
+
+void FaultGenerator::next(SensorFrame& frame) {
+    constexpr int64_t kSynced = 0;
+    constexpr int64_t kNotSynced = 1;
+    frame.hasError = mRandom.chance(mOptions.errorRate);
+    frame.frameSync = mRandom.chance(mOptions.unsyncedRate) ? kNotSynced : kSynced;
+    frame.sensorId = 0;
+    frame.sensorMode = 0;
+}
+
+}  // namespace zebcam::tool::recording

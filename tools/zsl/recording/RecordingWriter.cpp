@@ -5,10 +5,11 @@
 #include <ostream>
 #include <span>
 
-#include "output/AtomicFile.h"
+#include "base/AtomicFile.h"
 #include "recording/RecordingColumns.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
+
 namespace {
 
 /// Collects the cells of one line.
@@ -77,9 +78,9 @@ void writeRecording(Recording const& recording, std::ostream& out) {
 }
 
 void writeRecording(Recording const& recording, std::string const& path) {
-    AtomicFile file(path);
+    base::AtomicFile file(path);
     writeRecording(recording, file.stream());
     file.commit();
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

@@ -5,7 +5,7 @@
 
 #include "recording/Recording.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::recording {
 
 /// Writes every column that the reader knows, so that reading gives the same frames back. A state
 /// without value becomes an empty cell. Errors are left in the stream's state.
@@ -15,4 +15,4 @@ void writeRecording(Recording const& recording, std::ostream& out);
 /// all. Throws OutputError.
 void writeRecording(Recording const& recording, std::string const& path);
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::recording

@@ -2,9 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "text/Duration.h"
+#include "base/Duration.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::report {
+
 namespace {
 
 constexpr size_t kColumns = 100;
@@ -44,10 +45,10 @@ std::string ledgerText(host::BufferLedger::Totals const& totals,
     for (host::LedgerLine const& line : unsettled) {
         text += labelled(
             "", fmt::format("frame {}, handed out for capture {} at {} s: {}", line.frameNo,
-                            line.forRequestNo, formatSeconds(line.sinceNs - startNs),
+                            line.forRequestNo, base::formatSeconds(line.sinceNs - startNs),
                             host::toString(line.holder)));
     }
     return text;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::report

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace zebcam::tool {
+namespace zebcam::tool::report {
 
 /// `text` under a label, in lines of at most 100 columns, broken at blanks.
 std::string labelled(std::string_view label, std::string_view text);
@@ -21,4 +21,4 @@ std::string counted(size_t count, std::string_view one, std::string_view many);
 std::string ledgerText(host::BufferLedger::Totals const& totals,
                        std::vector<host::LedgerLine> const& unsettled, int64_t startNs);
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::report

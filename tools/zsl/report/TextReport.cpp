@@ -4,26 +4,27 @@
 
 #include <iterator>
 
-#include "explain/ExplanationText.h"
+#include "base/Duration.h"
+#include "report/ExplanationText.h"
 #include "report/TextBlocks.h"
-#include "text/Duration.h"
 
-namespace zebcam::tool {
+namespace zebcam::tool::report {
+
 namespace {
 
 constexpr char kRow[] = "{:>7}  {:>11}  {:>5}  {:>13}  {:>10}  {:<10}  {:>11}  {:>18}\n";
 
-std::string gapsOf(RecordingFacts const& facts) {
+std::string gapsOf(recording::RecordingFacts const& facts) {
     if (facts.gaps == 0) {
         return "no gaps";
     }
     return fmt::format("{} up to {} ms", counted(facts.gaps, "gap", "gaps"),
-                       formatMs(facts.largestGapNs));
+                       base::formatMs(facts.largestGapNs));
 }
 
-std::string missingOf(RecordingFacts const& facts) {
+std::string missingOf(recording::RecordingFacts const& facts) {
     std::string text;
-    MissingStates const& missing = facts.missing;
+    recording::MissingStates const& missing = facts.missing;
     for (auto const& [name, count] : {std::pair{"AF mode", missing.afMode},
                                       {"AF state", missing.afState},
                                       {"lens state", missing.lensState},
@@ -40,18 +41,18 @@ std::string missingOf(RecordingFacts const& facts) {
 }
 
 std::string optionalMs(std::optional<int64_t> ns) {
-    return ns ? formatMs(*ns) : "-";
+    return ns ? base::formatMs(*ns) : "-";
 }
 
 }  // namespace
 
-std::string factsText(ReplayResult const& result) {
-    RecordingFacts const& facts = result.facts;
+std::string factsText(run::ReplayResult const& result) {
+    recording::RecordingFacts const& facts = result.facts;
     std::string text = labelled("Recording", result.path);
-    text +=
-        labelled("", fmt::format("{} frames in {} s, {:.2f} frames/s, median interval {} ms, {}",
-                                 facts.frames, formatSeconds(facts.lengthNs), facts.meanRateFps,
-                                 formatMs(facts.medianIntervalNs), gapsOf(facts)));
+    text += labelled(
+        "", fmt::format("{} frames in {} s, {:.2f} frames/s, median interval {} ms, {}",
+                        facts.frames, base::formatSeconds(facts.lengthNs), facts.meanRateFps,
+                        base::formatMs(facts.medianIntervalNs), gapsOf(facts)));
     if (std::string const missing = missingOf(facts); !missing.empty()) {
         text += labelled("", "missing: " + missing);
     }
@@ -62,7 +63,7 @@ std::string factsText(ReplayResult const& result) {
     for (std::string const& note : result.notes) {
         text += labelled("", "note: " + note);
     }
-    ReplayOptions const& options = result.options;
+    pipeline::ReplayOptions const& options = result.options;
     text +=
         labelled("Replay", fmt::format("policy {}, {} of {}, history of {}, "
                                        "ZSL offset {} ms{}",
@@ -74,20 +75,20 @@ std::string factsText(ReplayResult const& result) {
     return text + (result.faults ? labelled("Faults", result.faults->text()) : "");
 }
 
-std::string tableText(ReplayResult const& result) {
+std::string tableText(run::ReplayResult const& result) {
     fmt::memory_buffer text;
     auto const out = std::back_inserter(text);
     fmt::format_to(out, kRow, "capture", "pressed (s)", "frame", "history frame", "lag (ms)",
                    "served", "waited (ms)", "early shutter (ms)");
-    for (CaptureRecord const& capture : result.captures) {
+    for (pipeline::CaptureRecord const& capture : result.captures) {
         std::optional<int64_t> shutter = capture.earlyShutterNs;
         if (shutter) {
             *shutter -= capture.pressNs;
         }
         for (size_t index = 0; index < capture.frames.size(); ++index) {
-            FrameOutcome const& frame = capture.frames[index];
+            pipeline::FrameOutcome const& frame = capture.frames[index];
             fmt::format_to(out, kRow, capture.requestNo,
-                           formatSeconds(capture.pressNs - result.firstTimestampNs), index,
+                           base::formatSeconds(capture.pressNs - result.firstTimestampNs), index,
                            frame.historyFrame ? std::to_string(*frame.historyFrame) : "-",
                            optionalMs(capture.lagNs(frame)), toString(frame.served),
                            optionalMs(capture.waitNs(frame)), optionalMs(shutter));
@@ -96,10 +97,10 @@ std::string tableText(ReplayResult const& result) {
     return fmt::to_string(text);
 }
 
-std::string dumpsText(ReplayResult const& result) {
+std::string dumpsText(run::ReplayResult const& result) {
     std::string text;
-    for (DebugDump const& dump : result.dumps) {
-        text += fmt::format("Dump at {} s\n", formatSeconds(dump.timeNs));
+    for (run::DebugDump const& dump : result.dumps) {
+        text += fmt::format("Dump at {} s\n", base::formatSeconds(dump.timeNs));
         for (std::string const& line : dump.lines) {
             text += fmt::format("  {}\n", line);
         }
@@ -107,8 +108,8 @@ std::string dumpsText(ReplayResult const& result) {
     return text;
 }
 
-std::string summaryText(ReplayResult const& result) {
-    ReplaySummary const& summary = result.summary;
+std::string summaryText(run::ReplayResult const& result) {
+    run::ReplaySummary const& summary = result.summary;
     std::string const unanswered =
         summary.unanswered > 0 ? fmt::format(", {} UNANSWERED", summary.unanswered) : "";
     std::string const ordinary =
@@ -119,13 +120,13 @@ std::string summaryText(ReplayResult const& result) {
         "Served", fmt::format("{} at once, {} waited, {} timed out, {} flushed{}, of {}{}",
                               summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
                               unanswered, counted(summary.frames, "frame", "frames"), ordinary));
-    Spread const& lag = summary.lag;
+    run::Spread const& lag = summary.lag;
     text += labelled("Lag", lag.count == 0
                                 ? "no frame came from the history"
                                 : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "
                                               "{} ms after the press",
-                                              formatMs(lag.min), formatMs(lag.median),
-                                              formatMs(lag.p95), formatMs(lag.max)));
+                                              base::formatMs(lag.min), base::formatMs(lag.median),
+                                              base::formatMs(lag.p95), base::formatMs(lag.max)));
     text += ledgerText(result.ledger, result.unsettled, result.firstTimestampNs);
     if (result.errorLines > 0) {
         text += labelled("Log", counted(result.errorLines, "error line", "error lines") +
@@ -140,7 +141,7 @@ std::string summaryText(ReplayResult const& result) {
                                        result.ledger.balances() ? "balances" : "DOES NOT BALANCE"));
 }
 
-std::string verdictText(DeviceVerdict const& verdict) {
+std::string verdictText(run::DeviceVerdict const& verdict) {
     if (verdict.isSame()) {
         return labelled("Device",
                         fmt::format("same decisions in {} operations: {} of {} frames",
@@ -157,10 +158,10 @@ std::string verdictText(DeviceVerdict const& verdict) {
     return text;
 }
 
-std::string textReport(ReplayResult const& result, Explanation const* explanation) {
+std::string textReport(run::ReplayResult const& result, log::Explanation const* explanation) {
     std::string text = factsText(result) + "\n" + tableText(result) + "\n";
     if (explanation != nullptr) {
-        for (CaptureExplanation const& capture : explanation->captures) {
+        for (log::CaptureExplanation const& capture : explanation->captures) {
             text += captureText(capture) + "\n";
         }
     }
@@ -171,4 +172,4 @@ std::string textReport(ReplayResult const& result, Explanation const* explanatio
     return result.device ? text + verdictText(*result.device) : text;
 }
 
-}  // namespace zebcam::tool
+}  // namespace zebcam::tool::report

@@ -1,0 +1,52 @@
+#include "base/SignalWatch.h"
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <system_error>
+
+namespace zebcam::tool::base {
+
+Interrupted::Interrupted(int signal)
+    : std::runtime_error(std::string("interrupted: ") + strsignal(signal)), mSignal(signal) {
+}
+
+SignalWatch::SignalWatch() {
+    sigset_t watched;
+    sigemptyset(&watched);
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+        // Blocking one that is ignored, as nohup makes it, would bring it back.
+        struct sigaction action {};
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
+            sigaddset(&watched, signal);
+        }
+    }
+    sigprocmask(SIG_BLOCK, &watched, &mBefore);
+    mFd = signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (mFd < 0) {
+        int const reason = errno;
+        restoreMask();
+        throw std::system_error(reason, std::generic_category(), "signalfd");
+    }
+}
+
+SignalWatch::~SignalWatch() {
+    close(mFd);
+    restoreMask();
+}
+
+void SignalWatch::throwIfAny() const {
+    signalfd_siginfo info{};
+    if (read(mFd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        throw Interrupted(static_cast<int>(info.ssi_signo));
+    }
+}
+
+void SignalWatch::restoreMask() const {
+    sigprocmask(SIG_SETMASK, &mBefore, nullptr);
+}
+
+}  // namespace zebcam::tool::base

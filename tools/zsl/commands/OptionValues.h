@@ -1,0 +1,74 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "pipeline/ReplayOptions.h"
+
+namespace zebcam::tool::commands {
+
+/// The values of options. Each reads `text` or throws std::invalid_argument with a text that says
+/// what was expected and found.
+
+int64_t parseWholeNumber(std::string const& text, int64_t min, int64_t max);
+
+/// A time from 0 to an hour, in ns.
+int64_t parseDelay(std::string const& text);
+
+/// A time in whole ms, in ms.
+int64_t parseMilliseconds(std::string const& text);
+
+/// `default`, `cshot`, `multiframe`, or the path of a library (which contains a slash or ends with
+/// `.so`).
+pipeline::PolicyOption parsePolicy(std::string const& text);
+
+/// `error`, `warning`, `info` or `debug`, as a ULog::LogLevel.
+uint32_t parseLogLevel(std::string const& text);
+
+/// `KEY=VALUE`; the value may be empty or contain further equals signs.
+std::pair<std::string, std::string> parseProperty(std::string const& text);
+
+/// Options that the commands share which replay recordings.
+
+inline constexpr int64_t kMaxFramesPerCapture = 1'000;
+inline constexpr int64_t kMaxHistory = 100'000;
+
+/// Makes an option's value with `parse`, which is called once for each time that the option is
+/// given; what it throws as std::invalid_argument becomes the option's complaint.
+CLI::Option* addValue(CLI::App& command, std::string const& name,
+                      std::function<void(std::string const&)> const& parse, std::string const& help,
+                      std::string const& type);
+
+/// The same for a whole number from 1 to `max`, which is `count` until then.
+CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
+                      std::string const& help);
+
+/// The name of a file for a result that standard output cannot take beside the text; throws
+/// std::invalid_argument for `-` and for nothing.
+std::string requireFile(std::string const& path);
+
+/// --press, --captures.
+void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --frames, --policy, --offset, --history.
+void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --timeout-ms, --frame-sync.
+void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --delivery-delay, --reprocess-delay, --property.
+void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --fault, --seed.
+void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options);
+
+/// Throws CLI::ValidationError when both `offsetMs` and a property set the offset.
+void requireOneOffset(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs);
+
+}  // namespace zebcam::tool::commands

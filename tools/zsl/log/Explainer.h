@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "log/Explanation.h"
+#include "log/Logcat.h"
+#include "log/ProcessorLine.h"
+#include "log/Reasons.h"
+#include "log/TryBuilder.h"
+
+namespace zebcam::tool::log {
+
+/**
+ * Finds out from the processor's log what became of each capture and why. Takes a log in pieces of
+ * any quality: what it cannot use, it counts.
+ *
+ *     Explainer explainer;
+ *     for (LogRecord record; reader.next(record);) {
+ *         explainer.feed(record);
+ *     }
+ *     Explanation const explanation = explainer.finish();
+ *
+ * A processor holds its lock while it works, so the lines of one thread are in order and lines of
+ * several processors mix between threads only; each thread is followed by itself.
+ */
+class Explainer {
+public:
+    /// Gets each try when it ends, with the capture as it stands then (the try is its last). A try
+    /// ends with the line on its result, which the processor writes before it returns.
+    using TryListener = std::function<void(CaptureExplanation const&, TryExplanation const&)>;
+
+    explicit Explainer(TryListener onTry = {}) : mOnTry(std::move(onTry)) {}
+
+    void feed(LogRecord const& record);
+
+    /// Ends the tries that are open and gives the whole, once.
+    Explanation finish();
+
+private:
+    using ThreadId = std::pair<std::optional<uint32_t>, std::optional<uint32_t>>;
+    using CaptureId = std::pair<std::optional<uint32_t>, uint32_t>;
+
+    /// A thread's place in its sequence of lines.
+    struct Thread {
+        std::optional<TryBuilder> attempt;
+        size_t capture = 0;  ///< of the attempt
+        Reasons reasons;
+        std::string note;  ///< for the try that begins
+    };
+
+    class Visitor;
+
+    void feedLine(LogRecord const& record, std::string_view text);
+    void countPlace(LogRecord const& record, ThreadId const& id);
+    void begin(Thread& thread, LogRecord const& record, line::TryBegin const& begin);
+    void beginWithoutInput(Thread& thread, LogRecord const& record, uint32_t requestNo);
+    void end(Thread& thread, line::Result const* result);
+    size_t captureOf(std::optional<uint32_t> pid, uint32_t requestNo);
+    size_t addCapture(std::optional<uint32_t> pid, uint32_t requestNo);
+
+    TryListener const mOnTry;
+    Explanation mExplanation;
+    std::map<ThreadId, Thread> mThreads;
+    std::map<CaptureId, size_t> mCaptures;  ///< the newest of each number
+    std::optional<ThreadId> mLastThread;
+    std::optional<int64_t> mNewestNs;
+};
+
+}  // namespace zebcam::tool::log

@@ -1,0 +1,154 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "log/Logcat.h"
+
+namespace zebcam::tool::log {
+
+/// What a log tells of one try. What it does not tell is empty; all texts are printable.
+
+enum class Verdict { Taken, Parked, Locked, Refused };
+
+/// What a history frame was refused for.
+enum class Criterion {
+    None,
+    Time,        ///< exposed before the instant that the capture stands for
+    Streams,     ///< a required stream is missing
+    SensorMode,  ///< another mode, or another sensor
+    Focus,       ///< the focus tags are missing
+    Exposure,
+    FrameSync,
+    Image,      ///< an image that reports an error, or pure raw
+    PureRaw,    ///< the capture refuses pure raw
+    BrokenRun,  ///< good itself, but the run of frames that it began was not completed
+    Lost,       ///< chosen, but could not be handed over
+    Unknown,    ///< the line that gives the reason is not there
+};
+
+struct StreamList {
+    std::vector<std::string> halImages, halMetas, appMetas;  ///< ids in hex
+};
+
+/// A frame that the capture asks for.
+struct WantedFrame {
+    uint64_t index = 0;
+    std::string type;
+    StreamList streams;
+};
+
+/// A history frame that was looked at, and what was decided.
+struct Candidate {
+    uint32_t frameNo = 0;
+    Verdict verdict = Verdict::Refused;
+    std::optional<uint64_t> index;  ///< the wanted frame that it was judged for
+    Criterion criterion = Criterion::None;
+    std::string stream;  ///< in which the value was found
+    std::string wanted;
+    std::string found;
+    std::vector<std::string> notes;  ///< what was let pass
+};
+
+enum class Source { Chosen, Arrived, TimedOut };
+
+/// A wanted frame that was built.
+struct ServedFrame {
+    std::optional<uint64_t> index;
+    std::optional<uint32_t> frameNo;  ///< none: without a history frame
+    Source source = Source::Chosen;
+};
+
+/// A policy's order on a history frame.
+struct Order {
+    enum class Kind { Lock, Unlock, Release } kind = Kind::Lock;
+    enum class Fate { Done, InFlight, NotFound } fate = Fate::Done;
+    uint32_t frameNo = 0;
+};
+
+enum class TryOutcome { Unknown, Served, Waiting };
+
+/// One attempt to serve a capture.
+struct TryExplanation {
+    size_t line = 0;  ///< its first line in the log; 0: none
+    std::optional<LogTime> time;
+    bool hasInput = false;  ///< the line that tells what was asked for is there
+    std::optional<int64_t> ageMs;
+    std::optional<int64_t> zsdTimestampNs;  ///< the instant that the capture stands for
+    std::string selector;
+    std::optional<size_t> historySets, lockedSets;  ///< how many were there to be looked at
+    std::vector<WantedFrame> wanted;
+    std::vector<Candidate> candidates;
+    std::vector<ServedFrame> served;
+    std::map<uint64_t, uint32_t> parked;  ///< chosen but in flight: frame number by index
+    std::vector<Order> orders;
+    std::map<std::string, std::vector<uint32_t>> locked;  ///< afterwards, by selector
+    bool timedOut = false;
+    TryOutcome outcome = TryOutcome::Unknown;
+    std::optional<size_t> remaining;  ///< wanted frames that nothing is chosen for
+    std::vector<std::string> notes;
+    std::vector<std::string> errors;
+};
+
+char const* toString(Verdict verdict);
+char const* toString(Criterion criterion);
+char const* toString(Source source);
+char const* toString(Order::Kind kind);
+char const* toString(Order::Fate fate);
+char const* toString(TryOutcome outcome);
+
+/// What a log tells of the captures. What it does not tell is empty; all texts are printable.
+
+enum class CaptureOutcome { Unknown, Served, TimedOut, Flushed, Pending };
+
+struct CaptureExplanation {
+    uint32_t requestNo = 0;
+    std::optional<uint32_t> pid;
+    CaptureOutcome outcome = CaptureOutcome::Unknown;
+    std::optional<int64_t> waitedMs;  ///< its age at the last try
+    std::optional<int64_t> earlyShutterNs;
+    std::vector<TryExplanation> tries;
+
+    /// Lines that tell of success are there; without them a pending capture may have been served.
+    bool isCertain() const;
+};
+
+/// History that a flush gave back.
+struct FlushReturn {
+    size_t line = 0;
+    std::string selector;
+    size_t sets = 0;
+};
+
+struct LogError {
+    size_t line = 0;
+    std::string text;
+};
+
+/// How the lines of the log were taken. Each is foreign or the processor's.
+struct LineCounts {
+    size_t lines = 0;
+    size_t processor = 0;
+    size_t foreign = 0;
+    size_t cut = 0;           ///< the end is missing
+    size_t outOfOrder = 0;    ///< older than a line before
+    size_t interleaved = 0;   ///< inside another thread's try
+    size_t unassigned = 0;    ///< tells of a try whose capture is not known
+    size_t unrecognised = 0;  ///< the processor's, but of no known form; dumps for instance
+    size_t errors = 0;
+};
+
+struct Explanation {
+    std::vector<CaptureExplanation> captures;  ///< in the order of their first lines
+    std::vector<FlushReturn> flushReturns;
+    std::vector<LogError> errors;  ///< outside the tries
+    LineCounts counts;
+};
+
+char const* toString(CaptureOutcome outcome);
+
+}  // namespace zebcam::tool::log

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+namespace zebcam::tool::pipeline {
+
+/// How a frame of a capture came back from the processor.
+enum class Served {
+    Unanswered,  ///< it never did
+    AtOnce,      ///< chosen when the capture was submitted
+    Waited,      ///< chosen on a retry
+    TimedOut,    ///< given whatever was there, the capture having waited too long
+    Flushed,     ///< turned into an ordinary capture
+};
+
+/// `at once`, `waited`, `timed out`, `flushed` or `unanswered`.
+char const* toString(Served served);
+
+/// One attempt of the processor to serve a capture: what it was offered and what it built.
+struct TryRecord {
+    int64_t timeNs = 0;  ///< boot time
+    int64_t ageMs = 0;   ///< of the capture
+    bool isRetry = false;
+    std::vector<uint32_t> historyFrames;   ///< frame numbers offered by the provider, ascending
+    std::vector<uint32_t> inFlightFrames;  ///< frame numbers on their way to the history
+    std::vector<uint32_t> lockedFrames;    ///< frame numbers that policies have kept locked
+    std::vector<size_t> builtFrames;       ///< indices of the capture's frames that came back
+};
+
+/// What became of one frame of a capture. Times are boot times.
+struct FrameOutcome {
+    Served served = Served::Unanswered;
+    std::optional<size_t> tryIndex;        ///< none when flushed or unanswered
+    std::optional<int64_t> answeredNs;     ///< when the processor returned the frame builder
+    std::optional<uint32_t> historyFrame;  ///< frame number; none: an ordinary capture
+    std::optional<int64_t> timestampNs;    ///< start of exposure of the history frame
+    std::optional<int64_t> resultNs;       ///< when the result came back
+    /// Sensor timestamp that the application saw in the result; none when it was removed.
+    std::optional<int64_t> reportedNs;
+};
+
+/// One capture from the press to its results.
+struct CaptureRecord {
+    uint32_t requestNo = 0;
+    int64_t pressNs = 0;                       ///< boot time
+    std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
+    std::optional<int64_t> earlyShutterNs;     ///< timestamp of the early shutter, if one was sent
+    std::vector<FrameOutcome> frames;          ///< by index
+    std::vector<TryRecord> tries;
+
+    bool isAnswered() const;
+
+    /// From the press to the start of exposure, ns; negative: exposed before the press.
+    std::optional<int64_t> lagNs(FrameOutcome const& frame) const;
+    /// From the press to the answer, ns.
+    std::optional<int64_t> waitNs(FrameOutcome const& frame) const;
+};
+
+}  // namespace zebcam::tool::pipeline

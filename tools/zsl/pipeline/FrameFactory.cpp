@@ -1,0 +1,192 @@
+#include "pipeline/FrameFactory.h"
+
+#include <host/ImageStreamBuffer.h>
+#include <host/MetaStreamBuffer.h>
+#include <host/StreamInfos.h>
+#include <metadata/MetadataTags.h>
+
+#include "pipeline/AndroidTags.h"
+#include "pipeline/MetadataAccess.h"
+
+namespace zebcam::tool::pipeline {
+
+namespace v3 = NSCam::v3;
+
+namespace {
+
+android::sp<v3::IMetaStreamInfo> metaStream(v3::StreamId_T id, char const* name) {
+    return new host::MetaStreamInfo(id, name);
+}
+
+}  // namespace
+
+SensorStreams::SensorStreams()
+    : pFullRaw(new host::ImageStreamInfo(STREAM_ID_FULL_RAW, "HalImage_FullRaw")),
+      pHalResult(metaStream(v3::STREAM_ID_HAL_META_P1_0, "HalMeta_DynamicP1")),
+      pAppResult(metaStream(v3::STREAM_ID_APP_META_P1_0, "AppMeta_DynamicP1")),
+      pHalControl(metaStream(v3::STREAM_ID_HAL_META_CONTROL_0, "HalMeta_Control")),
+      pAppControl(metaStream(v3::STREAM_ID_APP_META_CONTROL, "AppMeta_Control")) {
+}
+
+v3::pipeline::policy::ParsedStreamInfoMap_P1 SensorStreams::describe(uint32_t sensorId) const {
+    v3::pipeline::policy::ParsedStreamInfo_P1 streams;
+    streams.pHalMeta_Control = pHalControl;
+    streams.pHalMeta_DynamicP1 = pHalResult;
+    streams.pAppMeta_DynamicP1 = pAppResult;
+    streams.pHalImage_FullRaw = pFullRaw;
+    return {{sensorId, streams}};
+}
+
+NSCam::ZslPolicy::RequiredStreams SensorStreams::required() const {
+    return {.halImages = {pFullRaw->getStreamId()},
+            .halMetas = {pHalResult->getStreamId()},
+            .appMetas = {pAppResult->getStreamId()}};
+}
+
+using NSCam::IMetadata;
+using NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet;
+
+namespace {
+
+constexpr uint8_t kOn = 1;
+constexpr uint8_t kFast = 1;
+constexpr uint8_t kHighQuality = 2;
+constexpr uint8_t kIntentPreview = 1;
+constexpr uint8_t kIntentStillCapture = 2;
+constexpr size_t kVendorEntries = 60;
+
+void putSettings(IMetadata& metadata, uint8_t intent, uint8_t quality) {
+    put(metadata, tags::COLOR_CORRECTION_MODE, kFast);
+    put(metadata, tags::CONTROL_AE_MODE, kOn);
+    putSeries<int32_t>(metadata, tags::CONTROL_AE_TARGET_FPS_RANGE, 2, 30, 0);
+    put(metadata, tags::CONTROL_AWB_MODE, kOn);
+    put(metadata, tags::CONTROL_CAPTURE_INTENT, intent);
+    put(metadata, tags::CONTROL_MODE, kOn);
+    put(metadata, tags::EDGE_MODE, quality);
+    put<uint8_t>(metadata, tags::FLASH_MODE, 0);
+    put(metadata, tags::HOT_PIXEL_MODE, quality);
+    put(metadata, tags::LENS_OPTICAL_STABILIZATION_MODE, kOn);
+    put(metadata, tags::NOISE_REDUCTION_MODE, quality);
+    putSeries<int32_t>(metadata, tags::SCALER_CROP_REGION, 4, 0, 1000);
+    put(metadata, tags::SHADING_MODE, quality);
+    put<uint8_t>(metadata, tags::STATISTICS_FACE_DETECT_MODE, 0);
+    put(metadata, tags::TONEMAP_MODE, quality);
+}
+
+IMetadata appResult() {
+    IMetadata metadata;
+    putSettings(metadata, kIntentPreview, kFast);
+    putSeries<float>(metadata, tags::COLOR_CORRECTION_TRANSFORM, 9, 0.1F, 0.1F);
+    putSeries<float>(metadata, tags::COLOR_CORRECTION_GAINS, 4, 1.5F, 0.1F);
+    put<uint8_t>(metadata, tags::CONTROL_AE_STATE, 2);
+    put<uint8_t>(metadata, tags::CONTROL_AWB_STATE, 2);
+    put<uint8_t>(metadata, tags::FLASH_STATE, 2);
+    put(metadata, tags::LENS_APERTURE, 1.8F);
+    put(metadata, tags::LENS_FOCAL_LENGTH, 4.38F);
+    put<uint8_t>(metadata, tags::REQUEST_PIPELINE_DEPTH, 4);
+    putSeries<double>(metadata, tags::SENSOR_NOISE_PROFILE, 8, 1e-4, 1e-6);
+    putSeries<int32_t>(metadata, tags::STATISTICS_HISTOGRAM, 1024, 0, 3);
+    putSeries<float>(metadata, tags::STATISTICS_LENS_SHADING_MAP, 1156, 1.0F, 0.001F);
+    put<uint8_t>(metadata, tags::STATISTICS_SCENE_FLICKER, 1);
+    for (uint32_t const curve :
+         {tags::TONEMAP_CURVE_BLUE, tags::TONEMAP_CURVE_GREEN, tags::TONEMAP_CURVE_RED}) {
+        putSeries<float>(metadata, curve, 128, 0.0F, 1.0F / 128);
+    }
+    for (uint32_t i = 0; i < kVendorEntries; ++i) {
+        put(metadata, tags::VENDOR_APP_FIRST + i, static_cast<int32_t>(i));
+    }
+    return metadata;
+}
+
+IMetadata halResult() {
+    IMetadata metadata;
+    for (uint32_t i = 0; i < kVendorEntries; ++i) {
+        putSeries(metadata, tags::VENDOR_HAL_FIRST + i, 1 + i % 16, static_cast<int32_t>(i), 1);
+    }
+    return metadata;
+}
+
+IMetadata appControl() {
+    IMetadata metadata;
+    putSettings(metadata, kIntentStillCapture, kHighQuality);
+    put<uint8_t>(metadata, tags::JPEG_QUALITY, 95);
+    put<int32_t>(metadata, tags::JPEG_ORIENTATION, 90);
+    return metadata;
+}
+
+IMetadata halControl() {
+    IMetadata metadata;
+    put<int32_t>(metadata, tags::VENDOR_HAL_FIRST, 1);
+    return metadata;
+}
+
+void describe(recording::SensorFrame const& frame, IMetadata& app) {
+    put(app, NSCam::ZEB_SENSOR_TIMESTAMP, frame.timestampNs);
+    put(app, tags::REQUEST_FRAME_COUNT, static_cast<int32_t>(frame.frameNo));
+    put(app, tags::SENSOR_EXPOSURE_TIME, frame.exposureNs);
+    put(app, tags::SENSOR_FRAME_DURATION, frame.durationNs);
+    put(app, tags::SENSOR_ROLLING_SHUTTER_SKEW, frame.readoutNs);
+    put(app, tags::SENSOR_SENSITIVITY, frame.iso);
+    put(app, tags::LENS_FOCUS_DISTANCE, frame.focusDistance);
+    put(app, NSCam::ANDROID_CONTROL_AF_MODE, frame.afMode);
+    put(app, NSCam::ANDROID_CONTROL_AF_STATE, frame.afState);
+    put(app, NSCam::ANDROID_LENS_STATE, frame.lensState);
+}
+
+void describeToHal(recording::SensorFrame const& frame, IMetadata& hal) {
+    put(hal, NSCam::ZEB_HAL_REQUEST_SENSOR_ID, frame.sensorId);
+    put(hal, NSCam::ZEB_P1NODE_SENSOR_MODE, frame.sensorMode);
+    put(hal, NSCam::ZEB_3A_AE_SOFT_STABLE, frame.aeStable);
+    put(hal, NSCam::ZEB_FRAME_SYNC_RESULT, frame.frameSync);
+}
+
+}  // namespace
+
+FrameFactory::FrameFactory()
+    : mAppResult(appResult()),
+      mHalResult(halResult()),
+      mAppControl(appControl()),
+      mHalControl(halControl()) {
+}
+
+HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) const {
+    IMetadata app = mAppResult;
+    describe(frame, app);
+    IMetadata hal = mHalResult;
+    describeToHal(frame, hal);
+    android::sp<host::ImageStreamBuffer> const image =
+        new host::ImageStreamBuffer(mStreams.pFullRaw);
+    image->setError(frame.hasError);
+
+    HistoryBufferSet set;
+    set.frameNo = frame.frameNo;
+    set.requestNo = frame.frameNo;
+    set.timestamp = frame.timestampNs;
+    set.halImage.emplace_back(image);
+    set.halMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pHalResult, std::move(hal)));
+    set.appMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pAppResult, std::move(app)));
+    return set;
+}
+
+std::shared_ptr<host::FrameBuilder> FrameFactory::captureFrame(uint32_t requestNo,
+                                                               size_t index) const {
+    namespace context = NSCam::v3::pipeline::NSPipelineContext;
+    auto builder = std::make_shared<host::FrameBuilder>(
+        requestNo, index == 0 ? context::FRAME_TYPE_MAIN : context::FRAME_TYPE_SUB);
+    builder->setAppMetaStreamBuffer(mStreams.pAppControl->getStreamId(),
+                                    new host::MetaStreamBuffer(mStreams.pAppControl, mAppControl));
+    builder->setHalMetaStreamBuffer(mStreams.pHalControl->getStreamId(),
+                                    new host::MetaStreamBuffer(mStreams.pHalControl, mHalControl));
+    return builder;
+}
+
+FrameIdentity identityOf(IMetadata const& appResult) {
+    FrameIdentity identity;
+    if (auto const number = itemOf<int32_t>(appResult, tags::REQUEST_FRAME_COUNT)) {
+        identity.frameNo = static_cast<uint32_t>(*number);
+    }
+    identity.timestampNs = itemOf<int64_t>(appResult, NSCam::ZEB_SENSOR_TIMESTAMP);
+    return identity;
+}
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,49 @@
+#include "pipeline/ObservedProvider.h"
+
+#include <utility>
+
+namespace zebcam::tool::pipeline {
+
+ObservedProvider::ObservedProvider(std::shared_ptr<host::HistoryProvider> provider,
+                                   uint32_t requestNo, Observer observer)
+    : mProvider(std::move(provider)), mRequestNo(requestNo), mObserver(std::move(observer)) {
+}
+
+std::optional<std::list<ObservedProvider::HistoryBufferSet>>
+ObservedProvider::getHistoryBufferSets() {
+    TryFaults const faults = mObserver.faults ? mObserver.faults() : TryFaults{};
+    mPauseNs = faults.policyPauseNs;
+    Offer offered = offer();
+    if (faults.noHistory) {
+        offered.history.clear();
+        mObserver.begin(std::move(offered));
+        return std::nullopt;
+    }
+    mObserver.begin(std::move(offered));
+    mProvider->setCurrentRequest(mRequestNo);
+    return mProvider->getHistoryBufferSets();
+}
+
+std::vector<NSCam::ZslPolicy::InFlightInfo> ObservedProvider::getInFlightInfos() const {
+    auto infos = mProvider->getInFlightInfos();
+    // It is the last thing that is read before the policy is asked.
+    if (int64_t const pauseNs = std::exchange(mPauseNs, 0); pauseNs > 0 && mObserver.pause) {
+        mObserver.pause(pauseNs);
+    }
+    return infos;
+}
+
+Offer ObservedProvider::offer() const {
+    Offer offer{mProvider->frameNumbers(), {}, {}};
+    for (auto const& info : mProvider->getInFlightInfos()) {
+        offer.inFlight.push_back(info.frameNo);
+    }
+    for (host::LedgerLine const& line : mProvider->ledger()->unsettled()) {
+        if (line.holder == host::BufferHolder::Processor) {
+            offer.locked.push_back(line.frameNo);
+        }
+    }
+    return offer;
+}
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,146 @@
+#include "pipeline/PipelineSetup.h"
+
+#include <cutils/properties.h>
+#include <dlfcn.h>
+#include <fmt/format.h>
+#include <platform/Properties.h>
+
+#include <algorithm>
+#include <exception>
+#include <filesystem>
+
+#include "base/InputError.h"
+
+namespace zebcam::tool::pipeline {
+
+using NSCam::ZslPolicy::ISelector;
+
+namespace {
+
+std::string loaderReason() {
+    char const* const reason = dlerror();
+    return reason != nullptr ? reason : "no reason given";
+}
+
+std::shared_ptr<void> openLibrary(std::string const& path) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(path, ignored)) {
+        throw base::InputError(fmt::format("--policy {}: there is no such file", path));
+    }
+    // An absolute path keeps the loader from looking in its own folders.
+    std::string const absolute = std::filesystem::absolute(path, ignored).string();
+    void* const handle = dlopen(absolute.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+        throw base::InputError(
+            fmt::format("--policy {}: cannot be loaded: {}", path, loaderReason()));
+    }
+    return {handle, [](void* library) { dlclose(library); }};
+}
+
+ISelector* create(void* library, std::string const& path) {
+    auto const function = reinterpret_cast<ISelector* (*)()>(dlsym(library, "create"));
+    if (function == nullptr) {
+        throw base::InputError(
+            fmt::format("--policy {}: exports no function \"create\" (expected: extern \"C\" "
+                        "NSCam::ZslPolicy::ISelector* create())",
+                        path));
+    }
+    try {
+        return function();
+    } catch (std::exception const& error) {
+        throw base::InputError(fmt::format("--policy {}: create() threw: {}", path, error.what()));
+    } catch (...) {
+        throw base::InputError(fmt::format("--policy {}: create() threw", path));
+    }
+}
+
+}  // namespace
+
+std::shared_ptr<ISelector> loadSelector(std::string const& path) {
+    std::shared_ptr<void> library = openLibrary(path);
+    ISelector* const selector = create(library.get(), path);
+    if (selector == nullptr) {
+        throw base::InputError(fmt::format("--policy {}: create() gave null", path));
+    }
+    return {selector, [library = std::move(library)](ISelector* made) { delete made; }};
+}
+
+PropertyScope::PropertyScope(std::vector<std::pair<std::string, std::string>> const& properties) {
+    for (auto const& [key, value] : properties) {
+        if (property_set(key.c_str(), value.c_str()) != 0) {
+            clear();
+            throw base::InputError(fmt::format(
+                "property '{}' cannot be set to '{}': expected a key of letters, digits and "
+                "'.-@:_' and a value of at most {} bytes",
+                key, value, PROPERTY_VALUE_MAX - 1));
+        }
+        mKeys.push_back(key);
+    }
+}
+
+PropertyScope::~PropertyScope() {
+    clear();
+}
+
+void PropertyScope::clear() {
+    for (std::string const& key : mKeys) {
+        platform::clearProperty(key);
+    }
+}
+
+namespace {
+
+constexpr int64_t kFixedTimeoutMs = 3000;
+
+}  // namespace
+
+PipelineOptions pipelineOptions(ReplayOptions const& options) {
+    using namespace NSCam::ZslPolicy;
+    PipelineOptions pipeline;
+    pipeline.history = options.history;
+    pipeline.frameSync = options.frameSync;
+    pipeline.timeoutMs = kFixedTimeoutMs;
+    pipeline.logLevel = options.logLevel;
+    switch (options.policy.kind) {
+        case PolicyKind::Default:
+            break;
+        case PolicyKind::CShot:
+            pipeline.pPolicy = std::make_shared<ZslPolicyParams>();
+            pipeline.pPolicy->policy = POLICY_CONTINUOUS_SHOT;
+            break;
+        case PolicyKind::Multiframe:
+            pipeline.pPolicy = std::make_shared<ZslPolicyParams>();
+            pipeline.pPolicy->policy = POLICY_MULTIFRAME_BIT;
+            pipeline.pPolicy->timeoutMs = options.timeoutMs;
+            pipeline.timeoutMs = options.timeoutMs;
+            break;
+        case PolicyKind::Plugin:
+            pipeline.pSelector = loadSelector(options.policy.pluginPath);
+            break;
+    }
+    if (!options.faults.rules.empty()) {
+        // A capture whose policy fails gets one with the fixed time-out.
+        pipeline.timeoutMs = std::min(pipeline.timeoutMs, kFixedTimeoutMs);
+    }
+    return pipeline;
+}
+
+std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions const& options) {
+    auto properties = options.properties;
+    if (options.offsetMs) {
+        properties.emplace_back(OFFSET_PROPERTY, std::to_string(*options.offsetMs));
+    }
+    return properties;
+}
+
+/// The sum that the processor makes of the offset's properties.
+int64_t offsetInForceMs() {
+    uint64_t sum = 0;
+    for (char const* property :
+         {"ro.vendor.camera3.zsl.default", "ro.vendor.camera3.zsl.project", OFFSET_PROPERTY}) {
+        sum += static_cast<uint64_t>(property_get_int64(property, 0));
+    }
+    return static_cast<int64_t>(sum);
+}
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <policy/zsl/ISelector.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "pipeline/ReplayOptions.h"
+#include "pipeline/SimulatedPipeline.h"
+
+namespace zebcam::tool::pipeline {
+
+/// The selection policy that a library's `extern "C" ISelector* create()` makes. The library stays
+/// loaded as long as the policy lives. Throws InputError, naming the library, when it cannot be
+/// loaded, lacks `create`, or `create` gives null or throws.
+std::shared_ptr<NSCam::ZslPolicy::ISelector> loadSelector(std::string const& path);
+
+/// Sets properties and forgets them again when it is destroyed.
+class PropertyScope {
+public:
+    /// Throws InputError for a property that cannot be set.
+    explicit PropertyScope(std::vector<std::pair<std::string, std::string>> const& properties);
+    ~PropertyScope();
+    PropertyScope(PropertyScope const&) = delete;
+    PropertyScope& operator=(PropertyScope const&) = delete;
+
+private:
+    void clear();
+
+    std::vector<std::string> mKeys;
+};
+
+/// A pipeline as the options describe it, without listeners. Throws InputError for a policy that
+/// cannot be loaded.
+PipelineOptions pipelineOptions(ReplayOptions const& options);
+
+/// The properties that the options ask for, the offset's among them.
+std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions const& options);
+
+/// The ZSL offset in force: the sum that the processor makes of the offset's properties.
+int64_t offsetInForceMs();
+
+}  // namespace zebcam::tool::pipeline

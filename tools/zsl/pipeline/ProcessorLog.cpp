@@ -1,0 +1,67 @@
+#include "pipeline/ProcessorLog.h"
+
+#include <android/log.h>
+#include <ulog/ULogger.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace zebcam::tool::pipeline {
+
+namespace ulog = NSCam::Utils::ULog;
+
+namespace {
+
+/// Begins the processor's line on each frame that it serves because of the time-out.
+constexpr char kTimedOutFrame[] = "TIMEDOUT: get hbs";
+
+uint32_t detailsFor(uint32_t shownLevel) {
+    return std::max<uint32_t>(shownLevel, ulog::LOG_LEVEL_ERROR);
+}
+
+}  // namespace
+
+uint32_t logLevelOf(host::LogLine const& line) {
+    if (line.output == host::LogLine::Output::Camera) {
+        return line.level;
+    }
+    switch (line.level) {
+        case ANDROID_LOG_WARN:
+            return ulog::LOG_LEVEL_WARNING;
+        case ANDROID_LOG_INFO:
+            return ulog::LOG_LEVEL_INFO;
+        default:
+            return line.level < ANDROID_LOG_INFO ? ulog::LOG_LEVEL_DEBUG : ulog::LOG_LEVEL_ERROR;
+    }
+}
+
+ProcessorLog::ProcessorLog(uint32_t shownLevel, Sink shown)
+    : mShownLevel(shownLevel), mShown(std::move(shown)) {
+    // The settings open every line's gate; watchTimeout then moves the level alone.
+    mCapture.emplace(host::LogSettings::camera(ulog::LOG_LEVEL_DEBUG),
+                     [this](host::LogLine const& line) { onLine(line); });
+    watchTimeout(false);
+}
+
+ProcessorLog::~ProcessorLog() = default;
+
+void ProcessorLog::watchTimeout(bool watch) {
+    ulog::ULogger::sDetailsLevel = watch ? ulog::LOG_LEVEL_DEBUG : detailsFor(mShownLevel);
+}
+
+size_t ProcessorLog::takeTimedOutFrames() {
+    return mTimedOutFrames.exchange(0);
+}
+
+void ProcessorLog::onLine(host::LogLine const& line) {
+    uint32_t const level = logLevelOf(line);
+    mErrorLines += level == ulog::LOG_LEVEL_ERROR ? 1 : 0;
+    if (line.message.find(kTimedOutFrame) != std::string::npos) {
+        ++mTimedOutFrames;
+    }
+    if (mShown && level <= mShownLevel) {
+        mShown(line);
+    }
+}
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <tuple>
+#include <vector>
+
+#include "pipeline/FaultInjector.h"
+#include "pipeline/ReplayOptions.h"
+#include "recording/Recording.h"
+
+namespace zebcam::tool::pipeline {
+
+/// When a sensor frame moves on, boot time.
+struct FrameTimes {
+    int64_t announceNs = 0;  ///< it is in flight from here
+    int64_t arrivalNs = 0;   ///< it is in the history from here
+};
+
+/// The times of every frame.
+std::vector<FrameTimes> frameTimes(recording::Recording const& recording,
+                                   ReplayOptions const& options);
+
+/// The presses in ascending time, from the first frame. Throws InputError when one of them, a
+/// flush, a dump or a fault lies outside the recording.
+std::vector<int64_t> pressTimes(recording::Recording const& recording,
+                                ReplayOptions const& options);
+
+/// What a capture pressed at boot time `pressNs` requires: the mode of the sensor at that moment,
+/// by sensor id. Of the frames whose exposure has begun the newest that tells both decides, before
+/// those the oldest; empty when no frame does.
+std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording, int64_t pressNs);
+
+/// A sensor frame as the pipeline gets to know it.
+struct ReportedFrame {
+    recording::SensorFrame frame;  ///< with the faults in it
+    FrameFaults faults;            ///< what has struck it
+};
+
+/// In the order in which they happen at one instant.
+enum class SensorEventKind : uint8_t {
+    Announce,  ///< the sensor starts on a frame
+    Arrival,   ///< a frame reaches the history
+};
+
+struct SensorEvent {
+    int64_t timeNs = 0;  ///< boot time
+    SensorEventKind kind = SensorEventKind::Announce;
+    size_t frame = 0;  ///< position in SensorEvents::frames
+
+    bool operator<(SensorEvent const& other) const {
+        return std::tie(timeNs, kind, frame) < std::tie(other.timeNs, other.kind, other.frame);
+    }
+};
+
+/// One run through a recording. A live run that repeats it moves each pass on.
+struct SensorPass {
+    uint64_t number = 0;        ///< how many passes came before
+    int64_t shiftNs = 0;        ///< from the recording's times to boot time
+    uint32_t frameNoShift = 0;  ///< from the recording's frame numbers to the pipeline's
+};
+
+/// What the sensor does in one pass.
+struct SensorEvents {
+    /// Of the recording, in its order, as the sensor tells them.
+    std::vector<ReportedFrame> frames;
+    std::vector<SensorEvent> events;  ///< ascending
+};
+
+/// The events of one pass, with the faults that `injector` (null: none) has for its frames. Events
+/// may lie after the next pass's first ones. `options` tell the delivery delay.
+SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions const& options,
+                          SensorPass const& pass, FaultInjector* injector);
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,291 @@
+#include "pipeline/SimulatedPipeline.h"
+
+#include <fmt/format.h>
+#include <host/MetaStreamBuffer.h>
+#include <metadata/MetadataTags.h>
+#include <utils/Timers.h>
+
+#include <algorithm>
+#include <exception>
+#include <sstream>
+#include <unordered_map>
+#include <utility>
+
+#include "base/InputError.h"
+#include "pipeline/FaultySelectors.h"
+#include "pipeline/MetadataAccess.h"
+
+namespace zebcam::tool::pipeline {
+
+namespace v3 = NSCam::v3;
+namespace model = NSCam::v3::pipeline::model;
+using NSCam::IMetadata;
+using NSCam::v3::pipeline::IPipelineBufferSetFrameControl;
+
+namespace {
+
+constexpr int32_t kOpenId = 0;
+constexpr char kUser[] = "zsl";
+constexpr uint8_t kTimestampsAreBootTime = 1;
+
+int64_t nowNs() {
+    return systemTime(SYSTEM_TIME_BOOTTIME);
+}
+
+IMetadata deviceFacts() {
+    IMetadata facts;
+    put(facts, NSCam::ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, kTimestampsAreBootTime);
+    return facts;
+}
+
+}  // namespace
+
+/// Hears the early shutters.
+class SimulatedPipeline::ShutterListener final
+    : public IPipelineBufferSetFrameControl::IAppCallback {
+public:
+    explicit ShutterListener(CaptureBook& book) : mBook(book) {}
+
+    void updateFrame(Result const& result) override {
+        for (auto const& buffer : result.outputAppMetas) {
+            mBook.setEarlyShutter(result.requestNo, readSensorTimestamp(buffer));
+        }
+    }
+
+private:
+    CaptureBook& mBook;
+};
+
+SimulatedPipeline::SimulatedPipeline(PipelineOptions options)
+    : mOptions(std::move(options)),
+      mLog(mOptions.logLevel, mOptions.logSink),
+      mDevice(kOpenId, deviceFacts()),
+      mProvider(std::make_shared<host::HistoryProvider>(mOptions.history)),
+      mBook(mFactory.streams().pAppResult->getStreamId(), mOptions.tries),
+      mListener(new ShutterListener(mBook)),
+      mProcessor(model::IZslProcessor::createInstance(kOpenId, kUser)) {
+    if (mProcessor == nullptr) {
+        throw base::InputError("the processor cannot be made");
+    }
+    if (mOptions.wrap) {
+        mProcessor = mOptions.wrap(mProcessor);
+    }
+    auto const streams = mFactory.streams().describe(0);
+    int status = 0;
+    try {
+        status = mProcessor->configure({.pParsedStreamInfo_P1 = &streams, .pCallback = mListener});
+    } catch (std::exception const& error) {
+        throw base::InputError(fmt::format("the processor cannot be configured: {}", error.what()));
+    }
+    if (status != 0) {
+        throw base::InputError(
+            fmt::format("the processor cannot be configured: status {}", status));
+    }
+}
+
+SimulatedPipeline::~SimulatedPipeline() = default;
+
+void SimulatedPipeline::announce(ReportedFrame const& reported) {
+    if (mOptions.faults != nullptr) {
+        mOptions.faults->count(reported.faults);
+    }
+    mProvider->announce(reported.frame.frameNo);
+}
+
+std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported) {
+    auto set = mFactory.sensorFrame(reported.frame);
+    if (reported.faults.lockedMetadata) {
+        mHeldMetadata.add(set);
+    }
+    mProvider->arrive(std::move(set));
+    return collect("retry", false,
+                   [&] { return mProcessor->processZslPendingRequest(reported.frame.frameNo); });
+}
+
+std::vector<BuiltFrame> SimulatedPipeline::submit(CaptureOrder const& order) {
+    dropListenerIfGone();
+    size_t const capture = mBook.open(order.sensorModes, order.frames);
+    std::unordered_map<uint32_t, uint32_t> const modes(order.sensorModes.begin(),
+                                                       order.sensorModes.end());
+    std::vector<uint32_t> sensors;
+    for (auto const& [sensor, mode] : order.sensorModes) {
+        sensors.push_back(sensor);
+    }
+    model::ZslRequestParams params = requestOf(capture, order.frames);
+    params.pStreamIdMap = &modes;
+    params.pvRequiredSensorIds = &sensors;
+    return collect("capture", false,
+                   [&] { return mProcessor->submitZslRequest(std::move(params)); });
+}
+
+std::vector<BuiltFrame> SimulatedPipeline::flush() {
+    return collect("flush", true, [&] { return mProcessor->flush(); });
+}
+
+model::ZslRequestParams SimulatedPipeline::requestOf(size_t capture, size_t frames) {
+    model::ZslRequestParams params;
+    params.requestNo = mBook.requestNoOf(capture);
+    params.pPolicyParams = mOptions.pPolicy;
+    params.pSelector = selectorOf(capture);
+    params.needFrameSync = mOptions.frameSync;
+    params.pHistoryBufferProvider = providerOf(capture);
+    auto const settings = std::make_shared<v3::pipeline::policy::RequestResultParams>();
+    settings->required = mFactory.streams().required();
+    params.vReqResult.assign(frames, settings);
+    CaptureBook::Builders builders;
+    for (size_t index = 0; index < frames; ++index) {
+        builders.push_back(mFactory.captureFrame(params.requestNo, index));
+    }
+    params.vFrameBuilder.assign(builders.begin(), builders.end());
+    mBook.setBuilders(capture, std::move(builders));
+    return params;
+}
+
+std::shared_ptr<v3::pipeline::NSPipelineContext::IHistoryBufferProvider>
+SimulatedPipeline::providerOf(size_t capture) {
+    ObservedProvider::Observer observer;
+    observer.begin = [this, capture](Offer offer) { beginTry(capture, std::move(offer)); };
+    observer.end = [this] { endTry(); };
+    observer.pause = mOptions.pause;
+    if (mOptions.faults != nullptr) {
+        observer.faults = [this, capture] {
+            return mOptions.faults->ofTry(capture, mBook.triesOf(capture), nowNs());
+        };
+    }
+    return std::make_shared<ObservedProvider>(mProvider, mBook.requestNoOf(capture),
+                                              std::move(observer));
+}
+
+std::shared_ptr<NSCam::ZslPolicy::ISelector> SimulatedPipeline::selectorOf(size_t capture) const {
+    if (mOptions.faults == nullptr) {
+        return mOptions.pSelector;
+    }
+    PolicyFault const fault = mOptions.faults->ofPolicy(capture, nowNs());
+    return fault == PolicyFault::None ? mOptions.pSelector
+                                      : makeFaultySelector(fault, capture, mOptions.faults);
+}
+
+/// Only a submission tells the listener of anything.
+void SimulatedPipeline::dropListenerIfGone() {
+    if (mOptions.faults == nullptr || !mOptions.faults->isCallbackGone(nowNs())) {
+        return;
+    }
+    std::lock_guard lock(mListenerLock);
+    if (mListener != nullptr) {
+        mListener = nullptr;
+        mOptions.faults->count(FaultKind::CallbackGone);
+    }
+}
+
+void SimulatedPipeline::beginTry(size_t capture, Offer offer) {
+    mHeldMetadata.hold();
+    int64_t const ageMs = mBook.ageMs(capture);
+    mBook.beginTry(capture, ageMs, std::move(offer));
+    mLog.watchTimeout(ageMs >= mOptions.timeoutMs);
+}
+
+void SimulatedPipeline::endTry() {
+    mHeldMetadata.letGo();
+    mBook.endTry(mLog.takeTimedOutFrames());
+    mLog.watchTimeout(false);
+}
+
+template <typename Call>
+void SimulatedPipeline::guard(char const* what, Call call) {
+    try {
+        call();
+    } catch (InjectedFault const&) {
+        // What it costs the captures is told of them.
+    } catch (std::exception const& error) {
+        fail(fmt::format("{}: exception: {}", what, error.what()));
+    } catch (...) {
+        fail(fmt::format("{}: exception", what));
+    }
+}
+
+template <typename Call>
+std::vector<BuiltFrame> SimulatedPipeline::collect(char const* what, bool isFlush, Call call) {
+    CaptureBook::Operation operation(mBook);
+    model::ZslFrameBuilders lists;
+    guard(what, [&] { lists = call(); });
+    std::vector<std::string> problems;
+    std::vector<BuiltFrame> built = operation.take(lists, isFlush, problems);
+    for (std::string& problem : problems) {
+        fail(std::move(problem));
+    }
+    return built;
+}
+
+void SimulatedPipeline::finish(BuiltFrame const& frame) {
+    size_t const unfinished = mBook.beginResult(frame);
+    IPipelineBufferSetFrameControl::IAppCallback::Result result;
+    result.requestNo = mBook.requestNoOf(frame.capture);
+    result.nAppOutMetaLeft = static_cast<uint32_t>(unfinished);
+    result.isFrameEnd = unfinished == 0;
+    android::sp<v3::IMetaStreamBuffer> const buffer = resultOf(frame);
+    if (buffer != nullptr) {
+        result.outputAppMetas.push_back(buffer);
+    }
+    guard("result", [&] { mProcessor->onFrameUpdated(result.requestNo, result); });
+    mBook.endResult(frame, readSensorTimestamp(buffer));
+    frame.builder->finish();
+}
+
+android::sp<v3::IMetaStreamBuffer> SimulatedPipeline::resultOf(BuiltFrame const& frame) const {
+    if (frame.builder->builtFromHistory().value_or(false)) {
+        return frame.builder->appMeta(mFactory.streams().pAppResult->getStreamId());
+    }
+    // An ordinary capture is exposed now.
+    IMetadata metadata;
+    put(metadata, NSCam::ZEB_SENSOR_TIMESTAMP, nowNs());
+    return new host::MetaStreamBuffer(mFactory.streams().pAppResult, std::move(metadata));
+}
+
+std::vector<std::string> SimulatedPipeline::dump() {
+    struct Lines final : android::Printer {
+        void printLine(char const* string) override {
+            // A printed "line" may hold several.
+            std::istringstream text(string);
+            for (std::string line; std::getline(text, line);) {
+                lines.push_back(line);
+            }
+        }
+        std::vector<std::string> lines;
+    };
+    Lines printer;
+    host::dumpDebuggees(printer);
+    return printer.lines;
+}
+
+Occupancy SimulatedPipeline::occupancy() const {
+    auto const out = mProvider->ledger()->unsettled();
+    auto const locked = std::count_if(out.begin(), out.end(), [](host::LedgerLine const& line) {
+        return line.holder == host::BufferHolder::Processor;
+    });
+    return {.history = mProvider->frameNumbers().size(),
+            .inFlight = mProvider->getInFlightInfos().size(),
+            .locked = static_cast<size_t>(locked)};
+}
+
+std::vector<PipelineFailure> SimulatedPipeline::failures() const {
+    std::vector<PipelineFailure> failures;
+    {
+        std::lock_guard lock(mFailureLock);
+        failures = mFailures;
+    }
+    if (uint64_t const strays = mProvider->strayReturns(); strays > 0) {
+        failures.push_back(
+            {nowNs(), fmt::format("{} buffer sets came back that were not out", strays)});
+    }
+    for (std::string const& lock : host::MetaStreamBuffer::outstandingLocks()) {
+        failures.push_back({nowNs(), fmt::format("a metadata lock is held: {}", lock)});
+    }
+    return failures;
+}
+
+void SimulatedPipeline::fail(std::string text) {
+    std::lock_guard lock(mFailureLock);
+    mFailures.push_back({nowNs(), std::move(text)});
+}
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <IZslProcessor.h>
+#include <host/HistoryProvider.h>
+#include <host/Services.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "pipeline/CaptureBook.h"
+#include "pipeline/FaultInjector.h"
+#include "pipeline/FrameFactory.h"
+#include "pipeline/ProcessorLog.h"
+#include "pipeline/Schedule.h"
+#include "recording/Recording.h"
+
+namespace zebcam::tool::pipeline {
+
+/// How the pipeline is set up.
+struct PipelineOptions {
+    size_t history = 8;                                          ///< frames that the provider keeps
+    std::shared_ptr<NSCam::ZslPolicy::ZslPolicyParams> pPolicy;  ///< of each capture
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> pSelector;      ///< of each capture
+    int64_t timeoutMs = 3000;  ///< shortest time-out that a capture's policy implies
+    bool frameSync = false;
+    CaptureBook::Tries tries = CaptureBook::Tries::All;
+    /// Puts something between the pipeline and the processor; may be empty.
+    std::function<android::sp<NSCam::v3::pipeline::model::IZslProcessor>(
+        android::sp<NSCam::v3::pipeline::model::IZslProcessor>)>
+        wrap;
+    std::shared_ptr<FaultInjector> faults;  ///< what goes wrong; may be empty
+    std::function<void(int64_t ns)> pause;  ///< lets time pass while a policy is slow
+    uint32_t logLevel = 0;                  ///< see ProcessorLog
+    ProcessorLog::Sink logSink;
+};
+
+/// What a press asks for.
+struct CaptureOrder {
+    size_t frames = 1;
+    std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
+};
+
+/// Something that must not happen.
+struct PipelineFailure {
+    int64_t timeNs = 0;  ///< boot time
+    std::string text;
+};
+
+/// Where the sensor's frames are, in numbers.
+struct Occupancy {
+    size_t history = 0;   ///< with the provider, to be chosen from
+    size_t inFlight = 0;  ///< on their way to the history
+    size_t locked = 0;    ///< kept by policies
+
+    bool operator==(Occupancy const&) const = default;
+};
+
+/**
+ * The camera pipeline around one processor: a sensor whose frames go through a history, captures,
+ * and results. It has no clock and no threads of its own: everything happens when it is called, at
+ * the boot time that the platform tells. Whoever drives it decides when that is.
+ *
+ * Thread-safe, as a pipeline model is: arrivals, captures, results and dumps may come from threads
+ * of their own. At most one at a time.
+ */
+class SimulatedPipeline {
+public:
+    /// Throws InputError when the processor cannot be made or configured.
+    explicit SimulatedPipeline(PipelineOptions options);
+    ~SimulatedPipeline();
+
+    /// The sensor starts on a frame.
+    void announce(ReportedFrame const& reported);
+    /// A frame reaches the history; the captures that wait are tried again.
+    std::vector<BuiltFrame> arrive(ReportedFrame const& reported);
+    std::vector<BuiltFrame> arrive(recording::SensorFrame const& frame) {
+        return arrive({frame, {}});
+    }
+    /// The user presses the button.
+    std::vector<BuiltFrame> submit(CaptureOrder const& order);
+    std::vector<BuiltFrame> flush();
+    /// A built frame is done: its result goes to the processor, its buffers are let go.
+    void finish(BuiltFrame const& frame);
+    /// What every debuggee prints, line by line.
+    static std::vector<std::string> dump();
+
+    CaptureBook const& captures() const { return mBook; }
+    Occupancy occupancy() const;
+    host::BufferLedger const& ledger() const { return *mProvider->ledger(); }
+    uint64_t droppedFrames() const { return mProvider->droppedFrames(); }
+    uint64_t errorLines() const { return mLog.errorLines(); }
+    /// Exceptions (but for those of faults) and frames that came back wrongly so far, and what must
+    /// not be at the end: metadata locks that are held, buffer sets that came back without having
+    /// been out.
+    std::vector<PipelineFailure> failures() const;
+
+private:
+    class ShutterListener;
+
+    template <typename Call>
+    void guard(char const* what, Call call);
+    template <typename Call>
+    std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
+    void beginTry(size_t capture, Offer offer);
+    void endTry();
+    NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
+    std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(
+        size_t capture);
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture) const;
+    void dropListenerIfGone();
+    android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
+    void fail(std::string text);
+
+    PipelineOptions const mOptions;
+    FrameFactory const mFactory;
+    ProcessorLog mLog;
+    host::DeviceRegistration const mDevice;
+    std::shared_ptr<host::HistoryProvider> const mProvider;
+    CaptureBook mBook;
+    mutable std::mutex mFailureLock;
+    std::vector<PipelineFailure> mFailures;
+    HeldMetadata mHeldMetadata;
+    std::mutex mListenerLock;
+    android::sp<ShutterListener> mListener;                             ///< null once it is gone
+    android::sp<NSCam::v3::pipeline::model::IZslProcessor> mProcessor;  ///< goes first
+};
+
+}  // namespace zebcam::tool::pipeline

@@ -1,0 +1,242 @@
+#include "report/ComparisonTable.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <span>
+#include <string_view>
+
+#include "base/Text.h"
+#include "log/Logcat.h"
+
+namespace zebcam::tool::report {
+
+namespace {
+
+constexpr size_t kColumns = 120;
+constexpr char kNothing[] = "-";
+
+/// A setting that may differ between the rows.
+struct Setting {
+    char const* title;
+    char const* unit;
+    size_t width;
+    std::string (*value)(compare::ComparisonRow const& row);
+};
+
+std::string offsetOf(compare::ComparisonRow const& row) {
+    std::optional<int64_t> const offset = row.offsetMs();
+    return offset ? fmt::to_string(*offset) : kNothing;
+}
+
+Setting const kSettings[] = {
+    {"offset", " ms", 7, offsetOf},
+    {"frames", "", 6,
+     [](compare::ComparisonRow const& row) {
+         return fmt::to_string(row.options.framesPerCapture);
+     }},
+    {"history", "", 7,
+     [](compare::ComparisonRow const& row) { return fmt::to_string(row.options.history); }},
+};
+
+/// Plug-ins are numbered, because paths are long and often differ in the middle only.
+std::map<std::string, std::string> policyLabels(std::vector<compare::ComparisonRow> const& rows) {
+    std::map<std::string, std::string> labels;
+    size_t plugins = 0;
+    for (compare::ComparisonRow const& row : rows) {
+        pipeline::PolicyOption const& policy = row.options.policy;
+        if (labels.count(policy.name()) == 0) {
+            labels[policy.name()] = policy.kind == pipeline::PolicyKind::Plugin
+                                        ? fmt::format("plug-in {}", ++plugins)
+                                        : policy.name();
+        }
+    }
+    return labels;
+}
+
+std::string legendOf(std::vector<compare::ComparisonRow> const& rows,
+                     std::map<std::string, std::string> const& labels) {
+    std::map<size_t, std::string> lines;
+    for (size_t i = rows.size(); i-- > 0;) {
+        pipeline::PolicyOption const& policy = rows[i].options.policy;
+        if (policy.kind == pipeline::PolicyKind::Plugin) {
+            std::string const& label = labels.at(policy.name());
+            lines[std::stoul(label.substr(label.rfind(' ')))] =
+                fmt::format("{:<11}  {}\n", label, base::printable(policy.name()));
+        }
+    }
+    std::string legend;
+    for (auto const& [number, line] : lines) {
+        legend += line;
+    }
+    return legend.empty() ? "" : legend + "\n";
+}
+
+std::string ms(bool isThere, int64_t ns) {
+    constexpr int64_t kNsPerTenthMs = 100'000;
+    if (!isThere) {
+        return kNothing;
+    }
+    // Rounded half away from zero, as all times are.
+    int64_t const tenths = (ns + (ns < 0 ? -1 : 1) * kNsPerTenthMs / 2) / kNsPerTenthMs;
+    return fmt::format("{}{}.{}", tenths < 0 ? "-" : "", std::abs(tenths) / 10,
+                       std::abs(tenths) % 10);
+}
+
+constexpr char kNumbers[] = "{:>6}{:>7}{:>6}{:>6}{:>9}{:>9}{:>9}{:>9}{:>8}{:>8}{:>8}";
+
+std::string numbersText(compare::RunNumbers const& numbers) {
+    run::ReplaySummary const& summary = numbers.summary;
+    run::Spread const& lag = summary.lag;
+    run::Spread const& wait = numbers.wait;
+    bool const hasLag = lag.count > 0;
+    bool const hasWait = wait.count > 0;
+    return fmt::format(kNumbers, summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
+                       ms(hasLag, lag.min), ms(hasLag, lag.median), ms(hasLag, lag.p95),
+                       ms(hasLag, lag.max), ms(hasWait, wait.p95), ms(hasWait, wait.max),
+                       ms(numbers.ledger.handedOut > 0, numbers.longestHeldNs));
+}
+
+std::string trimmedLine(std::string line) {
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line + "\n";
+}
+
+/// `text` behind `indent` blanks, broken after commas.
+std::string wrapped(std::string_view text, size_t indent) {
+    std::string out;
+    size_t const width = kColumns - indent;
+    while (!text.empty()) {
+        size_t cut = text.size() <= width ? text.size() : text.rfind(", ", width - 1);
+        cut = cut == std::string_view::npos ? text.size() : cut;
+        bool const isCut = cut < text.size();
+        out += fmt::format("{:{}}{}{}\n", "", indent, text.substr(0, cut), isCut ? "," : "");
+        text.remove_prefix(isCut ? cut + 2 : cut);
+    }
+    return out;
+}
+
+/// `, offset 50 ms, frames 1`; without what is not known.
+std::string settingsText(compare::ComparisonRow const& row,
+                         std::vector<Setting const*> const& settings) {
+    std::string text;
+    for (Setting const* const setting : settings) {
+        if (std::string const value = setting->value(row); value != kNothing) {
+            text += fmt::format(", {} {}{}", setting->title, value, setting->unit);
+        }
+    }
+    return text;
+}
+
+/// Lays out the rows with the settings that differ as columns.
+class Table {
+public:
+    explicit Table(std::vector<compare::ComparisonRow> const& rows)
+        : mRows(rows), mLabels(policyLabels(rows)) {
+        for (Setting const& setting : kSettings) {
+            bool const differs = std::any_of(rows.begin(), rows.end(), [&](auto const& row) {
+                return setting.value(row) != setting.value(rows.front());
+            });
+            (differs ? mColumns : mShared).push_back(&setting);
+        }
+    }
+
+    std::string text() const {
+        std::string out = legendOf(mRows, mLabels);
+        std::string const* recording = nullptr;
+        for (compare::ComparisonRow const& row : mRows) {
+            if (recording == nullptr || *recording != row.recording) {
+                out += recording != nullptr ? "\n" : "";
+                out += heading(row);
+                recording = &row.recording;
+            }
+            out += line(row);
+        }
+        return out;
+    }
+
+private:
+    std::string heading(compare::ComparisonRow const& first) const {
+        std::string above = fmt::format("  {:<10}", "");
+        std::string titles = fmt::format("  {:<10}", "policy");
+        for (Setting const* const setting : mColumns) {
+            above += fmt::format(" {:{}}", "", setting->width);
+            titles += fmt::format(" {:>{}}", setting->title, setting->width);
+        }
+        above +=
+            fmt::format("{:>25}{:>36}{:>16}{:>8}", "served", "lag (ms)", "waiting (ms)", "held");
+        titles += fmt::format(kNumbers, "once", "waited", "late", "flush", "min", "median", "95 %",
+                              "max", "95 %", "max", "max");
+        return fmt::format("Recording {}{}\n", base::printable(first.recording),
+                           settingsText(first, mShared)) +
+               trimmedLine(above) + trimmedLine(titles);
+    }
+
+    std::string line(compare::ComparisonRow const& row) const {
+        std::string out = fmt::format("{} {:<10}", row.isGood() ? " " : "!",
+                                      mLabels.at(row.options.policy.name()));
+        for (Setting const* const setting : mColumns) {
+            out += fmt::format(" {:>{}}", setting->value(row), setting->width);
+        }
+        if (!row.numbers) {
+            out += "  failed: " + base::printable(row.problems.front());
+            return (out.size() > kColumns ? out.substr(0, kColumns - 3) + "..." : out) + "\n";
+        }
+        out += numbersText(*row.numbers) + "\n";
+        compare::RefusalCounts const& refusals = row.numbers->refusals;
+        if (refusals.total() > 0) {
+            out += wrapped(fmt::format("refused {}: {}", refusals.total(), refusals.text()), 4);
+        }
+        return out;
+    }
+
+    std::vector<compare::ComparisonRow> const& mRows;
+    std::map<std::string, std::string> const mLabels;
+    std::vector<Setting const*> mColumns;
+    std::vector<Setting const*> mShared;
+};
+
+/// Whether all rows of the recording that begins at `rows` failed for the same reason.
+bool failAlike(std::span<compare::ComparisonRow const> rows) {
+    return std::all_of(rows.begin(), rows.end(), [&](compare::ComparisonRow const& row) {
+        return !row.numbers && row.problems == rows.front().problems;
+    });
+}
+
+}  // namespace
+
+std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows) {
+    return Table(rows).text();
+}
+
+std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows) {
+    std::string text;
+    std::vector<Setting const*> settings;
+    for (Setting const& setting : kSettings) {
+        settings.push_back(&setting);
+    }
+    for (size_t begin = 0, end = 0; begin < rows.size(); begin = end) {
+        while (end < rows.size() && rows[end].recording == rows[begin].recording) {
+            ++end;
+        }
+        std::span const runs(&rows[begin], end - begin);
+        bool const isOne = failAlike(runs);
+        for (compare::ComparisonRow const& row : isOne ? runs.first(1) : runs) {
+            std::string const where =
+                isOne ? ""
+                      : fmt::format(" (policy {}{})", base::printable(row.options.policy.name()),
+                                    settingsText(row, settings));
+            for (auto const* const texts : {&row.problems, &row.broken}) {
+                for (std::string const& complaint : *texts) {
+                    text += fmt::format("{}{}: {}\n", base::printable(row.recording), where,
+                                        base::printable(complaint));
+                }
+            }
+        }
+    }
+    return text;
+}
+
+}  // namespace zebcam::tool::report

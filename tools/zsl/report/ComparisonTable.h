@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "compare/ComparisonRow.h"
+
+namespace zebcam::tool::report {
+
+/// The rows for people: a table for each recording, with the settings that differ. Plain text of at
+/// most 120 columns, but for paths that are longer themselves.
+std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows);
+
+/// What went wrong: a line for each problem and each broken limit that names recording and
+/// settings. What fails alike under every setting of a recording is told once.
+std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows);
+
+}  // namespace zebcam::tool::report

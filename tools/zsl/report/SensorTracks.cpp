@@ -1,0 +1,90 @@
+#include "report/SensorTracks.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "pipeline/Schedule.h"
+#include "report/Lanes.h"
+
+namespace zebcam::tool::report {
+
+namespace {
+
+using Json = TraceEvents::Json;
+
+Json argsOf(recording::SensorFrame const& frame, FrameSlice const& slice) {
+    Json args = {{"frame", frame.frameNo},       {"timestampNs", frame.timestampNs},
+                 {"arrivalNs", slice.arrivalNs}, {"exposureNs", frame.exposureNs},
+                 {"readoutNs", frame.readoutNs}, {"durationNs", frame.durationNs}};
+    auto const add = [&args](char const* key, auto const& value) {
+        if (value) {
+            args[key] = *value;
+        }
+    };
+    add("iso", frame.iso);
+    add("focusDistance", frame.focusDistance);
+    add("afMode", frame.afMode);
+    add("afState", frame.afState);
+    add("lensState", frame.lensState);
+    add("aeStable", frame.aeStable);
+    add("frameSync", frame.frameSync);
+    add("sensorId", frame.sensorId);
+    add("sensorMode", frame.sensorMode);
+    args["error"] = frame.hasError;
+    if (slice.endNs != slice.arrivalNs) {
+        args["isCutShort"] = true;
+    }
+    if (slice.isLost) {
+        args["isLost"] = true;
+    }
+    return args;
+}
+
+}  // namespace
+
+std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
+                                    run::ReplayResult const& result) {
+    std::vector<pipeline::FrameTimes> const times = pipeline::frameTimes(recording, result.options);
+    bool const isFaulty = !result.arrivalsNs.empty();
+    std::vector<FrameSlice> slices;
+    slices.reserve(times.size());
+    Lanes lanes(MAX_FRAME_ROWS);
+    for (size_t i = 0; i < times.size(); ++i) {
+        bool const isLost = isFaulty && !result.arrivalsNs[i];
+        int64_t const arrivalNs =
+            isFaulty ? result.arrivalsNs[i].value_or(times[i].arrivalNs) : times[i].arrivalNs;
+        auto const lane = lanes.take(recording.frames[i].timestampNs, arrivalNs);
+        bool const isCut = !lane && i + 1 < times.size();
+        int64_t const endNs =
+            isCut ? std::min(arrivalNs, recording.frames[i + 1].timestampNs) : arrivalNs;
+        slices.push_back({lane.value_or(MAX_FRAME_ROWS), arrivalNs, endNs, isLost});
+    }
+    return slices;
+}
+
+void writeFrames(TraceEvents& events, int process, recording::Recording const& recording,
+                 std::vector<FrameSlice> const& slices, TraceFlows const& flows) {
+    std::vector<bool> isNamed(MAX_FRAME_ROWS + 1);
+    for (size_t i = 0; i < slices.size(); ++i) {
+        recording::SensorFrame const& frame = recording.frames[i];
+        auto const row = static_cast<int64_t>(slices[i].row);
+        Track const track = rowOf(process, row);
+        if (!isNamed[slices[i].row]) {
+            isNamed[slices[i].row] = true;
+            events.nameThread(track,
+                              slices[i].row < MAX_FRAME_ROWS ? fmt::format("frames {}", row + 1)
+                                                             : "more frames, cut short",
+                              row);
+        }
+        events.begin(track, frame.timestampNs, "sensor", fmt::format("frame {}", frame.frameNo),
+                     argsOf(frame, slices[i]));
+        for (FlowMark const& mark : flows.atFrame(frame.frameNo)) {
+            events.flow(track, mark);
+        }
+        events.end(track, slices[i].endNs);
+    }
+}
+
+}  // namespace zebcam::tool::report

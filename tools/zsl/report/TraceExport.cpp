@@ -1,0 +1,162 @@
+#include "report/TraceExport.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "Version.h"
+#include "report/CaptureTracks.h"
+#include "report/SensorTracks.h"
+#include "report/TraceEvents.h"
+
+namespace zebcam::tool::report {
+
+namespace {
+
+using Json = TraceEvents::Json;
+
+constexpr int SENSOR = 1;
+constexpr int OCCUPANCY = 2;
+constexpr int CAPTURES = 3;
+constexpr int PROCESSOR = 4;
+
+constexpr int64_t MARKS_PER_FRAME = 20;
+
+/// What each try found and what each instant left behind, in the order of time.
+std::vector<run::OccupancySample> occupancyOf(TraceInput const& input) {
+    std::vector<run::OccupancySample> samples;
+    for (pipeline::CaptureRecord const& capture : input.result.captures) {
+        for (pipeline::TryRecord const& attempt : capture.tries) {
+            samples.push_back({attempt.timeNs,
+                               {attempt.historyFrames.size(), attempt.inFlightFrames.size(),
+                                attempt.lockedFrames.size()}});
+        }
+    }
+    samples.insert(samples.end(), input.occupancy.begin(), input.occupancy.end());
+    std::stable_sort(samples.begin(), samples.end(),
+                     [](run::OccupancySample const& a, run::OccupancySample const& b) {
+                         return a.bootTimeNs < b.bootTimeNs;
+                     });
+    return samples;
+}
+
+void writeOccupancy(TraceEvents& events, TraceInput const& input) {
+    std::map<std::string, size_t> shown;
+    auto const show = [&](int64_t timeNs, std::string const& name, size_t frames) {
+        auto const [counter, isNew] = shown.try_emplace(name, frames);
+        if (isNew || counter->second != frames) {
+            counter->second = frames;
+            events.counter(OCCUPANCY, timeNs, name, frames);
+        }
+    };
+    for (run::OccupancySample const& sample : occupancyOf(input)) {
+        show(sample.bootTimeNs, "history", sample.occupancy.history);
+        show(sample.bootTimeNs, "in flight", sample.occupancy.inFlight);
+        show(sample.bootTimeNs, "locked", sample.occupancy.locked);
+    }
+}
+
+/**
+ * Draws the sections of one thread. The platform's clock stands still in a section, so that slices
+ * get their real lengths: an outermost one begins at its instant, or where the one before ends, and
+ * what is inside keeps its real distance from that begin.
+ */
+class SectionRow {
+public:
+    SectionRow(TraceEvents& events, Track track) : mEvents(events), mTrack(track) {}
+
+    void add(run::ProcessorSection const& section) {
+        closeTo(section.depth);
+        if (section.depth == 0) {
+            int64_t const beginNs = std::max(section.bootTimeNs, mLastEndNs);
+            mShiftNs = beginNs - section.realBeginNs;
+        }
+        int64_t const beginNs = section.realBeginNs + mShiftNs;
+        mEvents.begin(
+            mTrack, beginNs, "processor", section.name,
+            {{"bootTimeNs", section.bootTimeNs}, {"realDurationNs", section.realDurationNs}});
+        mEndsNs.push_back(beginNs + section.realDurationNs);
+    }
+
+    void closeTo(size_t depth) {
+        for (; mEndsNs.size() > depth; mEndsNs.pop_back()) {
+            mLastEndNs = mEndsNs.back();
+            mEvents.end(mTrack, mLastEndNs);
+        }
+    }
+
+private:
+    TraceEvents& mEvents;
+    Track const mTrack;
+    std::vector<int64_t> mEndsNs;  ///< of the open sections, outermost first
+    int64_t mLastEndNs = 0;
+    int64_t mShiftNs = 0;  ///< from real to drawn times
+};
+
+void writeSections(TraceEvents& events, std::vector<run::ProcessorSection> const& sections) {
+    std::map<size_t, SectionRow> rows;
+    for (run::ProcessorSection const& section : sections) {
+        auto const number = static_cast<int64_t>(section.thread);
+        Track const track = rowOf(PROCESSOR, number);
+        auto const [row, isNew] = rows.try_emplace(section.thread, events, track);
+        if (isNew) {
+            events.nameThread(track, fmt::format("sections of thread {}", number + 1), number);
+        }
+        row->second.add(section);
+    }
+    for (auto& [thread, row] : rows) {
+        row.closeTo(0);
+    }
+}
+
+Json aboutOf(run::ReplayResult const& result) {
+    Json about = {{"recording", result.path},
+                  {"version", VERSION},
+                  {"policy", result.options.policy.name()},
+                  {"historyFrames", result.options.history},
+                  {"offsetMs", result.offsetMs},
+                  {"bootTimeOfZeroNs", result.firstTimestampNs}};
+    if (result.faults) {
+        about["faults"] = result.faults->text();
+    }
+    return about;
+}
+
+}  // namespace
+
+void writeTrace(TraceInput const& input, std::ostream& out) {
+    recording::Recording const& recording = input.recording;
+    auto const& captures = input.result.captures;
+    std::vector<FrameSlice> const frames = frameSlices(recording, input.result);
+    std::vector<int64_t> frameEndsNs;
+    int64_t replayEndNs = 0;
+    for (FrameSlice const& frame : frames) {
+        frameEndsNs.push_back(frame.endNs);
+        replayEndNs = std::max(replayEndNs, frame.arrivalNs);
+    }
+    int64_t const markNs = std::max<int64_t>(1, recording.medianIntervalNs / MARKS_PER_FRAME);
+    std::vector<CaptureShape> shapes;
+    for (size_t i = 0; i < captures.size(); ++i) {
+        shapes.push_back(shapeOf(captures[i], i, markNs, replayEndNs));
+    }
+    TraceFlows const flows(recording, frameEndsNs, captures);
+
+    TraceEvents events(out, input.result.firstTimestampNs);
+    events.nameProcess(SENSOR, "sensor");
+    events.nameProcess(OCCUPANCY, "occupancy");
+    events.nameProcess(CAPTURES, "captures");
+    events.nameProcess(PROCESSOR, "processor");
+    // A press, the frame and the result may fall on one instant: the arrow then follows the order
+    // of the file.
+    writeCaptures(events, CAPTURES, captures, shapes, input.explanation, flows);
+    writeFrames(events, SENSOR, recording, frames, flows);
+    writeAnswers(events, CAPTURES, captures, shapes, flows);
+    writeOccupancy(events, input);
+    writeSections(events, input.sections);
+    events.finish(aboutOf(input.result));
+}
+
+}  // namespace zebcam::tool::report

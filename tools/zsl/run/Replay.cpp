@@ -1,0 +1,223 @@
+#include "run/Replay.h"
+
+#include <fmt/format.h>
+#include <platform/VirtualClock.h>
+
+#include <algorithm>
+#include <queue>
+#include <tuple>
+#include <utility>
+
+#include "base/Duration.h"
+#include "pipeline/PipelineSetup.h"
+#include "pipeline/Schedule.h"
+#include "pipeline/SimulatedPipeline.h"
+
+namespace zebcam::tool::run {
+
+namespace {
+
+/// What happens, in the order in which it happens at one instant.
+enum class EventKind { Announce, Arrival, Result, Press, Dump, Flush, FaultFlush };
+
+struct Event {
+    int64_t timeNs = 0;
+    EventKind kind = EventKind::Announce;
+    size_t which = 0;  ///< of its kind, in the order of one instant
+
+    /// For a queue whose top is what comes next.
+    bool operator<(Event const& other) const {
+        return std::tie(timeNs, kind, which) > std::tie(other.timeNs, other.kind, other.which);
+    }
+};
+
+/// Drives a simulated pipeline by the recording's clock.
+class ReplayRun {
+public:
+    ReplayRun(recording::Recording const& recording, pipeline::ReplayOptions const& options,
+              ReplayListener const& listener)
+        : mRecording(recording),
+          mOptions(options),
+          mListener(listener),
+          mStartNs(recording.frames.front().timestampNs),
+          mReprocessNs(options.reprocessDelayNs.value_or(recording.medianIntervalNs)),
+          mFaults(
+              pipeline::makeFaultInjector(options.faults, mStartNs, recording.medianIntervalNs)),
+          mClock({.bootTimeNs = mStartNs}),
+          mPipeline(listeningOptions()) {
+        schedule();
+    }
+
+    ReplayResult run() {
+        while (!mQueue.empty()) {
+            Event const event = mQueue.top();
+            mQueue.pop();
+            // A slow policy makes what was due meanwhile come late.
+            mClock.advanceTo(std::max(event.timeNs, mClock.bootTimeNs()));
+            handle(event);
+            if (mListener.occupancy) {
+                mListener.occupancy(mClock.bootTimeNs(), mPipeline.occupancy());
+            }
+        }
+        return finishResult();
+    }
+
+private:
+    pipeline::PipelineOptions listeningOptions() {
+        pipeline::PipelineOptions options = pipeline::pipelineOptions(mOptions);
+        options.faults = mFaults;
+        options.pause = [this](int64_t ns) { mClock.advance(ns); };
+        if (mListener.log) {
+            options.logSink = [this](host::LogLine const& line) {
+                mListener.log(mClock.bootTimeNs() - mStartNs, line);
+            };
+        }
+        return options;
+    }
+
+    void schedule() {
+        mPresses = pipeline::pressTimes(mRecording, mOptions);
+        int64_t const endNs = scheduleSensor();
+        for (size_t i = 0; i < mPresses.size(); ++i) {
+            mQueue.push({mStartNs + mPresses[i], EventKind::Press, i});
+        }
+        for (size_t i = 0; i < mOptions.dumpsNs.size(); ++i) {
+            mQueue.push({mStartNs + mOptions.dumpsNs[i], EventKind::Dump, i});
+        }
+        for (size_t i = 0; i < mOptions.flushesNs.size(); ++i) {
+            mQueue.push({mStartNs + mOptions.flushesNs[i], EventKind::Flush, i});
+        }
+        mQueue.push({endNs, EventKind::Flush, mOptions.flushesNs.size()});
+        if (mFaults != nullptr) {
+            for (int64_t const timeNs : mFaults->flushTimes()) {
+                mQueue.push({timeNs, EventKind::FaultFlush, 0});
+            }
+        }
+    }
+
+    /// Gives the boot time at which everything has arrived.
+    int64_t scheduleSensor() {
+        pipeline::SensorEvents sensor =
+            pipeline::sensorEvents(mRecording, mOptions, {}, mFaults.get());
+        mFrames = std::move(sensor.frames);
+        mArrivalsNs.resize(mFaults != nullptr ? mFrames.size() : 0);
+        int64_t endNs = mStartNs + mPresses.back();
+        for (pipeline::SensorEvent const& event : sensor.events) {
+            bool const isArrival = event.kind == pipeline::SensorEventKind::Arrival;
+            mQueue.push(
+                {event.timeNs, isArrival ? EventKind::Arrival : EventKind::Announce, event.frame});
+            endNs = std::max(endNs, event.timeNs);
+            mArrivals += isArrival ? 1 : 0;
+        }
+        return endNs;
+    }
+
+    void handle(Event const& event) {
+        switch (event.kind) {
+            case EventKind::Announce:
+                mPipeline.announce(mFrames[event.which]);
+                break;
+            case EventKind::Arrival:
+                arrive(event.which);
+                break;
+            case EventKind::Result:
+                mPipeline.finish(mBuilt[event.which]);
+                break;
+            case EventKind::Press:
+                press(event.which);
+                break;
+            case EventKind::Dump:
+                mDumps.push_back(
+                    {mClock.bootTimeNs() - mStartNs, pipeline::SimulatedPipeline::dump()});
+                break;
+            case EventKind::FaultFlush:
+                mFaults->count(pipeline::FaultKind::Flush);
+                [[fallthrough]];
+            case EventKind::Flush:
+                reprocess(mPipeline.flush());
+                break;
+        }
+    }
+
+    void arrive(size_t which) {
+        if (mFaults != nullptr && !mArrivalsNs[which]) {
+            mArrivalsNs[which] = mClock.bootTimeNs();
+        }
+        reprocess(mPipeline.arrive(mFrames[which]));
+        if (mListener.progress) {
+            mListener.progress(++mArrived, mArrivals);
+        }
+    }
+
+    void press(size_t which) {
+        int64_t const pressNs = mStartNs + mPresses[which];
+        if (mFaults != nullptr) {
+            if (auto const flushNs = mFaults->flushAfter(which, pressNs)) {
+                mQueue.push({*flushNs, EventKind::FaultFlush, which});
+            }
+        }
+        reprocess(mPipeline.submit({.frames = mOptions.framesPerCapture,
+                                    .sensorModes = pipeline::sensorModesAt(mRecording, pressNs)}));
+    }
+
+    void reprocess(std::vector<pipeline::BuiltFrame> const& frames) {
+        for (pipeline::BuiltFrame const& frame : frames) {
+            mQueue.push({mClock.bootTimeNs() + mReprocessNs, EventKind::Result, mBuilt.size()});
+            mBuilt.push_back(frame);
+        }
+    }
+
+    ReplayResult finishResult() {
+        ReplayResult result;
+        result.path = mRecording.path;
+        result.notes = mRecording.notes;
+        result.facts = recording::computeFacts(mRecording);
+        result.firstTimestampNs = mStartNs;
+        result.options = mOptions;
+        result.offsetMs = pipeline::offsetInForceMs();
+        result.captures = mPipeline.captures().records();
+        result.summary = summarize(result.captures);
+        result.ledger = mPipeline.ledger().totals();
+        result.unsettled = mPipeline.ledger().unsettled();
+        result.longestHeldNs = mPipeline.ledger().longestHeldNs();
+        result.droppedFrames = mPipeline.droppedFrames();
+        result.errorLines = mPipeline.errorLines();
+        result.dumps = std::move(mDumps);
+        if (mFaults != nullptr) {
+            result.faults = mFaults->tally();
+            result.arrivalsNs = std::move(mArrivalsNs);
+        }
+        for (pipeline::PipelineFailure const& failure : mPipeline.failures()) {
+            result.failures.push_back(fmt::format(
+                "at {} s: {}", base::formatSeconds(failure.timeNs - mStartNs), failure.text));
+        }
+        return result;
+    }
+
+    recording::Recording const& mRecording;
+    pipeline::ReplayOptions const& mOptions;
+    ReplayListener const& mListener;
+    int64_t const mStartNs;
+    int64_t const mReprocessNs;
+    std::shared_ptr<pipeline::FaultInjector> const mFaults;
+    platform::VirtualClock mClock;
+    pipeline::SimulatedPipeline mPipeline;
+    std::priority_queue<Event> mQueue;
+    std::vector<int64_t> mPresses;
+    std::vector<pipeline::ReportedFrame> mFrames;
+    std::vector<std::optional<int64_t>> mArrivalsNs;  ///< with faults
+    size_t mArrivals = 0;                             ///< that are due, over the whole replay
+    std::vector<pipeline::BuiltFrame> mBuilt;
+    std::vector<DebugDump> mDumps;
+    size_t mArrived = 0;
+};
+
+}  // namespace
+
+ReplayResult replay(recording::Recording const& recording, pipeline::ReplayOptions const& options,
+                    ReplayListener const& listener) {
+    pipeline::PropertyScope const properties(pipeline::propertiesOf(options));
+    return ReplayRun(recording, options, listener).run();
+}
+
+}  // namespace zebcam::tool::run

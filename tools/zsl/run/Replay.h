@@ -1,0 +1,39 @@
+#pragma once
+
+#include <host/Services.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+#include "pipeline/ReplayOptions.h"
+#include "pipeline/SimulatedPipeline.h"
+#include "recording/Recording.h"
+#include "run/ReplayResult.h"
+
+namespace zebcam::tool::run {
+
+/// What may be heard while a replay runs. Any may be empty.
+struct ReplayListener {
+    std::function<void(size_t frames, size_t total)> progress;  ///< frames that have arrived
+    /// A line of the log up to the level asked for; `timeNs` counts from the first frame.
+    std::function<void(int64_t timeNs, host::LogLine const& line)> log;
+    /// After each event, with its boot time.
+    std::function<void(int64_t bootTimeNs, pipeline::Occupancy const& occupancy)> occupancy;
+};
+
+/**
+ * Replays `recording` through the processor, in virtual time.
+ *
+ * Events at one instant happen in this order: frames leave for the history, frames arrive (by
+ * number), results come back, presses, dumps, flushes. The last arrival ends the recording: the
+ * pipeline is flushed and the results that are due come in. Faults that were asked for are part of
+ * the replay and no failures of it.
+ *
+ * Throws InputError when the options do not fit the recording or cannot be carried out. At most one
+ * at a time.
+ */
+ReplayResult replay(recording::Recording const& recording, pipeline::ReplayOptions const& options,
+                    ReplayListener const& listener = {});
+
+}  // namespace zebcam::tool::run

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <host/BufferLedger.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pipeline/CaptureRecord.h"
+#include "pipeline/ReplayOptions.h"
+#include "recording/Recording.h"
+
+namespace zebcam::tool::run {
+
+/// Minimum, median, 95th percentile (nearest rank) and maximum of some times, ns.
+struct Spread {
+    size_t count = 0;
+    int64_t min = 0;
+    int64_t median = 0;  ///< mean of the middle two for an even count
+    int64_t p95 = 0;
+    int64_t max = 0;
+};
+
+/// The spread of `values`; all 0 for none.
+Spread spreadOf(std::vector<int64_t> values);
+
+/// Numbers over all frames of all captures.
+struct ReplaySummary {
+    size_t captures = 0;
+    size_t answeredCaptures = 0;  ///< every frame came back
+    size_t frames = 0;
+    size_t atOnce = 0;
+    size_t waited = 0;
+    size_t timedOut = 0;
+    size_t flushed = 0;
+    size_t unanswered = 0;
+    size_t withoutHistory = 0;  ///< answered as ordinary captures
+    Spread lag;                 ///< of the frames that have a history frame
+};
+
+ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures);
+
+/// A dump of every debuggee.
+struct DebugDump {
+    int64_t timeNs = 0;  ///< from the first frame
+    std::vector<std::string> lines;
+};
+
+/// What came of holding a replay against the device whose recording it replays.
+struct DeviceVerdict {
+    size_t operations = 0;   ///< that were replayed
+    size_t builtFrames = 0;  ///< by the device
+    size_t sameFrames = 0;   ///< built just so by the replay
+    size_t operationsThatDiffer = 0;
+    std::vector<std::string> differences;  ///< the first ones
+
+    bool isSame() const { return operationsThatDiffer == 0; }
+};
+
+/// Everything that is told of a replay.
+struct ReplayResult {
+    std::string path;
+    std::vector<std::string> notes;
+    recording::RecordingFacts facts;
+    int64_t firstTimestampNs = 0;  ///< boot time of the first frame
+    pipeline::ReplayOptions options;
+    int64_t offsetMs = 0;  ///< ZSL offset in force, over all its properties
+
+    std::vector<pipeline::CaptureRecord> captures;
+    ReplaySummary summary;
+    host::BufferLedger::Totals ledger;
+    std::vector<host::LedgerLine> unsettled;  ///< buffer sets that were not given back
+    int64_t longestHeldNs = 0;
+    uint64_t droppedFrames = 0;  ///< left the history because newer ones came
+    uint64_t errorLines = 0;     ///< error lines of the processor's log
+    std::vector<DebugDump> dumps;
+    std::optional<pipeline::FaultTally> faults;  ///< none when none were asked for
+    /// When each frame of the recording first arrived, boot time; none: it was lost. Empty without
+    /// faults, where the schedule tells.
+    std::vector<std::optional<int64_t>> arrivalsNs;
+    std::optional<DeviceVerdict> device;  ///< only of a device's recording
+    std::vector<std::string> failures;    ///< exceptions, answers that nobody asked for, held locks
+
+    /// Every capture was answered, the ledger balances and nothing failed; of a device's recording,
+    /// which may end anywhere: every decision is the device's and nothing failed.
+    bool isClean() const;
+};
+
+}  // namespace zebcam::tool::run
