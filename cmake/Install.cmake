@@ -10,7 +10,7 @@ target_compile_features(zebcam_selector INTERFACE cxx_std_20)
 target_include_directories(zebcam_selector INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/pipeline>
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/stack/include>)
-target_link_libraries(zebcam_selector INTERFACE android_headers)
+target_link_libraries(zebcam_selector INTERFACE $<BUILD_INTERFACE:zebcam_base> android_headers)
 
 set_target_properties(zebcam_pipelinemodel_zsl PROPERTIES EXPORT_NAME zsl)
 set_target_properties(zebcam_zsl_recorder PROPERTIES EXPORT_NAME zsl_recorder)
@@ -32,6 +32,7 @@ install(TARGETS zebcam_pipelinemodel_zsl zebcam_zsl_recorder zebcam_stack_host
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${header_dir})
 install(DIRECTORY
+    base/include/
     pipeline/model/include/
     pipeline/recorder/include/
     stack/include/

@@ -2,6 +2,7 @@
 
 #include <IZslProcessor.h>
 #include <debugutils/IDebuggee.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <chrono>
 #include <cstdint>
@@ -17,9 +18,12 @@
 
 #include "HistorySets.h"
 #include "MetadataLocks.h"
-#include "ThreadSafety.h"
 
 namespace NSCam::v3::pipeline::model {
+
+using zebcam::AdoptedLock;
+using zebcam::LockGuard;
+using zebcam::TimedMutex;
 
 /**
  * The processor.
