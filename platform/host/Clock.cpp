@@ -25,9 +25,12 @@ int64_t read(clockid_t clock) {
 }
 
 int64_t read(clockid_t clock, std::atomic<int64_t> const& virtualStartNs) {
+    // Pairs with the release in the constructor: who sees the virtual clock sees its starts.
     if (!gIsVirtual.load(std::memory_order_acquire)) {
         return read(clock);
     }
+    // Pairs with the release in advance(): what was done before the clock moved is seen by whoever
+    // reads the new time.
     return virtualStartNs.load(std::memory_order_relaxed) +
            gElapsedNs.load(std::memory_order_acquire);
 }
@@ -38,13 +41,14 @@ extern "C" nsecs_t systemTime(int clock) {
     switch (clock) {
         case SYSTEM_TIME_REALTIME:
             return read(CLOCK_REALTIME, gWallStartNs);
+        // Used-up processor time stays real: nobody plays that again.
         case SYSTEM_TIME_PROCESS:
             return read(CLOCK_PROCESS_CPUTIME_ID);
         case SYSTEM_TIME_THREAD:
             return read(CLOCK_THREAD_CPUTIME_ID);
         case SYSTEM_TIME_BOOTTIME:
             return read(CLOCK_BOOTTIME, gBootStartNs);
-        default:
+        default:  // as on a device, an unknown clock is the monotonic one
             return read(CLOCK_MONOTONIC, gMonotonicStartNs);
     }
 }
@@ -69,8 +73,8 @@ VirtualClock::VirtualClock(Start start) {
 }
 
 VirtualClock::~VirtualClock() {
-    gIsVirtual = false;
-    gIsTaken = false;
+    gIsVirtual.store(false, std::memory_order_release);
+    gIsTaken = false;  // last: the next one may begin at once
 }
 
 void VirtualClock::advance(int64_t ns) {
@@ -86,10 +90,11 @@ void VirtualClock::advanceTo(int64_t bootTimeNs) {
 }
 
 void VirtualClock::set(Start readings) {
-    gBootStartNs = readings.bootTimeNs;
-    gMonotonicStartNs = readings.monotonicNs;
-    gWallStartNs = readings.wallNs;
-    gElapsedNs = 0;
+    // Nobody reads meanwhile, as promised, so that the order of these does not matter.
+    gBootStartNs.store(readings.bootTimeNs, std::memory_order_relaxed);
+    gMonotonicStartNs.store(readings.monotonicNs, std::memory_order_relaxed);
+    gWallStartNs.store(readings.wallNs, std::memory_order_relaxed);
+    gElapsedNs.store(0, std::memory_order_relaxed);
 }
 
 int64_t VirtualClock::bootTimeNs() const {

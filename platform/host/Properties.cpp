@@ -1,6 +1,7 @@
 #include <cutils/properties.h>
 #include <inttypes.h>
 #include <platform/Properties.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
 #include <cctype>
@@ -13,8 +14,6 @@
 #include <iterator>
 #include <limits>
 #include <map>
-#include <mutex>
-#include <shared_mutex>
 #include <stdexcept>
 #include <string_view>
 
@@ -27,6 +26,7 @@ std::string problemOf(std::string_view key, std::string_view value) {
     if (key.empty()) {
         return "the key is empty";
     }
+    // Not what the locale takes for a letter: a file means the same everywhere.
     auto const isKeyCharacter = [](unsigned char c) {
         return (c < 0x80 && std::isalnum(c) != 0) ||
                std::string_view(".-@:_").find(static_cast<char>(c)) != std::string_view::npos;
@@ -35,7 +35,7 @@ std::string problemOf(std::string_view key, std::string_view value) {
         return "the key '" + std::string(key) +
                "' has a character other than letters, digits and '.-@:_'";
     }
-    if (value.size() >= PROPERTY_VALUE_MAX) {
+    if (value.size() >= PROPERTY_VALUE_MAX) {  // the readers' buffers have the final zero, too
         return "the value of '" + std::string(key) + "' has " + std::to_string(value.size()) +
                " bytes, at most " + std::to_string(PROPERTY_VALUE_MAX - 1) + " fit";
     }
@@ -43,7 +43,7 @@ std::string problemOf(std::string_view key, std::string_view value) {
 }
 
 std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view BLANKS = " \t\r\f\v";
+    constexpr std::string_view BLANKS = " \t\r\f\v";  // \r: a file written on Windows
     auto const first = text.find_first_not_of(BLANKS);
     if (first == std::string_view::npos) {
         return {};
@@ -61,6 +61,7 @@ PropertyMap readFile(std::string const& path,
         onProblem(path + ": cannot open the property file: " + std::strerror(errno));
         return properties;
     }
+    // Lines are told of one by one, so that a user mends all of them at once.
     std::string text;
     for (unsigned lineNo = 1; std::getline(file, text); ++lineNo) {
         auto const line = trimmed(text);
@@ -90,6 +91,7 @@ class Store {
 public:
     Store() {
         if (char const* path = std::getenv(zebcam::platform::PROPERTY_FILE_VARIABLE)) {
+            // Whoever starts a process that needs a property wants the others of the file, too.
             mProperties = readFile(path, [](std::string const& problem) {
                 std::fprintf(stderr, "%s (skipped)\n", problem.c_str());
             });
@@ -98,35 +100,37 @@ public:
 
     /// Empty when the property is missing.
     std::string get(std::string_view key) const {
-        std::shared_lock lock(mLock);
+        zebcam::ReadGuard const lock(mLock);
         auto const it = mProperties.find(key);
         return it == mProperties.end() ? std::string() : it->second;
     }
 
     void set(std::string key, std::string value) {
-        std::unique_lock lock(mLock);
+        zebcam::LockGuard const lock(mLock);
         mProperties.insert_or_assign(std::move(key), std::move(value));
     }
 
     void add(PropertyMap&& properties) {
-        std::unique_lock lock(mLock);
+        zebcam::LockGuard const lock(mLock);
+        // Merging keeps what is there already: the new values, therefore it goes this way round.
         properties.merge(std::move(mProperties));
         mProperties = std::move(properties);
     }
 
     void clear(std::string const& key) {
-        std::unique_lock lock(mLock);
+        zebcam::LockGuard const lock(mLock);
         mProperties.erase(key);
     }
 
+    /// A copy: whoever lists the properties may set some meanwhile.
     PropertyMap all() const {
-        std::shared_lock lock(mLock);
+        zebcam::ReadGuard const lock(mLock);
         return mProperties;
     }
 
 private:
-    mutable std::shared_mutex mLock;
-    PropertyMap mProperties;
+    mutable zebcam::SharedMutex mLock;
+    PropertyMap mProperties GUARDED_BY(mLock);
 };
 
 /// Never destroyed: properties are read until the last destructor of the process.
@@ -138,6 +142,8 @@ Store& store() {
 template <typename T>
 T getInteger(char const* key, T defaultValue) {
     std::string const text = key ? store().get(key) : std::string();
+    // As on a device: a text that begins with a number counts, one out of range does not, and the
+    // caller's errno is nobody's business here.
     int const savedErrno = errno;
     errno = 0;
     char* end = nullptr;
@@ -155,6 +161,7 @@ extern "C" {
 
 int property_get(char const* key, char* value, char const* default_value) {
     std::string text = key ? store().get(key) : std::string();
+    // An empty value is a missing one. A default that is too long is cut, as there is no error.
     if (text.empty() && default_value) {
         text.assign(default_value, strnlen(default_value, PROPERTY_VALUE_MAX - 1));
     }
@@ -165,6 +172,7 @@ int property_get(char const* key, char* value, char const* default_value) {
 int8_t property_get_bool(char const* key, int8_t default_value) {
     constexpr std::string_view TRUE_WORDS[] = {"1", "true", "y", "yes", "on"};
     constexpr std::string_view FALSE_WORDS[] = {"0", "false", "n", "no", "off"};
+    // The words as the platform knows them, in small letters only.
     std::string const text = key ? store().get(key) : std::string();
     if (std::find(std::begin(TRUE_WORDS), std::end(TRUE_WORDS), text) != std::end(TRUE_WORDS)) {
         return 1;
@@ -184,6 +192,7 @@ int32_t property_get_int32(char const* key, int32_t default_value) {
 }
 
 int property_set(char const* key, char const* value) {
+    // No exception may leave a C function, and the platform's callers expect a negative errno.
     if (!key || !problemOf(key, value ? value : "").empty()) {
         return -EINVAL;
     }

@@ -2,6 +2,7 @@
 #include <platform/Trace.h>
 #include <unistd.h>
 #include <utils/Timers.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
 #include <atomic>
@@ -11,12 +12,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <optional>
-#include <shared_mutex>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
+using zebcam::LockGuard;
+using zebcam::Mutex;
+using zebcam::ReadGuard;
+using zebcam::SharedMutex;
 using zebcam::platform::ITraceSink;
 
 namespace {
@@ -25,22 +29,24 @@ namespace {
 /// none is detached and destroyed while a call is inside it.
 class Attachments {
 public:
+    // Those of files stack up, the one of setTraceSink is replaced: a tool that listens to the
+    // sections must not end a trace that the user asked for.
     void attach(ITraceSink* sink, uint64_t tags) {
-        std::unique_lock lock(mLock);
+        LockGuard const lock(mLock);
         mSinks.push_back({sink, tags});
         publishTags();
     }
 
     void detach(ITraceSink* sink) {
-        std::unique_lock lock(mLock);
+        LockGuard const lock(mLock);
         std::erase_if(mSinks, [sink](Attachment const& a) { return a.sink == sink; });
         publishTags();
     }
 
     void replaceDirect(ITraceSink* sink, uint64_t tags) {
-        std::unique_lock lock(mLock);
-        std::erase_if(mSinks, [this](Attachment const& a) { return a.sink == mDirect; });
-        mDirect = sink;
+        LockGuard const lock(mLock);
+        ITraceSink const* const before = std::exchange(mDirect, sink);
+        std::erase_if(mSinks, [before](Attachment const& a) { return a.sink == before; });
         if (sink) {
             mSinks.push_back({sink, tags});
         }
@@ -49,12 +55,14 @@ public:
 
     template <typename Call>
     void withSink(Call const& call) {
-        std::shared_lock lock(mLock);
+        ReadGuard const lock(mLock);
         if (!mSinks.empty()) {
             call(*mSinks.back().sink);
         }
     }
 
+    /// Read before every section and without the lock: a tag more or less at the moment of an
+    /// attachment does no harm, for a sink takes ends without beginnings.
     uint64_t tags() const { return mTags.load(std::memory_order_relaxed); }
 
 private:
@@ -63,11 +71,13 @@ private:
         uint64_t tags;
     };
 
-    void publishTags() { mTags = mSinks.empty() ? 0 : mSinks.back().tags; }
+    void publishTags() REQUIRES(mLock) {
+        mTags.store(mSinks.empty() ? 0 : mSinks.back().tags, std::memory_order_relaxed);
+    }
 
-    std::shared_mutex mLock;
-    std::vector<Attachment> mSinks;
-    ITraceSink* mDirect = nullptr;  ///< the one of setTraceSink
+    SharedMutex mLock;
+    std::vector<Attachment> mSinks GUARDED_BY(mLock);
+    ITraceSink* mDirect GUARDED_BY(mLock) = nullptr;  ///< the one of setTraceSink
     std::atomic<uint64_t> mTags{0};
 };
 
@@ -83,7 +93,7 @@ void appendEscaped(std::string& out, char const* text) {
         if (c == '"' || c == '\\') {
             out += '\\';
             out += *text;
-        } else if (c < 0x20 || c > 0x7e) {
+        } else if (c < 0x20 || c > 0x7e) {  // names need not be UTF-8, which JSON insists on
             char code[8];
             std::snprintf(code, sizeof code, "\\u%04x", c);
             out += code;
@@ -118,12 +128,12 @@ void setTraceSink(ITraceSink* sink, uint64_t enabledTags) {
 }
 
 struct TraceFile::Impl {
-    std::mutex lock;
-    std::FILE* file = nullptr;
-    bool isFirst = true;
-    std::map<pid_t, unsigned> openSections;  ///< by thread
+    Mutex lock;
+    std::FILE* file GUARDED_BY(lock) = nullptr;
+    bool isFirst GUARDED_BY(lock) = true;
+    std::map<pid_t, unsigned> openSections GUARDED_BY(lock);  ///< by thread
 
-    void write(char phase, pid_t thread, char const* name) {
+    void write(char phase, pid_t thread, char const* name) REQUIRES(lock) {
         std::string event = isFirst ? "\n{\"ph\":\"" : ",\n{\"ph\":\"";
         isFirst = false;
         event += phase;
@@ -131,6 +141,8 @@ struct TraceFile::Impl {
             event += "\",\"cat\":\"camera\",\"name\":\"";
             appendEscaped(event, name);
         }
+        // The clock that a virtual clock moves, so that a replay's trace shows recorded times. In
+        // microseconds, as the format wants it; a double would lose the nanoseconds.
         int64_t const ns = systemTime(SYSTEM_TIME_BOOTTIME);
         std::fprintf(file, "%s\",\"pid\":%d,\"tid\":%d,\"ts\":%" PRId64 ".%03d}", event.c_str(),
                      static_cast<int>(getpid()), static_cast<int>(thread), ns / 1000,
@@ -144,17 +156,20 @@ TraceFile::TraceFile(std::string const& path, uint64_t enabledTags)
     if (!mImpl->file) {
         throw std::runtime_error(path + ": cannot create the trace file: " + std::strerror(errno));
     }
+    // An event a line, and the list closed at the end: what a killed process leaves behind is
+    // still a trace, for the viewers take a list without its end.
     std::fputc('[', mImpl->file);
     attachments().attach(this, enabledTags);
 }
 
 TraceFile::~TraceFile() {
-    attachments().detach(this);
+    attachments().detach(this);  // from here on nobody is in a section of this file
     for (auto& [thread, depth] : mImpl->openSections) {
         for (; depth > 0; --depth) {
             mImpl->write('E', thread, nullptr);
         }
     }
+    // A destructor cannot throw, and a trace that lacks its end would be taken for the whole.
     std::fputs("\n]\n", mImpl->file);
     bool const isBroken = std::ferror(mImpl->file) != 0;
     if (std::fclose(mImpl->file) != 0 || isBroken) {
@@ -163,13 +178,14 @@ TraceFile::~TraceFile() {
 }
 
 void TraceFile::beginSection(char const* name) {
-    std::lock_guard lock(mImpl->lock);
+    LockGuard const lock(mImpl->lock);
     ++mImpl->openSections[gettid()];
     mImpl->write('B', gettid(), name);
 }
 
 void TraceFile::endSection() {
-    std::lock_guard lock(mImpl->lock);
+    LockGuard const lock(mImpl->lock);
+    // A section that began before the file has no beginning in it, and its end would close another.
     auto const it = mImpl->openSections.find(gettid());
     if (it == mImpl->openSections.end() || it->second == 0) {
         return;
@@ -186,6 +202,7 @@ std::unique_ptr<TraceFile> const gProcessTrace = []() -> std::unique_ptr<TraceFi
     if (!path || *path == '\0') {
         return nullptr;
     }
+    // A process that cannot be traced runs on: the trace is a help, not its purpose.
     try {
         return std::make_unique<TraceFile>(path, ATRACE_TAG_VALID_MASK);
     } catch (std::exception const& e) {

@@ -1,3 +1,5 @@
+#include <host/Debuggees.h>
+
 #include <future>
 
 #include "ZslFixture.h"

@@ -3,10 +3,11 @@
 #include <IZslProcessor.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <host/DeviceRegistration.h>
 #include <host/FrameBuilder.h>
 #include <host/HistoryProvider.h>
+#include <host/LogCapture.h>
 #include <host/MetaStreamBuffer.h>
-#include <host/Services.h>
 #include <host/StreamInfos.h>
 #include <platform/Trace.h>
 #include <platform/VirtualClock.h>

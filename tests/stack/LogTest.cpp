@@ -1,7 +1,7 @@
 #include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <host/Services.h>
+#include <host/LogCapture.h>
 #include <ulog/ULogPrinter.h>
 #include <ulog/ULogger.h>
 

@@ -1,7 +1,8 @@
 #include <debugutils/IDebuggee.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <host/Services.h>
+#include <host/Debuggees.h>
+#include <host/DeviceRegistration.h>
 #include <metastore/IMetadataProvider.h>
 
 #include <functional>

@@ -1,26 +1,28 @@
 #include <debugutils/IDebuggee.h>
-#include <host/Services.h>
+#include <host/Debuggees.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <utility>
 
 namespace zebcam::host {
 
 namespace {
 
+/// Known by its address alone.
 class Cookie final : public NSCam::IDebuggeeCookie {};
 
 class DebuggeeManager final : public NSCam::IDebuggeeManager {
 public:
     std::shared_ptr<NSCam::IDebuggeeCookie> attach(std::shared_ptr<NSCam::IDebuggee> debuggee,
                                                    int priority) override {
-        if (!debuggee) {
+        if (!debuggee) {  // nothing could ever be printed, and every dump would have to ask
             return nullptr;
         }
         auto cookie = std::make_shared<Cookie>();
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
+        // Behind those of the same priority: they print in the order of their attachment.
         auto const place =
             std::upper_bound(mEntries.begin(), mEntries.end(), priority,
                              [](int p, Entry const& entry) { return p < entry.priority; });
@@ -29,8 +31,9 @@ public:
     }
 
     void detach(std::shared_ptr<NSCam::IDebuggeeCookie> cookie) override {
-        std::shared_ptr<NSCam::IDebuggee> detached;  // let go of outside the lock
-        std::lock_guard lock(mLock);
+        // Let go of outside the lock: a debuggee's end may detach another one.
+        std::shared_ptr<NSCam::IDebuggee> detached;
+        LockGuard const lock(mLock);
         auto const it = std::find_if(mEntries.begin(), mEntries.end(),
                                      [&](Entry const& entry) { return entry.cookie == cookie; });
         if (it != mEntries.end()) {
@@ -41,7 +44,7 @@ public:
 
     /// Copies, so that a debuggee prints without the manager's lock and lives until it has.
     std::vector<std::shared_ptr<NSCam::IDebuggee>> debuggees() const {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         std::vector<std::shared_ptr<NSCam::IDebuggee>> result;
         result.reserve(mEntries.size());
         for (auto const& entry : mEntries) {
@@ -57,8 +60,8 @@ private:
         std::shared_ptr<NSCam::IDebuggeeCookie> cookie;
     };
 
-    mutable std::mutex mLock;
-    std::vector<Entry> mEntries;  ///< by priority, then by time of attachment
+    mutable Mutex mLock;
+    std::vector<Entry> mEntries GUARDED_BY(mLock);  ///< by priority, then by time of attachment
 };
 
 /// Never destroyed: debuggees may detach until the last destructor of the process.
@@ -67,6 +70,7 @@ DebuggeeManager& manager() {
     return instance;
 }
 
+// A device's services can be gone when a late destructor runs; tests make them so.
 std::atomic<bool> gIsAvailable{true};
 
 }  // namespace

@@ -12,65 +12,68 @@ ImageStreamBuffer::ImageStreamBuffer(android::sp<NSCam::v3::IImageStreamInfo> pS
 ImageStreamBuffer::~ImageStreamBuffer() = default;
 
 bool ImageStreamBuffer::hasError() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mHasError;
 }
 
 void ImageStreamBuffer::reset() {
-    std::lock_guard lock(mLock);
-    mpUsersManager = nullptr;
+    LockGuard const lock(mLock);
+    mpUsersManager = nullptr;  // those of the frame before
     ++mResetCount;
 }
 
 void ImageStreamBuffer::setUsersManager(
     android::sp<NSCam::v3::Utils::UsersManager> const& manager) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mpUsersManager = manager;
 }
 
 void ImageStreamBuffer::releaseBuffer() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mIsReleased = true;
+    // Once for each hand-out: an image that was released, or built with, is accounted for.
     if (mLedgerEntry && !std::exchange(mIsAccounted, true)) {
         mLedgerEntry->imageReleased();
     }
 }
 
 void ImageStreamBuffer::enterFrameBuilder() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (mLedgerEntry && !std::exchange(mIsAccounted, true)) {
         mLedgerEntry->imageInFrameBuilder();
     }
 }
 
 void ImageStreamBuffer::setError(bool error) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mHasError = error;
 }
 
 bool ImageStreamBuffer::isReleased() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mIsReleased;
 }
 
 unsigned ImageStreamBuffer::resetCount() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mResetCount;
 }
 
 android::sp<NSCam::v3::Utils::UsersManager> ImageStreamBuffer::usersManager() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mpUsersManager;
 }
 
 void ImageStreamBuffer::setLedgerEntry(std::shared_ptr<LedgerEntry> entry) {
-    std::lock_guard lock(mLock);
+    // Swapped, so that the last reference to the old entry, whose end updates the ledger, goes
+    // with the parameter: after the lock.
+    LockGuard const lock(mLock);
     mLedgerEntry.swap(entry);
     mIsAccounted = false;
 }
 
 std::shared_ptr<LedgerEntry> ImageStreamBuffer::ledgerEntry() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mLedgerEntry;
 }
 

@@ -33,7 +33,7 @@ auto withItemType(Type type, Use use) {
             return use(Type2Type<int64_t>());
         case Type::Double:
             return use(Type2Type<double>());
-        case Type::Rational:
+        case Type::Rational:  // after the switch, so that every path returns
             break;
     }
     return use(Type2Type<Rational>());
@@ -41,7 +41,7 @@ auto withItemType(Type type, Use use) {
 
 template <typename T>
 T load(std::byte const* from) {
-    T item;
+    T item;  // copied: the bytes are no objects of the type that could be read in place
     std::memcpy(&item, from, sizeof(item));
     return item;
 }
@@ -50,7 +50,7 @@ T load(std::byte const* from) {
 
 IMetadata::IEntry::IEntry(IEntry&& other) noexcept
     : mTag(other.mTag),
-      mShape(std::exchange(other.mShape, {})),
+      mShape(std::exchange(other.mShape, {})),  // what was moved from is empty
       mInline(other.mInline),
       mView(other.mView),
       mOwned(std::move(other.mOwned)) {
@@ -81,6 +81,8 @@ void IMetadata::IEntry::append(std::byte const* item) {
     if (larger.isInline()) {
         std::memcpy(mInline.data() + mShape.bytes(), item, mShape.itemBytes());
     } else {
+        // A view of a container's memory, or items that have outgrown the entry: from now on they
+        // are the entry's own.
         if (mShape.isInline() || mView != nullptr) {
             mOwned.assign(items(), items() + mShape.bytes());
         }
@@ -92,6 +94,7 @@ void IMetadata::IEntry::append(std::byte const* item) {
 
 template <MetadataItem T>
 void IMetadata::IEntry::push_back(T const& item, Type2Type<T>) {
+    // The first item decides on the type; later ones are converted to it.
     if (isEmpty()) {
         mShape = Shape(TYPE_OF<T>, 0);
         mView = nullptr;
@@ -107,6 +110,7 @@ T IMetadata::IEntry::itemAt(size_t index, Type2Type<T>) const {
     if (index >= count()) {
         return T{};
     }
+    // Nearly every caller asks for the type that is stored.
     if (type() == TYPE_OF<T>) {
         return load<T>(items() + index * sizeof(T));
     }

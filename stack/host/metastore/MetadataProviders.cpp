@@ -1,8 +1,8 @@
-#include <host/Services.h>
+#include <host/DeviceRegistration.h>
 #include <metastore/IMetadataProvider.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <map>
-#include <mutex>
 #include <utility>
 
 namespace zebcam::host {
@@ -21,10 +21,12 @@ private:
 };
 
 struct Registry {
-    std::mutex lock;
-    std::map<int32_t, android::sp<NSCam::IMetadataProvider>> providers;  ///< by open id
+    Mutex lock;
+    /// By open id.
+    std::map<int32_t, android::sp<NSCam::IMetadataProvider>> providers GUARDED_BY(lock);
 };
 
+/// Never destroyed: a registration may be a static object.
 Registry& registry() {
     static Registry& instance = *new Registry;
     return instance;
@@ -34,12 +36,13 @@ Registry& registry() {
 
 DeviceRegistration::DeviceRegistration(int32_t openId, NSCam::IMetadata staticCharacteristics)
     : mOpenId(openId), mpProvider(new MetadataProvider(std::move(staticCharacteristics))) {
-    std::lock_guard lock(registry().lock);
+    LockGuard const lock(registry().lock);
     registry().providers[mOpenId] = mpProvider;
 }
 
 DeviceRegistration::~DeviceRegistration() {
-    std::lock_guard lock(registry().lock);
+    LockGuard const lock(registry().lock);
+    // A later registration of the same device stays.
     auto const it = registry().providers.find(mOpenId);
     if (it != registry().providers.end() && it->second == mpProvider) {
         registry().providers.erase(it);
@@ -51,7 +54,7 @@ DeviceRegistration::~DeviceRegistration() {
 android::sp<NSCam::IMetadataProvider> NSCam::NSMetadataProviderManager::valueForByDeviceId(
     int32_t openId) {
     auto& registry = zebcam::host::registry();
-    std::lock_guard lock(registry.lock);
+    zebcam::LockGuard const lock(registry.lock);
     auto const it = registry.providers.find(openId);
     return it == registry.providers.end() ? nullptr : it->second;
 }

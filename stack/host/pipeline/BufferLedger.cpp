@@ -44,7 +44,7 @@ void LedgerEntry::imageReleased() {
 }
 
 void LedgerEntry::account(bool inFrameBuilder) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (mEnded) {
         return;
     }
@@ -57,7 +57,7 @@ void LedgerEntry::account(bool inFrameBuilder) {
 }
 
 void LedgerEntry::setEnded(BufferHolder how) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (!std::exchange(mEnded, true)) {
         mLedger->update(mId, how);
     }
@@ -71,7 +71,7 @@ std::shared_ptr<LedgerEntry> BufferLedger::open(uint32_t frameNo, uint32_t forRe
     line.sinceNs = systemTime(SYSTEM_TIME_BOOTTIME);
     line.isClone = isClone;
     {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         line.id = mNextId++;
         mLines.emplace(line.id, line);
         ++mTotals.handedOut;
@@ -80,7 +80,7 @@ std::shared_ptr<LedgerEntry> BufferLedger::open(uint32_t frameNo, uint32_t forRe
 }
 
 void BufferLedger::update(uint64_t id, BufferHolder holder) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     auto const it = mLines.find(id);
     if (it == mLines.end()) {
         return;
@@ -103,7 +103,7 @@ void BufferLedger::update(uint64_t id, BufferHolder holder) {
 }
 
 BufferLedger::Totals BufferLedger::totals() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     Totals totals = mTotals;
     for (auto const& [id, line] : mLines) {
         totals.withProcessor += line.holder == BufferHolder::Processor;
@@ -113,7 +113,7 @@ BufferLedger::Totals BufferLedger::totals() const {
 }
 
 std::vector<LedgerLine> BufferLedger::unsettled() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     std::vector<LedgerLine> lines;
     lines.reserve(mLines.size());
     for (auto const& [id, line] : mLines) {
@@ -125,7 +125,7 @@ std::vector<LedgerLine> BufferLedger::unsettled() const {
 }
 
 int64_t BufferLedger::longestHeldNs() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     int64_t longest = mLongestHeldNs;
     int64_t const now = systemTime(SYSTEM_TIME_BOOTTIME);
     for (auto const& [id, line] : mLines) {

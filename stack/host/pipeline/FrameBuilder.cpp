@@ -11,6 +11,7 @@ using NSCam::v3::StreamId_T;
 
 namespace {
 
+// Vectors, for a frame has a handful of streams, and the order in which they were set counts.
 template <typename Slots>
 auto findSlot(Slots& slots, StreamId_T streamId) {
     return std::find_if(slots.begin(), slots.end(),
@@ -54,6 +55,7 @@ void FrameBuilder::getHalMetaStreamBuffers(MetaBuffers& out) const {
 
 void FrameBuilder::setHalImageStreamBuffer(StreamId_T streamId,
                                            android::sp<IImageStreamBuffer> const& buffer) {
+    // What the ledger heard of an image stands: it left the history for good when it was set.
     if (buffer == nullptr) {
         mHalImages.erase(streamId);
         return;

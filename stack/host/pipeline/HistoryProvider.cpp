@@ -23,6 +23,7 @@ void forEachHostBuffer(HistoryBufferSet const& set, Visit const& visit) {
             visit(*buffer);
         }
     }
+    // A set may have been trimmed down to its metadata, by which it must still be known.
     for (auto const* metas : {&set.halMeta, &set.appMeta}) {
         for (auto const& meta : *metas) {
             if (auto* const buffer = dynamic_cast<MetaStreamBuffer*>(meta.get())) {
@@ -59,6 +60,7 @@ android::sp<IMetaStreamBuffer> copyOf(IMetaStreamBuffer& original) {
     android::sp<MetaStreamBuffer> copy =
         new MetaStreamBuffer(original.getStreamInfo(), locked ? *locked : NSCam::IMetadata());
     original.unlock(USER, locked);
+    // Without the lock the content is unknown: nobody may take the copy for good.
     copy->setError(original.hasError() || !locked);
     return copy;
 }
@@ -68,7 +70,7 @@ Buffers copiesOf(Buffers const& originals) {
     Buffers copies;
     copies.reserve(originals.size());
     for (auto const& original : originals) {
-        if (original != nullptr) {
+        if (original != nullptr) {  // a broken pipeline's set has holes, its clone has none
             copies.push_back(copyOf(*original));
         }
     }
@@ -96,13 +98,14 @@ void HistoryProvider::dump(android::Printer& printer) const {
     std::string inFlight;
     uint64_t dropped = 0;
     {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         for (auto const& [frameNo, set] : mHistory) {
             here += " F" + std::to_string(frameNo);
         }
         inFlight = listOf(mInFlight);
         dropped = mDropped;
     }
+    // A printer may log, and the sink of a log may come back to this provider: not under the lock.
     printer.printFormatLine("%s: capacity %zu, dropped %llu", mName.c_str(), mCapacity,
                             static_cast<unsigned long long>(dropped));
     printer.printFormatLine("  here:%s", here.empty() ? " none" : here.c_str());
@@ -116,14 +119,16 @@ void HistoryProvider::dump(android::Printer& printer) const {
 }
 
 void HistoryProvider::beginSelect() {
+    // A hand-out begins with getHistoryBufferSets; this call announces nothing that counts.
 }
 
 std::optional<std::list<HistoryBufferSet>> HistoryProvider::getHistoryBufferSets() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (!mHasHistory) {
         return std::nullopt;
     }
     std::list<HistoryBufferSet> sets;
+    // All of it leaves: what the processor does not take comes back with returnBufferSet.
     for (auto& [frameNo, set] : mHistory) {
         handOut(set, false);
         sets.push_back(std::move(set));
@@ -133,6 +138,7 @@ std::optional<std::list<HistoryBufferSet>> HistoryProvider::getHistoryBufferSets
 }
 
 void HistoryProvider::handOut(HistoryBufferSet const& set, bool isClone) const {
+    // Only images that can tell the ledger what becomes of them are waited for.
     size_t images = 0;
     for (auto const& image : set.halImage) {
         images += dynamic_cast<ImageStreamBuffer*>(image.get()) != nullptr;
@@ -141,35 +147,38 @@ void HistoryProvider::handOut(HistoryBufferSet const& set, bool isClone) const {
 }
 
 void HistoryProvider::endSelect() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     ++mEndSelectCalls;
 }
 
 void HistoryProvider::returnBufferSet(ReturnedBufferSet& returned) {
     std::shared_ptr<LedgerEntry> const entry =
         returned.pSet ? ledgerEntryOf(*returned.pSet) : nullptr;
+    // Judged before anything is moved: what is refused stays the caller's, whole.
     if (!entry || !entry->isIn(*mLedger)) {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         ++mStrayReturns;
         return;
     }
     HistoryBufferSet set = std::move(*returned.pSet);
     entry->setEnded(returned.isUnused ? BufferHolder::Returned : BufferHolder::Released);
     setLedgerEntry(set, nullptr);
+    // A clone is a second buffer of a frame that the history has, or had, already.
     if (!returned.isUnused || entry->isClone()) {
         return;
     }
     std::vector<HistoryBufferSet> dropped;  // destroyed outside the lock
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     uint32_t const frameNo = set.frameNo;
+    // The sensor may have delivered the frame again meanwhile; then that one is the newer.
     if (!mHistory.try_emplace(frameNo, std::move(set)).second) {
         ++mDropped;
     }
-    trim_Locked(dropped);
+    trim(dropped);
 }
 
 std::vector<NSCam::ZslPolicy::InFlightInfo> HistoryProvider::getInFlightInfos() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     std::vector<NSCam::ZslPolicy::InFlightInfo> infos;
     infos.reserve(mInFlight.size());
     for (uint32_t const frameNo : mInFlight) {
@@ -179,6 +188,7 @@ std::vector<NSCam::ZslPolicy::InFlightInfo> HistoryProvider::getInFlightInfos() 
 }
 
 HistoryBufferSet HistoryProvider::cloneBufferSet(HistoryBufferSet const& original) {
+    // Copied without the lock: the original is the caller's, and metadata may be large.
     HistoryBufferSet clone;
     clone.frameNo = original.frameNo;
     clone.requestNo = original.requestNo;
@@ -186,35 +196,36 @@ HistoryBufferSet HistoryProvider::cloneBufferSet(HistoryBufferSet const& origina
     clone.halImage = copiesOf(original.halImage);
     clone.halMeta = copiesOf(original.halMeta);
     clone.appMeta = copiesOf(original.appMeta);
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     handOut(clone, true);
     return clone;
 }
 
 void HistoryProvider::announce(uint32_t frameNo) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (std::find(mInFlight.begin(), mInFlight.end(), frameNo) == mInFlight.end()) {
         mInFlight.push_back(frameNo);
     }
 }
 
 void HistoryProvider::cancel(uint32_t frameNo) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     std::erase(mInFlight, frameNo);
 }
 
 void HistoryProvider::arrive(HistoryBufferSet set) {
     std::vector<HistoryBufferSet> dropped;  // destroyed outside the lock
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     uint32_t const frameNo = set.frameNo;
     std::erase(mInFlight, frameNo);
     auto const [place, isNew] = mHistory.try_emplace(frameNo);
-    std::swap(place->second, set);
+    std::swap(place->second, set);  // a replaced namesake goes with `set`, outside the lock
     mDropped += isNew ? 0 : 1;
-    trim_Locked(dropped);
+    trim(dropped);
 }
 
-void HistoryProvider::trim_Locked(std::vector<HistoryBufferSet>& dropped) {
+void HistoryProvider::trim(std::vector<HistoryBufferSet>& dropped) {
+    // By number and not by arrival: numbers are the order of exposure.
     while (mHistory.size() > mCapacity) {
         dropped.push_back(std::move(mHistory.begin()->second));
         mHistory.erase(mHistory.begin());
@@ -223,17 +234,17 @@ void HistoryProvider::trim_Locked(std::vector<HistoryBufferSet>& dropped) {
 }
 
 void HistoryProvider::setCurrentRequest(uint32_t requestNo) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mCurrentRequestNo = requestNo;
 }
 
 void HistoryProvider::setHasHistory(bool hasHistory) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mHasHistory = hasHistory;
 }
 
 std::vector<uint32_t> HistoryProvider::frameNumbers() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     std::vector<uint32_t> numbers;
     numbers.reserve(mHistory.size());
     for (auto const& [frameNo, set] : mHistory) {
@@ -243,17 +254,17 @@ std::vector<uint32_t> HistoryProvider::frameNumbers() const {
 }
 
 uint64_t HistoryProvider::droppedFrames() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mDropped;
 }
 
 uint64_t HistoryProvider::strayReturns() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mStrayReturns;
 }
 
 unsigned HistoryProvider::takeEndSelectCalls() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return std::exchange(mEndSelectCalls, 0U);
 }
 

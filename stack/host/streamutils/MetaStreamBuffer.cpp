@@ -11,16 +11,17 @@ namespace {
 
 /// Every buffer that lives, and the misuses of their locks. Its lock is taken before a buffer's.
 struct Registry {
-    std::mutex lock;
-    std::unordered_set<MetaStreamBuffer const*> buffers;
-    std::vector<std::string> errors;
+    Mutex lock;
+    std::unordered_set<MetaStreamBuffer const*> buffers GUARDED_BY(lock);
+    std::vector<std::string> errors GUARDED_BY(lock);
 
-    void addError(std::string error) {
-        std::lock_guard guard(lock);
+    void addError(std::string error) EXCLUDES(lock) {
+        LockGuard const guard(lock);
         errors.push_back(std::move(error));
     }
 };
 
+/// Never destroyed: buffers of static objects outlive everything else here.
 Registry& registry() {
     static Registry& instance = *new Registry;
     return instance;
@@ -31,20 +32,21 @@ Registry& registry() {
 MetaStreamBuffer::MetaStreamBuffer(android::sp<NSCam::v3::IMetaStreamInfo> pStreamInfo,
                                    NSCam::IMetadata metadata)
     : mpStreamInfo(std::move(pStreamInfo)), mMetadata(std::move(metadata)) {
-    std::lock_guard lock(registry().lock);
+    LockGuard const lock(registry().lock);
     registry().buffers.insert(this);
 }
 
 MetaStreamBuffer::~MetaStreamBuffer() {
-    std::lock_guard lock(registry().lock);
+    LockGuard const lock(registry().lock);
     registry().buffers.erase(this);
+    // Without its own lock: whoever still used the buffer now would use freed memory anyway.
     for (auto const& hold : mHolds) {
         registry().errors.push_back(describe(hold.userName) + " (buffer is gone)");
     }
 }
 
 bool MetaStreamBuffer::hasError() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mHasError;
 }
 
@@ -57,22 +59,25 @@ NSCam::IMetadata* MetaStreamBuffer::tryWriteLock(char const* userName) {
 }
 
 NSCam::IMetadata* MetaStreamBuffer::tryLock(char const* userName, bool isWriter) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
+    // Never waits, not for the caller's own lock either: the camera's lock is not recursive.
     bool const isShared = !isWriter && (mHolds.empty() || !mHolds.front().isWriter);
     if (!mIsLockable || (!mHolds.empty() && !isShared)) {
         return nullptr;
     }
+    // A holder without a name is a holder too: the report of what is locked must not lack it.
     mHolds.push_back({userName ? userName : "", isWriter});
     return &mMetadata;
 }
 
 void MetaStreamBuffer::unlock(char const* userName, NSCam::IMetadata* pMetadata) {
-    if (!pMetadata) {
+    if (!pMetadata) {  // of a try that failed; there is nothing to give back
         return;
     }
     std::string const name = userName ? userName : "";
     {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
+        // By name and not by thread: a lock may be given back by another one.
         auto const it = std::find_if(mHolds.begin(), mHolds.end(),
                                      [&](Hold const& hold) { return hold.userName == name; });
         if (pMetadata == &mMetadata && it != mHolds.end()) {
@@ -80,26 +85,27 @@ void MetaStreamBuffer::unlock(char const* userName, NSCam::IMetadata* pMetadata)
             return;
         }
     }
+    // Outside mLock, because the list's lock comes first.
     registry().addError(describe(name) + " (not held)");
 }
 
 void MetaStreamBuffer::finishUserSetup() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mIsFinished = true;
 }
 
 void MetaStreamBuffer::setError(bool error) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mHasError = error;
 }
 
 void MetaStreamBuffer::setLockable(bool lockable) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mIsLockable = lockable;
 }
 
 bool MetaStreamBuffer::isFinished() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mIsFinished;
 }
 
@@ -108,12 +114,12 @@ NSCam::IMetadata MetaStreamBuffer::snapshot() const {
 }
 
 void MetaStreamBuffer::setLedgerEntry(std::shared_ptr<LedgerEntry> entry) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     mpLedgerEntry.swap(entry);
 }
 
 std::shared_ptr<LedgerEntry> MetaStreamBuffer::ledgerEntry() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mpLedgerEntry;
 }
 
@@ -123,22 +129,25 @@ std::string MetaStreamBuffer::describe(std::string const& userName) const {
 }
 
 std::vector<std::string> MetaStreamBuffer::outstandingLocks() {
-    std::lock_guard registryLock(registry().lock);
+    Registry& all = registry();
+    LockGuard const allLock(all.lock);  // no buffer ends meanwhile
     std::vector<std::string> locks;
-    for (auto const* buffer : registry().buffers) {
-        std::lock_guard lock(buffer->mLock);
+    for (auto const* buffer : all.buffers) {
+        LockGuard const lock(buffer->mLock);
         for (auto const& hold : buffer->mHolds) {
             locks.push_back(buffer->describe(hold.userName));
         }
     }
-    locks.insert(locks.end(), registry().errors.begin(), registry().errors.end());
+    locks.insert(locks.end(), all.errors.begin(), all.errors.end());
+    // The buffers come in the order of a hash: reports must not differ from run to run.
     std::sort(locks.begin(), locks.end());
     return locks;
 }
 
 void MetaStreamBuffer::forgetLockErrors() {
-    std::lock_guard lock(registry().lock);
-    registry().errors.clear();
+    Registry& all = registry();
+    LockGuard const lock(all.lock);
+    all.errors.clear();
 }
 
 }  // namespace zebcam::host
@@ -155,6 +164,7 @@ android::sp<HalMetaStreamBuffer> HalMetaStreamBuffer::Allocator::operator()() co
 
 android::sp<HalMetaStreamBuffer> HalMetaStreamBuffer::Allocator::operator()(
     IMetadata metadata) const {
+    // A buffer without a stream could be delivered to nobody.
     if (mpStreamInfo == nullptr) {
         return nullptr;
     }

@@ -10,13 +10,14 @@ UsersManager::UsersManager(StreamId_T streamId, char const* streamName)
 }
 
 size_t UsersManager::enqueUser(std::string userName) {
-    std::lock_guard lock(mLock);
+    zebcam::LockGuard const lock(mLock);
+    // The id is the place: users are never taken out, so that an id stays unique.
     mUsers.push_back({std::move(userName)});
     return mUsers.size() - 1;
 }
 
 bool UsersManager::markReleased(size_t userId) {
-    std::lock_guard lock(mLock);
+    zebcam::LockGuard const lock(mLock);
     if (userId >= mUsers.size() || mUsers[userId].released) {
         return false;
     }
@@ -25,7 +26,7 @@ bool UsersManager::markReleased(size_t userId) {
 }
 
 size_t UsersManager::pendingUsers() const {
-    std::lock_guard lock(mLock);
+    zebcam::LockGuard const lock(mLock);
     return static_cast<size_t>(
         std::count_if(mUsers.begin(), mUsers.end(), [](User const& u) { return !u.released; }));
 }

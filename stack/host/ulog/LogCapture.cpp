@@ -1,9 +1,9 @@
 #include <android/log.h>
-#include <host/Services.h>
+#include <host/LogCapture.h>
 #include <ulog/ULogger.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <atomic>
-#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -18,12 +18,12 @@ namespace {
 class Hub final : public ULogger {
 public:
     void setSink(LogCapture::Sink const* sink) {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         mSink = sink;
     }
 
     void write(LogLine const& line) {
-        std::lock_guard lock(mLock);
+        LockGuard const lock(mLock);
         if (mSink) {
             (*mSink)(line);
         }
@@ -35,8 +35,8 @@ public:
     }
 
 private:
-    std::mutex mLock;
-    LogCapture::Sink const* mSink = nullptr;
+    Mutex mLock;
+    LogCapture::Sink const* mSink GUARDED_BY(mLock) = nullptr;
 };
 
 Hub& hub() {
@@ -77,6 +77,7 @@ LogCapture::LogCapture(LogSettings settings, Sink sink) : mImpl(std::make_unique
         throw std::logic_error("LogCapture: another one is in use");
     }
     mImpl->sink = std::move(sink);
+    // The sink first and the loggers last: no line reaches a hub that has nowhere to take it.
     hub().setSink(mImpl->sink ? &mImpl->sink : nullptr);
     mImpl->previousLogger = ULogger::sULogger.exchange(&hub());
     mImpl->previousSettings = exchangeSettings(settings);
@@ -91,6 +92,7 @@ LogCapture::~LogCapture() {
     __android_log_set_minimum_priority(mImpl->previousMinimumPriority);
     exchangeSettings(mImpl->previousSettings);
     ULogger::sULogger = mImpl->previousLogger;
+    // Waits for a line that is on its way to the sink, which dies with this object.
     hub().setSink(nullptr);
     gIsCapturing = false;
 }

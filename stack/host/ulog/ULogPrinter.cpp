@@ -15,11 +15,12 @@ namespace {
 constexpr uint32_t MODULE_CLASS_MIN = 0x100000;
 constexpr uint32_t MODULE_AREA_MASK = 0xff000;
 
+// Longer formatted lines are cut, as the device cuts them; plain ones are not.
 constexpr size_t FORMAT_BUFFER_SIZE = 1024;
 
 android_LogPriority toAndroidPriority(uint32_t level) {
     switch (level) {
-        case 0:
+        case 0:  // below every level: whoever prints it means it to be seen
         case LOG_LEVEL_ERROR:
             return ANDROID_LOG_ERROR;
         case LOG_LEVEL_WARNING:
@@ -33,6 +34,12 @@ android_LogPriority toAndroidPriority(uint32_t level) {
 
 }  // namespace
 
+// A process that sets nothing up gets errors and warnings, in the Android log.
+std::atomic<uint32_t> ULogger::sMode{LOG_MODE_ANDROID};
+std::atomic<uint32_t> ULogger::sDetailsLevel{LOG_LEVEL_WARNING};
+std::atomic<uint32_t> ULogger::sNormalDetailsMask{0};
+std::atomic<ULogger*> ULogger::sULogger{nullptr};
+
 ULogPrinter::ULogPrinter(uint32_t moduleId, std::string tag, uint32_t level)
     : mLogLevel(level),
       mModuleId(moduleId),
@@ -44,7 +51,7 @@ bool ULogPrinter::passes() const {
     if (ULogger::sDetailsLevel < mLogLevel) {
         return false;
     }
-    if (mLogLevel < LOG_LEVEL_INFO) {
+    if (mLogLevel < LOG_LEVEL_INFO) {  // errors and warnings pass whatever the module
         return true;
     }
     uint32_t const shared = ULogger::sNormalDetailsMask & mModuleId;
@@ -68,7 +75,7 @@ void ULogPrinter::printLine(char const* string) {
 }
 
 void ULogPrinter::printFormatLine(char const* format, ...) {
-    if (!passes()) {
+    if (!passes()) {  // before the formatting, which costs more than everything else here
         return;
     }
     char buffer[FORMAT_BUFFER_SIZE] = {};

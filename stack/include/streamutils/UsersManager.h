@@ -2,9 +2,9 @@
 
 #include <streamutils/StreamId.h>
 #include <utils/RefBase.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <cstddef>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -36,8 +36,8 @@ private:
 
     StreamId_T const mStreamId;
     std::string const mStreamName;
-    mutable std::mutex mLock;
-    std::vector<User> mUsers;
+    mutable zebcam::Mutex mLock;
+    std::vector<User> mUsers GUARDED_BY(mLock);
 };
 
 }  // namespace NSCam::v3::Utils

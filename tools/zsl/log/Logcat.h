@@ -1,6 +1,6 @@
 #pragma once
 
-#include <host/Services.h>
+#include <host/LogCapture.h>
 
 #include <array>
 #include <cstddef>

@@ -1,6 +1,7 @@
 #include "pipeline/SimulatedPipeline.h"
 
 #include <fmt/format.h>
+#include <host/Debuggees.h>
 #include <host/MetaStreamBuffer.h>
 #include <metadata/MetadataTags.h>
 #include <utils/Timers.h>

@@ -2,7 +2,7 @@
 
 #include <IZslProcessor.h>
 #include <host/HistoryProvider.h>
-#include <host/Services.h>
+#include <host/DeviceRegistration.h>
 
 #include <cstdint>
 #include <functional>

@@ -2,7 +2,8 @@
 
 #include <IZslProcessor.h>
 #include <fmt/format.h>
-#include <host/Services.h>
+#include <host/DeviceRegistration.h>
+#include <host/LogCapture.h>
 #include <metadata/MetadataTags.h>
 
 #include <algorithm>

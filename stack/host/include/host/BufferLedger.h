@@ -1,10 +1,11 @@
 #pragma once
 
+#include <zebcam/ThreadSafety.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace zebcam::host {
@@ -58,14 +59,14 @@ public:
     bool isIn(BufferLedger const& ledger) const { return mLedger.get() == &ledger; }
 
 private:
-    void account(bool inFrameBuilder);
+    void account(bool inFrameBuilder) EXCLUDES(mLock);
 
     std::shared_ptr<BufferLedger> const mLedger;
     uint64_t const mId;
     bool const mIsClone;
-    std::mutex mLock;
-    size_t mImagesUnaccounted;
-    bool mEnded = false;
+    Mutex mLock;  ///< taken before the ledger's
+    size_t mImagesUnaccounted GUARDED_BY(mLock);
+    bool mEnded GUARDED_BY(mLock) = false;
 };
 
 /// The book of every buffer set that a provider handed out. Held through std::shared_ptr, because
@@ -99,13 +100,13 @@ public:
 
 private:
     friend class LedgerEntry;
-    void update(uint64_t id, BufferHolder holder);
+    void update(uint64_t id, BufferHolder holder) EXCLUDES(mLock);
 
-    mutable std::mutex mLock;
-    uint64_t mNextId = 1;
-    int64_t mLongestHeldNs = 0;
-    Totals mTotals;                         ///< without what is out
-    std::map<uint64_t, LedgerLine> mLines;  ///< out or lost, by id
+    mutable Mutex mLock;
+    uint64_t mNextId GUARDED_BY(mLock) = 1;
+    int64_t mLongestHeldNs GUARDED_BY(mLock) = 0;
+    Totals mTotals GUARDED_BY(mLock);                         ///< without what is out
+    std::map<uint64_t, LedgerLine> mLines GUARDED_BY(mLock);  ///< out or lost, by id
 };
 
 }  // namespace zebcam::host

@@ -2,11 +2,11 @@
 
 #include <host/BufferLedger.h>
 #include <pipeline/IHistoryBufferProvider.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,21 +55,21 @@ public:
     std::shared_ptr<BufferLedger> ledger() const { return mLedger; }
 
 private:
-    void handOut(HistoryBufferSet const& set, bool isClone) const;
-    void trim_Locked(std::vector<HistoryBufferSet>& dropped);
+    void handOut(HistoryBufferSet const& set, bool isClone) const REQUIRES(mLock);
+    void trim(std::vector<HistoryBufferSet>& dropped) REQUIRES(mLock);
 
     std::string const mName;
     size_t const mCapacity;
     std::shared_ptr<BufferLedger> const mLedger;
 
-    mutable std::mutex mLock;
-    std::map<uint32_t, HistoryBufferSet> mHistory;
-    std::vector<uint32_t> mInFlight;
-    uint32_t mCurrentRequestNo = 0;
-    bool mHasHistory = true;
-    uint64_t mDropped = 0;
-    uint64_t mStrayReturns = 0;
-    unsigned mEndSelectCalls = 0;
+    mutable Mutex mLock;  ///< taken before the ledger's
+    std::map<uint32_t, HistoryBufferSet> mHistory GUARDED_BY(mLock);
+    std::vector<uint32_t> mInFlight GUARDED_BY(mLock);
+    uint32_t mCurrentRequestNo GUARDED_BY(mLock) = 0;
+    bool mHasHistory GUARDED_BY(mLock) = true;
+    uint64_t mDropped GUARDED_BY(mLock) = 0;
+    uint64_t mStrayReturns GUARDED_BY(mLock) = 0;
+    unsigned mEndSelectCalls GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace zebcam::host

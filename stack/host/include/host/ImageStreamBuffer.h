@@ -1,9 +1,9 @@
 #pragma once
 
 #include <streamutils/IStreamBuffer.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <memory>
-#include <mutex>
 
 namespace zebcam::host {
 
@@ -36,13 +36,13 @@ public:
 
 private:
     android::sp<NSCam::v3::IImageStreamInfo> const mpStreamInfo;
-    mutable std::mutex mLock;
-    android::sp<NSCam::v3::Utils::UsersManager> mpUsersManager;
-    std::shared_ptr<LedgerEntry> mLedgerEntry;
-    bool mHasError = false;
-    bool mIsReleased = false;
-    bool mIsAccounted = false;  ///< the ledger entry knows what became of this image
-    unsigned mResetCount = 0;
+    mutable Mutex mLock;  ///< taken before the ledger entry's
+    android::sp<NSCam::v3::Utils::UsersManager> mpUsersManager GUARDED_BY(mLock);
+    std::shared_ptr<LedgerEntry> mLedgerEntry GUARDED_BY(mLock);
+    bool mHasError GUARDED_BY(mLock) = false;
+    bool mIsReleased GUARDED_BY(mLock) = false;
+    bool mIsAccounted GUARDED_BY(mLock) = false;  ///< the entry knows what became of this image
+    unsigned mResetCount GUARDED_BY(mLock) = 0;
 };
 
 }  // namespace zebcam::host

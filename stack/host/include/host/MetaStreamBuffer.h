@@ -1,9 +1,9 @@
 #pragma once
 
 #include <streamutils/HalMetaStreamBuffer.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -58,13 +58,13 @@ private:
     std::string describe(std::string const& userName) const;
 
     android::sp<NSCam::v3::IMetaStreamInfo> const mpStreamInfo;
-    mutable std::mutex mLock;
+    mutable Mutex mLock;         ///< taken after the one of the list of all buffers
     NSCam::IMetadata mMetadata;  ///< not under mLock: under the lock that this class implements
-    std::vector<Hold> mHolds;    ///< any number of readers, or one writer
-    std::shared_ptr<LedgerEntry> mpLedgerEntry;
-    bool mHasError = false;
-    bool mIsLockable = true;
-    bool mIsFinished = false;
+    std::vector<Hold> mHolds GUARDED_BY(mLock);  ///< any number of readers, or one writer
+    std::shared_ptr<LedgerEntry> mpLedgerEntry GUARDED_BY(mLock);
+    bool mHasError GUARDED_BY(mLock) = false;
+    bool mIsLockable GUARDED_BY(mLock) = true;
+    bool mIsFinished GUARDED_BY(mLock) = false;
 };
 
 }  // namespace zebcam::host

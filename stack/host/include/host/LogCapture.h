@@ -1,31 +1,12 @@
 #pragma once
 
-#include <metadata/IMetadata.h>
-#include <metastore/IMetadataProvider.h>
-#include <utils/Printer.h>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
-#include <vector>
 
-/// The process-wide services of the camera stack, as far as a program sets them up on the host.
+/// The process's logs, camera logger and Android log, in a program's hands.
 namespace zebcam::host {
-
-/// Gives the device opened under `openId` static characteristics (replacing earlier ones), and
-/// takes them away again when it is destroyed, unless they were replaced.
-class DeviceRegistration {
-public:
-    DeviceRegistration(int32_t openId, NSCam::IMetadata staticCharacteristics);
-    ~DeviceRegistration();
-    DeviceRegistration(DeviceRegistration const&) = delete;
-    DeviceRegistration& operator=(DeviceRegistration const&) = delete;
-
-private:
-    int32_t const mOpenId;
-    android::sp<NSCam::IMetadataProvider> const mpProvider;
-};
 
 /// One line for the camera logger, or for the Android log.
 struct LogLine {
@@ -68,16 +49,5 @@ private:
 
 /// Whether `zebcam_testLog` lets lines pass; true at the start.
 void setTestLog(bool passes);
-
-/// Whether IDebuggeeManager::get() gives the manager; true at the start.
-void setDebuggeeManagerAvailable(bool available);
-
-/// The names of the attached debuggees, in ascending priority number and then in the order of their
-/// attachment. Works also while the manager is made unavailable.
-std::vector<std::string> debuggeeNames();
-
-/// Prints, in that order, the name of each debuggee as a line and then what it says. A debuggee
-/// that is detached meanwhile may still be asked.
-void dumpDebuggees(android::Printer& printer, std::vector<std::string> const& options = {});
 
 }  // namespace zebcam::host
