@@ -19,7 +19,9 @@ constexpr std::array<uint32_t, 256> makeCrc32Table() {
     return table;
 }
 
-/// The CRC-32 of IEEE 802.3, as of zip files, over any number of pieces.
+/// The CRC-32 of IEEE 802.3, as of zip files, over any number of pieces. A library would be faster,
+/// but a recording is some ten kilobytes a second, and neither the device's library nor a build of
+/// the libraries alone should need one more package for them.
 class Crc32 {
 public:
     void add(uint8_t const* data, size_t size) {

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "RecordFormat.h"
@@ -18,9 +18,10 @@ public:
     size_t size() const { return mBytes.size(); }
 
     void byte(uint8_t value) { mBytes.push_back(value); }
-    void tag(Entry entry) { byte(static_cast<uint8_t>(entry)); }
-    void tag(Operation operation) { byte(static_cast<uint8_t>(operation)); }
-    void tag(Item item) { byte(static_cast<uint8_t>(item)); }
+    void flag(bool value) { byte(value ? 1 : 0); }
+    template <typename Kind>
+    requires std::is_same_v<std::underlying_type_t<Kind>, uint8_t>
+    void tag(Kind kind) { byte(static_cast<uint8_t>(kind)); }
 
     void number(uint64_t value) {
         while (value >= 0x80) {

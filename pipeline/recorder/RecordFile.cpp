@@ -18,8 +18,11 @@ namespace NSCam::v3::pipeline::model::record {
 namespace {
 
 constexpr char TAG[] = "ZebCam/ZslRec";
-constexpr size_t LEAST_MEMORY = 4096;
+constexpr size_t LEAST_MEMORY = 4096;  // the header and a configuration fit
+// Kept free for the end, which must fit whatever the bound: its kind, its reason, and a number of
+// at most ten bytes, rounded up.
 constexpr uint64_t END_BLOCK_BYTES = BLOCK_HEADER_BYTES + ENTRY_HEADER_BYTES + 16;
+// The length of a block has 32 bits, and a ring may be larger.
 constexpr uint64_t MOST_BLOCK_BYTES = uint64_t{1} << 30;
 
 char const* toString(ZslRecordingEnd end) {
@@ -90,13 +93,14 @@ std::unique_ptr<RecordFile> RecordFile::create(ZslRecorderOptions const& options
         start.byte(byte);
     }
     start.fixed(VERSION);
+    // Flushed, so that a full disk shows now, while the caller can still be told.
     if (std::fwrite(start.data(), start.size(), 1, file.get()) != 1 ||
         std::fflush(file.get()) != 0) {
         __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be written: %s",
                             options.path.c_str(), std::strerror(errno));
         return nullptr;
     }
-    try {
+    try {  // memory and a thread may both be refused
         return std::unique_ptr<RecordFile>(new RecordFile(std::move(file), options));
     } catch (std::exception const& error) {
         __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be recorded: %s",
@@ -122,6 +126,7 @@ void RecordFile::put(std::span<uint8_t const> entry) noexcept {
         return;
     }
     if (!mRing.push(entry)) {
+        // A hole in a recording would be decisions that nothing explains: rather an end.
         skip();
         end(ZslRecordingEnd::MEMORY_FULL);
         return;
@@ -131,27 +136,34 @@ void RecordFile::put(std::span<uint8_t const> entry) noexcept {
 
 void RecordFile::end(ZslRecordingEnd why) noexcept {
     ZslRecordingEnd expected = RUNNING;
-    if (mEnd.compare_exchange_strong(expected, why, std::memory_order_acq_rel)) {
+    // Pairs with the acquire in write(): what was put in before is in the ring for who sees the
+    // end.
+    if (mEnd.compare_exchange_strong(expected, why, std::memory_order_release,
+                                     std::memory_order_relaxed)) {
         wakeWriter();
     }
 }
 
 void RecordFile::finish() noexcept {
     end(ZslRecordingEnd::FINISHED);
-    std::lock_guard const lock(mJoinLock);
+    LockGuard const lock(mJoinLock);  // a second caller waits as well, and finds it joined
     if (mWriter.joinable()) {
         mWriter.join();
     }
 }
 
 void RecordFile::wakeWriter() noexcept {
+    // Pairs with the acquire in write(): the reason for the wake-up is seen with it.
     mWakeUps.fetch_add(1, std::memory_order_release);
     mWakeUps.notify_one();
 }
 
 ZslRecorderStatus RecordFile::status() const {
+    // The end first, and with acquire: the figures are then at least those of its moment. Pairs
+    // with the release in fail() and drain().
+    ZslRecordingEnd const end = mEnd.load(std::memory_order_acquire);
     uint64_t const entries = mEntries.load(std::memory_order_relaxed);
-    return {.end = mEnd.load(std::memory_order_acquire),
+    return {.end = end,
             .writeError = mWriteError.load(std::memory_order_relaxed),
             .operations = entries - std::min(entries, uint64_t{1}),
             .unrecorded = mUnrecorded.load(std::memory_order_relaxed),
@@ -160,15 +172,19 @@ ZslRecorderStatus RecordFile::status() const {
 
 void RecordFile::write() {
     while (true) {
+        // Before the ring is looked at, with acquire (see wakeWriter): what came before is found in
+        // it, and what comes later ends the wait.
         uint32_t const wakeUps = mWakeUps.load(std::memory_order_acquire);
-        // Whatever was put in before the end is in the ring by now.
+        // Likewise (see end): whatever was put in before the end is in the ring by now.
         bool const isLast = mEnd.load(std::memory_order_acquire) != RUNNING;
         drain();
         if (isLast) {
             break;
         }
+        // An end that drain() itself brought about wakes nobody. The wait needs no order of its
+        // own: the count is read again, above.
         if (isRunning()) {
-            mWakeUps.wait(wakeUps, std::memory_order_acquire);
+            mWakeUps.wait(wakeUps, std::memory_order_relaxed);
         }
     }
     close();
@@ -183,21 +199,22 @@ void RecordFile::write() {
 
 void RecordFile::drain() {
     RecordRing::Pieces const pieces = mRing.peek();
-    uint64_t const reserved = mBytes.load() + BLOCK_HEADER_BYTES + END_BLOCK_BYTES;
+    uint64_t const reserved =
+        mBytes.load(std::memory_order_relaxed) + BLOCK_HEADER_BYTES + END_BLOCK_BYTES;
     uint64_t const room = mOptions.maxFileBytes - std::min(mOptions.maxFileBytes, reserved);
     uint64_t const limit = std::min(room, MOST_BLOCK_BYTES);
     size_t taken = 0;
     uint64_t const entries = countEntries(pieces, limit, taken);
     if (taken > 0) {
         writeBlock(firstBytes(pieces, taken));
-        if (mWriteError.load() != 0) {
+        if (hasFailed()) {  // the entries stay in the ring: close() counts them as unrecorded
             return;
         }
-        mEntries.fetch_add(entries);
+        mEntries.fetch_add(entries, std::memory_order_relaxed);
         mRing.pop(taken);
     }
     if (taken < sizeOf(pieces)) {
-        mEnd = ZslRecordingEnd::FILE_FULL;
+        mEnd.store(ZslRecordingEnd::FILE_FULL, std::memory_order_release);
     }
 }
 
@@ -213,43 +230,49 @@ void RecordFile::writeBlock(RecordRing::Pieces const& content) {
     append({header.data(), header.size()});
     append(content[0]);
     append(content[1]);
-    if (mWriteError.load() == 0 && std::fflush(mFile.get()) != 0) {
-        mWriteError = errno;
+    // Flushed block by block: a process that dies leaves whole blocks behind.
+    if (!hasFailed() && std::fflush(mFile.get()) != 0) {
+        fail(errno);
     }
-    if (mWriteError.load() != 0) {
-        mEnd = ZslRecordingEnd::WRITE_FAILED;
-        return;
+    if (!hasFailed()) {
+        mBytes.fetch_add(header.size() + sizeOf(content), std::memory_order_relaxed);
     }
-    mBytes.fetch_add(header.size() + sizeOf(content));
 }
 
 void RecordFile::append(std::span<uint8_t const> bytes) {
-    if (!bytes.empty() && mWriteError.load() == 0 &&
+    if (!bytes.empty() && !hasFailed() &&
         std::fwrite(bytes.data(), bytes.size(), 1, mFile.get()) != 1) {
-        mWriteError = errno;
+        fail(errno);
     }
+}
+
+/// The file takes no more. Holds against every earlier reason: what that one promised is not there.
+void RecordFile::fail(int error) {
+    mWriteError.store(error, std::memory_order_relaxed);
+    mEnd.store(ZslRecordingEnd::WRITE_FAILED, std::memory_order_release);
 }
 
 void RecordFile::writeEnd(ZslRecordingEnd why) {
     Encoder end;
     end.tag(Entry::END);
-    end.byte(static_cast<uint8_t>(why));
-    end.number(mUnrecorded.load());
+    end.tag(why);
+    end.number(mUnrecorded.load(std::memory_order_relaxed));
     Encoder entry;
     entry.fixed(static_cast<uint32_t>(end.size()));
     writeBlock({std::span(entry.data(), entry.size()), std::span(end.data(), end.size())});
 }
 
 void RecordFile::close() {
+    // What the file had no room for, or did not take, is lost with the ring.
     RecordRing::Pieces const left = mRing.peek();
     size_t size = 0;
-    mUnrecorded.fetch_add(countEntries(left, sizeOf(left), size));
-    if (mWriteError.load() == 0) {
-        writeEnd(mEnd.load());
+    mUnrecorded.fetch_add(countEntries(left, sizeOf(left), size), std::memory_order_relaxed);
+    if (!hasFailed()) {
+        writeEnd(mEnd.load(std::memory_order_relaxed));
     }
-    if (std::fclose(mFile.release()) != 0 && mWriteError.load() == 0) {
-        mWriteError = errno;
-        mEnd = ZslRecordingEnd::WRITE_FAILED;
+    // A network's file system may refuse what it has buffered no sooner than now.
+    if (std::fclose(mFile.release()) != 0 && !hasFailed()) {
+        fail(errno);
     }
 }
 

@@ -1,18 +1,21 @@
 #pragma once
 
 #include <ZslRecorder.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <thread>
 
 #include "RecordRing.h"
 
 namespace NSCam::v3::pipeline::model::record {
+
+using zebcam::LockGuard;
+using zebcam::Mutex;
 
 /**
  * A file of entries and the thread that writes it.
@@ -51,6 +54,8 @@ private:
 
     void write();
     void drain();
+    bool hasFailed() const { return mWriteError.load(std::memory_order_relaxed) != 0; }
+    void fail(int error);
     void writeBlock(RecordRing::Pieces const& content);
     void writeEnd(ZslRecordingEnd why);
     void append(std::span<uint8_t const> bytes);
@@ -59,15 +64,24 @@ private:
 
     ZslRecorderOptions const mOptions;
     RecordRing mRing;
+
+    /// Set from RUNNING by whoever ends the recording, later by the writer only. Stored with
+    /// release, after what it is the end of, and loaded with acquire by whoever wants to see that.
     std::atomic<ZslRecordingEnd> mEnd{RUNNING};
+    /// Counts the reasons to look into the ring. One that comes after the writer has read the count
+    /// ends its wait at once, so that none is missed.
     std::atomic<uint32_t> mWakeUps{0};
-    std::atomic<int> mWriteError{0};
+
+    // Figures for `status`, each by itself and so relaxed throughout. All but mUnrecorded are
+    // changed by the writer only.
+    std::atomic<int> mWriteError{0};    ///< errno of the first write that failed
     std::atomic<uint64_t> mEntries{0};  ///< written, the header among them
     std::atomic<uint64_t> mUnrecorded{0};
     std::atomic<uint64_t> mBytes{0};  ///< size of the file
-    FilePtr mFile;                    ///< the writer's once it runs
-    std::mutex mJoinLock;
-    std::thread mWriter;
+
+    FilePtr mFile;  ///< the writer's once it runs
+    Mutex mJoinLock;
+    std::thread mWriter GUARDED_BY(mJoinLock);  ///< last: it uses everything above
 };
 
 }  // namespace NSCam::v3::pipeline::model::record

@@ -7,10 +7,46 @@
 /**
  * The layout of a recording, for whoever writes or reads one.
  *
- * A file is MAGIC, the version (u32), and blocks. A block is BLOCK_MAGIC, the length of its content
- * and the CRC-32 of the content (u32 each), and the content: entries, each with its length (u32)
- * before it. Fixed-width numbers are little-endian, all others are variable-length: seven bits a
- * byte, the lowest first; signed ones are zigzag-coded.
+ *   file       MAGIC version:u32 block...
+ *   block      BLOCK_MAGIC:u32 size:u32 crc32:u32 entry...    both of the entries
+ *   entry      size:u32 Entry, then
+ *     HEADER     clock openId:s timestampSource:s [key:t value:t]       source: -1 unknown
+ *     OPERATION  Operation clock call item...                           the last item is DONE
+ *     END        ZslRecordingEnd:u8 unrecorded:n
+ *   call       by Operation
+ *     CONFIGURE  callback:f sensors+1:n (id:n (stream)?x11)...          0: no sensors' map
+ *     SUBMIT     request:n flags:n (policy:n timeoutMs:s) (SelectorName name:t) (provider:n)
+ *                [sensor:n mode:n] [requiredSensor:n] [frame]
+ *       frame    flags:n ([image:s] [halMeta:s] [appMeta:s]) (type:n [appMeta] [halMeta])
+ *     RETRY      request:n
+ *     RESULT     request:n its request:n appLeft:n halLeft:n isFrameEnd:f [(stream)? (ns:s)?]
+ *     FLUSH
+ *   item       Item, then
+ *     SUBMISSION_CLOCK, SELECTION_END   clock
+ *     OFFER      clock provider:n sets+1:n set...                       0: no history
+ *     IN_FLIGHT  clock provider:n [step of frameNo:s]                   from 0
+ *     RETURN     provider:n flags:n frameNo:n
+ *     CLONE      provider:n frameNo:n set                               always a new one
+ *     FAULT      ProviderCall which of its kind in the operation:n text:t
+ *     SELECT     flags:n request:n zsdNs:s ageMs:s, then text:t if HAS_THROWN, else
+ *                [index:n frameNo:n clone:f [stream:s (metadata)?]] [frameNo:n order:n]
+ *     BUILT      builder:n flags:n timestamp:s (frameNo:n)
+ *     RESULT_LEFT      [hasTimestamp:f]
+ *     CALLBACK_FAILED  text:t
+ *     DONE       clock flags:n, then text:t if HAS_THROWN, else
+ *                status:s (CONFIGURE, RESULT) or [[builder+1:n]]        0: no builder
+ *   set        reference, (frameNo:n request:n step of timestamp:s [image] [halMeta] [appMeta])
+ *   image      flags:n (stream)
+ *   halMeta, appMeta   flags:n (stream) (metadata)
+ *   stream     reference, (id:s name:t address on the device:n)
+ *   metadata   [step of tag:s (items << 3 | type):n item...]          item: u8, s, or as its bits
+ *   clock      steps of boot:s, of monotonic - boot:s, of wall - boot:s, ns
+ *
+ * u8, u32: little-endian. n: seven bits a byte, the lowest first; s: the same, zigzag-coded. f: a
+ * byte, 0 or 1. t: length:n and bytes. [x]: how many:n, then each x. (x): if the flags say so;
+ * (x)?: an f, then x if it is 1. A step is the difference from the value before, modulo 2^64. A
+ * reference (n) counts the things of its kind from 0; one that equals how many are known so far is
+ * followed by the thing. Builders count in the order of the submissions.
  */
 namespace NSCam::v3::pipeline::model::record {
 
@@ -22,11 +58,10 @@ constexpr uint32_t BLOCK_MAGIC = 0x4b4c425a;  ///< "ZBLK"
 constexpr size_t BLOCK_HEADER_BYTES = 12;
 constexpr size_t ENTRY_HEADER_BYTES = 4;
 
-/// What an entry is: its first byte.
 enum class Entry : uint8_t {
     HEADER = 1,     ///< once, at the beginning
-    OPERATION = 2,  ///< an operation of the processor: its kind, its call, items, the last a DONE
-    END = 3,        ///< a ZslRecordingEnd, and how many operations came too late
+    OPERATION = 2,  ///< of the processor, whole
+    END = 3,        ///< why, and how many operations came too late
 };
 
 enum class Operation : uint8_t { CONFIGURE = 1, SUBMIT = 2, RETRY = 3, RESULT = 4, FLUSH = 5 };
@@ -58,6 +93,10 @@ enum class ProviderCall : uint8_t {
 };
 constexpr size_t PROVIDER_CALLS = 6;
 
+/// What a selector gave when it was asked for its name; the text that follows is the name or what
+/// was thrown.
+enum class SelectorName : uint8_t { NONE = 0, GIVEN = 1, THROWN = 2 };
+
 /// Properties on which decisions depend; the header tells the value of each.
 constexpr std::array<char const*, 5> PROPERTIES{
     "ro.vendor.camera3.zsl.default",
@@ -74,8 +113,6 @@ struct ClockReading {
     int64_t wallNs = 0;  ///< since the Unix epoch
 };
 
-/// A list's length and a reference are unsigned. A reference that equals the number of things of
-/// its kind that are known so far is followed by the thing, which is known from then on.
 namespace flag {
 // SUBMIT
 constexpr uint64_t HAS_POLICY = 1U << 0;

@@ -12,6 +12,9 @@ namespace NSCam::v3::pipeline::model::record {
 /**
  * A ring of bytes between one thread that puts entries in and one that takes them out. Neither
  * waits for the other: an entry for which there is no room is refused.
+ *
+ * Each thread alone moves its own position and reads the other's. The positions only grow, so that
+ * a stale one is safe: it shows less room, or fewer entries, than there are.
  */
 class RecordRing {
 public:
@@ -33,8 +36,8 @@ private:
 
     size_t const mCapacity;
     std::unique_ptr<uint8_t[]> const mBytes;
-    std::atomic<uint64_t> mPut{0};  ///< bytes ever put in
-    std::atomic<uint64_t> mTaken{0};
+    std::atomic<uint64_t> mPut{0};    ///< bytes ever put in
+    std::atomic<uint64_t> mTaken{0};  ///< bytes ever taken out
 };
 
 }  // namespace NSCam::v3::pipeline::model::record

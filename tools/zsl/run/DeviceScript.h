@@ -5,7 +5,7 @@
 #include <host/StreamInfos.h>
 #include <pipeline/IHistoryBufferProvider.h>
 #include <platform/VirtualClock.h>
-#include <recorder/OutSets.h>
+#include <recorder/HandOuts.h>
 
 #include <array>
 #include <cstddef>
@@ -113,7 +113,7 @@ public:
     size_t leftTries() const;
 
     DeviceBuffers buffers;
-    record::OutSets outSets;
+    record::HandOuts handOuts;
 
 private:
     device::DeviceRecording const& mRecording;

@@ -28,7 +28,7 @@ ScriptedProvider::getHistoryBufferSets() {
     std::list<HistoryBufferSet> sets;
     for (size_t const frame : *mTry->frames) {
         sets.push_back(mScript.buffers.handOut(frame, mSubmission.requestNo, false));
-        mScript.outSets.add(sets.back(), false);
+        mScript.handOuts.add(sets.back(), false);
     }
     return sets;
 }
@@ -45,7 +45,7 @@ void ScriptedProvider::returnBufferSet(ReturnedBufferSet& returned) {
     step.isUnused = returned.isUnused;
     if (returned.pSet != nullptr) {
         step.frameNo = returned.pSet->frameNo;
-        mScript.outSets.takeBack(*returned.pSet);
+        mScript.handOuts.takeBack(*returned.pSet);
         step.isClone = DeviceBuffers::takeBack(*returned.pSet, returned.isUnused);
     }
     mScript.did(step);
@@ -71,7 +71,7 @@ ScriptedProvider::HistoryBufferSet ScriptedProvider::cloneBufferSet(
     HistoryBufferSet clone;
     if (frame) {
         clone = mScript.buffers.handOut(*frame, mSubmission.requestNo, true);
-        mScript.outSets.add(clone, true);
+        mScript.handOuts.add(clone, true);
     } else {
         clone.frameNo = original.frameNo;
     }
@@ -120,8 +120,8 @@ void ScriptedBuilder::setControl(android::sp<NSCam::v3::IMetaStreamBuffer> const
 
 void ScriptedBuilder::setHalImageStreamBuffer(
     NSCam::v3::StreamId_T streamId, android::sp<NSCam::v3::IImageStreamBuffer> const& buffer) {
-    record::OutSets::Set set;
-    if (!mHistorySet && mScript.outSets.take(buffer.get(), set)) {
+    record::HandOuts::Set set;
+    if (!mHistorySet && mScript.handOuts.take(buffer.get(), set)) {
         mHistorySet = std::move(set);
     }
     mFrame.setHalImageStreamBuffer(streamId, buffer);
@@ -145,9 +145,9 @@ void ScriptedBuilder::setBuiltFromHistory(bool builtFromHistory) {
     step.builder = mNumber;
     step.isFromHistory = builtFromHistory;
     step.timestampNs = mFrame.timestamp().value_or(0);
-    record::OutSets::Set set;
+    record::HandOuts::Set set;
     if (builtFromHistory && !mHistorySet &&
-        mScript.outSets.take(mSensorTimestampNs.value_or(step.timestampNs), set)) {
+        mScript.handOuts.take(mSensorTimestampNs.value_or(step.timestampNs), set)) {
         mHistorySet = std::move(set);
     }
     if (mHistorySet) {

@@ -104,7 +104,7 @@ private:
     DeviceScript& mScript;
     uint64_t const mNumber;
     host::FrameBuilder mFrame;
-    std::optional<record::OutSets::Set> mHistorySet;
+    std::optional<record::HandOuts::Set> mHistorySet;
     std::optional<int64_t> mSensorTimestampNs;
     std::optional<int64_t> mExposedNs;
     std::optional<device::BuiltStep> mBuilt;

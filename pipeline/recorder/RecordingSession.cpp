@@ -1,4 +1,4 @@
-#include "Tape.h"
+#include "RecordingSession.h"
 
 #include <cutils/properties.h>
 #include <metadata/MetadataTags.h>
@@ -28,6 +28,7 @@ int64_t timestampSource(int openId) {
 
 ClockReading readClocks() {
     using namespace std::chrono;
+    // The boot time first: the others are coded by their distance from it.
     return {systemTime(SYSTEM_TIME_BOOTTIME), systemTime(SYSTEM_TIME_MONOTONIC),
             duration_cast<nanoseconds>(system_clock::now().time_since_epoch()).count()};
 }
@@ -42,22 +43,25 @@ std::string currentExceptionText() {
     }
 }
 
-Tape::Tape(std::unique_ptr<RecordFile> file, ZslRecorderOptions const& options)
+RecordingSession::RecordingSession(std::unique_ptr<RecordFile> file,
+                                   ZslRecorderOptions const& options)
     : mFile(std::move(file)),
       mLargestOperation(options.memoryBytes),
-      mDescriber(std::max(options.largestEntryBytes, sizeof(int64_t))) {
+      // Smaller, and the sensor timestamp itself would be left out.
+      mBuffers(std::max(options.largestEntryBytes, sizeof(int64_t))) {
 }
 
-void Tape::start(int openId) noexcept {
+void RecordingSession::start(int openId) noexcept {
     mThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
     mIsOn = true;
-    note([openId](Tape& tape) {
-        Encoder& out = tape.out();
+    note([openId](RecordingSession& session) {
+        Encoder& out = session.out();
         out.tag(Entry::HEADER);
-        tape.clock();
+        session.clock();
         out.signedNumber(openId);
         out.signedNumber(timestampSource(openId));
         out.number(PROPERTIES.size());
+        // Now, for the processor reads some of them when it is made and never again.
         for (char const* const key : PROPERTIES) {
             std::array<char, PROPERTY_VALUE_MAX> value{};
             property_get(key, value.data(), "");
@@ -68,25 +72,26 @@ void Tape::start(int openId) noexcept {
     end();
 }
 
-void Tape::begin(Operation operation) noexcept {
+void RecordingSession::begin(Operation operation) noexcept {
     mThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    // Once for the operation: a file that ends in the middle of it makes no half records.
     mIsOn = isRunning();
     if (!mIsOn) {
         mFile->skip();
         return;
     }
-    mOut.clear();
+    mOut.clear();  // keeps its memory: a recorded operation allocates next to nothing
     mCalls = {};
     mAwaitsSubmissionClock = operation == Operation::SUBMIT;
     mAwaitsSelectionEnd = false;
-    note([operation](Tape& tape) {
-        tape.mOut.tag(Entry::OPERATION);
-        tape.mOut.tag(operation);
-        tape.clock();
+    note([operation](RecordingSession& session) {
+        session.mOut.tag(Entry::OPERATION);
+        session.mOut.tag(operation);
+        session.clock();
     });
 }
 
-void Tape::end() noexcept {
+void RecordingSession::end() noexcept {
     if (mIsOn) {
         mFile->put({mOut.data(), mOut.size()});
         mIsOn = false;
@@ -94,13 +99,14 @@ void Tape::end() noexcept {
     mThread.store({}, std::memory_order_relaxed);
 }
 
-void Tape::stop(ZslRecordingEnd why) noexcept {
+void RecordingSession::stop(ZslRecordingEnd why) noexcept {
+    // The references of what follows would count things of this record, which nobody will have.
     mIsOn = false;
     mFile->skip();
     mFile->end(why);
 }
 
-void Tape::submissionClock() {
+void RecordingSession::submissionClock() {
     if (mAwaitsSubmissionClock) {
         mAwaitsSubmissionClock = false;
         item(Item::SUBMISSION_CLOCK);
@@ -108,7 +114,7 @@ void Tape::submissionClock() {
     }
 }
 
-void Tape::selectionEnd() {
+void RecordingSession::selectionEnd() {
     if (mAwaitsSelectionEnd) {
         mAwaitsSelectionEnd = false;
         item(Item::SELECTION_END);

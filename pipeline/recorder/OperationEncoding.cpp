@@ -1,9 +1,9 @@
-#include "Calls.h"
+#include "OperationEncoding.h"
 
 #include <algorithm>
 #include <string>
 
-#include "RecordedBuilder.h"
+#include "RecordingProxies.h"
 
 namespace NSCam::v3::pipeline::model::record {
 
@@ -19,20 +19,20 @@ void putIds(Encoder& out, std::set<int64_t> const& ids) {
 /// The name that the policy gives itself; that it gives none or throws is told too.
 void putName(Encoder& out, ZslPolicy::ISelector const& selector) {
     char const* name = nullptr;
-    try {
+    try {  // one more call of the caller's code: what it throws here it throws to the processor
         name = selector.getName();
     } catch (...) {
-        out.byte(2);
+        out.tag(SelectorName::THROWN);
         out.text(currentExceptionText());
         return;
     }
-    out.byte(name != nullptr ? 1 : 0);
+    out.tag(name != nullptr ? SelectorName::GIVEN : SelectorName::NONE);
     out.text(name != nullptr ? name : "");
 }
 
-void putFrame(Tape& tape, policy::RequestResultParams const* params,
+void putFrame(RecordingSession& session, policy::RequestResultParams const* params,
               NSPipelineContext::IFrameBuilder const* builder) {
-    Encoder& out = tape.out();
+    Encoder& out = session.out();
     out.number((params != nullptr ? flag::HAS_RESULT_PARAMS : 0) |
                (builder != nullptr ? flag::HAS_BUILDER : 0));
     if (params != nullptr) {
@@ -42,16 +42,18 @@ void putFrame(Tape& tape, policy::RequestResultParams const* params,
     }
     if (builder != nullptr) {
         out.number(builder->getFrameType());
+        // The request's own settings, on which history's metadata is merged.
         MetaBuffers controls;
         builder->getAppMetaStreamBuffers(controls);
-        tape.describer().metaBuffers(out, controls);
+        session.buffers().metaBuffers(out, controls);
         controls.clear();
         builder->getHalMetaStreamBuffers(controls);
-        tape.describer().metaBuffers(out, controls);
+        session.buffers().metaBuffers(out, controls);
     }
 }
 
-/// The sensors' modes, and of which sensors they are required.
+/// The sensors' modes, and of which sensors they are required. No list is an empty one: the
+/// processor makes no difference.
 void putSensors(Encoder& out, ZslRequestParams const& params) {
     size_t const modes = params.pStreamIdMap != nullptr ? params.pStreamIdMap->size() : 0;
     out.number(modes);
@@ -69,17 +71,18 @@ void putSensors(Encoder& out, ZslRequestParams const& params) {
     }
 }
 
-void putDone(Tape& tape, uint64_t flags) {
-    tape.item(Item::DONE);
-    tape.clock();
-    tape.out().number(flags);
+void putDone(RecordingSession& session, uint64_t flags) {
+    session.item(
+        Item::DONE);  // the clock after it ends the time in which the processor read its own
+    session.clock();
+    session.out().number(flags);
 }
 
 }  // namespace
 
-void putConfiguration(Tape& tape, ZslConfigParams const& params) {
-    Encoder& out = tape.out();
-    out.byte(params.pCallback.promote() != nullptr ? 1 : 0);
+void putConfiguration(RecordingSession& session, ZslConfigParams const& params) {
+    Encoder& out = session.out();
+    out.flag(params.pCallback.promote() != nullptr);
     auto const* const sensors = params.pParsedStreamInfo_P1;
     out.number(sensors != nullptr ? sensors->size() + 1 : 0);
     if (sensors == nullptr) {
@@ -88,21 +91,21 @@ void putConfiguration(Tape& tape, ZslConfigParams const& params) {
     // In the map's own order, for the first sensor's streams carry the early shutter.
     for (auto const& [sensorId, streams] : *sensors) {
         out.number(sensorId);
-        tape.describer().optionalStream(out, streams.pHalMeta_Control.get());
-        tape.describer().optionalStream(out, streams.pHalMeta_DynamicP1.get());
-        tape.describer().optionalStream(out, streams.pAppMeta_DynamicP1.get());
+        session.buffers().optionalStream(out, streams.pHalMeta_Control.get());
+        session.buffers().optionalStream(out, streams.pHalMeta_DynamicP1.get());
+        session.buffers().optionalStream(out, streams.pAppMeta_DynamicP1.get());
         for (auto const& image : {streams.pHalImage_FullRaw, streams.pHalImage_ResizedRaw,
                                   streams.pHalImage_ScaledYuv, streams.pHalImage_FaceYuv,
                                   streams.pHalImage_ShadingStats, streams.pHalImage_MotionStats,
                                   streams.pHalImage_DepthStats, streams.pHalImage_FlickerStats}) {
-            tape.describer().optionalStream(out, image.get());
+            session.buffers().optionalStream(out, image.get());
         }
     }
 }
 
-void putSubmission(Tape& tape, ZslRequestParams const& params, bool callbackLives,
+void putSubmission(RecordingSession& session, ZslRequestParams const& params, bool callbackLives,
                    uint64_t provider) {
-    Encoder& out = tape.out();
+    Encoder& out = session.out();
     out.number(params.requestNo);
     out.number((params.pPolicyParams != nullptr ? flag::HAS_POLICY : 0) |
                (params.pSelector != nullptr ? flag::HAS_SELECTOR : 0) |
@@ -121,59 +124,63 @@ void putSubmission(Tape& tape, ZslRequestParams const& params, bool callbackLive
         out.number(provider);
     }
     putSensors(out, params);
+    // A frame is a builder; settings beyond the last one mean nothing to the processor.
     out.number(params.vFrameBuilder.size());
     for (size_t i = 0; i < params.vFrameBuilder.size(); ++i) {
-        putFrame(tape, i < params.vReqResult.size() ? params.vReqResult[i].get() : nullptr,
+        putFrame(session, i < params.vReqResult.size() ? params.vReqResult[i].get() : nullptr,
                  params.vFrameBuilder[i].get());
     }
 }
 
-void putResult(Tape& tape, unsigned int requestNo, Result const& result) {
-    Encoder& out = tape.out();
+void putResult(RecordingSession& session, unsigned int requestNo, Result const& result) {
+    Encoder& out = session.out();
     out.number(requestNo);
     out.number(result.requestNo);
     out.number(result.nAppOutMetaLeft);
     out.number(result.nHalOutMetaLeft);
-    out.byte(result.isFrameEnd ? 1 : 0);
+    out.flag(result.isFrameEnd);
     out.number(result.outputAppMetas.size());
     for (auto const& buffer : result.outputAppMetas) {
-        tape.describer().optionalStream(out, buffer != nullptr ? buffer->getStreamInfo() : nullptr);
+        session.buffers().optionalStream(out,
+                                         buffer != nullptr ? buffer->getStreamInfo() : nullptr);
         int64_t ns = 0;
         bool const hasTimestamp = readSensorTimestamp(buffer, ns);
-        out.byte(hasTimestamp ? 1 : 0);
+        out.flag(hasTimestamp);
         if (hasTimestamp) {
             out.signedNumber(ns);
         }
     }
 }
 
-void putTimestampsLeft(Tape& tape, Result const& result) {
-    tape.item(Item::RESULT_LEFT);
-    tape.out().number(result.outputAppMetas.size());
+void putTimestampsLeft(RecordingSession& session, Result const& result) {
+    // The processor removes some: whether it did is a decision like any other.
+    session.item(Item::RESULT_LEFT);
+    session.out().number(result.outputAppMetas.size());
     for (auto const& buffer : result.outputAppMetas) {
         int64_t ns = 0;
-        tape.out().byte(readSensorTimestamp(buffer, ns) ? 1 : 0);
+        session.out().flag(readSensorTimestamp(buffer, ns));
     }
 }
 
-void putStatus(Tape& tape, int status) {
-    putDone(tape, 0);
-    tape.out().signedNumber(status);
+void putStatus(RecordingSession& session, int status) {
+    putDone(session, 0);
+    session.out().signedNumber(status);
 }
 
-void putFailure(Tape& tape, std::string_view text) {
-    putDone(tape, flag::HAS_THROWN);
-    tape.out().text(text);
+void putFailure(RecordingSession& session, std::string_view text) {
+    putDone(session, flag::HAS_THROWN);
+    session.out().text(text);
 }
 
-void putBuilders(Tape& tape, ZslFrameBuilders const& lists) {
-    putDone(tape, 0);
-    tape.out().number(lists.size());
+void putBuilders(RecordingSession& session, ZslFrameBuilders const& lists) {
+    putDone(session, 0);
+    session.out().number(lists.size());
     for (auto const& list : lists) {
-        tape.out().number(list.size());
+        session.out().number(list.size());
         for (auto const& builder : list) {
-            auto const* const recorded = dynamic_cast<RecordedBuilder const*>(builder.get());
-            tape.out().number(recorded != nullptr ? recorded->number() + 1 : 0);
+            // A builder that the recorder never saw came in while nothing was recorded.
+            auto const* const recorded = dynamic_cast<RecordingBuilder const*>(builder.get());
+            session.out().number(recorded != nullptr ? recorded->number() + 1 : 0);
         }
     }
 }

@@ -1,4 +1,4 @@
-#include "Describer.h"
+#include "BufferEncoder.h"
 
 #include <metadata/MetadataTags.h>
 
@@ -10,6 +10,7 @@ namespace NSCam::v3::pipeline::model::record {
 namespace {
 
 constexpr char USER[] = "ZslRecorder";
+// Addresses are used again: streams that come and go must not make this grow for ever.
 constexpr size_t MOST_STREAMS = 4096;
 
 /// One metadata buffer, locked for reading; `get` is null when the lock was not obtained.
@@ -17,7 +18,11 @@ class ReadLock {
 public:
     explicit ReadLock(android::sp<IMetaStreamBuffer> const& buffer)
         : mBuffer(buffer), mMetadata(buffer->tryReadLock(USER)) {}
-    ~ReadLock() { mBuffer->unlock(USER, mMetadata); }
+    ~ReadLock() {
+        if (mMetadata != nullptr) {
+            mBuffer->unlock(USER, mMetadata);
+        }
+    }
     ReadLock(ReadLock const&) = delete;
     ReadLock& operator=(ReadLock const&) = delete;
 
@@ -40,7 +45,7 @@ size_t bytesOf(IMetadata::Type type) {
         case IMetadata::Type::Rational:
             break;
     }
-    return 8;
+    return 8;  // and for a type that a later camera stack adds
 }
 
 template <typename T>
@@ -57,6 +62,7 @@ void putItem(Encoder& out, IMetadata::IEntry const& entry, size_t index) {
             out.signedNumber(item<int32_t>(entry, index));
             break;
         case IMetadata::Type::Float:
+            // Bit by bit: a criterion may compare for equality.
             out.fixed(std::bit_cast<uint32_t>(item<float>(entry, index)));
             break;
         case IMetadata::Type::Int64:
@@ -91,18 +97,18 @@ bool readSensorTimestamp(android::sp<IMetaStreamBuffer> const& buffer, int64_t& 
         return false;
     }
     auto const entry = locked.get()->entryFor(ZEB_SENSOR_TIMESTAMP);
-    ns = item<int64_t>(entry, 0);
+    ns = item<int64_t>(entry, 0);  // 0 where there is none, which nobody looks at
     return !entry.isEmpty();
 }
 
-void Describer::optionalStream(Encoder& out, IStreamInfo const* info) {
-    out.byte(info != nullptr ? 1 : 0);
+void BufferEncoder::optionalStream(Encoder& out, IStreamInfo const* info) {
+    out.flag(info != nullptr);
     if (info != nullptr) {
         stream(out, *info);
     }
 }
 
-void Describer::stream(Encoder& out, IStreamInfo const& info) {
+void BufferEncoder::stream(Encoder& out, IStreamInfo const& info) {
     StreamId_T const id = info.getStreamId();
     char const* const name = info.getStreamName() != nullptr ? info.getStreamName() : "";
     auto const known = mStreams.find(&info);
@@ -110,6 +116,7 @@ void Describer::stream(Encoder& out, IStreamInfo const& info) {
         out.number(known->second.number);
         return;
     }
+    // By address, but not only: another stream may have been made where one was.
     if (mStreams.size() >= MOST_STREAMS) {
         mStreams.clear();
     }
@@ -121,10 +128,11 @@ void Describer::stream(Encoder& out, IStreamInfo const& info) {
     out.number(reinterpret_cast<uintptr_t>(&info));
 }
 
-void Describer::metadata(Encoder& out, IMetadata const& metadata) const {
+void BufferEncoder::metadata(Encoder& out, IMetadata const& metadata) const {
     auto const isSmall = [this](IMetadata::IEntry const& entry) {
         return entry.count() <= mLargestEntryBytes / bytesOf(entry.type());
     };
+    // Counted first: the number stands before the entries, and entries are cheap to look at twice.
     size_t small = 0;
     for (size_t i = 0; i < metadata.count(); ++i) {
         small += isSmall(metadata.entryAt(i)) ? 1 : 0;
@@ -144,11 +152,11 @@ void Describer::metadata(Encoder& out, IMetadata const& metadata) const {
     }
 }
 
-void Describer::metaBuffers(Encoder& out, MetaBuffers const& buffers) {
+void BufferEncoder::metaBuffers(Encoder& out, MetaBuffers const& buffers) {
     out.number(buffers.size());
     for (auto const& buffer : buffers) {
         if (buffer == nullptr) {
-            out.number(0);
+            out.number(0);  // no flags: neither stream nor lock, as good as nothing
             continue;
         }
         ReadLock const locked(buffer);
@@ -162,31 +170,36 @@ void Describer::metaBuffers(Encoder& out, MetaBuffers const& buffers) {
     }
 }
 
-void Describer::beginHistory() {
+void BufferEncoder::beginHistory() {
+    // One history back is enough: a frame that was not offered once is gone from the provider, or
+    // comes back from the processor changed.
     mEarlier.swap(mCurrent);
     mCurrent.clear();
 }
 
-void Describer::gatherParts(HistoryBufferSet const& set) {
+void BufferEncoder::gatherParts(HistoryBufferSet const& set) {
     mParts.clear();
     for (auto const& image : set.halImage) {
         mParts.push_back({image.get(), image != nullptr ? flagsOf(image) : 0, 0});
     }
     for (MetaBuffers const* const metas : {&set.halMeta, &set.appMeta}) {
+        // Sets the two lists apart, else a buffer that moved from one to the other went unnoticed.
         mParts.push_back({nullptr, 0, metas->size()});
         for (auto const& meta : *metas) {
             Part& part = mParts.emplace_back(Part{meta.get(), 0, 0});
             if (meta != nullptr) {
                 ReadLock const locked(meta);
                 part.flags = flagsOf(meta) | (locked.get() != nullptr ? flag::IS_LOCKABLE : 0);
+                // Their number only: comparing all of them would cost what writing them does.
                 part.entries = locked.get() != nullptr ? locked.get()->count() : 0;
             }
         }
     }
 }
 
-void Describer::historyFrame(Encoder& out, HistoryBufferSet const& set) {
+void BufferEncoder::historyFrame(Encoder& out, HistoryBufferSet const& set) {
     gatherParts(set);
+    // Histories come in one order, and known frames are taken out: the first is nearly always it.
     auto const earlier =
         std::find_if(mEarlier.begin(), mEarlier.end(), [&](KnownFrame const& known) {
             return known.frameNo == set.frameNo && known.requestNo == set.requestNo &&
@@ -198,15 +211,17 @@ void Describer::historyFrame(Encoder& out, HistoryBufferSet const& set) {
         mEarlier.erase(earlier);
         return;
     }
+    // Parts are copied, not moved: their memory is used for every frame.
     mCurrent.push_back({mNextFrame, set.frameNo, set.requestNo, set.timestamp, mParts});
     newFrame(out, set);
 }
 
-void Describer::looseFrame(Encoder& out, HistoryBufferSet const& set) {
+void BufferEncoder::looseFrame(Encoder& out, HistoryBufferSet const& set) {
+    // Always new: a clone has buffers of its own, and no later history offers it.
     newFrame(out, set);
 }
 
-void Describer::newFrame(Encoder& out, HistoryBufferSet const& set) {
+void BufferEncoder::newFrame(Encoder& out, HistoryBufferSet const& set) {
     out.number(mNextFrame++);
     out.number(set.frameNo);
     out.number(set.requestNo);

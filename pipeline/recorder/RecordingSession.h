@@ -10,25 +10,31 @@
 #include <thread>
 #include <utility>
 
-#include "Describer.h"
+#include "BufferEncoder.h"
 #include "Encoder.h"
-#include "OutSets.h"
+#include "HandOuts.h"
 #include "RecordFile.h"
 
 namespace NSCam::v3::pipeline::model::record {
 
+/// All clocks, now.
 ClockReading readClocks();
+
+/// The text of the exception in hand. Only within a catch block.
+std::string currentExceptionText();
 
 /**
  * The recording as it is made: an operation at a time, whose record goes to the file when the
- * operation is over. One thread at a time carries out an operation; what other threads do to the
- * processor's surroundings meanwhile is not recorded.
+ * operation is over. Operations must not overlap: whoever calls `begin` holds a lock of its own
+ * until `end`, and that lock guards everything here. `note` may be called on any thread, also
+ * without the lock; what another thread than the operation's does to the processor's surroundings
+ * meanwhile is not recorded.
  *
  * Nothing here throws. Where recording itself fails, the recording ends.
  */
-class Tape {
+class RecordingSession {
 public:
-    Tape(std::unique_ptr<RecordFile> file, ZslRecorderOptions const& options);
+    RecordingSession(std::unique_ptr<RecordFile> file, ZslRecorderOptions const& options);
 
     /// Writes the header.
     void start(int openId) noexcept;
@@ -38,12 +44,14 @@ public:
 
     /// Begins an operation on this thread.
     void begin(Operation operation) noexcept;
-    /// Ends it, and the thread's hold of the tape.
+    /// Ends it, and the thread's hold of the session.
     void end() noexcept;
 
     /// Lets `write` add to the record of this thread's operation, if there is one.
     template <typename Write>
     void note(Write write) noexcept {
+        // Relaxed: only the thread itself stores its own id, and any other value means "not now".
+        // Everything else is read after that, so that another thread touches none of it.
         if (mThread.load(std::memory_order_relaxed) != std::this_thread::get_id() || !mIsOn) {
             return;
         }
@@ -52,15 +60,15 @@ public:
             if (mOut.size() > mLargestOperation) {
                 stop(ZslRecordingEnd::MEMORY_FULL);
             }
-        } catch (...) {
+        } catch (...) {  // no memory, or an object of the caller's that throws where none may
             stop(ZslRecordingEnd::INTERRUPTED);
         }
     }
 
     // For use within `note`
     Encoder& out() { return mOut; }
-    Describer& describer() { return mDescriber; }
-    OutSets& outSets() { return mOutSets; }
+    BufferEncoder& buffers() { return mBuffers; }
+    HandOuts& handOuts() { return mHandOuts; }
     void item(Item item) { mOut.tag(item); }
     void clock() { mClock.put(mOut, readClocks()); }
     /// By now the processor has read the clock for the submission; the first time counts.
@@ -83,11 +91,8 @@ private:
     std::array<uint64_t, PROVIDER_CALLS> mCalls{};
     Encoder mOut;
     ClockEncoder mClock;
-    Describer mDescriber;
-    OutSets mOutSets;
+    BufferEncoder mBuffers;
+    HandOuts mHandOuts;
 };
-
-/// The text of the exception in hand.
-std::string currentExceptionText();
 
 }  // namespace NSCam::v3::pipeline::model::record

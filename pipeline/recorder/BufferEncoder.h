@@ -20,11 +20,11 @@ using NSPipelineContext::HistoryBufferSet;
 /// be locked.
 bool readSensorTimestamp(android::sp<IMetaStreamBuffer> const& buffer, int64_t& ns);
 
-/// Writes down streams, metadata and history frames, each in full only when it is new: a frame
-/// whose buffers and their states are those of the history before is named by a number.
-class Describer {
+/// Writes down streams, metadata and history frames, streams and frames in full only when they are
+/// new: a frame whose buffers and their states are those of the history before is a reference.
+class BufferEncoder {
 public:
-    explicit Describer(size_t largestEntryBytes) : mLargestEntryBytes(largestEntryBytes) {}
+    explicit BufferEncoder(size_t largestEntryBytes) : mLargestEntryBytes(largestEntryBytes) {}
 
     /// A stream, or that there is none.
     void optionalStream(Encoder& out, IStreamInfo const* info);

@@ -11,9 +11,9 @@ namespace NSCam::v3::pipeline::model::record {
 
 using NSPipelineContext::HistoryBufferSet;
 
-/// The buffer sets that providers have handed out and that are neither back nor in a frame builder,
-/// known by their images, or else by number and timestamp.
-class OutSets {
+/// The buffer sets that are handed out: providers gave them away, and they are neither back nor in
+/// a frame builder. Known by their images, or else by number and timestamp.
+class HandOuts {
 public:
     struct Set {
         uint32_t frameNo = 0;
