@@ -94,6 +94,11 @@ TEST(IMetadataMemory, CopyAndMergeAllocateOnceAndLookupsNever) {
     copy += more;
     EXPECT_EQ(heap.allocations, 2U);
 
+    IMetadata full(copy);  // without spare room
+    heap = {};
+    full.update(10, some.entryFor(2));
+    EXPECT_EQ(heap.allocations, 0U) << "a small entry takes the place of another";
+
     heap = {};
     int64_t sum = 0;
     for (IMetadata::Tag tag = 0; tag < 210; ++tag) {
@@ -126,6 +131,10 @@ TEST(IMetadataMemory, StaysInProportionToWhatItHolds) {
         }
         EXPECT_LE(heap.largest, 5 * LIVE_BYTES) << "change " << change;
         EXPECT_EQ(metadata.count(), 2U);
+        heap = {};
+        IMetadata const compact(metadata);
+        EXPECT_GE(heap.largest, LIVE_BYTES + 2 * 16)
+            << "no room for what is alive, change " << change;
     }
 }
 

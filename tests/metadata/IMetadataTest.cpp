@@ -206,7 +206,11 @@ TEST(IMetadata, IsEmptyAndUsableAfterAMove) {
     EXPECT_TRUE(isSame(to, model)) << "moved onto itself";
 
     IEntry entry = toEntry(7, model.at(7));
-    IEntry const taken(std::move(entry));
+    IEntry const moved(std::move(entry));
+    IEntry taken = toEntry(9, model.at(9));
+    taken = moved;
+    IEntry& itself = taken;
+    taken = std::move(itself);
     EXPECT_TRUE(isSame(taken, 7, model.at(7)));
     EXPECT_EQ(entry.itemAt(2, Type2Type<int32_t>()), 0);
     entry.push_back<uint8_t>(5, {});
@@ -227,7 +231,7 @@ TEST(IMetadataEntry, ConvertsToTheNearestValue) {
     EXPECT_EQ((convert<int32_t>(-BIG)), std::numeric_limits<int32_t>::min());
     EXPECT_EQ((convert<int32_t>(-2.9)), -2);
     EXPECT_EQ((convert<int32_t>(NOT_A_NUMBER)), 0);
-    EXPECT_EQ((convert<int64_t>(9.3e18F)), std::numeric_limits<int64_t>::max());
+    EXPECT_EQ((convert<int64_t>(0x1p63F)), std::numeric_limits<int64_t>::max());
     EXPECT_EQ((convert<int64_t>(-std::numeric_limits<double>::infinity())),
               std::numeric_limits<int64_t>::min());
     EXPECT_EQ((convert<int32_t>(Rational{7, -2})), -3);

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <platform/Trace.h>
 #include <platform/VirtualClock.h>
+#include <sys/resource.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -69,6 +71,35 @@ TEST(TraceTest, WritesNestedSectionsOfEachThread) {
 TEST(TraceTest, AFileThatCannotBeWrittenIsNotAttached) {
     EXPECT_THROW(TraceFile("/no such folder/trace.json", 0), std::runtime_error);
     EXPECT_EQ(atrace_get_enabled_tags(), 0U);
+}
+
+TEST(TraceTest, TellsOfAFileThatIsNotWhole) {
+    constexpr char COMPLAINT[] = "the trace file could not be written completely\n";
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit unlimited{};
+    getrlimit(RLIMIT_FSIZE, &unlimited);
+    TempFile const trace("limited.json");
+    struct {
+        std::string path;
+        rlim_t limit;  ///< until the file ends
+        char const* complaint;
+    } const CASES[] = {
+        {trace.path, unlimited.rlim_cur, ""},
+        {"/dev/full", unlimited.rlim_cur, COMPLAINT},
+        {trace.path, 100, COMPLAINT},
+    };
+    for (auto const& c : CASES) {
+        auto file = std::make_unique<TraceFile>(c.path, ATRACE_TAG_CAMERA);
+        rlimit const limited{c.limit, unlimited.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limited);
+        for (int i = 0; i < 200; ++i) {  // more than the file buffers
+            ATRACE_BEGIN("section");
+        }
+        setrlimit(RLIMIT_FSIZE, &unlimited);
+        testing::internal::CaptureStderr();
+        file.reset();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.complaint) << c.path << c.limit;
+    }
 }
 
 TEST(TraceDeathTest, TracesTheWholeProcessOnRequest) {

@@ -173,9 +173,9 @@ void playBrokenCaptures(RecordedScene& s) {
     s.flush();
     s.expose({1, 2, 3, 4});
     s.submit(s.captureOf(5, {FRAME_TYPE_PREDUMMY, FRAME_TYPE_MAIN, FRAME_TYPE_POSTDUMMY}));
-    Capture incomplete = s.capture(6, 3);
-    incomplete.params.vReqResult[0] = nullptr;
-    incomplete.params.vFrameBuilder[1] = nullptr;
+    Capture incomplete = s.capture(6, 4);
+    incomplete.params.vReqResult[0] = incomplete.params.vReqResult[3] = nullptr;
+    incomplete.params.vFrameBuilder[1] = incomplete.params.vFrameBuilder[3] = nullptr;
     s.submit(incomplete);
     Capture alone = s.capture(7);
     alone.params.pHistoryBufferProvider = nullptr;
@@ -251,6 +251,20 @@ std::vector<Scenario> const& scenarios() {
         {"faults", playFaults},
         {"broken captures", playBrokenCaptures},
         {"criteria", playCriteria},
+        {"frames that change while they are offered",
+         [](RecordedScene& s) {
+             configure(s);
+             SensorFrame bad(1);
+             bad.hasImageError = true;
+             SensorFrame blurred(2);
+             blurred.focus(1, 3, 1);
+             s.expose({bad, blurred});
+             s.submit(s.capture(5, 2));
+             s.expose({1});
+             s.retry();
+             s.expose({2});
+             s.retry();
+         }},
         {"not configured", [](RecordedScene& s) {
              s.expose({1});
              s.submit(s.capture(5));

@@ -59,6 +59,7 @@ public:
     using ZslTest::config;
     using ZslTest::device;
     using ZslTest::history;
+    using ZslTest::lines;
     using ZslTest::log;
     using ZslTest::p1Streams;
     using ZslTest::setProperty;

@@ -68,6 +68,17 @@ TEST_F(MetaLockTest, TellsOfEveryMisuse) {
     MetaStreamBuffer::forgetLockErrors();
 }
 
+TEST(UsersManagerTest, AUserIsReleasedOnce) {
+    NSCam::v3::Utils::UsersManager users(5, nullptr);
+    std::vector<size_t> const ids{users.enqueUser("one"), users.enqueUser("two"),
+                                  users.enqueUser("three")};
+    EXPECT_TRUE(users.markReleased(ids[1]));
+    EXPECT_FALSE(users.markReleased(ids[1]));
+    EXPECT_FALSE(users.markReleased(ids.size())) << "an id that was never given";
+    EXPECT_EQ(users.pendingUsers(), 2U);
+    EXPECT_EQ(users.getStreamName(), "");
+}
+
 TEST(FrameBuilderTest, ReplacesInPlaceAndListsInTheOrderOfTheFirstSet) {
     FrameBuilder builder(7, NSCam::v3::pipeline::NSPipelineContext::FRAME_TYPE_SUB);
     auto const three = metaBuffer(3);

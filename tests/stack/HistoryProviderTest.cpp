@@ -95,6 +95,12 @@ TEST_F(HistoryProviderTest, TheLedgerKnowsHowEveryHandOutEnded) {
              trimFirst(s);
          },
          Consumed, Consumed},
+        {"one trimmed twice, one forgotten", 2,
+         [](Set& s) {
+             s.halImage.front()->releaseBuffer();
+             trimFirst(s);
+         },
+         Lost, Lost},
         {"without images", 0, [](Set&) {}, Consumed, Consumed},
     };
     for (bool const isClone : {false, true}) {
