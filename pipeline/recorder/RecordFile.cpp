@@ -63,6 +63,7 @@ uint32_t lengthAt(RecordRing::Pieces const& pieces, size_t index) {
 uint64_t countEntries(RecordRing::Pieces const& pieces, uint64_t limit, size_t& taken) {
     uint64_t entries = 0;
     taken = 0;
+    // The ring holds whole entries only, so that no length reaches beyond its end.
     while (taken < sizeOf(pieces)) {
         size_t const size = ENTRY_HEADER_BYTES + size_t{lengthAt(pieces, taken)};
         if (taken + size > limit) {
@@ -82,6 +83,7 @@ RecordRing::Pieces firstBytes(RecordRing::Pieces const& pieces, size_t size) {
 }  // namespace
 
 std::unique_ptr<RecordFile> RecordFile::create(ZslRecorderOptions const& options) {
+    // "e": a child of the camera's process must not keep the file open.
     FilePtr file(std::fopen(options.path.c_str(), "wbe"), std::fclose);
     if (file == nullptr) {
         __android_log_print(ANDROID_LOG_ERROR, TAG, "%s: cannot be created: %s",

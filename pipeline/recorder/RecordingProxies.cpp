@@ -17,6 +17,7 @@ void putAnswer(RecordingSession& session, ISelector::SelectOutputParams const& a
         for (auto const& [streamId, additional] : result.additionalMetas) {
             out.signedNumber(streamId);
             out.flag(additional != nullptr);
+            // A null is a policy's mistake, which the processor meets in its own way.
             if (additional != nullptr) {
                 session.buffers().metadata(out, *additional);
             }
@@ -34,6 +35,7 @@ void putAnswer(RecordingSession& session, ISelector::SelectOutputParams const& a
 /// Makes a call of the caller's provider; an exception is recorded on its way.
 template <typename Call>
 auto RecordingProvider::forward(ProviderCall which, Call call) const {
+    // Which of its kind failed tells the replay where to fail: the calls themselves are not items.
     uint64_t count = 0;
     mSession->note([&](RecordingSession& session) { count = session.countCall(which); });
     try {
@@ -70,6 +72,7 @@ std::optional<std::list<HistoryBufferSet>> RecordingProvider::getHistoryBufferSe
                 session.handOuts().add(set, false);
             }
         }
+        // A selection ends when the provider is told so, twice as a rule; the first time counts.
         session.awaitSelectionEnd();
     });
     return sets;
@@ -102,6 +105,7 @@ std::vector<ZslPolicy::InFlightInfo> RecordingProvider::getInFlightInfos() const
         session.clock();
         session.out().number(mNumber);
         session.out().number(infos.size());
+        // In their order, which need not ascend: steps are signed.
         int64_t last = 0;
         for (auto const& info : infos) {
             session.out().step(info.frameNo, last);
@@ -204,6 +208,7 @@ void RecordingBuilder::setBuiltFromHistory(bool builtFromHistory) {
 }
 
 void RecordingCallback::updateFrame(Result const& result) {
+    // Gone since the submission began: then nobody hears of the shutter, as without a recorder.
     auto const callback = mCallback.promote();
     if (callback == nullptr) {
         return;

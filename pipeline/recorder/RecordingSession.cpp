@@ -82,6 +82,7 @@ void RecordingSession::begin(Operation operation) noexcept {
     }
     mOut.clear();  // keeps its memory: a recorded operation allocates next to nothing
     mCalls = {};
+    // A retry has no instant of its own: it goes on with that of its submission.
     mAwaitsSubmissionClock = operation == Operation::SUBMIT;
     mAwaitsSelectionEnd = false;
     note([operation](RecordingSession& session) {
@@ -96,6 +97,7 @@ void RecordingSession::end() noexcept {
         mFile->put({mOut.data(), mOut.size()});
         mIsOn = false;
     }
+    // Nobody's: what this thread does to the pipeline between operations is not recorded.
     mThread.store({}, std::memory_order_relaxed);
 }
 

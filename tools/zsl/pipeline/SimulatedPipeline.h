@@ -1,8 +1,8 @@
 #pragma once
 
 #include <IZslProcessor.h>
-#include <host/HistoryProvider.h>
 #include <host/DeviceRegistration.h>
+#include <host/HistoryProvider.h>
 
 #include <cstdint>
 #include <functional>
