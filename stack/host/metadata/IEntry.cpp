@@ -1,4 +1,4 @@
-#include <metadata/IMetadata.h>
+#include <metadata/IMetadataEntry.h>
 
 #include <cstring>
 #include <stdexcept>
@@ -9,7 +9,7 @@ namespace NSCam {
 
 namespace {
 
-using Type = IMetadata::Type;
+using Type = MetadataType;
 
 template <MetadataItem T>
 constexpr Type TYPE_OF = std::is_same_v<T, uint8_t>   ? Type::Byte
@@ -48,7 +48,7 @@ T load(std::byte const* from) {
 
 }  // namespace
 
-IMetadata::IEntry::IEntry(IEntry&& other) noexcept
+IMetadataEntry::IMetadataEntry(IMetadataEntry&& other) noexcept
     : mTag(other.mTag),
       mShape(std::exchange(other.mShape, {})),  // what was moved from is empty
       mInline(other.mInline),
@@ -56,12 +56,12 @@ IMetadata::IEntry::IEntry(IEntry&& other) noexcept
       mOwned(std::move(other.mOwned)) {
 }
 
-IMetadata::IEntry& IMetadata::IEntry::operator=(IEntry const& other) {
+IMetadataEntry& IMetadataEntry::operator=(IMetadataEntry const& other) {
     // The copy may fail half-way; the move cannot.
-    return *this = IEntry(other);
+    return *this = IMetadataEntry(other);
 }
 
-IMetadata::IEntry& IMetadata::IEntry::operator=(IEntry&& other) noexcept {
+IMetadataEntry& IMetadataEntry::operator=(IMetadataEntry&& other) noexcept {
     if (this != &other) {
         mTag = other.mTag;
         mShape = std::exchange(other.mShape, {});
@@ -73,7 +73,7 @@ IMetadata::IEntry& IMetadata::IEntry::operator=(IEntry&& other) noexcept {
 }
 
 /// Appends one item of this entry's type, given as its bytes.
-void IMetadata::IEntry::append(std::byte const* item) {
+void IMetadataEntry::append(std::byte const* item) {
     if (count() == Shape::MAX_COUNT) {
         throw std::length_error("IMetadata::IEntry: too many items");
     }
@@ -93,7 +93,7 @@ void IMetadata::IEntry::append(std::byte const* item) {
 }
 
 template <MetadataItem T>
-void IMetadata::IEntry::push_back(T const& item, Type2Type<T>) {
+void IMetadataEntry::push_back(T const& item, Type2Type<T>) {
     // The first item decides on the type; later ones are converted to it.
     if (isEmpty()) {
         mShape = Shape(TYPE_OF<T>, 0);
@@ -106,7 +106,7 @@ void IMetadata::IEntry::push_back(T const& item, Type2Type<T>) {
 }
 
 template <MetadataItem T>
-T IMetadata::IEntry::itemAt(size_t index, Type2Type<T>) const {
+T IMetadataEntry::itemAt(size_t index, Type2Type<T>) const {
     if (index >= count()) {
         return T{};
     }
@@ -120,9 +120,9 @@ T IMetadata::IEntry::itemAt(size_t index, Type2Type<T>) const {
     });
 }
 
-#define INSTANTIATE(T)                                                          \
-    template void IMetadata::IEntry::push_back<T>(T const& item, Type2Type<T>); \
-    template T IMetadata::IEntry::itemAt<T>(size_t index, Type2Type<T>) const;
+#define INSTANTIATE(T)                                                       \
+    template void IMetadataEntry::push_back<T>(T const& item, Type2Type<T>); \
+    template T IMetadataEntry::itemAt<T>(size_t index, Type2Type<T>) const;
 INSTANTIATE(uint8_t)
 INSTANTIATE(int32_t)
 INSTANTIATE(float)

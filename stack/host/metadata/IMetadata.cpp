@@ -114,7 +114,7 @@ IMetadata IMetadata::rewritten(IMetadata const& from, size_t slotCapacity, size_
 }
 
 IMetadata::IEntry IMetadata::entryAt(size_t index) const {
-    return index < mUse.slots ? IEntry(slots()[index], payload()) : IEntry();
+    return index < mUse.slots ? slots()[index].view(payload()) : IEntry();
 }
 
 IMetadata::IEntry IMetadata::entryFor(Tag tag) const {
@@ -122,7 +122,7 @@ IMetadata::IEntry IMetadata::entryFor(Tag tag) const {
         return IEntry(tag);
     }
     Slot const* const slot = lastUpTo(slots(), mUse.slots, tag);
-    return slot->tag == tag ? IEntry(*slot, payload()) : IEntry(tag);
+    return slot->tag == tag ? slot->view(payload()) : IEntry(tag);
 }
 
 int IMetadata::update(Tag tag, IEntry const& entry) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <metadata/IMetadata.h>
+#include <metadata/IMetadataEntry.h>
 
 #include <algorithm>
 #include <cmath>

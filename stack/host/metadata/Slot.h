@@ -18,6 +18,11 @@ struct IMetadata::Slot {
         uint64_t offset;                                   ///< else, into the payload area
     };
 
+    /// A view of the entry; `payload` is the area that an offset counts in.
+    IEntry view(std::byte const* payload) const {
+        return {tag, shape, items, shape.isInline() ? nullptr : payload + offset};
+    }
+
     /// The same with its items, if they are in a payload area, further on in it.
     Slot shifted(size_t by) const {
         Slot slot = *this;
@@ -27,12 +32,5 @@ struct IMetadata::Slot {
         return slot;
     }
 };
-
-inline IMetadata::IEntry::IEntry(Slot const& slot, std::byte const* payload)
-    : mTag(slot.tag),
-      mShape(slot.shape),
-      mInline(slot.items),
-      mView(mShape.isInline() ? nullptr : payload + slot.offset) {
-}
 
 }  // namespace NSCam

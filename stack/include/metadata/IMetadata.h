@@ -1,21 +1,13 @@
 #pragma once
 
-#include <metadata/MetadataTags.h>
-#include <metadata/Type2Type.h>
+#include <metadata/IMetadataEntry.h>  // IWYU pragma: export
+#include <metadata/MetadataTags.h>    // IWYU pragma: export
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
 namespace NSCam {
-
-/// A rational number, as Android's camera metadata has it.
-struct Rational {
-    int32_t numerator = 0;
-    int32_t denominator = 1;
-
-    bool operator==(Rational const&) const = default;
-};
 
 /**
  * A set of typed entries, each under a tag, in ascending tag order.
@@ -29,19 +21,9 @@ struct Rational {
  */
 class IMetadata {
 public:
-    using Tag = uint32_t;
-
-    /// Item types, numbered as in Android's camera metadata.
-    enum class Type : uint8_t {
-        Byte = 0,
-        Int32 = 1,
-        Float = 2,
-        Int64 = 3,
-        Double = 4,
-        Rational = 5
-    };
-
-    class IEntry;
+    using IEntry = IMetadataEntry;
+    using Tag = IEntry::Tag;
+    using Type = MetadataType;
 
     IMetadata();
     IMetadata(IMetadata const&);
@@ -73,7 +55,7 @@ public:
     IMetadata& operator+=(IMetadata const& other);
 
 private:
-    class Shape;
+    using Shape = MetadataShape;
     struct Slot;
 
     /// How a block is used. Sizes of the payload area are in bytes.
@@ -109,5 +91,3 @@ private:
 };
 
 }  // namespace NSCam
-
-#include <metadata/IMetadataEntry.h>  // IWYU pragma: export

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <metadata/IMetadata.h>
+#include <metadata/Type2Type.h>
 
 #include <array>
 #include <concepts>
@@ -11,6 +11,24 @@
 
 namespace NSCam {
 
+/// A rational number, as Android's camera metadata has it.
+struct Rational {
+    int32_t numerator = 0;
+    int32_t denominator = 1;
+
+    bool operator==(Rational const&) const = default;
+};
+
+/// Item types, numbered as in Android's camera metadata.
+enum class MetadataType : uint8_t {
+    Byte = 0,
+    Int32 = 1,
+    Float = 2,
+    Int64 = 3,
+    Double = 4,
+    Rational = 5
+};
+
 /// The types of which an entry holds items.
 template <typename T>
 concept MetadataItem =
@@ -18,21 +36,21 @@ concept MetadataItem =
     std::same_as<T, int64_t> || std::same_as<T, double> || std::same_as<T, Rational>;
 
 /// How many items of which type, in one word, and what space they need.
-class IMetadata::Shape {
+class MetadataShape {
 public:
     /// Items of at most this many bytes are stored in place.
     static constexpr size_t INLINE_BYTES = 8;
     static constexpr size_t MAX_COUNT = (size_t{1} << 28) - 1;
 
-    Shape() = default;
-    Shape(Type type, size_t count)
+    MetadataShape() = default;
+    MetadataShape(MetadataType type, size_t count)
         : mBits(static_cast<uint32_t>(count << 4) | static_cast<uint32_t>(type)) {
         if (bytes() > INLINE_BYTES) {
             mBits |= LARGE_BIT;
         }
     }
 
-    Type type() const { return static_cast<Type>(mBits & TYPE_BITS); }
+    MetadataType type() const { return static_cast<MetadataType>(mBits & TYPE_BITS); }
     size_t count() const { return mBits >> 4; }
     size_t itemBytes() const { return (ITEM_BYTES >> (4 * (mBits & TYPE_BITS))) & 0xf; }
     size_t bytes() const { return count() * itemBytes(); }
@@ -56,18 +74,20 @@ private:
  * An entry got from a container is a view into it and valid until the container is changed or
  * destroyed; one that push_back made owns its items. A copy of a view is a view.
  */
-class IMetadata::IEntry {
+class IMetadataEntry {
 public:
-    IEntry() = default;
-    explicit IEntry(Tag tag) : mTag(tag) {}
-    IEntry(IEntry const&) = default;
-    IEntry(IEntry&& other) noexcept;  ///< leaves `other` without items
-    IEntry& operator=(IEntry const& other);
-    IEntry& operator=(IEntry&& other) noexcept;
-    ~IEntry() = default;
+    using Tag = uint32_t;
+
+    IMetadataEntry() = default;
+    explicit IMetadataEntry(Tag tag) : mTag(tag) {}
+    IMetadataEntry(IMetadataEntry const&) = default;
+    IMetadataEntry(IMetadataEntry&& other) noexcept;  ///< leaves `other` without items
+    IMetadataEntry& operator=(IMetadataEntry const& other);
+    IMetadataEntry& operator=(IMetadataEntry&& other) noexcept;
+    ~IMetadataEntry() = default;
 
     Tag tag() const { return mTag; }
-    Type type() const { return mShape.type(); }  ///< Byte while there are no items
+    MetadataType type() const { return mShape.type(); }  ///< Byte while there are no items
     size_t count() const { return mShape.count(); }
     bool isEmpty() const { return count() == 0; }
 
@@ -88,9 +108,14 @@ public:
     T itemAt(size_t index, Type2Type<T>) const;
 
 private:
-    friend class IMetadata;
+    friend class IMetadata;  // makes views, and stores what an entry holds
 
-    IEntry(Slot const& slot, std::byte const* payload);
+    using Shape = MetadataShape;
+    using InlineItems = std::array<std::byte, Shape::INLINE_BYTES>;
+
+    /// A view of a container's entry: `view` where the shape says that the items are not in place.
+    IMetadataEntry(Tag tag, Shape shape, InlineItems const& inlineItems, std::byte const* view)
+        : mTag(tag), mShape(shape), mInline(inlineItems), mView(view) {}
     std::byte const* items() const {
         return mShape.isInline() ? mInline.data() : mView != nullptr ? mView : mOwned.data();
     }
@@ -100,7 +125,7 @@ private:
     Shape mShape;
     /// Where the items are: here if the shape says so, else in the container that is viewed, else
     /// in mOwned.
-    alignas(8) std::array<std::byte, Shape::INLINE_BYTES> mInline{};
+    alignas(8) InlineItems mInline{};
     std::byte const* mView = nullptr;
     std::vector<std::byte> mOwned;
 };
