@@ -30,9 +30,12 @@ LedgerEntry::LedgerEntry(std::shared_ptr<BufferLedger> ledger, LedgerLine const&
 }
 
 LedgerEntry::~LedgerEntry() {
-    if (!mEnded) {
-        mLedger->update(mId, mImagesUnaccounted == 0 ? BufferHolder::Consumed : BufferHolder::Lost);
+    if (mEnded) {
+        return;
     }
+    // A clone's images are its own, so that dropping it costs the history nothing.
+    BufferHolder const dropped = mIsClone ? BufferHolder::Released : BufferHolder::Lost;
+    mLedger->update(mId, mImagesUnaccounted == 0 ? BufferHolder::Consumed : dropped);
 }
 
 void LedgerEntry::imageInFrameBuilder() {

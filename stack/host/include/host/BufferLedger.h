@@ -17,7 +17,7 @@ enum class BufferHolder {
     Processor,     ///< handed out and not heard of since (history list, locked list, parameter)
     FrameBuilder,  ///< at least one image was given to a frame builder
     Returned,      ///< given back unused
-    Released,      ///< given back for good
+    Released,      ///< given back for good; or a clone that was dropped unused
     Consumed,      ///< used up: every image was in a frame builder or released by name
     Lost,          ///< gone without any of the above: a leak of the camera's buffers
 };
@@ -37,8 +37,9 @@ struct LedgerLine {
 
 /**
  * One hand-out of one buffer set. The set's images and metadata buffers share it; when the last of
- * them lets go, the set was used up if every image is accounted for, and lost otherwise. A set
- * without images holds no memory of the camera's and therefore cannot be lost. Thread-safe.
+ * them lets go, the set was used up if every image is accounted for, and lost otherwise; a clone is
+ * released then. A set without images holds no memory of the camera's and therefore cannot be lost.
+ * Thread-safe.
  */
 class LedgerEntry {
 public:
