@@ -1,16 +1,12 @@
 #include <algorithm>
 #include <limits>
 #include <stdexcept>
+#include <tuple>
 
 #include "ZslFixture.h"
 
 namespace zebcam::test {
 namespace {
-
-std::shared_ptr<ScriptedSelector> failing() {
-    return std::make_shared<ScriptedSelector>(
-        [](auto const&) -> Answer { throw std::runtime_error("selector"); });
-}
 
 TEST_F(ZslTest, MissingInputsOfACaptureAreToldAndLivedWith) {
     push({11, 12, 13});
@@ -24,14 +20,6 @@ TEST_F(ZslTest, MissingInputsOfACaptureAreToldAndLivedWith) {
     noSettings.params.vReqResult[0] = nullptr;
     EXPECT_EQ("[6.0=F?]", submit(noSettings)) << "it needs no stream";
     EXPECT_TRUE(noSettings.frames[0]->halImages().empty());
-
-    log.clear();
-    auto noProvider = capture(7);
-    noProvider.params.pHistoryBufferProvider = nullptr;
-    EXPECT_EQ("", submit(noProvider));
-    EXPECT_TRUE(std::any_of(log.begin(), log.end(), [](auto const& l) { return l.level == 1; }));
-    EXPECT_EQ(1U, callback->results.size());
-    EXPECT_EQ("[7.0=none]", passMs(3001));
 }
 
 TEST_F(ZslTest, UnlockWithoutProviderKeepsTheFrameLocked) {
@@ -74,67 +62,96 @@ TEST_F(ZslTest, CaptureBeforeTheFirstConfigureWaits) {
     EXPECT_EQ("[5.0=F11]", passMs(3001));
 }
 
-TEST_F(ZslTest, ConfigureWithoutStreamsLeavesCapturesPending) {
-    auto bare = config();
-    bare.pParsedStreamInfo_P1 = nullptr;
-    start(false);
-    EXPECT_EQ(0, zsl->configure(bare));
-    EXPECT_EQ("", submit(capture(5)));
-    push({11});
-    EXPECT_EQ("[5.0=F11]", retry());
-}
+struct Outburst {
+    char const* name;
+    std::function<void(ScriptedSelector&)> prepare;
+    std::string says;
+};
 
-TEST_F(ZslTest, SelectorsExceptionLeavesEverythingInOrder) {
+class OutburstTest : public ZslTest, public ::testing::WithParamInterface<Outburst> {};
+
+TEST_P(OutburstTest, EndsWhereItHappensWithOneErrorLine) {
     push({11, 12});
     history->announce(13);
     auto const selector = answering({choose({{1, 13}}, {{11, Answer::LOCK}})});
     submit(capture(5, 2).by(selector));
-    selector->script = failing()->script;
-    EXPECT_THROW(retry(), std::runtime_error);
-    EXPECT_TRUE(zsl->hasZslPendingRequest());
+    GetParam().prepare(*selector);
+    for (int tries : {1, 2}) {
+        EXPECT_EQ("", retry());
+        EXPECT_EQ(tries, logged(GetParam().says)) << line("exception");
+        EXPECT_EQ(tries, std::count_if(log.begin(), log.end(),
+                                       [](auto const& l) { return l.level == 1; }));
+    }
     EXPECT_EQ(std::vector<uint32_t>{12}, history->frameNumbers());
     EXPECT_EQ(1U, history->ledger()->totals().withProcessor) << "F11 is still locked";
     EXPECT_THAT(MetaStreamBuffer::outstandingLocks(), ::testing::IsEmpty());
-    EXPECT_EQ(1U, logged("a policy or callback failed: "));
+    EXPECT_EQ("[6.0=F12]", submit(capture(6))) << "the walk goes on, and the new capture with it";
     push({13});
-    EXPECT_EQ("[5.1=F13]", retry()) << "a frame does not wait for an exception";
-    selector->script = [](auto const&) { return choose({{0, 12}}); };
-    EXPECT_EQ("[5.0=F12]", retry());
-    EXPECT_THROW(retry(), std::runtime_error) << "now there is nothing else to hand over";
-    EXPECT_EQ("", retry());
+    EXPECT_EQ("[5.1=F13]", retry()) << "what was chosen before still counts";
+    EXPECT_EQ("[5.0=none]", passMs(3001));
 }
 
-TEST_F(ZslTest, CaptureWhoseSelectorThrowsAtSubmissionWaitsAndTimesOut) {
-    EXPECT_THROW(submit(capture(5).by(failing())), std::runtime_error);
-    EXPECT_TRUE(zsl->hasZslPendingRequest());
-    EXPECT_EQ(1U, callback->results.size()) << "it gets its early shutter";
-    push({11});
-    EXPECT_EQ("[5.0=F11]", passMs(3001));
-    EXPECT_EQ("", flush()) << "a flush ends the exception too";
-    EXPECT_EQ("", retry());
-}
-
-TEST_F(ZslTest, OtherCapturesAreServedInTheWalkOfAnException) {
-    auto bad = capture(5).by(failing());
-    EXPECT_THROW(submit(bad), std::runtime_error);
-    EXPECT_THROW(submit(capture(6)), std::runtime_error)
-        << "its submission retries the bad one first";
-    push({11});
-    EXPECT_EQ("[6.0=F11]", retry()) << "at once, whatever becomes of 5";
-    EXPECT_EQ("[5.0=none]", flush());
-}
+Outburst const OUTBURSTS[] = {
+    {"Exception",
+     [](auto& s) { s.script = [](auto const&) -> Answer { throw std::runtime_error("no idea"); }; },
+     "[selectBuf_Locked] [requestNo:5]: exception of Scripted: no idea"},
+    {"AnythingElse", [](auto& s) { s.script = [](auto const&) -> Answer { throw 42; }; },
+     "[selectBuf_Locked] [requestNo:5]: exception of Scripted: unknown exception"},
+    {"Nothing", [](auto& s) { s.script = nullptr; },
+     "[selectBuf_Locked] [requestNo:5]: exception of Scripted: bad_function_call"},
+    {"Name", [](auto& s) { s.onName = [] { throw std::runtime_error("who?"); }; },
+     "[selectBuf_Locked] [requestNo:5]: exception of a selector's getName: who?"},
+};
+INSTANTIATE_TEST_SUITE_P(Selectors, OutburstTest, ::testing::ValuesIn(OUTBURSTS), caseName);
 
 TEST_F(ZslTest, CallbacksExceptionLeavesTheCapturePending) {
     push({11});
-    callback->onUpdate = [] { throw std::runtime_error("callback"); };
+    callback->onUpdate = [] { throw std::runtime_error("gone"); };
     auto wanted = capture(5, 2);
     EXPECT_EQ("[5.0=F11]", submit(wanted));
-    EXPECT_TRUE(zsl->hasZslPendingRequest());
-    callback->onUpdate = nullptr;
-    EXPECT_THROW(retry(), std::runtime_error);
+    EXPECT_EQ(1U, logged("[callbackFakeShutter] [requestNo:5]: exception of callback: gone"));
+    EXPECT_EQ("", submit(capture(6)));
     push({12});
     EXPECT_EQ("[5.1=F12]", retry());
     EXPECT_EQ(SHUTTER + 11 * MS + 1000, wanted.frames[1]->timestamp()) << "the shutter was sent";
+    EXPECT_EQ("[6.0=none]", flush());
+}
+
+/// Neither readable nor writable, and counts.
+class BusyBuffer final : public IMetaStreamBuffer {
+public:
+    explicit BusyBuffer(StreamId_T id) : mInfo(metaStream(id)) {}
+    IMetaStreamInfo* getStreamInfo() const override { return mInfo.get(); }
+    bool hasError() const override { return false; }
+    IMetadata* tryReadLock(char const*) override { return ++reads, nullptr; }
+    IMetadata* tryWriteLock(char const*) override { return ++writes, nullptr; }
+    void unlock(char const*, IMetadata*) override { ++unlocks; }
+
+    int reads = 0, writes = 0, unlocks = 0;
+
+private:
+    android::sp<IMetaStreamInfo> const mInfo;
+};
+
+TEST_F(ZslTest, LockThatWasNotObtainedIsUnlockedForTheSelectorOnly) {
+    android::sp<BusyBuffer> const result = new BusyBuffer(APP), raw = new BusyBuffer(HAL + 1),
+                                  control = new BusyBuffer(HAL_CONTROL + 1);
+    auto set = SensorFrame(11).set();
+    set.halMeta.push_back(raw);
+    history->arrive(std::move(set));
+    auto answer = choose({{0, NO_FRAME}});
+    answer.selected[0].additionalMetas[HAL_CONTROL + 1] = std::make_shared<IMetadata>();
+    auto wanted = capture(5, 2).by(answering({answer}));
+    wanted.params.checkPureRaw = true;
+    wanted.frames[0]->setHalMetaStreamBuffer(HAL_CONTROL + 1, control);
+    EXPECT_EQ("[5.0=none]", submit(wanted));
+    IAppCallback::Result report;
+    report.outputAppMetas = {result};
+    zsl->onFrameUpdated(5, report);
+    EXPECT_EQ(std::tuple(2, 0, 1), std::tuple(raw->reads, raw->writes, raw->unlocks));
+    EXPECT_EQ(std::tuple(1, 1, 1), std::tuple(control->reads, control->writes, control->unlocks));
+    EXPECT_EQ(std::tuple(0, 1, 0), std::tuple(result->reads, result->writes, result->unlocks));
+    leavesPending = true;
 }
 
 }  // namespace

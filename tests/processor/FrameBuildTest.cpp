@@ -1,6 +1,21 @@
+#include <dlfcn.h>
 #include <host/ImageStreamBuffer.h>
 
 #include "ZslFixture.h"
+
+namespace {
+bool gIsReversed = false;
+}
+
+/// Found before the stack's own: while reversed, every container has its entries the other way
+/// round, as a container that keeps another order may.
+__attribute__((visibility("default"))) NSCam::IMetadata::IEntry NSCam::IMetadata::entryAt(
+    size_t index) const {
+    using EntryAt = IEntry (*)(IMetadata const*, size_t);
+    static auto const stack =
+        reinterpret_cast<EntryAt>(dlsym(RTLD_NEXT, "_ZNK5NSCam9IMetadata7entryAtEm"));
+    return stack(this, gIsReversed ? count() - 1 - index : index);
+}
 
 namespace zebcam::test {
 namespace {
@@ -67,8 +82,12 @@ protected:
 };
 
 TEST_F(FrameBuildTest, AppTagsOfRequestAndHistory) {
-    expectAppValues(true, 1, 2, 1);
-    expectAppValues(false, 0, 2, 0);
+    for (bool isReversed : {false, true}) {
+        gIsReversed = isReversed;
+        expectAppValues(true, 1, 2, 1);
+        expectAppValues(false, 0, 2, 0);
+    }
+    gIsReversed = false;
 }
 
 TEST_F(FrameBuildTest, VendorTagsOfTheHistoryWhenSet) {

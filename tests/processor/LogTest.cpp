@@ -83,6 +83,33 @@ TEST_F(ZslTest, RecordsHaveATextForm) {
     EXPECT_EQ(1U, logged("[selectBuf_Locked] OUT(#2):"));
 }
 
+class AskedBuffer final : public IImageStreamBuffer {
+public:
+    IImageStreamInfo* getStreamInfo() const override { return ++asked, imageStream(YUV).get(); }
+    bool hasError() const override { return false; }
+    void reset() override {}
+    void setUsersManager(android::sp<Utils::UsersManager> const&) override {}
+    void releaseBuffer() override {}
+
+    mutable int asked = 0;
+};
+
+TEST_F(ZslTest, LockedSetsHaveTheirTextMadeOnlyForALineThatGoesOut) {
+    android::sp<AskedBuffer> const image = new AskedBuffer;
+    auto set = SensorFrame(11).set();
+    set.halImage.push_back(image);
+    history->arrive(std::move(set));
+    history->announce(12);
+    submit(capture(5).by(answering({choose({{0, 12}}, {{11, Answer::LOCK}})})));
+    for (uint32_t level : {2U, 3U}) {
+        captureLog(LogSettings::camera(level));
+        image->asked = 0;
+        retry();  // without a selector, which would ask, too
+        EXPECT_EQ(level == 3, image->asked > 0);
+    }
+    leavesPending = true;
+}
+
 TEST_F(ZslTest, ProviderStateIsAddedWhenSet) {
     captureLog({3, 5, 0x20700c});
     for (bool dump : {false, true}) {

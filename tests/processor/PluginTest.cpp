@@ -62,6 +62,23 @@ TEST_F(PluginTest, LibraryWithoutEntryPointMakesConfigureThrow) {
     });
 }
 
+TEST_F(PluginTest, LibraryMayGoOnceItsCaptureIsServed) {
+    start();
+    void* const library =
+        dlopen((std::string(PLUGIN_THROWS) + "/" + LIBRARY).c_str(), RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(nullptr, library) << dlerror();
+    auto const create = reinterpret_cast<ISelector* (*)()>(dlsym(library, "create"));
+    push({11});
+    EXPECT_EQ("", submit(capture(5).by(std::shared_ptr<ISelector>(create()))));
+    EXPECT_EQ("[5.0=F11]", passMs(3001));
+    EXPECT_EQ(2U,
+              logged("exception of Thrower: { selected={ 0-[F-1 addMeta(#1)] } ops={ F103(0) }}"));
+    EXPECT_EQ(0, dlclose(library));
+    EXPECT_FALSE(isLoaded());
+    EXPECT_EQ("", retry());
+    zsl.clear();
+}
+
 TEST_F(PluginTest, MissingLibraryIsFine) {
     start();
     EXPECT_EQ(1U, logged("[configure] mCustomLibHandle((nil)) mpCustomSelector((nil))"));

@@ -1,3 +1,5 @@
+#include <limits>
+
 #include "ZslFixture.h"
 
 namespace zebcam::test {
@@ -24,29 +26,42 @@ TEST_F(ZslTest, EarlyShutterIsOneBufferWithATime) {
     leavesPending = true;
 }
 
-TEST_F(ZslTest, EarlyShuttersNeverCarryOneTimeTwice) {
-    for (uint32_t requestNo : {5, 6, 7}) {
-        submit(capture(requestNo));
-    }
-    EXPECT_EQ((Shutters{{5, SHUTTER + 1000}, {6, SHUTTER + 2000}, {7, SHUTTER + 3000}}),
-              callback->shutters());
-    leavesPending = true;
-}
+struct Silence {
+    char const* name;
+    std::function<void(ZslConfigParams&, pipeline::policy::ParsedStreamInfoMap_P1&)> cause;
+    std::string says;
+};
 
-TEST_F(ZslTest, WithoutCallbackThereIsNoShutter) {
-    callback.clear();
+class SilenceTest : public ZslTest, public ::testing::WithParamInterface<Silence> {};
+
+TEST_P(SilenceTest, SendsNoShutterAndCountsNone) {
+    auto broken = config();
+    auto streams = p1Streams;
+    broken.pParsedStreamInfo_P1 = &streams;
+    GetParam().cause(broken, streams);
+    ASSERT_EQ(0, zsl->configure(broken));
     auto waiting = capture(5);
     submit(waiting);
-    EXPECT_EQ(1U, logged("[callbackFakeShutter] can not promote pCallback for shutter"));
+    EXPECT_EQ(1U, logged("[callbackFakeShutter] " + GetParam().says));
+    EXPECT_EQ(0U, logged("cb fakeShutter"));
     EXPECT_EQ(1U, logged("add to pending [fakeShutter:0; pendingReq(#1):R5 ]"));
     EXPECT_EQ("[5.0=none]", flush());
     EXPECT_EQ(0, waiting.frames[0]->timestamp());
-    callback = new RecordingCallback;
     EXPECT_EQ(0, zsl->configure(config()));
     submit(capture(6));
     EXPECT_EQ((Shutters{{6, SHUTTER + 1000}}), callback->shutters()) << "the count went on";
     leavesPending = true;
 }
+
+Silence const SILENCES[] = {
+    {"NoCallback", [](auto& broken, auto&) { broken.pCallback.clear(); },
+     "can not promote pCallback for shutter"},
+    {"NoStreams", [](auto& broken, auto&) { broken.pParsedStreamInfo_P1 = nullptr; },
+     "no P1 streams configured for shutter"},
+    {"NoStreamOfTheResult", [](auto&, auto& streams) { streams[0].pAppMeta_DynamicP1.clear(); },
+     "no pAppMeta_DynamicP1 stream of sensor 0 configured for shutter"},
+};
+INSTANTIATE_TEST_SUITE_P(Causes, SilenceTest, ::testing::ValuesIn(SILENCES), caseName);
 
 class FrameUpdateTest : public ZslTest {
 protected:
@@ -75,6 +90,7 @@ TEST_F(FrameUpdateTest, TimeIsRemovedUntilTheFrameEnds) {
     EXPECT_EQ(42, timeAfter(5, APP - 1));
     EXPECT_EQ(42, timeAfter(5, APP + 3));
     EXPECT_EQ(42, timeAfter(5, APP_CONTROL));
+    EXPECT_EQ(42, timeAfter(5, std::numeric_limits<StreamId_T>::min() + 1));
     for (auto stream : {APP, APP + 1, APP + 2}) {
         EXPECT_EQ(-1, timeAfter(5, stream));
     }

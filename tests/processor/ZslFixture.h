@@ -108,10 +108,11 @@ public:
     using Script = std::function<Answer(SelectInputParams const&)>;
     explicit ScriptedSelector(Script playedScript, std::string name = "Scripted")
         : script(std::move(playedScript)), mName(std::move(name)) {}
-    char const* getName() const override { return mName.c_str(); }
+    char const* getName() const override { return onName ? onName(), "" : mName.c_str(); }
     Answer select(SelectInputParams const& in) const override;
 
     Script script;
+    std::function<void()> onName;
     mutable std::vector<SelectInputParams> seen;  ///< pointers to metadata are no longer valid
 
 private:

@@ -55,7 +55,7 @@ Answer World::Given::select(SelectInputParams const& in) const {
 }
 
 void World::Given::fail() const {
-    mWorld.mPluginThrew = true;
+    ++mWorld.mThrown;
     throw PluginFailure();
 }
 

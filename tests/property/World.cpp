@@ -39,7 +39,11 @@ std::string Tried::summary() const {
 
 World::World(Tried& tried)
     : mTried(tried),
-      mLog(LogSettings::camera(::NSCam::Utils::ULog::LOG_LEVEL_DEBUG), [](auto const&) {}),
+      mLog(LogSettings::camera(::NSCam::Utils::ULog::LOG_LEVEL_DEBUG),
+           [this](LogLine const& line) {
+               mToldThrown += line.level == ::NSCam::Utils::ULog::LOG_LEVEL_ERROR &&
+                              line.message.ends_with(PluginFailure().what());
+           }),
       mDevice(OPEN_ID, realtime()),
       mHistory(std::make_shared<HistoryProvider>(CAPACITY)),
       mZsl(IZslProcessor::createInstance(OPEN_ID, "property")) {
@@ -222,7 +226,6 @@ void World::flush() {
         return press.second.hasFrameWithoutBuilder;
     });
     bool gaveSomething = false;
-    bool const owesException = std::exchange(mPluginThrew, false);  // a flush never throws
     receive([&] {
         auto groups = mZsl->flush();
         gaveSomething = !groups.empty();
@@ -231,7 +234,6 @@ void World::flush() {
     if (!pending().empty()) {
         require(isBroken, "flush left a capture pending");
         require(!gaveSomething && dump() == before, "a flush that was refused changed something");
-        mPluginThrew = owesException;
         return;
     }
     auto const after = mHistory->ledger()->totals();

@@ -84,7 +84,7 @@ private:
     void flush();
     void finishFrames();
 
-    /// Runs an operation. If it has nothing to give, a plug-in's exception leaves it, now or next.
+    /// Runs an operation, out of which no exception may come.
     void receive(std::function<ZslFrameBuilders()> const& operation, Press* submitted = nullptr);
     void answer(std::shared_ptr<IFrameBuilder> const& builder, Press const* submitted);
     void hear(Listener const& listener, IAppCallback::Result const& result);
@@ -122,7 +122,8 @@ private:
     uint64_t mReleased = 0;             ///< sets that were let go for good so far
     bool mMayRelease = false;           ///< there was a reason to
     std::string mBrokenInside;          ///< rule that was found broken inside an operation
-    bool mPluginThrew = false;          ///< and its exception is still to come
+    uint64_t mThrown = 0;               ///< exceptions of plug-ins so far
+    uint64_t mToldThrown = 0;           ///< error lines about them
     uint32_t mNextFrameNo = 1;
     uint32_t mNextRequestNo = 1;
 };

@@ -238,7 +238,7 @@ TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
     for (char const* const expected :
          {"aborter.so, frames 1, history 8): the run was ended by signal 6 (Aborted): the tables "
           "are gone\n",
-          "s: capture: exception: no idea\n", "create() threw: not today\n"}) {
+          "s: policy: exception: no idea\n", "create() threw: not today\n"}) {
         EXPECT_NE(outcome.err.find(expected), std::string::npos) << expected << outcome.err;
     }
     EXPECT_NE(outcome.out.find("\n  plug-in 4"), std::string::npos) << "the last one is good";

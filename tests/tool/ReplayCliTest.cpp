@@ -126,7 +126,7 @@ TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
     Outcome const outcome = zsl({"replay", recording(12), "--press", "500ms", "--policy",
                                  SELECTOR_FOLDER "/selector_thrower.so"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.out.find("Failure    at 0.500 s: capture: exception: no idea\n"),
+    EXPECT_NE(outcome.out.find("Failure    at 0.500 s: policy: exception: no idea\n"),
               std::string::npos);
 }
 

@@ -115,7 +115,7 @@ TEST(Replay, KeepsThePluginsFramesAccountedFor) {
         // On its last try it locks frame 33 and leaves 34 for the time-out.
         {"hoarder", "F34 2300 3030 timed out", 31, 0},
         {"cloner", "F9 -200 0 at once, F33 2200 3030 timed out", 0, 0},
-        // What the time-out serves while it throws comes at once, the exception with the next call.
+        // Asked at the press and at each of the frames after it until the time-out.
         {"thrower", "F33 2200 3030 timed out", 0, 32},
     };
     for (auto const& [plugin, expected, lockedAtTheEnd, failures] : table) {

@@ -16,11 +16,10 @@ namespace NSCam::v3::pipeline::model {
  * any thread and takes the processor's lock, which is not recursive: a selector, a provider or a
  * callback that the processor calls must not call back into it.
  *
- * Exceptions that leave a selector or the result callback pass to the caller, after the operation
- * in which they happened has done its work as if the selector had chosen nothing (or the callback
- * had returned). An operation that has frames to hand over does so instead, and the exception
- * leaves the next one that has none; a flush ends it. No lock stays taken, no history buffer and no
- * frame is lost or late, and the capture waits.
+ * What a selector or the result callback throws ends where it happens, with one error line: the
+ * selection counts as one that chose nothing, the callback as one that returned. The capture waits
+ * and times out like any other, and nothing of the exception is kept: the library that it came from
+ * may be closed once the capture is served.
  */
 class __attribute__((visibility("default"))) IZslProcessor : public virtual android::RefBase {
 public:
@@ -41,7 +40,9 @@ public:
 
     /**
      * Takes a capture: retries the pending ones, then serves this one from the history as far as
-     * it can. A capture that is not fully served gets an early shutter notification and waits.
+     * it can. A capture that is not fully served gets an early shutter notification and waits. The
+     * notification needs the callback and the stream `pAppMeta_DynamicP1` of ZslConfigParams; without
+     * them an error line tells what is missing, and the capture waits all the same.
      */
     virtual ZslFrameBuilders submitZslRequest(ZslRequestParams&& params) = 0;
 

@@ -17,11 +17,13 @@ namespace NSCam::v3::pipeline::model {
 
 /// What the processor needs to know before streaming.
 struct ZslConfigParams {
-    /// The P1 streams of every sensor, by sensor id; copied during the call. Null: none.
+    /// The P1 streams of every sensor, by sensor id; copied during the call. Null: none. Early
+    /// shutter notifications need `pAppMeta_DynamicP1`, their buffer's stream, of the map's first
+    /// sensor; nothing else in it is read.
     policy::ParsedStreamInfoMap_P1 const* pParsedStreamInfo_P1 = nullptr;
 
     /// Takes the early shutter notifications. Called with the processor's lock held, so it must
-    /// not call back into the processor.
+    /// not call back into the processor. What it throws costs an error line.
     android::wp<IPipelineBufferSetFrameControl::IAppCallback> pCallback;
 };
 

@@ -1,12 +1,10 @@
+#include <cutils/properties.h>
 #include <dlfcn.h>
-#include <metadata/MetadataTags.h>
-#include <metastore/IMetadataProvider.h>
 
 #include <cerrno>
 
 #include "BuiltinSelectors.h"
 #include "Log.h"
-#include "TimeSource.h"
 #include "TraceSection.h"
 
 namespace NSCam::v3::pipeline::model {
@@ -15,7 +13,24 @@ namespace {
 
 constexpr char CUSTOM_LIBRARY[] = "libzebcam_zsl_customselector.so";
 constexpr char CUSTOM_ENTRY[] = "create";
+constexpr int64_t DEFAULT_TIMEOUT_MS = 3000;
 
+/// When the custom selector steps in. Any other value counts as FOR_DEFAULT.
+enum CustomSelectMode : int32_t {
+    NEVER = -1,
+    FOR_DEFAULT = 0,  ///< in place of the default selector only
+    ALWAYS = 1,       ///< in place of every selector
+};
+
+/// Read once: a choice that changed between the tries of a capture would leave sets behind in the
+/// locked list of the other selector.
+int32_t customSelectMode() {
+    static int32_t const mode =
+        property_get_int32("vendor.debug.camera.zsl.custom.select", FOR_DEFAULT);
+    return mode;
+}
+
+// dlclose takes no null, which the absence of a library leaves in the handle.
 void closeLibrary(void* handle) {
     if (handle != nullptr) {
         dlclose(handle);
@@ -24,26 +39,11 @@ void closeLibrary(void* handle) {
 
 }  // namespace
 
-uint8_t getTimeSource(int openId) {
-    constexpr uint8_t REALTIME = 1;
-    auto const provider = NSMetadataProviderManager::valueForByDeviceId(openId);
-    if (provider == nullptr) {
-        ZSL_LOGW("openId(%d): can not get IMetadataProvider", openId);
-        return REALTIME;
-    }
-    auto const entry =
-        provider->getStaticCharacteristics().entryFor(ZEB_SENSOR_INFO_TIMESTAMP_SOURCE);
-    if (entry.isEmpty()) {
-        ZSL_LOGW("can not get ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, use REALTIME as default");
-        return REALTIME;
-    }
-    return entry.itemAt(0, Type2Type<uint8_t>());
-}
-
 int ZslProcessor::configure(ZslConfigParams const& params) {
     TraceSection const trace("configure");
     LockGuard const lock(mLock);
     if (!mPendingRequests.empty()) {
+        // They were promised the streams, the callback and the selectors that would go here.
         ZSL_LOGE("%zu ZSL pending requests not finish yet, 1st-reqNo: %u", mPendingRequests.size(),
                  mPendingRequests.front().requestNo);
         return -ENOSYS;
@@ -54,6 +54,7 @@ int ZslProcessor::configure(ZslConfigParams const& params) {
         mParsedStreamInfo_P1 = *params.pParsedStreamInfo_P1;
     }
     mpCallback = params.pCallback;
+    // Before the built-in selectors: if the library makes it throw, the earlier ones stay.
     loadCustomSelector();
     mpDefaultSelector = std::make_shared<DefaultSelector>();
     mpCShotSelector = std::make_shared<CShotSelector>();
@@ -67,7 +68,7 @@ void ZslProcessor::loadCustomSelector() {
     mCustomSelectorCreator = nullptr;  // it may point into the library that is let go here
     mCustomLibHandle = std::shared_ptr<void>(dlopen(CUSTOM_LIBRARY, RTLD_LAZY), closeLibrary);
     if (mCustomLibHandle == nullptr) {
-        dlerror();
+        dlerror();  // most devices have none: nobody else shall find this failure pending
         return;
     }
     mCustomSelectorCreator =
@@ -78,6 +79,32 @@ void ZslProcessor::loadCustomSelector() {
         ZSL_LOGW_AS("configure", "CustomSelector - dlsym fail: %s", dlerror());
         mpCustomSelector = mCustomSelectorCreator();
     }
+}
+
+ZslProcessor::SelectorChoice ZslProcessor::chooseSelector(ZslReqObject const& req) const {
+    SelectorChoice choice{req.pSelector.get(), DEFAULT_TIMEOUT_MS};
+    if (choice.pSelector == nullptr && req.pPolicyParams != nullptr) {
+        if (req.pPolicyParams->policy == ZslPolicy::POLICY_CONTINUOUS_SHOT) {
+            choice.pSelector = mpCShotSelector.get();
+        } else if ((req.pPolicyParams->policy & ZslPolicy::POLICY_MULTIFRAME_BIT) != 0) {
+            // Only such a capture says how long it may wait, and its time holds even if a custom
+            // selector steps in below.
+            choice = {mpMultiframeSelector.get(), req.pPolicyParams->timeoutMs};
+        }
+    }
+    choice.pSelector = getSelector(choice.pSelector);
+    return choice;
+}
+
+ZslPolicy::ISelector const* ZslProcessor::getSelector(ISelector const* pSelector) const {
+    int32_t const mode = customSelectMode();
+    if (pSelector != nullptr) {
+        return mpCustomSelector != nullptr && mode == ALWAYS ? mpCustomSelector : pSelector;
+    }
+    if (mpCustomSelector != nullptr && mode != NEVER) {
+        return mpCustomSelector;
+    }
+    return mpDefaultSelector.get();  // null before the first configure
 }
 
 }  // namespace NSCam::v3::pipeline::model

@@ -3,30 +3,17 @@
 #include <metadata/MetadataTags.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
+
+#include "Streams.h"
 
 namespace NSCam::v3::pipeline::model {
 
 namespace {
 
-constexpr char STREAM_CHECK[] = "operator()";  ///< function name of the per-stream log lines
-
-StreamId_T idOf(IStreamInfo const* info) {
-    return info->getStreamId();
-}
-
-template <typename T>
-StreamId_T idOf(std::pair<IMetaStreamInfo const* const, T> const& entry) {
-    return entry.first->getStreamId();
-}
-
-template <typename Streams>
-bool haveAll(Streams const& streams, std::set<StreamId_T> const& streamIds) {
-    return std::all_of(streamIds.begin(), streamIds.end(), [&](StreamId_T id) {
-        return std::any_of(streams.begin(), streams.end(),
-                           [&](auto const& stream) { return idOf(stream) == id; });
-    });
-}
+/// Function name of the per-stream lines: log readers' filters know them under it.
+constexpr char STREAM_CHECK[] = "operator()";
 
 template <typename T>
 std::optional<T> firstItem(IMetadata const* meta, uint32_t tag) {
@@ -52,6 +39,7 @@ std::string textOf(SensorModeMap const& modes) {
 /// map that would be allocated for every frame that a selector looks at.
 class FrameSensorModes {
 public:
+    /// The first mode of a sensor stays.
     void insert(uint32_t id, uint32_t mode) {
         if (find(id) != nullptr) {
             return;
@@ -113,9 +101,11 @@ struct FocusState {
     uint8_t lensState = 0;
 
     bool isUnsettled() const {
+        // The enumerators are in this order; the modes outside have no focus that could move.
         bool const hasAutoFocus = afMode >= AF_MODE_AUTO && afMode <= AF_MODE_CONTINUOUS_PICTURE;
         bool const isScanning = afState == AF_STATE_INACTIVE || afState == AF_STATE_PASSIVE_SCAN ||
                                 afState == AF_STATE_ACTIVE_SCAN;
+        // A focus that never ran, with a lens that stands still: nothing is going to change.
         bool const isAtRest = lensState == LENS_STATE_STATIONARY && afState == AF_STATE_INACTIVE;
         return hasAutoFocus && (lensState == LENS_STATE_MOVING || (isScanning && !isAtRest));
     }
@@ -145,11 +135,12 @@ std::optional<FocusState> readFocusState(IMetadata const* meta) {
 }  // namespace
 
 bool containsRequiredStreamBuffer(ISelector::HistoryFrame const& hf, RequiredStreams const& req) {
-    return haveAll(hf.halImages, req.halImages) && haveAll(hf.halMetas, req.halMetas) &&
-           haveAll(hf.appMetas, req.appMetas);
+    return haveRequired(hf.halImages, hf.halMetas, hf.appMetas, req);
 }
 
 bool containRequiredSensorMode(ISelector::HistoryFrame const& hf, SensorModeMap const& required) {
+    // Read in full before anything is compared: one sensor that does not tell spoils the frame,
+    // even if it is not asked for.
     FrameSensorModes history;
     if (!readSensorModes(hf, history)) {
         return false;
@@ -179,9 +170,11 @@ bool isAFStable(ISelector::HistoryFrame const& hf, RequiredStreams const& req) {
         }
         auto const focus = readFocusState(meta);
         if (!focus) {
+            // Not to know is worse than to know that it moves.
             ZSL_LOGW_AS(STREAM_CHECK, "%s: X", info->getStreamName());
             return false;
         }
+        // Told, but no reason to say no: with zero shutter lag the moment counts for more.
         if (focus->isUnsettled()) {
             ZSL_LOGW("AF fail: %s but result as ok for ZSL", focus->text().c_str());
         } else {
@@ -196,6 +189,7 @@ bool isAESoftStable(ISelector::HistoryFrame const& hf, RequiredStreams const& re
         if (req.halMetas.count(info->getStreamId()) == 0) {
             continue;
         }
+        // A sensor without auto exposure has no such tag; it must not block every capture.
         if (!isMatched<int32_t>(meta, ZEB_3A_AE_SOFT_STABLE, 1, __func__, true)) {
             ZSL_LOGW_AS(STREAM_CHECK, "%s: X", info->getStreamName());
             return false;
@@ -206,6 +200,9 @@ bool isAESoftStable(ISelector::HistoryFrame const& hf, RequiredStreams const& re
 
 bool isFameSync(ISelector::HistoryFrame const& hf, RequiredStreams const& req) {
     for (auto const& [info, meta] : hf.halMetas) {
+        // Not skipped but taken for good, unlike in the other criteria: metadata that the frame
+        // does not need comes of a sensor that need not be in step. Streams come in the order of
+        // their infos' addresses, so that what is met first is chance.
         if (req.halMetas.count(info->getStreamId()) == 0) {
             return true;
         }

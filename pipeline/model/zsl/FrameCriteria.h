@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "Log.h"
+#include "WrapAround.h"
 
 /**
  * The tests that the built-in selectors put a history frame to. Each one logs why it says no.
@@ -44,9 +45,7 @@ bool isFameSync(ISelector::HistoryFrame const& hf, RequiredStreams const& req);
 /// From the instant that the capture stands for to the frame's exposure, whole ms toward zero;
 /// wraps around for times that are centuries apart.
 inline int64_t shutterDelayMs(ISelector::HistoryFrame const& hf, int64_t zsdTs) {
-    return static_cast<int64_t>(static_cast<uint64_t>(hf.timestamp) -
-                                static_cast<uint64_t>(zsdTs)) /
-           1'000'000;
+    return wrapSubtract(hf.timestamp, zsdTs) / 1'000'000;
 }
 
 /// Whether `tag` holds `target`; `bc` when the tag is not there. `T` is int32_t or int64_t, `name`

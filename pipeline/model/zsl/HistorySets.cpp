@@ -7,6 +7,7 @@
 #include "FrameCriteria.h"
 #include "Log.h"
 #include "MetadataLocks.h"
+#include "Streams.h"
 
 namespace NSCam::v3::pipeline::model {
 
@@ -14,20 +15,6 @@ using NSPipelineContext::IHistoryBufferProvider;
 using ZslPolicy::RequiredStreams;
 
 namespace {
-
-template <typename Buffer>
-bool isOf(android::sp<Buffer> const& buffer, StreamId_T streamId) {
-    return buffer != nullptr && buffer->getStreamInfo() != nullptr &&
-           buffer->getStreamInfo()->getStreamId() == streamId;
-}
-
-template <typename Buffers>
-bool haveAll(Buffers const& buffers, std::set<StreamId_T> const& streamIds) {
-    return std::all_of(streamIds.begin(), streamIds.end(), [&](StreamId_T id) {
-        return std::any_of(buffers.begin(), buffers.end(),
-                           [&](auto const& buffer) { return isOf(buffer, id); });
-    });
-}
 
 void releaseBuffer(android::sp<IImageStreamBuffer>& buffer) {
     if (buffer != nullptr) {
@@ -43,9 +30,10 @@ void releaseBuffer(android::sp<IMetaStreamBuffer>& buffer) {
 template <typename Buffers>
 void keepOnly(Buffers& buffers, std::set<StreamId_T> const& streamIds) {
     auto const isRequired = [&](auto const& buffer) {
-        return buffer != nullptr && buffer->getStreamInfo() != nullptr &&
-               streamIds.count(buffer->getStreamInfo()->getStreamId()) != 0;
+        IStreamInfo const* const info = streamInfoOf(buffer);
+        return info != nullptr && streamIds.count(info->getStreamId()) != 0;
     };
+    // The order of what stays is the order in which it is built.
     auto const unrequired = std::stable_partition(buffers.begin(), buffers.end(), isRequired);
     for (auto buffer = unrequired; buffer != buffers.end(); ++buffer) {
         releaseBuffer(*buffer);
@@ -55,16 +43,19 @@ void keepOnly(Buffers& buffers, std::set<StreamId_T> const& streamIds) {
 
 template <typename Buffer>
 char const* streamNameOf(Buffer const& buffer) {
-    return buffer->getStreamInfo() != nullptr ? buffer->getStreamInfo()->getStreamName() : "?";
+    IStreamInfo const* const info = streamInfoOf(buffer);
+    return info != nullptr ? info->getStreamName() : "?";
 }
 
 bool isPureRaw(android::sp<IMetaStreamBuffer> const& buffer) {
+    // A frame that cannot be read now is not known to be unusable, so it stays.
     auto const metadata = MetadataLock::forReading(buffer);
     return isMatched<int32_t>(metadata.get(), ZEB_P1NODE_PURE_RAW, 1, "isPDPureRaw", false);
 }
 
 /// The name of the stream because of which the set cannot be used; null for a sound set.
 char const* problemOf(HistoryBufferSet const& set, bool checkPureRaw) {
+    // Images first: asking them costs less than reading metadata.
     for (auto const& image : set.halImage) {
         if (image != nullptr && image->hasError()) {
             return streamNameOf(image);
@@ -82,6 +73,7 @@ char const* problemOf(HistoryBufferSet const& set, bool checkPureRaw) {
 
 std::shared_ptr<HistoryBufferSet> takeFrom(BufferSets& sets, BufferSets::iterator set,
                                            RequiredStreams const& required) {
+    // Trimmed at once: the camera waits for the images that nobody needs.
     releaseUnrequiredStreamBuffer(*set, required);
     auto taken = std::make_shared<HistoryBufferSet>(std::move(*set));
     sets.erase(set);
@@ -104,6 +96,7 @@ bool getHistoryBuffers(HistoryProviderPtr const& provider, bool checkPureRaw, Bu
         ZSL_LOGW_AS("getHistoryBuffers", "%s: X", problem);
         ZSL_LOGI_AS("getHistoryBuffers", "hbs[F%u] is problematic, return and release",
                     set.frameNo);
+        // Released, so that the next try does not meet it again.
         IHistoryBufferProvider::ReturnedBufferSet released{&set, false};
         provider->returnBufferSet(released);
         return true;
@@ -112,8 +105,7 @@ bool getHistoryBuffers(HistoryProviderPtr const& provider, bool checkPureRaw, Bu
 }
 
 bool containsRequiredStreamBuffer(HistoryBufferSet const& set, RequiredStreams const& required) {
-    return haveAll(set.halImage, required.halImages) && haveAll(set.halMeta, required.halMetas) &&
-           haveAll(set.appMeta, required.appMetas);
+    return haveRequired(set.halImage, set.halMeta, set.appMeta, required);
 }
 
 void releaseUnrequiredStreamBuffer(HistoryBufferSet& set, RequiredStreams const& required) {
@@ -136,6 +128,7 @@ std::shared_ptr<HistoryBufferSet> getSelectedHbs(uint32_t frameNo, BufferSets& h
             continue;
         }
         if (!containsRequiredStreamBuffer(*set, required)) {
+            // The locked list may have the frame as an earlier capture found it.
             ZSL_LOGE("hbs[F%u] does not contain all required streams", frameNo);
             continue;
         }
@@ -158,11 +151,13 @@ std::shared_ptr<HistoryBufferSet> getClonedHbs(uint32_t frameNo, BufferSets& his
         if (set == sets->end() || provider == nullptr) {
             continue;
         }
+        // The clone is what is looked at and trimmed: it may have less than its original, which
+        // keeps all that it has.
         auto clone = std::make_shared<HistoryBufferSet>(provider->cloneBufferSet(*set));
         if (!containsRequiredStreamBuffer(*clone, required)) {
+            // Only dropped: a provider that knows its sets by frame number would take it for the
+            // set itself, and let that go.
             ZSL_LOGE("hbs[F%u] does not contain all required streams", frameNo);
-            IHistoryBufferProvider::ReturnedBufferSet dropped{clone.get(), false};
-            provider->returnBufferSet(dropped);
             continue;
         }
         if (sets == &history) {
@@ -179,6 +174,7 @@ std::shared_ptr<HistoryBufferSet> getClonedHbs(uint32_t frameNo, BufferSets& his
 
 std::shared_ptr<HistoryBufferSet> getTimedoutHbs(BufferSets& history,
                                                  RequiredStreams const& required) {
+    // The oldest rather than the best: it is the next that the history would lose.
     auto const set = std::find_if(history.begin(), history.end(), [&](HistoryBufferSet const& s) {
         return containsRequiredStreamBuffer(s, required);
     });
@@ -196,6 +192,8 @@ HistoryLease::HistoryLease(HistoryProviderPtr provider, bool checkPureRaw)
 }
 
 HistoryLease::~HistoryLease() {
+    // Only an exception on its way out leaves anything to do here, and a second one ends the
+    // process.
     try {
         giveBack();
     } catch (std::exception const& failure) {
@@ -209,11 +207,13 @@ void HistoryLease::giveBack() {
     if (mIsOver || mProvider == nullptr) {
         return;
     }
-    mIsOver = true;
+    mIsOver = true;  // also if the provider throws below: it is not told twice
     for (HistoryBufferSet& set : mSets) {
         IHistoryBufferProvider::ReturnedBufferSet unused{&set, true};
         mProvider->returnBufferSet(unused);
     }
+    // Twice: the selection is over once the sets are back, and once more when nothing of them is
+    // left here, so that a provider may count on either.
     mProvider->endSelect();
     mSets.clear();
     mProvider->endSelect();

@@ -32,7 +32,8 @@ std::shared_ptr<HistoryBufferSet> getSelectedHbs(uint32_t frameNo, BufferSets& h
                                                  BufferSets& locked,
                                                  ZslPolicy::RequiredStreams const& required);
 
-/// The same with a clone; the set itself stays in its list.
+/// The same with a clone; the set itself stays in its list, and a clone that does not fit is
+/// destroyed.
 std::shared_ptr<HistoryBufferSet> getClonedHbs(uint32_t frameNo, BufferSets& history,
                                                BufferSets& locked,
                                                ZslPolicy::RequiredStreams const& required,

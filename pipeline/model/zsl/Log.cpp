@@ -15,6 +15,7 @@ using ULog::ULogger;
 namespace {
 
 constexpr char SOURCE[] = "pipeline/model/zsl/ZslProcessor";
+// The module's bits in the details mask: its own, and those of its area, any of which will do.
 constexpr uint32_t NORMAL_MODULE_BIT = 1U << 21;
 constexpr uint32_t AREA_BITS = 0x7000;
 constexpr useconds_t HOLD_STEP_US = 500000;
@@ -58,6 +59,7 @@ public:
         if ((ULogger::sMode.load(std::memory_order_relaxed) & ULog::LOG_MODE_CAMERA_MASK) == 0) {
             return;
         }
+        // Pairs with whoever set the logger up: it must be whole before a line comes to it.
         if (ULogger* const logger = ULogger::sULogger.load(std::memory_order_acquire)) {
             logger->onLog(mText, strlen(mText), ULog::MOD_PIPELINE_MODEL_ZSL, TAG, cameraLevel);
         }
@@ -71,6 +73,8 @@ public:
 
     void printToAndroid(Level level, char const* function, int line) const {
         android_LogPriority const priority = traitsOf(level).priority;
+        // Only here: the camera's logger has no room for it, and other lines are found by their
+        // text.
         if (level == Level::Error) {
             __android_log_print(priority, TAG, "%s (%s){#%d:%s}", mText, function, line, SOURCE);
         } else {
@@ -87,8 +91,9 @@ private:
 bool isEnabled(Level level) {
     LevelTraits const traits = traitsOf(level);
     if (level == Level::Error) {
-        return true;
+        return true;  // whatever the settings: an error may not come a second time
     }
+    // Settings change while lines go out; one line more or less does no harm, hence no ordering.
     if (ULogger::sDetailsLevel.load(std::memory_order_relaxed) < traits.cameraLevel) {
         return false;
     }
@@ -110,6 +115,7 @@ void fatal(char const* format, ...) {
     Line const text(format, args);
     va_end(args);
     text.toCamera(ULog::LOG_LEVEL_ERROR);
+    // Prints the line, too, and leaves it in the crash report.
     __android_log_assert(nullptr, TAG, "%s", text.text());
 }
 

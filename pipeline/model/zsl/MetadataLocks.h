@@ -9,10 +9,11 @@
 
 namespace NSCam::v3::pipeline::model {
 
-/// Metadata buffers locked for reading, each with what it gave (null: the lock was not obtained).
+/// Metadata buffers that were to be locked, each with what that gave (null: not obtained).
 using LockedMetadata = std::vector<std::pair<android::sp<IMetaStreamBuffer>, IMetadata*>>;
 
-/// Unlocks a list of read-locked buffers when it goes out of scope.
+/// Unlocks a list of buffers when it goes out of scope, also those whose lock was not obtained:
+/// a buffer hears of every attempt's end, and takes the null.
 class MetadataUnlocker {
 public:
     explicit MetadataUnlocker(LockedMetadata& locked) : mLocked(locked) {}
@@ -28,7 +29,8 @@ private:
     LockedMetadata& mLocked;
 };
 
-/// One locked metadata buffer; `get` is null when the lock was not obtained.
+/// The lock of one metadata buffer, unlocked at the end if it was obtained; `get` is null when it
+/// was not.
 class MetadataLock {
 public:
     static MetadataLock forReading(android::sp<IMetaStreamBuffer> buffer) {
@@ -39,7 +41,11 @@ public:
         IMetadata* const metadata = buffer->tryWriteLock(log::TAG);
         return {std::move(buffer), metadata};
     }
-    ~MetadataLock() { mBuffer->unlock(log::TAG, mMetadata); }
+    ~MetadataLock() {
+        if (mMetadata != nullptr) {
+            mBuffer->unlock(log::TAG, mMetadata);
+        }
+    }
     MetadataLock(MetadataLock const&) = delete;
     MetadataLock& operator=(MetadataLock const&) = delete;
 

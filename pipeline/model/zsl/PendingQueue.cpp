@@ -1,4 +1,6 @@
-#include <metadata/MetadataTags.h>
+#include <utils/Printer.h>
+
+#include <algorithm>
 
 #include "Log.h"
 #include "TraceSection.h"
@@ -8,40 +10,46 @@ namespace NSCam::v3::pipeline::model {
 
 namespace {
 
-/// Whether the stream carries a sensor's result to the application.
-bool isAppResult(StreamId_T streamId) {
-    return static_cast<uint64_t>(streamId - STREAM_ID_APP_META_P1_0) <=
-           static_cast<uint64_t>(STREAM_ID_APP_META_P1_2 - STREAM_ID_APP_META_P1_0);
-}
-
-void removeSensorTimestamp(android::sp<IMetaStreamBuffer> const& buffer, unsigned int requestNo,
-                           int64_t fakeShutter) {
-    constexpr char FUNCTION[] = "onFrameUpdated";
-    if (buffer == nullptr || buffer->getStreamInfo() == nullptr) {
-        return;
+/// False, with an error line, when a frame has no frame builder.
+bool hasEveryFrameBuilder(ZslProcessor::ZslReqObject const& req) {
+    for (auto const* const frames : {&req.vFrameObj, &req.vPreselectFrameObj}) {
+        if (std::any_of(frames->begin(), frames->end(),
+                        [](auto const& frame) { return frame.second.pFB == nullptr; })) {
+            ZSL_LOGE_AS("flush", "bad pFrameBuilder - requestNo:%u", req.requestNo);
+            return false;
+        }
     }
-    StreamId_T const streamId = buffer->getStreamInfo()->getStreamId();
-    if (!isAppResult(streamId)) {
-        return;
-    }
-    char const* const streamName = buffer->getStreamInfo()->getStreamName();
-    auto const metadata = MetadataLock::forWriting(buffer);
-    if (!metadata) {
-        ZSL_LOGW_AS(FUNCTION, "cannot lock metadata");
-        return;
-    }
-    if (metadata->remove(ZEB_SENSOR_TIMESTAMP) == 0) {
-        ZSL_LOGD_AS(
-            FUNCTION,
-            "(%#lx:%s) remove ZEB_SENSOR_TIMESTAMP tag(%#x) [requestNo:%u, fakeShutter:%ld]",
-            streamId, streamName, ZEB_SENSOR_TIMESTAMP, requestNo, fakeShutter);
-    } else {
-        ZSL_LOGW_AS(FUNCTION, "(%#lx:%s) can not find ZEB_SENSOR_TIMESTAMP tag(%#x)", streamId,
-                    streamName, ZEB_SENSOR_TIMESTAMP);
-    }
+    return true;
 }
 
 }  // namespace
+
+bool ZslProcessor::hasZslPendingRequest() const {
+    LockGuard const lock(mLock);
+    return !mPendingRequests.empty();
+}
+
+void ZslProcessor::addToPending(ZslReqObject&& pending, size_t selected) {
+    constexpr char FUNCTION[] = "submitZslRequest";
+    uint32_t const requestNo = pending.requestNo;
+    // First, because every millisecond until the shutter is one that the user sees.
+    callbackFakeShutter(requestNo);
+    mPendingRequests.push_back(std::move(pending));
+    ZslReqObject const& req = mPendingRequests.back();
+    // Makes an entry of 0 where no shutter went out. The capture's results then lose their sensor
+    // timestamp all the same, and its frames get that of the history.
+    int64_t const fakeShutter = mFakeShutterMap[requestNo];
+    ZSL_LOGW_AS(FUNCTION,
+                "[requestNo:%u]: fail. (selected:#%zu, preselect:#%zu, remaining:#%zu) => add to "
+                "pending [fakeShutter:%ld; pendingReq(#%zu):%s]",
+                requestNo, selected, req.vPreselectFrameObj.size(), req.vFrameObj.size(),
+                fakeShutter, mPendingRequests.size(), dumpPendingToString().c_str());
+    if (req.pHistoryBufferProvider != nullptr) {
+        // To the Android log whatever the log level: a capture that waits is worth the lines.
+        android::LogPrinter printer(log::TAG, ANDROID_LOG_WARN);
+        req.pHistoryBufferProvider->dump(printer);
+    }
+}
 
 ZslFrameBuilders ZslProcessor::processZslPendingRequest(unsigned int requestNo) {
     TraceSection const trace("processZslPendingRequest");
@@ -51,6 +59,7 @@ ZslFrameBuilders ZslProcessor::processZslPendingRequest(unsigned int requestNo) 
         ZslReqObject const& req = mPendingRequests[position];
         FrameBuilders selected = processZslRequest(req);
         if (req.isServed()) {
+            // The next capture is now at this position.
             finishServedPending(position, requestNo, std::move(selected), result);
             continue;
         }
@@ -64,7 +73,7 @@ ZslFrameBuilders ZslProcessor::processZslPendingRequest(unsigned int requestNo) 
         }
         ++position;
     }
-    return deliver(std::move(result));
+    return result;
 }
 
 /**
@@ -80,6 +89,7 @@ void ZslProcessor::finishServedPending(size_t position, unsigned int requestNo,
     size_t const size = mPendingRequests.size();
     bool const closesFromFront = position <= (size - 1) / 2;
     bool const isLast = position + 1 == size;
+    // Read while all of it is still there.
     uint32_t toldRequestNo = mPendingRequests[position].requestNo;
     FrameBuilders tuning;
     if (!closesFromFront && !isLast) {
@@ -95,20 +105,64 @@ void ZslProcessor::finishServedPending(size_t position, unsigned int requestNo,
     result.push_back(std::move(selected));
 }
 
-void ZslProcessor::onFrameUpdated(
-    unsigned int requestNo, IPipelineBufferSetFrameControl::IAppCallback::Result const& result) {
-    TraceSection const trace("onFrameUpdated");
+ZslFrameBuilders ZslProcessor::flush() {
+    TraceSection const trace("flush");
+    ZSL_LOGD("+");
     LockGuard const lock(mLock);
-    auto const shutter = mFakeShutterMap.find(requestNo);
-    if (shutter == mFakeShutterMap.end()) {
-        return;
+    // Looked at before anything is changed: half a flush would answer frames twice when it is
+    // tried again.
+    if (!std::all_of(mPendingRequests.begin(), mPendingRequests.end(), hasEveryFrameBuilder)) {
+        return {};
     }
-    for (auto const& buffer : result.outputAppMetas) {
-        removeSensorTimestamp(buffer, requestNo, shutter->second);
+    ZslFrameBuilders result;
+    for (ZslReqObject& req : mPendingRequests) {
+        result.push_back(changeToNormalCapture(req));
     }
-    if (result.isFrameEnd) {
-        mFakeShutterMap.erase(shutter);
+    mPendingRequests.clear();
+    // The early shutters stay known: the results of these captures are yet to come.
+    returnLockedBuffers();
+    ZSL_LOGD("-");
+    return result;
+}
+
+ZslProcessor::FrameBuilders ZslProcessor::changeToNormalCapture(ZslReqObject& req) {
+    req.vFrameObj.merge(req.vPreselectFrameObj);
+    FrameBuilders frames;
+    for (auto const& [index, frame] : req.vFrameObj) {
+        // The application heard this time already; 0 leaves the choice to the pipeline.
+        frame.pFB->setFrameTimestamp(fakeShutterOf(req.requestNo));
+        frame.pFB->setBuiltFromHistory(false);
+        frames.push_back(frame.pFB);
     }
+    frames.insert(frames.end(), req.vTuningFrameBuilder.begin(), req.vTuningFrameBuilder.end());
+    ZSL_LOGI_AS("flush",
+                "[requestNo:%u]: change pending to normal capture (frames:#%zu + tuning:#%zu)",
+                req.requestNo, frames.size(), req.vTuningFrameBuilder.size());
+    return frames;
+}
+
+void ZslProcessor::returnLockedBuffers() {
+    for (auto& [name, sets] : mLockedBuffersMap) {
+        ZSL_LOGI_AS("flush", "return and release lockedBuffers of [%s](#%zu)", name.c_str(),
+                    sets.size());
+        if (mpHistoryBufferProvider != nullptr) {
+            for (HistoryBufferSet& set : sets) {
+                // Released rather than unused: after a flush the history starts anew.
+                NSPipelineContext::IHistoryBufferProvider::ReturnedBufferSet released{&set, false};
+                mpHistoryBufferProvider->returnBufferSet(released);
+            }
+            mpHistoryBufferProvider->endSelect();
+        }
+        sets.clear();
+    }
+}
+
+std::string ZslProcessor::dumpPendingToString() const {
+    std::string text;
+    for (ZslReqObject const& req : mPendingRequests) {
+        text += "R" + std::to_string(req.requestNo) + " ";
+    }
+    return text;
 }
 
 }  // namespace NSCam::v3::pipeline::model

@@ -1,5 +1,9 @@
-#include "ZslProcessor.h"
+#include "MetadataLocks.h"
+#include "PluginCall.h"
+#include "Selection.h"
+#include "Streams.h"
 
+/// What a selector sees.
 namespace NSCam::v3::pipeline::model {
 
 namespace {
@@ -8,13 +12,13 @@ using ZslPolicy::ISelector;
 
 /// Read-locks the buffers, notes each in `locked`, and maps stream info to what the lock gave. The
 /// first buffer of a stream wins.
-ISelector::MetaMap getMetaInfoMap(std::vector<android::sp<IMetaStreamBuffer>> const& buffers,
-                                  LockedMetadata& locked) {
+ISelector::MetaMap getMetaInfoMap(MetaBuffers const& buffers, LockedMetadata& locked) {
     ISelector::MetaMap metas;
     for (auto const& buffer : buffers) {
         if (buffer == nullptr) {
             continue;
         }
+        // A lock that cannot be had is the selector's to judge: it sees the null.
         IMetadata* const metadata = buffer->tryReadLock(log::TAG);
         locked.emplace_back(buffer, metadata);
         if (IMetaStreamInfo const* const info = buffer->getStreamInfo()) {
@@ -31,8 +35,8 @@ ISelector::HistoryFrame makeHistoryFrame(HistoryBufferSet const& set, bool isLoc
     frame.requestNo = set.requestNo;
     frame.timestamp = set.timestamp;
     for (auto const& image : set.halImage) {
-        if (image != nullptr && image->getStreamInfo() != nullptr) {
-            frame.halImages.insert(image->getStreamInfo());
+        if (IImageStreamInfo const* const info = streamInfoOf(image)) {
+            frame.halImages.insert(info);
         }
     }
     frame.halMetas = getMetaInfoMap(set.halMeta, locked);
@@ -47,6 +51,7 @@ void generateHistoryFrames(BufferSets const& history, BufferSets const& lockedSe
                            std::map<uint32_t, ISelector::HistoryFrame>& frames) {
     for (BufferSets const* const sets : {&history, &lockedSets}) {
         for (HistoryBufferSet const& set : *sets) {
+            // One look-up for the test and the insertion, and no frame made that is not kept.
             auto const next = frames.lower_bound(set.frameNo);
             if (next == frames.end() || next->first != set.frameNo) {
                 frames.emplace_hint(next, set.frameNo,
@@ -56,14 +61,13 @@ void generateHistoryFrames(BufferSets const& history, BufferSets const& lockedSe
     }
 }
 
-}  // namespace
-
-std::map<uint64_t, ISelector::ZslFrameInfo> ZslProcessor::generateZslFrameInfos(
-    FrameObjectMap const& vFrameObj, LockedMetadata& locked) {
+std::map<uint64_t, ISelector::ZslFrameInfo> generateZslFrameInfos(
+    ZslProcessor::FrameObjectMap const& vFrameObj, LockedMetadata& locked) {
     std::map<uint64_t, ISelector::ZslFrameInfo> infos;
     for (auto const& [index, frame] : vFrameObj) {
-        std::vector<android::sp<IMetaStreamBuffer>> controls;
+        MetaBuffers controls;
         if (frame.pFB != nullptr) {
+            // Application settings first: of two buffers of one stream theirs is seen.
             frame.pFB->getAppMetaStreamBuffers(controls);
             frame.pFB->getHalMetaStreamBuffers(controls);
         }
@@ -74,8 +78,8 @@ std::map<uint64_t, ISelector::ZslFrameInfo> ZslProcessor::generateZslFrameInfos(
     return infos;
 }
 
-ISelector::SelectInputParams ZslProcessor::generateZslRequestInfo(ZslReqObject const& req,
-                                                                  LockedMetadata& locked) {
+ISelector::SelectInputParams generateZslRequestInfo(ZslProcessor::ZslReqObject const& req,
+                                                    LockedMetadata& locked) {
     ISelector::SelectInputParams in;
     in.requestNo = req.requestNo;
     in.frameInfos = generateZslFrameInfos(req.vFrameObj, locked);
@@ -85,18 +89,23 @@ ISelector::SelectInputParams ZslProcessor::generateZslRequestInfo(ZslReqObject c
     return in;
 }
 
-ISelector::SelectOutputParams ZslProcessor::select(ZslReqObject const& req,
-                                                   ISelector const& selector,
-                                                   BufferSets const& history,
-                                                   BufferSets const& lockedSets,
-                                                   InFlightInfos const& inflight) {
+}  // namespace
+
+ISelector::SelectOutputParams select(Selection const& selection, ISelector const& selector,
+                                     std::string const& name) {
     LockedMetadata locked;
-    locked.reserve(2 * (req.vFrameObj.size() + history.size() + lockedSets.size()));
+    // One allocation for the usual two metadata buffers of each frame and set.
+    locked.reserve(
+        2 * (selection.req.vFrameObj.size() + selection.history.size() + selection.locked.size()));
+    // Unlocks after `in`, which points to the metadata, is gone.
     MetadataUnlocker const unlocker(locked);
-    ISelector::SelectInputParams in = generateZslRequestInfo(req, locked);
-    generateHistoryFrames(history, lockedSets, locked, in.historyFrames);
-    in.inflightInfos = inflight;
-    return selector.select(in);
+    ISelector::SelectInputParams in = generateZslRequestInfo(selection.req, locked);
+    generateHistoryFrames(selection.history, selection.locked, locked, in.historyFrames);
+    in.inflightInfos = selection.inflight;
+    ISelector::SelectOutputParams out;
+    callPlugin("selectBuf_Locked", selection.req.requestNo, name.c_str(),
+               [&] { out = selector.select(in); });
+    return out;
 }
 
 }  // namespace NSCam::v3::pipeline::model

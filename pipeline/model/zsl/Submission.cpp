@@ -1,27 +1,22 @@
-#include <utils/Printer.h>
-
 #include <algorithm>
 
 #include "Log.h"
 #include "TextForms.h"
 #include "TraceSection.h"
+#include "WrapAround.h"
 #include "ZslProcessor.h"
 
 namespace NSCam::v3::pipeline::model {
 
 namespace {
 
-/// `nowNs` less `offsetMs`; wraps around for an offset of centuries.
-int64_t before(int64_t nowNs, int64_t offsetMs) {
-    constexpr uint64_t NS_PER_MS = 1'000'000;
-    return static_cast<int64_t>(static_cast<uint64_t>(nowNs) -
-                                static_cast<uint64_t>(offsetMs) * NS_PER_MS);
-}
+constexpr int64_t NS_PER_MS = 1'000'000;
+
+using SensorModes = std::unordered_map<uint32_t, uint32_t>;
 
 /// The entries of `modes` whose sensor is required.
-std::unordered_map<uint32_t, uint32_t> requiredModes(
-    std::unordered_map<uint32_t, uint32_t> const& modes, std::vector<uint32_t> const& sensorIds) {
-    std::unordered_map<uint32_t, uint32_t> required;
+SensorModes requiredModes(SensorModes const& modes, std::vector<uint32_t> const& sensorIds) {
+    SensorModes required;
     for (auto const& [id, mode] : modes) {
         if (std::find(sensorIds.begin(), sensorIds.end(), id) != sensorIds.end()) {
             required.emplace(id, mode);
@@ -35,6 +30,39 @@ bool isDummy(uint32_t frameType) {
            frameType == NSPipelineContext::FRAME_TYPE_POSTDUMMY;
 }
 
+/// Pairs each frame's settings with its builder, under ascending indices without gaps.
+void prepareFrames(std::vector<std::shared_ptr<policy::RequestResultParams>> const& vReqResult,
+                   ZslProcessor::FrameBuilders const& vFrameBuilder, SensorModes const& streamIdMap,
+                   std::vector<uint32_t> const& requiredSensorIds,
+                   ZslProcessor::FrameObjectMap& vFrameObj) {
+    if (vReqResult.size() != vFrameBuilder.size()) {
+        // There is no telling which frame has lost its partner.
+        ZSL_FATAL("mismatch - #vReqResult:%zu #vFrameBuilder:%zu", vReqResult.size(),
+                  vFrameBuilder.size());
+    }
+    auto const pSensorModeMap =
+        std::make_shared<SensorModes const>(requiredModes(streamIdMap, requiredSensorIds));
+    uint64_t key = 0;
+    for (size_t i = 0; i < vFrameBuilder.size(); ++i) {
+        auto const& pFB = vFrameBuilder[i];
+        if (pFB != nullptr && isDummy(pFB->getFrameType())) {
+            // It only lets the sensor settle, and a frame of the history has settled long ago. It
+            // takes no index either, so that policies never see a gap.
+            ZSL_LOGE("skip (%zu,%s)", i, frameTypeName(pFB->getFrameType()));
+            continue;
+        }
+        if (vReqResult[i] == nullptr) {
+            ZSL_LOGE("vReqResult[%zu] is null, no stream is required", i);
+        }
+        auto required =
+            vReqResult[i] != nullptr ? vReqResult[i]->required : ZslPolicy::RequiredStreams();
+        vFrameObj.emplace(
+            key++, ZslProcessor::FrameObject{
+                       std::make_shared<ZslPolicy::RequiredStreams const>(std::move(required)),
+                       pSensorModeMap, pFB});
+    }
+}
+
 }  // namespace
 
 ZslProcessor::ZslReqObject ZslProcessor::makeRequest(ZslRequestParams& params) const {
@@ -45,101 +73,45 @@ ZslProcessor::ZslReqObject ZslProcessor::makeRequest(ZslRequestParams& params) c
     req.pSelector = std::move(params.pSelector);
     req.checkPureRaw = params.checkPureRaw;
     req.needFrameSync = params.needFrameSync;
-    req.zsdTimestamp = before(processorClockNs(), mZsdOffsetMs);
+    req.zsdTimestamp = wrapSubtract(processorClockNs(), wrapMultiply(mZsdOffsetMs, NS_PER_MS));
     req.pHistoryBufferProvider = std::move(params.pHistoryBufferProvider);
-    static std::unordered_map<uint32_t, uint32_t> const NO_MODES;
+    static SensorModes const NO_MODES;
     static std::vector<uint32_t> const NO_SENSORS;
     prepareFrames(params.vReqResult, params.vFrameBuilder,
                   params.pStreamIdMap != nullptr ? *params.pStreamIdMap : NO_MODES,
                   params.pvRequiredSensorIds != nullptr ? *params.pvRequiredSensorIds : NO_SENSORS,
-                  req.vFrameObj, req.vTuningFrameBuilder);
+                  req.vFrameObj);
     return req;
-}
-
-void ZslProcessor::prepareFrames(
-    std::vector<std::shared_ptr<policy::RequestResultParams>> const& vReqResult,
-    FrameBuilders const& vFrameBuilder, std::unordered_map<uint32_t, uint32_t> const& streamIdMap,
-    std::vector<uint32_t> const& requiredSensorIds, FrameObjectMap& vFrameObj,
-    FrameBuilders& /*vTuningFrameBuilder*/) {
-    if (vReqResult.size() != vFrameBuilder.size()) {
-        ZSL_FATAL("mismatch - #vReqResult:%zu #vFrameBuilder:%zu", vReqResult.size(),
-                  vFrameBuilder.size());
-    }
-    auto const pSensorModeMap = std::make_shared<std::unordered_map<uint32_t, uint32_t> const>(
-        requiredModes(streamIdMap, requiredSensorIds));
-    uint64_t key = 0;
-    for (size_t i = 0; i < vFrameBuilder.size(); ++i) {
-        auto const& pFB = vFrameBuilder[i];
-        if (pFB != nullptr && isDummy(pFB->getFrameType())) {
-            ZSL_LOGE("skip (%zu,%s)", i, frameTypeName(pFB->getFrameType()));
-            continue;
-        }
-        if (vReqResult[i] == nullptr) {
-            ZSL_LOGE("vReqResult[%zu] is null, no stream is required", i);
-        }
-        auto required =
-            vReqResult[i] != nullptr ? vReqResult[i]->required : ZslPolicy::RequiredStreams();
-        vFrameObj.emplace(
-            key,
-            FrameObject{std::make_shared<ZslPolicy::RequiredStreams const>(std::move(required)),
-                        pSensorModeMap, pFB});
-        ++key;
-    }
 }
 
 ZslFrameBuilders ZslProcessor::submitZslRequest(ZslRequestParams&& params) {
     TraceSection const trace("submitZslRequest");
     ZSL_LOGD("+");
     uint32_t const requestNo = params.requestNo;
+    // Without the lock: the press counts from here, however long an older capture takes.
     ZslReqObject req = makeRequest(params);
 
-    ZslFrameBuilders result;
-    std::exception_ptr earlierFailure;
-    try {
-        result = processZslPendingRequest(requestNo);
-    } catch (...) {
-        // A policy of an older capture failed; that is no reason to lose this one.
-        earlierFailure = std::current_exception();
-    }
+    // Who waits longest chooses first. Another submission may come in between, and then comes
+    // first, too.
+    ZslFrameBuilders result = processZslPendingRequest(requestNo);
 
     LockGuard const lock(mLock);
-    if (mFailure == nullptr) {
-        mFailure = earlierFailure;
-    }
     FrameBuilders selected = processZslRequest(req);
     if (req.isServed()) {
         ZSL_LOGI("[requestNo:%u]: success. (selected:#%zu, tuning:#%zu)", requestNo,
                  selected.size(), req.vTuningFrameBuilder.size());
         selected.insert(selected.end(), req.vTuningFrameBuilder.begin(),
                         req.vTuningFrameBuilder.end());
+        // Even an empty list: one for each capture that is served, so that callers can count.
         result.push_back(std::move(selected));
     } else {
-        queue(std::move(req), selected.size());
+        addToPending(std::move(req), selected.size());
         if (!selected.empty()) {
             result.push_back(std::move(selected));
         }
     }
     ZSL_LOGD("-");
-    return deliver(std::move(result));
-}
-
-void ZslProcessor::queue(ZslReqObject&& pending, size_t selected) {
-    constexpr char FUNCTION[] = "submitZslRequest";
-    uint32_t const requestNo = pending.requestNo;
-    callbackFakeShutter(requestNo);
-    mPendingRequests.push_back(std::move(pending));
-    ZslReqObject const& req = mPendingRequests.back();
-    int64_t const fakeShutter = mFakeShutterMap[requestNo];
-    ZSL_LOGW_AS(FUNCTION,
-                "[requestNo:%u]: fail. (selected:#%zu, preselect:#%zu, remaining:#%zu) => add to "
-                "pending [fakeShutter:%ld; pendingReq(#%zu):%s]",
-                requestNo, selected, req.vPreselectFrameObj.size(), req.vFrameObj.size(),
-                fakeShutter, mPendingRequests.size(), dumpPendingToString().c_str());
-    if (req.pHistoryBufferProvider != nullptr) {
-        // To the Android log whatever the log level: a capture that waits is worth the lines.
-        android::LogPrinter printer(log::TAG, ANDROID_LOG_WARN);
-        req.pHistoryBufferProvider->dump(printer);
-    }
+    return result;
 }
 
 ZslProcessor::FrameBuilders ZslProcessor::processZslRequest(ZslReqObject const& req) {

@@ -5,13 +5,14 @@
 #include <iterator>
 #include <string_view>
 
-#include "ZslProcessor.h"
+#include "Streams.h"
 
 namespace NSCam::v3::pipeline {
 
 namespace {
 
-/// Builds a text out of pieces; numbers without going through a stream or a format.
+/// Builds a text out of pieces; numbers without going through a stream or a format, which would
+/// make these texts, several for each try of a capture, the most costly part of its log.
 class Text {
 public:
     Text& operator<<(std::string_view text) {
@@ -29,7 +30,7 @@ public:
         return number_(static_cast<std::make_unsigned_t<T>>(number), 16);
     }
 
-    /// An address as 0x…; "0" for null.
+    /// An address as 0x…; "0" for null, as a stream prints it.
     Text& address(void const* pointer) {
         auto const value = reinterpret_cast<uintptr_t>(pointer);
         return value != 0 ? (*this << "0x").hex(value) : *this << "0";
@@ -40,7 +41,7 @@ public:
 private:
     template <typename T>
     Text& number_(T number, int base) {
-        std::array<char, 24> digits;
+        std::array<char, 24> digits;  // the longest: 20 digits of 64 bits and a sign
         auto const end = std::to_chars(digits.data(), digits.data() + digits.size(), number, base);
         mText.append(digits.data(), end.ptr);
         return *this;
@@ -53,8 +54,8 @@ template <typename Buffers>
 void appendStreams(Text& text, Buffers const& buffers) {
     text << "{ ";
     for (auto const& buffer : buffers) {
-        if (buffer != nullptr && buffer->getStreamInfo() != nullptr) {
-            text.hex(buffer->getStreamInfo()->getStreamId()) << " ";
+        if (IStreamInfo const* const info = model::streamInfoOf(buffer)) {
+            text.hex(info->getStreamId()) << " ";
         }
     }
     text << "}";
@@ -111,25 +112,7 @@ char const* frameTypeName(uint32_t frameType) {
     return frameType < NAMES.size() ? NAMES[frameType] : "?";
 }
 
-std::string toString(std::map<uint64_t, ZslPolicy::ISelector::ZslFrameResult> const& selected,
-                     std::map<uint32_t, ZslPolicy::ISelector::SelectOutputParams::OpT> const& ops) {
-    Text text;
-    text << "{ selected={ ";
-    for (auto const& [index, result] : selected) {
-        text.dec(index) << "-[F";
-        text.dec(static_cast<int32_t>(result.frameNo)) << " addMeta(#";
-        text.dec(result.additionalMetas.size()) << ")] ";
-    }
-    text << "} ops={ ";
-    for (auto const& [frameNo, op] : ops) {
-        (text << "F").dec(frameNo) << "(";
-        text.dec(static_cast<int32_t>(op)) << ") ";
-    }
-    text << "}}";
-    return text.take();
-}
-
-std::string ZslProcessor::toString(BuildFrameParams const& params) {
+std::string toString(ZslProcessor::BuildFrameParams const& params) {
     Text text;
     text << "{ hbs=" << (params.hbs != nullptr ? NSPipelineContext::toString(*params.hbs) : "X");
     appendFrameBuilder(text, params.pFB.get());
@@ -138,7 +121,7 @@ std::string ZslProcessor::toString(BuildFrameParams const& params) {
     return text.take();
 }
 
-std::string ZslProcessor::toString(ZslReqObject const& req) {
+std::string toString(ZslProcessor::ZslReqObject const& req) {
     Text text;
     (text << "{ requestNo=").dec(req.requestNo) << " duration=";
     text.dec(req.ageMs()) << " zsdTs=";
@@ -156,11 +139,3 @@ std::string ZslProcessor::toString(ZslReqObject const& req) {
 
 }  // namespace model
 }  // namespace NSCam::v3::pipeline
-
-namespace NSCam::ZslPolicy {
-
-std::string toString(ISelector::SelectOutputParams const& output) {
-    return v3::pipeline::model::toString(output.selected, output.ops);
-}
-
-}  // namespace NSCam::ZslPolicy

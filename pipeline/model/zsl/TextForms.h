@@ -1,14 +1,11 @@
 #pragma once
 
-#include <pipeline/IFrameBuilder.h>
-#include <pipeline/IHistoryBufferProvider.h>
-#include <policy/zsl/ISelector.h>
-
 #include <cstdint>
-#include <map>
 #include <string>
 
-/// One-line textual forms of the records, for log lines and dumps. They take no lock.
+#include "ZslProcessor.h"
+
+/// Textual forms of the records, for log lines and dumps. They take no lock.
 
 namespace NSCam::v3::pipeline::NSPipelineContext {
 
@@ -22,8 +19,9 @@ namespace NSCam::v3::pipeline::model {
 /// "MAIN", "SUB" and so on; "?" for an unknown type.
 char const* frameTypeName(uint32_t frameType);
 
-/// A selection in the form of a SelectOutputParams.
-std::string toString(std::map<uint64_t, ZslPolicy::ISelector::ZslFrameResult> const& selected,
-                     std::map<uint32_t, ZslPolicy::ISelector::SelectOutputParams::OpT> const& ops);
+/// With a line for each frame still to serve.
+std::string toString(ZslProcessor::ZslReqObject const& req);
+
+std::string toString(ZslProcessor::BuildFrameParams const& params);
 
 }  // namespace NSCam::v3::pipeline::model

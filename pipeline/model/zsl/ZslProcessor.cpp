@@ -1,31 +1,44 @@
 #include "ZslProcessor.h"
 
 #include <cutils/properties.h>
+#include <metadata/MetadataTags.h>
+#include <metastore/IMetadataProvider.h>
 #include <utils/Timers.h>
 
 #include <new>
 
-#include "BuiltinSelectors.h"
-#include "Debuggee.h"
 #include "Log.h"
-#include "TimeSource.h"
+#include "WrapAround.h"
 
 namespace NSCam::v3::pipeline::model {
 
 namespace {
 
-int64_t clockNs(uint8_t timeSource) {
-    return systemTime(timeSource != 0 ? SYSTEM_TIME_BOOTTIME : SYSTEM_TIME_MONOTONIC);
+/// The timestamp source of the sensor opened under `openId`, from its static characteristics: 1
+/// (REALTIME, boot-time clock) or 0 (UNKNOWN, monotonic clock).
+uint8_t getTimeSource(int openId) {
+    // What nearly every sensor has. A wrong guess shows as captures that always time out.
+    constexpr uint8_t REALTIME = 1;
+    auto const provider = NSMetadataProviderManager::valueForByDeviceId(openId);
+    if (provider == nullptr) {
+        ZSL_LOGW("openId(%d): can not get IMetadataProvider", openId);
+        return REALTIME;
+    }
+    auto const entry =
+        provider->getStaticCharacteristics().entryFor(ZEB_SENSOR_INFO_TIMESTAMP_SOURCE);
+    if (entry.isEmpty()) {
+        ZSL_LOGW("can not get ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, use REALTIME as default");
+        return REALTIME;
+    }
+    return entry.itemAt(0, Type2Type<uint8_t>());
 }
 
 int64_t readZsdOffsetMs() {
     int64_t const platform = property_get_int64("ro.vendor.camera3.zsl.default", 0);
     int64_t const project = property_get_int64("ro.vendor.camera3.zsl.project", 0);
     int64_t const user = property_get_int64("vendor.debug.camera3.zsl.timestamp", 0);
-    // Unsigned, so that absurd settings wrap around instead of being undefined.
-    auto const sum =
-        static_cast<int64_t>(static_cast<uint64_t>(platform) + static_cast<uint64_t>(project) +
-                             static_cast<uint64_t>(user));
+    // Whoever sets them may set anything; a negative sum looks into the future and is kept.
+    int64_t const sum = wrapAdd(wrapAdd(platform, project), user);
     ZSL_LOGI_AS("ZslProcessor", "zsdOffsetMs(%ld) = default(%ld)+project(%ld)+user(%ld)", sum,
                 platform, project, user);
     return sum;
@@ -47,33 +60,18 @@ ZslProcessor::ZslProcessor(int openId, std::string const& name)
     : mTimeSource(getTimeSource(openId)),
       mUserName(name),
       mLogLevel(property_get_int32("vendor.debug.camera.log.pipelinemodel.zsl", 0)),
-      mFakeShutterNs(clockNs(mTimeSource)),
+      mFakeShutterNs(processorClockNs()),
       mZsdOffsetMs(readZsdOffsetMs()) {
     mParsedStreamInfo_P1.max_load_factor(1.0F);
     ZSL_LOGI("mTimeSource(%d) mFakeShutterNs(%ld)", mTimeSource, mFakeShutterNs);
 }
 
+// Captures that still wait are dropped, and locked sets destroyed rather than given back: their
+// provider may be gone already. Whoever wants them back flushes first.
 ZslProcessor::~ZslProcessor() = default;
 
-void ZslProcessor::onFirstRef() {
-    mpDebuggee = std::make_shared<MyDebuggee>(this);
-    if (IDebuggeeManager* const manager = IDebuggeeManager::get()) {
-        mpDebuggee->mCookie = manager->attach(mpDebuggee, 0);
-    }
-}
-
-void ZslProcessor::onLastStrongRef(void const* /*id*/) {
-    if (mpDebuggee == nullptr) {
-        return;
-    }
-    if (IDebuggeeManager* const manager = IDebuggeeManager::get()) {
-        manager->detach(mpDebuggee->mCookie);
-    }
-    mpDebuggee.reset();
-}
-
 int64_t ZslProcessor::processorClockNs() const {
-    return clockNs(mTimeSource);
+    return systemTime(mTimeSource != 0 ? SYSTEM_TIME_BOOTTIME : SYSTEM_TIME_MONOTONIC);
 }
 
 ZslProcessor::ZslReqObject::TimePoint ZslProcessor::ZslReqObject::now() {
@@ -83,35 +81,6 @@ ZslProcessor::ZslReqObject::TimePoint ZslProcessor::ZslReqObject::now() {
 
 int64_t ZslProcessor::ZslReqObject::ageMs() const {
     return (now() - reqTimePoint).count() / 1000;
-}
-
-bool ZslProcessor::hasZslPendingRequest() const {
-    LockGuard const lock(mLock);
-    return !mPendingRequests.empty();
-}
-
-// A plug-in's or a callback's exception must not cost a frame, nor the time of one: the operation
-// goes on, and what it built goes out. The exception leaves the first operation that has nothing to
-// hand over.
-
-void ZslProcessor::noteFailure() {
-    try {
-        throw;
-    } catch (std::exception const& failure) {
-        ZSL_LOGE("a policy or callback failed: %s", failure.what());
-    } catch (...) {
-        ZSL_LOGE("a policy or callback failed");
-    }
-    if (mFailure == nullptr) {
-        mFailure = std::current_exception();
-    }
-}
-
-ZslFrameBuilders ZslProcessor::deliver(ZslFrameBuilders result) {
-    if (result.empty() && mFailure != nullptr) {
-        std::rethrow_exception(std::exchange(mFailure, nullptr));
-    }
-    return result;
 }
 
 }  // namespace NSCam::v3::pipeline::model

@@ -51,8 +51,11 @@ public:
      *
      * Everything reachable from `in` is valid only during the call. A frame that is not in the
      * answer waits and is asked about again, with a fresh snapshot, on a later call. Name only
-     * frame indices that occur in `in.frameInfos`: any other is a broken invariant that ends the
-     * process.
+     * frame indices that occur in `in.frameInfos`. Any other that is below one of the capture's
+     * frames still to serve is a broken invariant that ends the process; one beyond the last of
+     * them is ignored, with an error line.
+     *
+     * What it throws, or getName() does, costs an error line and counts as an empty answer.
      */
     virtual SelectOutputParams select(SelectInputParams const& in) const = 0;
 };
@@ -111,7 +114,20 @@ struct ISelector::SelectOutputParams {
     std::map<uint32_t, OpT> ops;                  ///< by frame number
 };
 
-/// One line, for instance `{ selected={ 0-[F105 addMeta(#0)] } ops={ F103(0) }}`.
-std::string toString(ISelector::SelectOutputParams const& output);
+/// One line, for instance `{ selected={ 0-[F105 addMeta(#0)] } ops={ F103(0) }}`; -1 stands for
+/// NO_FRAME. Inline, so that a policy needs no library for it.
+inline std::string toString(ISelector::SelectOutputParams const& output) {
+    std::string text = "{ selected={ ";
+    for (auto const& [index, result] : output.selected) {
+        text += std::to_string(index);
+        text += "-[F" + std::to_string(static_cast<int32_t>(result.frameNo));
+        text += " addMeta(#" + std::to_string(result.additionalMetas.size()) + ")] ";
+    }
+    text += "} ops={ ";
+    for (auto const& [frameNo, op] : output.ops) {
+        text += "F" + std::to_string(frameNo) + "(" + std::to_string(op) + ") ";
+    }
+    return text + "}}";
+}
 
 }  // namespace NSCam::ZslPolicy

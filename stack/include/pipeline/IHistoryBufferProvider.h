@@ -45,7 +45,8 @@ public:
     /// The frames that were requested from the sensor but have not reached the history yet.
     virtual std::vector<ZslPolicy::InFlightInfo> getInFlightInfos() const = 0;
 
-    /// A further set that stands for the same frame; to be returned like any other.
+    /// A further set that stands for the same frame, with buffers of its own. Never returned: it is
+    /// used up, or just destroyed.
     virtual HistoryBufferSet cloneBufferSet(HistoryBufferSet const& original) = 0;
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <stdexcept>
 #include <utility>
 
 namespace zebcam::tool::pipeline {
@@ -25,7 +26,7 @@ public:
 
     char const* getName() const override { return "ThrowingPolicy"; }
     Out select(In const& /*in*/) const override {
-        throw InjectedFault(fmt::format("the policy of capture {} fails", mCapture + 1));
+        throw std::runtime_error(fmt::format("the policy of capture {} fails", mCapture + 1));
     }
 
 private:

@@ -4,21 +4,14 @@
 
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
 
 #include "pipeline/FaultInjector.h"
 
 namespace zebcam::tool::pipeline {
 
-/// Thrown on purpose. Whoever catches it need not call the run a failure.
-class InjectedFault : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
-};
-
 /// The policy that a capture gets instead of its own; empty for PolicyFault::None.
 ///
-/// One throws an InjectedFault whenever it is asked. The other answers nonsense, each time another:
+/// One throws whenever it is asked. The other answers nonsense, each time another:
 /// frames that do not exist, one frame for several indices, a frame that it also lets go, orders on
 /// frames that it does not have, a frame that is in flight and may never come, or it keeps every
 /// frame that it sees. It names only indices that it was asked for, because any other ends the

@@ -22,6 +22,7 @@ namespace v3 = NSCam::v3;
 namespace model = NSCam::v3::pipeline::model;
 using NSCam::IMetadata;
 using NSCam::v3::pipeline::IPipelineBufferSetFrameControl;
+using NSCam::ZslPolicy::ISelector;
 
 namespace {
 
@@ -38,6 +39,39 @@ IMetadata deviceFacts() {
     put(facts, NSCam::ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, kTimestampsAreBootTime);
     return facts;
 }
+
+/// A policy of the user's, who wants to hear what it throws: the processor logs that and takes it
+/// for an empty answer.
+class ToldSelector final : public ISelector {
+public:
+    using Tell = std::function<void(char const* thrown)>;
+    ToldSelector(std::shared_ptr<ISelector> policy, Tell tell)
+        : mPolicy(std::move(policy)), mTell(std::move(tell)) {}
+
+    char const* getName() const override {
+        return told([&] { return mPolicy->getName(); });
+    }
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        return told([&] { return mPolicy->select(in); });
+    }
+
+private:
+    template <typename Call>
+    auto told(Call const& call) const {
+        try {
+            return call();
+        } catch (std::exception const& thrown) {
+            mTell(thrown.what());
+            throw;
+        } catch (...) {
+            mTell("unknown exception");
+            throw;
+        }
+    }
+
+    std::shared_ptr<ISelector> const mPolicy;
+    Tell const mTell;
+};
 
 }  // namespace
 
@@ -157,13 +191,18 @@ SimulatedPipeline::providerOf(size_t capture) {
                                               std::move(observer));
 }
 
-std::shared_ptr<NSCam::ZslPolicy::ISelector> SimulatedPipeline::selectorOf(size_t capture) const {
-    if (mOptions.faults == nullptr) {
-        return mOptions.pSelector;
+std::shared_ptr<ISelector> SimulatedPipeline::selectorOf(size_t capture) {
+    PolicyFault const fault = mOptions.faults != nullptr
+                                  ? mOptions.faults->ofPolicy(capture, nowNs())
+                                  : PolicyFault::None;
+    if (fault != PolicyFault::None) {
+        return makeFaultySelector(fault, capture, mOptions.faults);
     }
-    PolicyFault const fault = mOptions.faults->ofPolicy(capture, nowNs());
-    return fault == PolicyFault::None ? mOptions.pSelector
-                                      : makeFaultySelector(fault, capture, mOptions.faults);
+    return mOptions.pSelector == nullptr
+               ? nullptr
+               : std::make_shared<ToldSelector>(mOptions.pSelector, [this](char const* thrown) {
+                     fail(fmt::format("policy: exception: {}", thrown));
+                 });
 }
 
 /// Only a submission tells the listener of anything.
@@ -195,8 +234,6 @@ template <typename Call>
 void SimulatedPipeline::guard(char const* what, Call call) {
     try {
         call();
-    } catch (InjectedFault const&) {
-        // What it costs the captures is told of them.
     } catch (std::exception const& error) {
         fail(fmt::format("{}: exception: {}", what, error.what()));
     } catch (...) {

@@ -94,9 +94,9 @@ public:
     host::BufferLedger const& ledger() const { return *mProvider->ledger(); }
     uint64_t droppedFrames() const { return mProvider->droppedFrames(); }
     uint64_t errorLines() const { return mLog.errorLines(); }
-    /// Exceptions (but for those of faults) and frames that came back wrongly so far, and what must
-    /// not be at the end: metadata locks that are held, buffer sets that came back without having
-    /// been out.
+    /// Exceptions (of policies, too, but for those of faults) and frames that came back wrongly so
+    /// far, and what must not be at the end: metadata locks that are held, buffer sets that came
+    /// back without having been out.
     std::vector<PipelineFailure> failures() const;
 
 private:
@@ -111,7 +111,7 @@ private:
     NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
     std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(
         size_t capture);
-    std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture) const;
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture);
     void dropListenerIfGone();
     android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
     void fail(std::string text);
