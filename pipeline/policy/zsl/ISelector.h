@@ -125,7 +125,8 @@ inline std::string toString(ISelector::SelectOutputParams const& output) {
     }
     text += "} ops={ ";
     for (auto const& [frameNo, op] : output.ops) {
-        text += "F" + std::to_string(frameNo) + "(" + std::to_string(op) + ") ";
+        text +=
+            "F" + std::to_string(frameNo) + "(" + std::to_string(static_cast<int32_t>(op)) + ") ";
     }
     return text + "}}";
 }
