@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <exception>
 #include <sstream>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 
@@ -57,7 +58,7 @@ public:
 
 private:
     template <typename Call>
-    auto told(Call const& call) const {
+    std::invoke_result_t<Call const&> told(Call const& call) const {
         try {
             return call();
         } catch (std::exception const& thrown) {
