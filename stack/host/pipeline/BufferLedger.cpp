@@ -26,7 +26,12 @@ char const* toString(BufferHolder holder) {
 
 LedgerEntry::LedgerEntry(std::shared_ptr<BufferLedger> ledger, LedgerLine const& line,
                          size_t images)
-    : mLedger(std::move(ledger)), mId(line.id), mIsClone(line.isClone), mImagesUnaccounted(images) {
+    : mLedger(std::move(ledger)),
+      mId(line.id),
+      mFrameNo(line.frameNo),
+      mExposedNs(line.exposedNs),
+      mIsClone(line.isClone),
+      mImagesUnaccounted(images) {
 }
 
 LedgerEntry::~LedgerEntry() {
@@ -66,13 +71,8 @@ void LedgerEntry::setEnded(BufferHolder how) {
     }
 }
 
-std::shared_ptr<LedgerEntry> BufferLedger::open(uint32_t frameNo, uint32_t forRequestNo,
-                                                size_t images, bool isClone) {
-    LedgerLine line;
-    line.frameNo = frameNo;
-    line.forRequestNo = forRequestNo;
+std::shared_ptr<LedgerEntry> BufferLedger::open(LedgerLine line, size_t images) {
     line.sinceNs = systemTime(SYSTEM_TIME_BOOTTIME);
-    line.isClone = isClone;
     {
         LockGuard const lock(mLock);
         line.id = mNextId++;

@@ -86,6 +86,16 @@ android::sp<IMetaStreamBuffer> FrameBuilder::appMeta(StreamId_T streamId) const 
     return it == mAppMetas.end() ? nullptr : it->second;
 }
 
+std::shared_ptr<LedgerEntry> FrameBuilder::historyEntry() const {
+    for (auto const& [streamId, image] : mHalImages) {
+        auto const* const hostBuffer = dynamic_cast<ImageStreamBuffer const*>(image.get());
+        if (auto entry = hostBuffer != nullptr ? hostBuffer->ledgerEntry() : nullptr) {
+            return entry;
+        }
+    }
+    return nullptr;
+}
+
 void FrameBuilder::finish() {
     mHalImages.clear();
     mHalMetas.clear();

@@ -143,7 +143,11 @@ void HistoryProvider::handOut(HistoryBufferSet const& set, bool isClone) const {
     for (auto const& image : set.halImage) {
         images += dynamic_cast<ImageStreamBuffer*>(image.get()) != nullptr;
     }
-    setLedgerEntry(set, mLedger->open(set.frameNo, mCurrentRequestNo, images, isClone));
+    setLedgerEntry(set, mLedger->open({.frameNo = set.frameNo,
+                                       .exposedNs = set.timestamp,
+                                       .forRequestNo = mCurrentRequestNo,
+                                       .isClone = isClone},
+                                      images));
 }
 
 void HistoryProvider::endSelect() {

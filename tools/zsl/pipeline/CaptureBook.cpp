@@ -1,13 +1,11 @@
 #include "pipeline/CaptureBook.h"
 
 #include <fmt/format.h>
+#include <host/BufferLedger.h>
 #include <utils/Timers.h>
 
 #include <algorithm>
 #include <utility>
-
-#include "pipeline/FrameFactory.h"
-#include "pipeline/MetadataAccess.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -23,23 +21,19 @@ int64_t nowNs() {
 
 }  // namespace
 
-CaptureBook::CaptureBook(NSCam::v3::StreamId_T appResult, Tries kept)
-    : mAppResult(appResult), mKept(kept) {
-}
-
 CaptureBook::Operation::Operation(CaptureBook& book) : mBook(book) {
-    std::lock_guard lock(mBook.mLock);
+    LockGuard const lock(mBook.mLock);
     mBook.mOperations[std::this_thread::get_id()].clear();
 }
 
 CaptureBook::Operation::~Operation() {
-    std::lock_guard lock(mBook.mLock);
+    LockGuard const lock(mBook.mLock);
     mBook.mOperations.erase(std::this_thread::get_id());
 }
 
 std::vector<BuiltFrame> CaptureBook::Operation::take(ZslFrameBuilders const& lists, bool isFlush,
                                                      std::vector<std::string>& problems) {
-    std::lock_guard lock(mBook.mLock);
+    LockGuard const lock(mBook.mLock);
     std::vector<BuiltFrame> taken;
     for (auto const& list : lists) {
         for (size_t i = 0; i < list.size(); ++i) {
@@ -57,46 +51,45 @@ std::vector<BuiltFrame> CaptureBook::Operation::take(ZslFrameBuilders const& lis
     return taken;
 }
 
-size_t CaptureBook::open(std::map<uint32_t, uint32_t> sensorModes, size_t frames) {
-    std::lock_guard lock(mLock);
+size_t CaptureBook::open(std::map<uint32_t, uint32_t> sensorModes, size_t frames,
+                         std::optional<uint32_t> requestNo) {
+    LockGuard const lock(mLock);
     size_t const position = mCaptures.size();
     Capture& capture = mCaptures.emplace_back();
-    capture.record.requestNo = requestNoOf(position);
+    capture.record.requestNo = requestNo.value_or(static_cast<uint32_t>(position + 1));
     capture.record.pressNs = nowNs();
     capture.record.sensorModes = std::move(sensorModes);
     capture.record.frames.resize(frames);
     capture.unfinished = frames;
+    mNewest[capture.record.requestNo] = position;
     ++mTotals.captures;
     mTotals.frames += frames;
     mTotals.served[Served::Unanswered] += frames;
     return position;
 }
 
-void CaptureBook::setBuilders(size_t capture, Builders builders) {
-    std::lock_guard lock(mLock);
-    mCaptures.at(capture).builders = std::move(builders);
+void CaptureBook::setBuilders(size_t capture, Builders const& builders) {
+    LockGuard const lock(mLock);
+    for (size_t i = 0; i < builders.size(); ++i) {
+        mBuilders.emplace(builders[i], std::pair(capture, i));
+    }
 }
 
-void CaptureBook::beginTry(size_t capture, int64_t ageMs, Offer offer) {
-    std::lock_guard lock(mLock);
+void CaptureBook::beginTry(size_t capture, TryRecord offer) {
+    LockGuard const lock(mLock);
     Capture& tried = mCaptures.at(capture);
-    TryRecord attempt;
-    attempt.timeNs = nowNs();
-    attempt.ageMs = ageMs;
-    attempt.isRetry = tried.tries > 0;
-    attempt.historyFrames = std::move(offer.history);
-    attempt.inFlightFrames = std::move(offer.inFlight);
-    attempt.lockedFrames = std::move(offer.locked);
+    offer.timeNs = nowNs();
+    offer.isRetry = tried.tries > 0;
     if (mKept == Tries::Newest) {
         tried.record.tries.clear();
     }
-    tried.record.tries.push_back(std::move(attempt));
+    tried.record.tries.push_back(std::move(offer));
     mOperations[std::this_thread::get_id()][capture] = tried.tries++;
     mTried = capture;
 }
 
 void CaptureBook::endTry(size_t timedOut) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     if (mTried) {
         mCaptures[*mTried].timedOutFrames += timedOut;
         mTried.reset();
@@ -105,20 +98,18 @@ void CaptureBook::endTry(size_t timedOut) {
 
 std::optional<BuiltFrame> CaptureBook::find(std::shared_ptr<host::FrameBuilder> const& builder,
                                             std::string& problem) const {
-    size_t const position = builder != nullptr ? builder->requestNo() - 1 : mCaptures.size();
-    if (position >= mCaptures.size()) {
+    auto const found = mBuilders.find(builder);
+    if (found == mBuilders.end()) {
         problem = "a frame came back that nobody asked for";
         return std::nullopt;
     }
-    Capture const& capture = mCaptures[position];
-    auto const found = std::find(capture.builders.begin(), capture.builders.end(), builder);
-    auto const index = static_cast<size_t>(found - capture.builders.begin());
-    if (found == capture.builders.end() ||
-        capture.record.frames[index].served != Served::Unanswered) {
-        problem = fmt::format("a frame of capture {} came back twice", builder->requestNo());
+    auto const [capture, index] = found->second;
+    if (mCaptures[capture].record.frames[index].served != Served::Unanswered) {
+        problem = fmt::format("a frame of capture {} came back twice",
+                              mCaptures[capture].record.requestNo);
         return std::nullopt;
     }
-    return BuiltFrame{position, index, builder};
+    return BuiltFrame{capture, index, builder};
 }
 
 /// `remaining`: frames of its list from this one on.
@@ -148,53 +139,57 @@ void CaptureBook::book(BuiltFrame const& frame, Served served, std::optional<siz
     outcome.answeredNs = nowNs();
     outcome.tryIndex = tryIndex;
     if (tryIndex && !record.tries.empty()) {
+        // Where only the newest try is kept, it is the last one.
         size_t const kept = std::min(*tryIndex, record.tries.size() - 1);
         record.tries[kept].builtFrames.push_back(frame.index);
     }
-    identify(frame, outcome);
+    // One that was built from metadata alone has no buffer of the hand-out any more.
+    if (auto const entry = frame.builder->historyEntry()) {
+        outcome.historyFrame = entry->frameNo();
+        outcome.timestampNs = entry->exposedNs();
+    }
     --mTotals.served[Served::Unanswered];
     ++mTotals.served[served];
     mTotals.answeredCaptures += record.isAnswered() ? 1 : 0;
 }
 
-void CaptureBook::identify(BuiltFrame const& frame, FrameOutcome& outcome) const {
-    if (frame.builder->builtFromHistory().value_or(false)) {
-        auto const identity = readMetadata(frame.builder->appMeta(mAppResult), identityOf);
-        outcome.historyFrame = identity.frameNo;
-        outcome.timestampNs = identity.timestampNs;
+void CaptureBook::setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) {
+    LockGuard const lock(mLock);
+    if (auto const newest = mNewest.find(requestNo); newest != mNewest.end()) {
+        mCaptures[newest->second].record.earlyShutterNs = timestampNs;
     }
 }
 
-void CaptureBook::setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) {
-    std::lock_guard lock(mLock);
-    mCaptures.at(requestNo - 1).record.earlyShutterNs = timestampNs;
-}
-
 size_t CaptureBook::beginResult(BuiltFrame const& frame) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return --mCaptures.at(frame.capture).unfinished;
 }
 
 void CaptureBook::endResult(BuiltFrame const& frame, std::optional<int64_t> reportedNs) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     Capture& capture = mCaptures.at(frame.capture);
     FrameOutcome& outcome = capture.record.frames[frame.index];
     outcome.resultNs = nowNs();
     outcome.reportedNs = reportedNs;
 }
 
+uint32_t CaptureBook::requestNoOf(size_t capture) const {
+    LockGuard const lock(mLock);
+    return mCaptures.at(capture).record.requestNo;
+}
+
 int64_t CaptureBook::ageMs(size_t capture) const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return (nowNs() - mCaptures.at(capture).record.pressNs) / kNsPerMs;
 }
 
 size_t CaptureBook::triesOf(size_t capture) const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mCaptures.at(capture).tries;
 }
 
 std::vector<CaptureRecord> CaptureBook::records() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     std::vector<CaptureRecord> records;
     records.reserve(mCaptures.size());
     for (Capture const& capture : mCaptures) {
@@ -204,7 +199,7 @@ std::vector<CaptureRecord> CaptureBook::records() const {
 }
 
 CaptureTotals CaptureBook::totals() const {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     return mTotals;
 }
 

@@ -2,19 +2,19 @@
 
 #include <IZslProcessor.h>
 #include <host/FrameBuilder.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <cstdint>
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 #include "pipeline/CaptureRecord.h"
-#include "pipeline/ObservedProvider.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -34,11 +34,13 @@ struct CaptureTotals {
 };
 
 /**
- * What a pipeline knows of its captures: the tries that the processor made, what it answered, the
- * early shutters and the results.
+ * What a pipeline knows of its captures, whether it is simulated or a device's made again: the
+ * tries that the processor made, what it answered, the early shutters and the results. Times are
+ * those that the boot-time clock shows when something is told. Which history frame an answer was
+ * built from is what the ledger knows of its images.
  *
  * Thread-safe: several threads may be inside the processor at once. Its lock is a leaf: nothing is
- * called under it but the metadata buffers of answered frames.
+ * called under it but the buffers of answered frames.
  */
 class CaptureBook {
 public:
@@ -50,8 +52,7 @@ public:
         Newest,  ///< for a run without end, whose book must not grow with every arrival
     };
 
-    /// `appResult` is the stream in whose metadata a frame tells its number and time.
-    CaptureBook(NSCam::v3::StreamId_T appResult, Tries kept);
+    explicit CaptureBook(Tries kept) : mKept(kept) {}
 
     /**
      * One call into the processor, on the thread that makes it. What the processor tries until the
@@ -73,36 +74,38 @@ public:
         CaptureBook& mBook;
     };
 
-    /// Books a capture that is about to be submitted, and gives its position. Its request number is
-    /// that plus one.
-    size_t open(std::map<uint32_t, uint32_t> sensorModes, size_t frames);
+    /// Books a capture that is about to be submitted, and gives its position. Without a request
+    /// number of somebody else's it gets that plus one.
+    size_t open(std::map<uint32_t, uint32_t> sensorModes, size_t frames,
+                std::optional<uint32_t> requestNo = std::nullopt) EXCLUDES(mLock);
     /// The frame builders of a capture, one for each of its frames.
-    void setBuilders(size_t capture, Builders builders);
+    void setBuilders(size_t capture, Builders const& builders) EXCLUDES(mLock);
 
-    /// The processor tries a capture. Called with the processor's lock held, so that tries follow
-    /// one another; endTry() may be repeated. `timedOut` frames were served only because the
-    /// capture had waited too long.
-    void beginTry(size_t capture, int64_t ageMs, Offer offer);
-    void endTry(size_t timedOut);
+    /// The processor tries a capture, with what `offer` says; the book fills in the time and
+    /// whether it is a retry. Called with the processor's lock held, so that tries follow one
+    /// another; endTry() may be repeated. `timedOut` frames were served only because the capture
+    /// had waited too long.
+    void beginTry(size_t capture, TryRecord offer) EXCLUDES(mLock);
+    void endTry(size_t timedOut) EXCLUDES(mLock);
 
-    void setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs);
+    /// Of the newest capture with this number; of none when there is none.
+    void setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) EXCLUDES(mLock);
 
     /// A frame's result is about to be told; gives how many of its capture are still to come.
-    size_t beginResult(BuiltFrame const& frame);
+    size_t beginResult(BuiltFrame const& frame) EXCLUDES(mLock);
     /// It was told, and the application saw this sensor timestamp in it.
-    void endResult(BuiltFrame const& frame, std::optional<int64_t> reportedNs);
+    void endResult(BuiltFrame const& frame, std::optional<int64_t> reportedNs) EXCLUDES(mLock);
 
-    uint32_t requestNoOf(size_t capture) const { return static_cast<uint32_t>(capture + 1); }
-    int64_t ageMs(size_t capture) const;
-    size_t triesOf(size_t capture) const;
-    std::vector<CaptureRecord> records() const;
-    CaptureTotals totals() const;
+    uint32_t requestNoOf(size_t capture) const EXCLUDES(mLock);
+    int64_t ageMs(size_t capture) const EXCLUDES(mLock);
+    size_t triesOf(size_t capture) const EXCLUDES(mLock);
+    std::vector<CaptureRecord> records() const EXCLUDES(mLock);
+    CaptureTotals totals() const EXCLUDES(mLock);
 
 private:
     /// A capture while the pipeline works on it.
     struct Capture {
         CaptureRecord record;
-        Builders builders;
         size_t tries = 0;           ///< made so far
         size_t timedOutFrames = 0;  ///< served because of the time-out, but not yet returned
         size_t unfinished = 0;      ///< frames whose result is still to come
@@ -112,18 +115,22 @@ private:
     using OperationTries = std::map<size_t, size_t>;
 
     std::optional<BuiltFrame> find(std::shared_ptr<host::FrameBuilder> const& builder,
-                                   std::string& problem) const;
-    void answer(BuiltFrame const& frame, bool isFlush, size_t remaining);
-    void book(BuiltFrame const& frame, Served served, std::optional<size_t> tryIndex);
-    void identify(BuiltFrame const& frame, FrameOutcome& outcome) const;
+                                   std::string& problem) const REQUIRES(mLock);
+    void answer(BuiltFrame const& frame, bool isFlush, size_t remaining) REQUIRES(mLock);
+    void book(BuiltFrame const& frame, Served served, std::optional<size_t> tryIndex)
+        REQUIRES(mLock);
 
-    NSCam::v3::StreamId_T const mAppResult;
     Tries const mKept;
-    mutable std::mutex mLock;
-    std::deque<Capture> mCaptures;
-    std::map<std::thread::id, OperationTries> mOperations;  ///< that are running
-    std::optional<size_t> mTried;                           ///< capture of the running try
-    CaptureTotals mTotals;
+    mutable Mutex mLock;
+    std::deque<Capture> mCaptures GUARDED_BY(mLock);
+    std::unordered_map<uint32_t, size_t> mNewest GUARDED_BY(mLock);  ///< by request number
+    /// Every builder that was given out, and its capture and frame. Kept alive, so that one that
+    /// comes back late or twice is not taken for another at the same address.
+    std::unordered_map<std::shared_ptr<host::FrameBuilder>, std::pair<size_t, size_t>> mBuilders
+        GUARDED_BY(mLock);
+    std::map<std::thread::id, OperationTries> mOperations GUARDED_BY(mLock);  ///< that are running
+    std::optional<size_t> mTried GUARDED_BY(mLock);  ///< capture of the running try
+    CaptureTotals mTotals GUARDED_BY(mLock);
 };
 
 }  // namespace zebcam::tool::pipeline

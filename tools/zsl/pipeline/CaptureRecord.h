@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -17,8 +18,21 @@ enum class Served {
     Flushed,     ///< turned into an ordinary capture
 };
 
-/// `at once`, `waited`, `timed out`, `flushed` or `unanswered`.
-char const* toString(Served served);
+constexpr char const* toString(Served served) {
+    switch (served) {
+        case Served::AtOnce:
+            return "at once";
+        case Served::Waited:
+            return "waited";
+        case Served::TimedOut:
+            return "timed out";
+        case Served::Flushed:
+            return "flushed";
+        case Served::Unanswered:
+            break;
+    }
+    return "unanswered";
+}
 
 /// One attempt of the processor to serve a capture: what it was offered and what it built.
 struct TryRecord {
@@ -52,12 +66,19 @@ struct CaptureRecord {
     std::vector<FrameOutcome> frames;          ///< by index
     std::vector<TryRecord> tries;
 
-    bool isAnswered() const;
-
+    bool isAnswered() const {
+        return std::none_of(frames.begin(), frames.end(), [](FrameOutcome const& frame) {
+            return frame.served == Served::Unanswered;
+        });
+    }
     /// From the press to the start of exposure, ns; negative: exposed before the press.
-    std::optional<int64_t> lagNs(FrameOutcome const& frame) const;
+    std::optional<int64_t> lagNs(FrameOutcome const& frame) const {
+        return frame.timestampNs ? std::optional(*frame.timestampNs - pressNs) : std::nullopt;
+    }
     /// From the press to the answer, ns.
-    std::optional<int64_t> waitNs(FrameOutcome const& frame) const;
+    std::optional<int64_t> waitNs(FrameOutcome const& frame) const {
+        return frame.answeredNs ? std::optional(*frame.answeredNs - pressNs) : std::nullopt;
+    }
 };
 
 }  // namespace zebcam::tool::pipeline

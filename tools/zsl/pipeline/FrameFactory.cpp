@@ -180,13 +180,4 @@ std::shared_ptr<host::FrameBuilder> FrameFactory::captureFrame(uint32_t requestN
     return builder;
 }
 
-FrameIdentity identityOf(IMetadata const& appResult) {
-    FrameIdentity identity;
-    if (auto const number = itemOf<int32_t>(appResult, tags::REQUEST_FRAME_COUNT)) {
-        identity.frameNo = static_cast<uint32_t>(*number);
-    }
-    identity.timestampNs = itemOf<int64_t>(appResult, NSCam::ZEB_SENSOR_TIMESTAMP);
-    return identity;
-}
-
 }  // namespace zebcam::tool::pipeline

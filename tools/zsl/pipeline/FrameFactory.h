@@ -8,7 +8,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 
 #include "recording/Recording.h"
 
@@ -56,13 +55,5 @@ private:
     NSCam::IMetadata mAppControl;
     NSCam::IMetadata mHalControl;
 };
-
-/// What an application result says of its sensor frame.
-struct FrameIdentity {
-    std::optional<uint32_t> frameNo;
-    std::optional<int64_t> timestampNs;
-};
-
-FrameIdentity identityOf(NSCam::IMetadata const& appResult);
 
 }  // namespace zebcam::tool::pipeline

@@ -4,6 +4,16 @@
 
 namespace zebcam::tool::pipeline {
 
+std::vector<uint32_t> lockedFrames(host::BufferLedger const& ledger) {
+    std::vector<uint32_t> locked;
+    for (host::LedgerLine const& line : ledger.unsettled()) {
+        if (line.holder == host::BufferHolder::Processor) {
+            locked.push_back(line.frameNo);
+        }
+    }
+    return locked;
+}
+
 ObservedProvider::ObservedProvider(std::shared_ptr<host::HistoryProvider> provider,
                                    uint32_t requestNo, Observer observer)
     : mProvider(std::move(provider)), mRequestNo(requestNo), mObserver(std::move(observer)) {
@@ -13,9 +23,9 @@ std::optional<std::list<ObservedProvider::HistoryBufferSet>>
 ObservedProvider::getHistoryBufferSets() {
     TryFaults const faults = mObserver.faults ? mObserver.faults() : TryFaults{};
     mPauseNs = faults.policyPauseNs;
-    Offer offered = offer();
+    TryRecord offered = offer();
     if (faults.noHistory) {
-        offered.history.clear();
+        offered.historyFrames.clear();
         mObserver.begin(std::move(offered));
         return std::nullopt;
     }
@@ -33,16 +43,13 @@ std::vector<NSCam::ZslPolicy::InFlightInfo> ObservedProvider::getInFlightInfos()
     return infos;
 }
 
-Offer ObservedProvider::offer() const {
-    Offer offer{mProvider->frameNumbers(), {}, {}};
+TryRecord ObservedProvider::offer() const {
+    TryRecord offer;
+    offer.historyFrames = mProvider->frameNumbers();
     for (auto const& info : mProvider->getInFlightInfos()) {
-        offer.inFlight.push_back(info.frameNo);
+        offer.inFlightFrames.push_back(info.frameNo);
     }
-    for (host::LedgerLine const& line : mProvider->ledger()->unsettled()) {
-        if (line.holder == host::BufferHolder::Processor) {
-            offer.locked.push_back(line.frameNo);
-        }
-    }
+    offer.lockedFrames = lockedFrames(*mProvider->ledger());
     return offer;
 }
 

@@ -8,16 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "pipeline/CaptureRecord.h"
 #include "pipeline/FaultInjector.h"
 
 namespace zebcam::tool::pipeline {
 
-/// What a provider offers at one moment, as frame numbers.
-struct Offer {
-    std::vector<uint32_t> history;
-    std::vector<uint32_t> inFlight;
-    std::vector<uint32_t> locked;  ///< handed out earlier and kept by policies
-};
+/// The frames that were handed out earlier and are still with the processor: policies lock them.
+std::vector<uint32_t> lockedFrames(host::BufferLedger const& ledger);
 
 /**
  * A history provider as one capture sees it. Each time the processor tries the capture it asks for
@@ -32,7 +29,7 @@ public:
     /// All are called with the processor's lock held. The first and the last may be empty.
     struct Observer {
         std::function<TryFaults()> faults;      ///< what strikes the try that is about to begin
-        std::function<void(Offer)> begin;       ///< a try begins
+        std::function<void(TryRecord)> begin;   ///< a try begins; told are the frames only
         std::function<void()> end;              ///< it is over; may be repeated
         std::function<void(int64_t ns)> pause;  ///< lets time pass
     };
@@ -57,7 +54,7 @@ public:
     }
 
 private:
-    Offer offer() const;
+    TryRecord offer() const;
 
     std::shared_ptr<host::HistoryProvider> const mProvider;
     uint32_t const mRequestNo;

@@ -97,7 +97,7 @@ SimulatedPipeline::SimulatedPipeline(PipelineOptions options)
       mLog(mOptions.logLevel, mOptions.logSink),
       mDevice(kOpenId, deviceFacts()),
       mProvider(std::make_shared<host::HistoryProvider>(mOptions.history)),
-      mBook(mFactory.streams().pAppResult->getStreamId(), mOptions.tries),
+      mBook(mOptions.tries),
       mListener(new ShutterListener(mBook)),
       mProcessor(model::IZslProcessor::createInstance(kOpenId, kUser)) {
     if (mProcessor == nullptr) {
@@ -173,14 +173,14 @@ model::ZslRequestParams SimulatedPipeline::requestOf(size_t capture, size_t fram
         builders.push_back(mFactory.captureFrame(params.requestNo, index));
     }
     params.vFrameBuilder.assign(builders.begin(), builders.end());
-    mBook.setBuilders(capture, std::move(builders));
+    mBook.setBuilders(capture, builders);
     return params;
 }
 
 std::shared_ptr<v3::pipeline::NSPipelineContext::IHistoryBufferProvider>
 SimulatedPipeline::providerOf(size_t capture) {
     ObservedProvider::Observer observer;
-    observer.begin = [this, capture](Offer offer) { beginTry(capture, std::move(offer)); };
+    observer.begin = [this, capture](TryRecord offer) { beginTry(capture, std::move(offer)); };
     observer.end = [this] { endTry(); };
     observer.pause = mOptions.pause;
     if (mOptions.faults != nullptr) {
@@ -218,10 +218,11 @@ void SimulatedPipeline::dropListenerIfGone() {
     }
 }
 
-void SimulatedPipeline::beginTry(size_t capture, Offer offer) {
+void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {
     mHeldMetadata.hold();
     int64_t const ageMs = mBook.ageMs(capture);
-    mBook.beginTry(capture, ageMs, std::move(offer));
+    offer.ageMs = ageMs;
+    mBook.beginTry(capture, std::move(offer));
     mLog.watchTimeout(ageMs >= mOptions.timeoutMs);
 }
 

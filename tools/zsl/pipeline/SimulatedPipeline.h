@@ -15,6 +15,7 @@
 #include "pipeline/CaptureBook.h"
 #include "pipeline/FaultInjector.h"
 #include "pipeline/FrameFactory.h"
+#include "pipeline/ObservedProvider.h"
 #include "pipeline/ProcessorLog.h"
 #include "pipeline/Schedule.h"
 #include "recording/Recording.h"
@@ -106,7 +107,7 @@ private:
     void guard(char const* what, Call call);
     template <typename Call>
     std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
-    void beginTry(size_t capture, Offer offer);
+    void beginTry(size_t capture, TryRecord offer);
     void endTry();
     NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
     std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(

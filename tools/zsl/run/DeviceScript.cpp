@@ -106,7 +106,11 @@ HistoryBufferSet DeviceBuffers::handOut(size_t frame, uint32_t forRequestNo, boo
     }
     set.halMeta = metas(content.halMetas);
     set.appMeta = metas(content.appMetas);
-    auto const entry = mLedger->open(content.frameNo, forRequestNo, set.halImage.size(), isClone);
+    auto const entry = mLedger->open({.frameNo = content.frameNo,
+                                      .exposedNs = content.timestampNs,
+                                      .forRequestNo = forRequestNo,
+                                      .isClone = isClone},
+                                     set.halImage.size());
     forEachBuffer(set, [&](auto& buffer) { buffer.setLedgerEntry(entry); });
     return set;
 }

@@ -28,6 +28,7 @@ char const* toString(BufferHolder holder);
 struct LedgerLine {
     uint64_t id = 0;  ///< number of the hand-out, ascending
     uint32_t frameNo = 0;
+    int64_t exposedNs = 0;      ///< sensor timestamp: start of exposure
     uint32_t forRequestNo = 0;  ///< capture on whose behalf it was handed out
     int64_t sinceNs = 0;        ///< boot time of the hand-out
     int64_t untilNs = 0;        ///< boot time of its end; 0 while it is out
@@ -56,6 +57,8 @@ public:
     /// Ends the hand-out: Returned or Released. Only the first call counts.
     void setEnded(BufferHolder how);
 
+    uint32_t frameNo() const { return mFrameNo; }
+    int64_t exposedNs() const { return mExposedNs; }
     bool isClone() const { return mIsClone; }
     bool isIn(BufferLedger const& ledger) const { return mLedger.get() == &ledger; }
 
@@ -64,6 +67,8 @@ private:
 
     std::shared_ptr<BufferLedger> const mLedger;
     uint64_t const mId;
+    uint32_t const mFrameNo;
+    int64_t const mExposedNs;
     bool const mIsClone;
     Mutex mLock;  ///< taken before the ledger's
     size_t mImagesUnaccounted GUARDED_BY(mLock);
@@ -87,9 +92,9 @@ public:
         bool balances() const { return lost == 0 && withProcessor == 0 && withFrameBuilder == 0; }
     };
 
-    /// Begins a hand-out of a set with that many images.
-    std::shared_ptr<LedgerEntry> open(uint32_t frameNo, uint32_t forRequestNo, size_t images,
-                                      bool isClone);
+    /// Begins a hand-out of a set with that many images. `line` tells the frame and for whom; the
+    /// ledger fills in the rest.
+    std::shared_ptr<LedgerEntry> open(LedgerLine line, size_t images);
 
     Totals totals() const;
 

@@ -4,11 +4,14 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
 
 namespace zebcam::host {
+
+class LedgerEntry;
 
 /// A frame builder that records what it was given, for inspection and for a simulated pipeline. A
 /// null buffer takes away what the stream had.
@@ -40,6 +43,10 @@ public:
     /// The HAL (application) metadata buffer of a stream; null when there is none.
     android::sp<NSCam::v3::IMetaStreamBuffer> halMeta(NSCam::v3::StreamId_T streamId) const;
     android::sp<NSCam::v3::IMetaStreamBuffer> appMeta(NSCam::v3::StreamId_T streamId) const;
+
+    /// The hand-out of the history frame that the images are of. Null when there are none or they
+    /// are of no ledger: the metadata are copies and do not tell.
+    std::shared_ptr<LedgerEntry> historyEntry() const;
 
     /// The frame is done: drops every buffer, which ends the hand-out of the set it was built from.
     void finish();
