@@ -180,6 +180,7 @@ struct DeviceOperation {
 
 struct DeviceRecording {
     std::string path;
+    uint64_t fileBytes = 0;
     int64_t openId = 0;
     std::optional<uint8_t> timestampSource;  ///< none: the device did not tell
     record::ClockReading begun;

@@ -35,6 +35,9 @@ public:
     BlockReader(Bytes file, DeviceRecording& recording)
         : mFile(file), mRecording(recording), mEntries(recording) {}
 
+    /// Stops where a block is not whole and does not look for the next one: things are named by
+    /// how many came before them, and decisions follow from all that came before, so that what
+    /// comes after a hole says nothing.
     void read() {
         checkStart();
         while (mAt < mFile.size()) {
@@ -83,6 +86,7 @@ private:
             return std::nullopt;
         }
         size_t const size = word(rest, 4);
+        // A damaged length looks the same; either way nothing follows that could be used.
         if (size > rest.size() - record::BLOCK_HEADER_BYTES) {
             note(fmt::format("the file is cut off at byte {}", mFile.size()));
             return std::nullopt;
@@ -105,6 +109,7 @@ private:
         for (size_t at = 0; at < content.size();) {
             size_t const left = content.size() - at;
             size_t const size = left < record::ENTRY_HEADER_BYTES ? left : word(content, at);
+            // The checksum was right, so that a recorder of another make wrote this.
             if (left < record::ENTRY_HEADER_BYTES || size > left - record::ENTRY_HEADER_BYTES) {
                 throw DeviceRecordingError(mRecording.path, mAt + at, "a whole entry",
                                            fmt::format("{} bytes", left));
@@ -128,6 +133,12 @@ private:
 };
 
 }  // namespace
+
+DeviceRecordingError::DeviceRecordingError(std::string const& path, uint64_t offset,
+                                           std::string_view expected, std::string_view found)
+    : std::runtime_error(
+          fmt::format("{}: byte {}: expected {}, found {}", path, offset, expected, found)) {
+}
 
 bool isDeviceRecording(std::string const& path) {
     // Not from a pipe, which could be read only once.
@@ -157,6 +168,7 @@ DeviceRecording readDeviceRecording(std::istream& in, std::string const& name) {
     }
     DeviceRecording recording;
     recording.path = name;
+    recording.fileBytes = file.size();
     BlockReader({reinterpret_cast<uint8_t const*>(file.data()), file.size()}, recording).read();
     return recording;
 }

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
 
 #include "base/Duration.h"
 
@@ -30,158 +33,229 @@ std::string ending(std::optional<std::string> const& failure) {
     return failure ? fmt::format("threw \"{}\"", *failure) : "returned";
 }
 
-}  // namespace
-
-DeviceComparison::DeviceComparison(device::DeviceRecording const& recording)
-    : mRecording(recording) {
-    for (device::DeviceOperation const& operation : recording.operations) {
-        if (auto const* const call = std::get_if<device::SubmitCall>(&operation.call)) {
-            for (size_t i = 0; i < call->frames.size(); ++i) {
-                mNames.push_back({call->requestNo, i});
+/// What the replay wanted of its surroundings that the device did not; empty: nothing.
+std::string wantedMore(device::DeviceOperation const& recorded,
+                       device::DeviceOperation const& replayed) {
+    if (replayed.tries.size() > recorded.tries.size()) {
+        return "the processor asked for the history, which it did not on the device";
+    }
+    if (replayed.clones.size() > recorded.clones.size()) {
+        return "the processor cloned a set, which it did not on the device";
+    }
+    for (size_t i = 0; i < replayed.answers.size(); ++i) {
+        uint32_t const requestNo = replayed.answers[i].requestNo;
+        if (i >= recorded.answers.size() || recorded.answers[i].requestNo != requestNo) {
+            return fmt::format("the policy of request {} was asked, which it was not on the device",
+                               requestNo);
+        }
+        // The script leaves out what the processor must not be told.
+        for (auto const& [index, selected] : recorded.answers[i].answer.selected) {
+            if (replayed.answers[i].answer.selected.count(index) == 0) {
+                return fmt::format(
+                    "the recorded answer for request {} names frame {}, which the processor did "
+                    "not ask about",
+                    requestNo, index);
             }
         }
-    }
-}
-
-void DeviceComparison::add(DeviceScript const& script, device::DeviceOutcome const& outcome) {
-    device::DeviceOperation const& recorded = script.operation();
-    for (device::DeviceStep const& step : recorded.steps) {
-        if (std::holds_alternative<device::BuiltStep>(step)) {
-            ++mFrames;
-            mSameFrames += std::any_of(script.steps().begin(), script.steps().end(),
-                                       [&](auto const& other) { return isSame(step, other); })
-                               ? 1
-                               : 0;
-        }
-    }
-    std::string const difference = firstDifference(script, outcome);
-    if (difference.empty()) {
-        mAgreement.operations += isSame() ? 1 : 0;
-        return;
-    }
-    if (isSame()) {
-        mAgreement.steps = commonSteps(script);
-    }
-    ++mOperationsThatDiffer;
-    if (mDifferences.size() < kMostDifferences) {
-        mDifferences.push_back(fmt::format(
-            "at {} s, {}: {}", base::formatSeconds(recorded.begun.bootNs - mRecording.begun.bootNs),
-            nameOf(recorded), difference));
-    }
-}
-
-std::string DeviceComparison::firstDifference(DeviceScript const& script,
-                                              device::DeviceOutcome const& outcome) const {
-    device::DeviceOutcome const& recorded = script.operation().outcome;
-    if (!script.problems().empty()) {
-        return script.problems().front();
-    }
-    if (std::string step = differingStep(script); !step.empty()) {
-        return step;
-    }
-    if (size_t const left = script.leftTries(); left > 0) {
-        return fmt::format("the device asked for the history {} more times", left);
-    }
-    if (recorded.failure.has_value() != outcome.failure.has_value()) {
-        return fmt::format("the device {}, the replay {}", ending(recorded.failure),
-                           ending(outcome.failure));
-    }
-    if (recorded.status != outcome.status) {
-        return fmt::format("the device returned {}, the replay {}", recorded.status,
-                           outcome.status);
-    }
-    if (recorded.builders != outcome.builders) {
-        return fmt::format("the device returned {}, the replay {}", describe(recorded.builders),
-                           describe(outcome.builders));
-    }
-    if (recorded.timestampsLeft != outcome.timestampsLeft) {
-        return "the device removed the sensor timestamp of other metadata";
     }
     return {};
 }
 
-size_t DeviceComparison::commonSteps(DeviceScript const& script) const {
-    auto const& recorded = script.operation().steps;
-    auto const& replayed = script.steps();
-    size_t const most = std::min(recorded.size(), replayed.size());
-    size_t same = 0;
-    while (same < most && isSame(recorded[same], replayed[same])) {
-        ++same;
+/// Compares operation by operation, and words what is otherwise.
+class Comparer {
+public:
+    Comparer(device::DeviceRecording const& recorded, device::DeviceRecording const& replayed)
+        : mRecorded(recorded), mReplayed(replayed) {
+        for (size_t i = 0; i < recorded.operations.size(); ++i) {
+            auto const* const call = std::get_if<device::SubmitCall>(&recorded.operations[i].call);
+            for (size_t frame = 0; call != nullptr && frame < call->frames.size(); ++frame) {
+                mNames.emplace_back(call->requestNo, frame);
+            }
+            // A replay has a provider for each capture, the device perhaps one for all.
+            if (call != nullptr && call->provider && i < replayed.operations.size()) {
+                auto const& own = std::get<device::SubmitCall>(replayed.operations[i].call);
+                mProviders.emplace(own.provider.value_or(0), *call->provider);
+            }
+        }
     }
-    return same;
-}
 
-std::string DeviceComparison::differingStep(DeviceScript const& script) const {
-    auto const& recorded = script.operation().steps;
-    auto const& replayed = script.steps();
-    size_t const i = commonSteps(script);
-    if (i == recorded.size() && i == replayed.size()) {
+    DeviceComparison compare(size_t operations) {
+        DeviceComparison result;
+        DeviceVerdict& verdict = result.verdict;
+        verdict.operations = operations;
+        for (size_t i = 0; i < operations; ++i) {
+            device::DeviceOperation const& recorded = mRecorded.operations[i];
+            countFrames(i, verdict);
+            std::string const difference = firstDifference(i);
+            if (difference.empty()) {
+                result.agreement.first += verdict.isSame() ? 1 : 0;
+                continue;
+            }
+            if (verdict.isSame()) {
+                result.agreement.second = commonSteps(i);
+            }
+            ++verdict.operationsThatDiffer;
+            if (verdict.differences.size() < kMostDifferences) {
+                verdict.differences.push_back(
+                    fmt::format("at {} s, {}: {}",
+                                base::formatSeconds(recorded.begun.bootNs - mRecorded.begun.bootNs),
+                                nameOf(recorded), difference));
+            }
+        }
+        return result;
+    }
+
+private:
+    /// The replay's side of an operation; null when its recording ended before.
+    device::DeviceOperation const* replayOf(size_t operation) const {
+        return operation < mReplayed.operations.size() ? &mReplayed.operations[operation] : nullptr;
+    }
+
+    void countFrames(size_t operation, DeviceVerdict& verdict) const {
+        device::DeviceOperation const* const replayed = replayOf(operation);
+        for (device::DeviceStep const& step : mRecorded.operations[operation].steps) {
+            if (std::holds_alternative<device::BuiltStep>(step)) {
+                ++verdict.builtFrames;
+                verdict.sameFrames +=
+                    replayed != nullptr &&
+                            std::any_of(replayed->steps.begin(), replayed->steps.end(),
+                                        [&](auto const& other) { return isSame(step, other); })
+                        ? 1
+                        : 0;
+            }
+        }
+    }
+
+    std::string firstDifference(size_t operation) const {
+        if (replayOf(operation) == nullptr) {
+            return "the replay's recording of itself had ended";
+        }
+        device::DeviceOperation const& recorded = mRecorded.operations[operation];
+        device::DeviceOperation const& replayed = mReplayed.operations[operation];
+        if (std::string more = wantedMore(recorded, replayed); !more.empty()) {
+            return more;
+        }
+        size_t const same = commonSteps(operation);
+        if (same < recorded.steps.size() || same < replayed.steps.size()) {
+            return fmt::format(
+                "on the device {}, in the replay {}",
+                same < recorded.steps.size() ? describe(recorded.steps[same]) : "nothing more",
+                same < replayed.steps.size() ? describe(replayed.steps[same]) : "nothing more");
+        }
+        if (size_t const left = recorded.tries.size() - replayed.tries.size(); left > 0) {
+            return fmt::format("the device asked for the history {} more times", left);
+        }
+        return differingOutcome(recorded.outcome, replayed.outcome);
+    }
+
+    std::string differingOutcome(device::DeviceOutcome const& recorded,
+                                 device::DeviceOutcome const& replayed) const {
+        if (recorded.failure.has_value() != replayed.failure.has_value()) {
+            return fmt::format("the device {}, the replay {}", ending(recorded.failure),
+                               ending(replayed.failure));
+        }
+        if (recorded.status != replayed.status) {
+            return fmt::format("the device returned {}, the replay {}", recorded.status,
+                               replayed.status);
+        }
+        if (recorded.builders != replayed.builders) {
+            return fmt::format("the device returned {}, the replay {}", describe(recorded.builders),
+                               describe(replayed.builders));
+        }
+        if (recorded.timestampsLeft != replayed.timestampsLeft) {
+            return "the device removed the sensor timestamp of other metadata";
+        }
         return {};
     }
-    return fmt::format("on the device {}, in the replay {}",
-                       i < recorded.size() ? describe(recorded[i]) : "nothing more",
-                       i < replayed.size() ? describe(replayed[i]) : "nothing more");
-}
 
-bool DeviceComparison::isSame(device::DeviceStep const& recorded,
-                              device::DeviceStep const& replayed) const {
-    auto const* const recordedBuilt = std::get_if<device::BuiltStep>(&recorded);
-    auto const* const replayedBuilt = std::get_if<device::BuiltStep>(&replayed);
-    return recordedBuilt != nullptr && replayedBuilt != nullptr
-               ? isSame(*recordedBuilt, *replayedBuilt)
-               : recorded == replayed;
-}
-
-bool DeviceComparison::isSame(device::BuiltStep const& recorded,
-                              device::BuiltStep const& replayed) const {
-    device::BuiltStep expected = recorded;
-    if (recorded.isFromHistory && !recorded.frameNo) {  // without images a frame may be unknown
-        expected.frameNo = replayed.frameNo;
-        expected.isClone = replayed.isClone;
-    }
-    // Early shutters before any history count from when the processor was made, which is known
-    // only as before the recorder was.
-    record::ClockReading const& begun = mRecording.begun;
-    int64_t const madeNs =
-        mRecording.timestampSource.value_or(1) != 0 ? begun.bootNs : begun.monotonicNs;
-    if (recorded.timestampNs < replayed.timestampNs && replayed.timestampNs > madeNs &&
-        replayed.timestampNs < madeNs + kNsPerS && recorded.timestampNs != 0) {
-        expected.timestampNs = replayed.timestampNs;
-    }
-    return expected == replayed;
-}
-
-std::string DeviceComparison::name(uint64_t builder) const {
-    if (builder >= mNames.size()) {
-        return "an unknown frame";
-    }
-    return fmt::format("frame {} of request {}", mNames[builder].index, mNames[builder].requestNo);
-}
-
-std::string DeviceComparison::describe(device::DeviceStep const& step) const {
-    if (auto const* const returned = std::get_if<device::ReturnStep>(&step)) {
-        return fmt::format("F{}{} goes back {}", returned->frameNo,
-                           returned->isClone ? " (clone)" : "",
-                           returned->isUnused ? "unused" : "for good");
-    }
-    device::BuiltStep const& built = std::get<device::BuiltStep>(step);
-    std::string const from =
-        !built.isFromHistory ? "an ordinary capture"
-        : built.frameNo      ? fmt::format("F{}{}", *built.frameNo, built.isClone ? " (clone)" : "")
-                             : "an unknown history frame";
-    return fmt::format("{} becomes {} at {} ns", name(built.builder), from, built.timestampNs);
-}
-
-std::string DeviceComparison::describe(std::vector<std::vector<uint64_t>> const& lists) const {
-    std::string text;
-    for (auto const& list : lists) {
-        text += text.empty() ? "[" : ", [";
-        for (size_t i = 0; i < list.size(); ++i) {
-            text += (i > 0 ? ", " : "") + (list[i] > 0 ? name(list[i] - 1) : "no builder");
+    size_t commonSteps(size_t operation) const {
+        device::DeviceOperation const* const replay = replayOf(operation);
+        auto const& recorded = mRecorded.operations[operation].steps;
+        size_t const most = replay != nullptr ? std::min(recorded.size(), replay->steps.size()) : 0;
+        size_t same = 0;
+        while (same < most && isSame(recorded[same], replay->steps[same])) {
+            ++same;
         }
-        text += "]";
+        return same;
     }
-    return text.empty() ? "no frames" : text;
+
+    bool isSame(device::DeviceStep const& recorded, device::DeviceStep const& replayed) const {
+        auto const* const recordedBuilt = std::get_if<device::BuiltStep>(&recorded);
+        auto const* const replayedBuilt = std::get_if<device::BuiltStep>(&replayed);
+        if (recordedBuilt != nullptr && replayedBuilt != nullptr) {
+            return isSame(*recordedBuilt, *replayedBuilt);
+        }
+        auto const* const replayedReturn = std::get_if<device::ReturnStep>(&replayed);
+        if (replayedReturn == nullptr) {
+            return false;
+        }
+        device::ReturnStep step = *replayedReturn;
+        auto const provider = mProviders.find(step.provider);
+        step.provider = provider != mProviders.end() ? provider->second : step.provider;
+        return recorded == device::DeviceStep(step);
+    }
+
+    bool isSame(device::BuiltStep const& recorded, device::BuiltStep const& replayed) const {
+        device::BuiltStep expected = recorded;
+        if (recorded.isFromHistory && !recorded.frameNo) {  // without images it may be unknown
+            expected.frameNo = replayed.frameNo;
+            expected.isClone = replayed.isClone;
+        }
+        // Early shutters before any history count from when the processor was made, which is known
+        // only as before the recorder was.
+        record::ClockReading const& begun = mRecorded.begun;
+        int64_t const madeNs =
+            mRecorded.timestampSource.value_or(1) != 0 ? begun.bootNs : begun.monotonicNs;
+        if (recorded.timestampNs < replayed.timestampNs && replayed.timestampNs > madeNs &&
+            replayed.timestampNs < madeNs + kNsPerS && recorded.timestampNs != 0) {
+            expected.timestampNs = replayed.timestampNs;
+        }
+        return expected == replayed;
+    }
+
+    std::string name(uint64_t builder) const {
+        return builder < mNames.size() ? fmt::format("frame {} of request {}",
+                                                     mNames[builder].second, mNames[builder].first)
+                                       : "an unknown frame";
+    }
+
+    std::string describe(device::DeviceStep const& step) const {
+        if (auto const* const returned = std::get_if<device::ReturnStep>(&step)) {
+            return fmt::format("F{}{} goes back {}", returned->frameNo,
+                               returned->isClone ? " (clone)" : "",
+                               returned->isUnused ? "unused" : "for good");
+        }
+        device::BuiltStep const& built = std::get<device::BuiltStep>(step);
+        std::string const from =
+            !built.isFromHistory ? "an ordinary capture"
+            : built.frameNo ? fmt::format("F{}{}", *built.frameNo, built.isClone ? " (clone)" : "")
+                            : "an unknown history frame";
+        return fmt::format("{} becomes {} at {} ns", name(built.builder), from, built.timestampNs);
+    }
+
+    std::string describe(std::vector<std::vector<uint64_t>> const& lists) const {
+        std::string text;
+        for (auto const& list : lists) {
+            text += text.empty() ? "[" : ", [";
+            for (size_t i = 0; i < list.size(); ++i) {
+                text += (i > 0 ? ", " : "") + (list[i] > 0 ? name(list[i] - 1) : "no builder");
+            }
+            text += "]";
+        }
+        return text.empty() ? "no frames" : text;
+    }
+
+    device::DeviceRecording const& mRecorded;
+    device::DeviceRecording const& mReplayed;
+    std::vector<std::pair<uint32_t, size_t>> mNames;  ///< request and frame, by builder
+    std::map<uint64_t, uint64_t> mProviders;          ///< the device's, by the replay's
+};
+
+}  // namespace
+
+DeviceComparison compareDecisions(device::DeviceRecording const& recorded,
+                                  device::DeviceRecording const& replayed, size_t operations) {
+    return Comparer(recorded, replayed).compare(operations);
 }
 
 }  // namespace zebcam::tool::run

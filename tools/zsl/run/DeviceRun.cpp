@@ -1,58 +1,83 @@
-#include "run/DeviceRun.h"
-
 #include <IZslProcessor.h>
+#include <ZslRecorder.h>
 #include <fmt/format.h>
 #include <host/DeviceRegistration.h>
 #include <host/LogCapture.h>
 #include <metadata/MetadataTags.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <thread>
 #include <unordered_map>
 #include <utility>
 
 #include "base/InputError.h"
+#include "device/DeviceRecordingReader.h"
+#include "pipeline/CaptureBook.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/ProcessorLog.h"
-#include "run/DeviceCaptures.h"
-#include "run/DeviceComparison.h"
-#include "run/DeviceFacts.h"
-#include "run/DeviceParams.h"
+#include "run/DeviceReplay.h"
 #include "run/DeviceScript.h"
-#include "run/ScriptedParts.h"
 
 namespace zebcam::tool::run {
 
 namespace v3 = NSCam::v3;
 namespace model = NSCam::v3::pipeline::model;
-using NSCam::IMetadata;
 using NSCam::v3::pipeline::IPipelineBufferSetFrameControl;
-using NSCam::v3::pipeline::policy::ParsedStreamInfoMap_P1;
 
 namespace {
 
-IMetadata deviceFacts(device::DeviceRecording const& recording) {
-    IMetadata facts;
+constexpr int64_t kFixedTimeoutMs = 3000;
+constexpr uint64_t kLeastRecordingBytes = uint64_t{1} << 20;
+
+NSCam::IMetadata deviceFacts(device::DeviceRecording const& recording) {
+    NSCam::IMetadata facts;
     pipeline::put(facts, NSCam::ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, recording.timestampSource);
     return facts;
 }
 
-platform::VirtualClock::Start startOf(record::ClockReading const& reading) {
-    return {
-        .bootTimeNs = reading.bootNs, .monotonicNs = reading.monotonicNs, .wallNs = reading.wallNs};
+/// How long a capture may wait, ms.
+int64_t timeoutMs(device::SubmitCall const& call) {
+    bool const isMultiframe = !call.hasSelector && call.policy &&
+                              call.policy->policy != NSCam::ZslPolicy::POLICY_CONTINUOUS_SHOT &&
+                              (call.policy->policy & NSCam::ZslPolicy::POLICY_MULTIFRAME_BIT) != 0;
+    return isMultiframe ? call.policy->timeoutMs : kFixedTimeoutMs;
 }
+
+/// A file without a place on a disk, which goes with this object.
+class MemoryFile {
+public:
+    MemoryFile() : mFile(memfd_create("zsl-replay", MFD_CLOEXEC)) {
+        if (mFile < 0) {
+            throw base::InputError(
+                fmt::format("the replay cannot be recorded: {}", std::strerror(errno)));
+        }
+    }
+    ~MemoryFile() { close(mFile); }
+    MemoryFile(MemoryFile const&) = delete;
+    MemoryFile& operator=(MemoryFile const&) = delete;
+
+    std::string path() const { return fmt::format("/proc/self/fd/{}", mFile); }
+
+private:
+    int const mFile;
+};
 
 /// Hears the early shutters, and throws where the device's application did.
 class ShutterListener final : public IPipelineBufferSetFrameControl::IAppCallback {
 public:
-    ShutterListener(DeviceScript& script, DeviceCaptures& captures)
-        : mScript(script), mCaptures(captures) {}
+    ShutterListener(DeviceScript& script, pipeline::CaptureBook& book)
+        : mScript(script), mBook(book) {}
 
     void updateFrame(Result const& result) override {
         for (auto const& buffer : result.outputAppMetas) {
-            mCaptures.setEarlyShutter(result.requestNo, pipeline::readSensorTimestamp(buffer));
+            mBook.setEarlyShutter(result.requestNo, pipeline::readSensorTimestamp(buffer));
         }
         if (auto const& failure = mScript.operation().callbackFailure) {
             throw std::runtime_error(*failure);
@@ -61,7 +86,7 @@ public:
 
 private:
     DeviceScript& mScript;
-    DeviceCaptures& mCaptures;
+    pipeline::CaptureBook& mBook;
 };
 
 /// Drives the processor through a recording.
@@ -72,107 +97,170 @@ public:
         : mRecording(recording),
           mInstants(instants),
           mListener(listener),
-          mFrames(sensorFramesOf(recording)),
-          mStartNs(mFrames.frames.empty() ? recording.begun.bootNs
-                                          : mFrames.frames.front().timestampNs),
           mServingOperations(servingOperations(recording)),
-          mClock(startOf(recording.begun)),
+          mClock({.bootTimeNs = recording.begun.bootNs,
+                  .monotonicNs = recording.begun.monotonicNs,
+                  .wallNs = recording.begun.wallNs}),
           mLog(logLevel, logSink()),
           mDevice(static_cast<int32_t>(recording.openId), deviceFacts(recording)),
           mScript(recording, mClock),
-          mCaptures(recording),
-          mComparison(recording),
-          mProcessor(model::IZslProcessor::createInstance(static_cast<int32_t>(recording.openId),
-                                                          "DeviceReplay")) {
-        if (mProcessor == nullptr) {
-            throw base::InputError("the processor cannot be made");
-        }
-    }
+          mRecorder(makeRecorder()) {}
 
-    DeviceReplayResult run() {
-        for (size_t i = 0; i < mRecording.operations.size(); ++i) {
+    DeviceRunResult run(size_t operations) {
+        for (size_t i = 0; i < operations; ++i) {
             carryOut(i);
-            tellListener(i);
+            tellListener(i, operations);
         }
-        DeviceReplayResult result = finishResult();
+        DeviceRunResult result;
+        result.replay.failures = std::move(mProblems);
+        mRecorder->finish();
+        result.replayed = device::readDeviceRecording(mFile.path());
+        result.replay.captures = mBook.records();
+        identify(result);
+        result.replay.errorLines = mLog.errorLines();
         letGo(result.replay);
         return result;
-    }
-
-    DeviceAgreement runToADifference() {
-        for (size_t i = 0; i < mRecording.operations.size() && mComparison.isSame(); ++i) {
-            carryOut(i);
-        }
-        ReplayResult unused;
-        letGo(unused);
-        return mComparison.agreement();
     }
 
 private:
     using Lists = model::ZslFrameBuilders;
 
-    void carryOut(size_t operation) {
-        mScript.begin(operation);
-        mComparison.add(mScript, carryOut(mRecording.operations[operation]));
+    android::sp<model::ZslRecorder> makeRecorder() const {
+        auto const openId = static_cast<int32_t>(mRecording.openId);
+        android::sp<model::IZslProcessor> const processor =
+            model::IZslProcessor::createInstance(openId, "DeviceReplay");
+        if (processor == nullptr) {
+            throw base::InputError("the processor cannot be made");
+        }
+        // The replay is over sooner than the file is written, so that the memory holds all of it.
+        // It says what the device's recording says. Only one that no device made may say more.
+        uint64_t const bytes = kLeastRecordingBytes + 2 * mRecording.fileBytes;
+        auto recorder = model::ZslRecorder::create(openId, processor,
+                                                   {.path = mFile.path(),
+                                                    .memoryBytes = bytes,
+                                                    .maxFileBytes = bytes,
+                                                    .largestEntryBytes = 0});
+        if (recorder == nullptr) {
+            throw base::InputError("the replay cannot be recorded");
+        }
+        return recorder;
     }
 
     pipeline::ProcessorLog::Sink logSink() {
         if (!mListener.log) {
             return {};
         }
-        return [this](host::LogLine const& line) {
-            mListener.log(mClock.bootTimeNs() - mStartNs, line);
+        return [this, self = std::this_thread::get_id()](host::LogLine const& line) {
+            // The recorder's own thread may speak too, but not of the processor.
+            if (std::this_thread::get_id() == self) {
+                mListener.log(mClock.bootTimeNs(), line);
+            }
         };
     }
 
-    device::DeviceOutcome carryOut(device::DeviceOperation const& operation) {
-        device::DeviceOutcome outcome;
+    void carryOut(size_t position) {
+        mScript.begin(position);
+        device::DeviceOperation const& operation = mScript.operation();
+        pipeline::CaptureBook::Operation booked(mBook);
+        Lists lists;
         try {
-            std::visit([&](auto const& call) { carryOut(operation, call, outcome); },
-                       operation.call);
-        } catch (std::exception const& error) {
-            outcome = {};
-            outcome.failure = error.what();
+            lists = call(operation);
+        } catch (std::exception const&) {
+            // The recorder has it, and the comparison tells whether it was so on the device.
         }
-        return outcome;
+        mScript.set(operation.ended);
+        bool const isFlush = operation.kind == record::Operation::FLUSH;
+        for (pipeline::BuiltFrame const& frame : booked.take(lists, isFlush, mProblems)) {
+            mBuilt[mBook.requestNoOf(frame.capture)].first.push_back(frame);
+        }
     }
 
-    void carryOut(device::DeviceOperation const&, device::ConfigureCall const& call,
-                  device::DeviceOutcome& outcome) {
-        ParsedStreamInfoMap_P1 const sensors = sensorsOf(
-            mScript.buffers.streams(), call.sensors.value_or(std::vector<device::DeviceSensor>()));
+    Lists call(device::DeviceOperation const& operation) {
+        if (auto const* const submit = std::get_if<device::SubmitCall>(&operation.call)) {
+            return this->submit(operation, *submit);
+        }
+        if (auto const* const retry = std::get_if<device::RetryCall>(&operation.call)) {
+            return mRecorder->processZslPendingRequest(retry->requestNo);
+        }
+        if (auto const* const result = std::get_if<device::ResultCall>(&operation.call)) {
+            tellResult(*result);
+            return {};
+        }
+        if (auto const* const configuration = std::get_if<device::ConfigureCall>(&operation.call)) {
+            configure(*configuration);
+            return {};
+        }
+        return mRecorder->flush();
+    }
+
+    void configure(device::ConfigureCall const& call) {
+        auto const sensors =
+            mScript.buffers.sensors(call.sensors.value_or(std::vector<device::DeviceSensor>()));
         android::sp<ShutterListener> const shutters =
-            call.hasCallback ? new ShutterListener(mScript, mCaptures) : nullptr;
-        outcome.status = mProcessor->configure(
-            {.pParsedStreamInfo_P1 = call.sensors ? &sensors : nullptr, .pCallback = shutters});
-        if (outcome.status == 0) {
+            call.hasCallback ? new ShutterListener(mScript, mBook) : nullptr;
+        if (mRecorder->configure({.pParsedStreamInfo_P1 = call.sensors ? &sensors : nullptr,
+                                  .pCallback = shutters}) == 0) {
             mShutters = shutters;
         }
     }
 
-    void carryOut(device::DeviceOperation const& operation, device::SubmitCall const& call,
-                  device::DeviceOutcome& outcome) {
+    Lists submit(device::DeviceOperation const& operation, device::SubmitCall const& call) {
         if (!call.callbackLives) {
             mShutters = nullptr;
         }
-        size_t const capture = mCaptures.open(
-            mScript, call,
-            submissionOf(mRecording, operation, mServingOperations.at(mSubmissions++)));
-        record::ClockReading& assumed = mCaptures.at(capture).submission.assumed;
-        if (auto const found = mInstants.find(capture); found != mInstants.end()) {
-            assumed = found->second;
+        DeviceSubmission submission =
+            submissionOf(mRecording, operation, mServingOperations.at(mBook.totals().captures));
+        if (auto const found = mInstants.find(mBook.totals().captures); found != mInstants.end()) {
+            submission.assumed = found->second;
         }
-        mScript.set(assumed);
+        mScript.set(submission.assumed);
         std::unordered_map<uint32_t, uint32_t> const modes(call.sensorModes.begin(),
                                                            call.sensorModes.end());
-        model::ZslRequestParams params = requestOf(capture, call);
+        model::ZslRequestParams params = requestOf(call, submission, book(call));
         params.pStreamIdMap = &modes;
         params.pvRequiredSensorIds = &call.requiredSensors;
-        take(operation, mProcessor->submitZslRequest(std::move(params)), outcome);
+        return mRecorder->submitZslRequest(std::move(params));
     }
 
-    model::ZslRequestParams requestOf(size_t position, device::SubmitCall const& call) {
-        DeviceCaptures::Capture& capture = mCaptures.at(position);
+    /// Books a capture and makes its builders; gives its position.
+    size_t book(device::SubmitCall const& call) {
+        std::map<uint32_t, uint32_t> modes;
+        for (auto const& [sensor, mode] : call.sensorModes) {
+            if (std::find(call.requiredSensors.begin(), call.requiredSensors.end(), sensor) !=
+                call.requiredSensors.end()) {
+                modes.emplace(sensor, mode);
+            }
+        }
+        pipeline::CaptureBook::Builders booked;
+        for (device::RequestedFrame const& frame : call.frames) {
+            mBuilders.push_back(frame.frameType ? makeBuilder(call.requestNo, frame) : nullptr);
+            mPlaces.emplace_back(mBook.totals().captures, std::nullopt);
+            if (isServable(frame)) {
+                mPlaces.back().second = booked.size();
+                booked.push_back(mBuilders.back());
+            }
+        }
+        size_t const capture = mBook.open(std::move(modes), booked.size(), call.requestNo);
+        mBook.setBuilders(capture, booked);
+        // Request numbers may come again; results are then the newest capture's.
+        mBuilt.erase(call.requestNo);
+        return capture;
+    }
+
+    std::shared_ptr<host::FrameBuilder> makeBuilder(uint32_t requestNo,
+                                                    device::RequestedFrame const& frame) {
+        auto builder = std::make_shared<host::FrameBuilder>(requestNo, *frame.frameType);
+        for (auto const& buffer : mScript.buffers.metas(frame.appControls)) {
+            builder->setAppMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
+        }
+        for (auto const& buffer : mScript.buffers.metas(frame.halControls)) {
+            builder->setHalMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
+        }
+        return builder;
+    }
+
+    model::ZslRequestParams requestOf(device::SubmitCall const& call,
+                                      DeviceSubmission const& submission, size_t capture) {
         model::ZslRequestParams params;
         params.requestNo = call.requestNo;
         params.checkPureRaw = call.checksPureRaw;
@@ -182,14 +270,14 @@ private:
                 std::make_shared<NSCam::ZslPolicy::ZslPolicyParams>(*call.policy);
         }
         if (call.hasSelector) {
-            params.pSelector = std::make_shared<ScriptedSelector>(mScript, call);
+            params.pSelector = makeScriptedSelector(mScript, call);
         }
         if (call.provider) {
             params.pHistoryBufferProvider = std::make_shared<ScriptedProvider>(
-                mScript, *call.provider, capture.submission,
+                mScript, *call.provider, submission,
                 ScriptedProvider::Observer{
-                    .begin = [this, position](
-                                 device::DeviceTry const* attempt) { beginTry(position, attempt); },
+                    .begin = [this, capture, limitMs = timeoutMs(call)](
+                                 auto offer) { beginTry(capture, limitMs, std::move(offer)); },
                     .end = [this] { endTry(); }});
         }
         for (device::RequestedFrame const& frame : call.frames) {
@@ -199,113 +287,94 @@ private:
                 required->required = *frame.required;
             }
         }
-        params.vFrameBuilder.assign(capture.builders.begin(), capture.builders.end());
+        params.vFrameBuilder.assign(
+            mBuilders.end() - static_cast<std::ptrdiff_t>(call.frames.size()), mBuilders.end());
         return params;
     }
 
-    void beginTry(size_t capture, device::DeviceTry const* attempt) {
-        record::ClockReading const now =
-            attempt != nullptr ? attempt->offered : mScript.operation().begun;
-        pipeline::TryRecord entry;
-        entry.timeNs = now.bootNs;
-        entry.ageMs = mCaptures.ageMs(capture, now);
-        for (host::LedgerLine const& line : mScript.buffers.ledger()->unsettled()) {
-            if (line.holder == host::BufferHolder::Processor) {
-                entry.lockedFrames.push_back(line.frameNo);
-            }
-        }
-        if (attempt != nullptr) {
-            entry.inFlightFrames = attempt->inFlight;
-            for (size_t const frame : attempt->frames.value_or(std::vector<size_t>())) {
-                entry.historyFrames.push_back(mRecording.frames.at(frame).frameNo);
-            }
-        }
-        mOffered = {entry.historyFrames.size(), entry.inFlightFrames.size(),
-                    entry.lockedFrames.size()};
+    void beginTry(size_t capture, int64_t limitMs, pipeline::TryRecord offer) {
+        mOffered = {offer.historyFrames.size(), offer.inFlightFrames.size(),
+                    offer.lockedFrames.size()};
         // Whether it times out is decided a little later than this.
-        mLog.watchTimeout(entry.ageMs + 1 >= mCaptures.timeoutMs(capture));
-        mCaptures.beginTry(capture, std::move(entry));
+        mLog.watchTimeout(offer.ageMs + 1 >= limitMs);
+        mBook.beginTry(capture, std::move(offer));
     }
 
     void endTry() {
-        mCaptures.endTry(mLog.takeTimedOutFrames());
+        mBook.endTry(mLog.takeTimedOutFrames());
         mLog.watchTimeout(false);
     }
 
-    void carryOut(device::DeviceOperation const& operation, device::RetryCall const& call,
-                  device::DeviceOutcome& outcome) {
-        take(operation, mProcessor->processZslPendingRequest(call.requestNo), outcome);
-    }
-
-    void carryOut(device::DeviceOperation const& operation, device::FlushCall const&,
-                  device::DeviceOutcome& outcome) {
-        take(operation, mProcessor->flush(), outcome);
-    }
-
-    void take(device::DeviceOperation const& operation, Lists const& lists,
-              device::DeviceOutcome& outcome) {
-        for (auto const& list : lists) {
-            auto& numbers = outcome.builders.emplace_back();
-            for (auto const& builder : list) {
-                auto const* const own = dynamic_cast<ScriptedBuilder const*>(builder.get());
-                numbers.push_back(own != nullptr ? own->number() + 1 : 0);
+    void tellResult(device::ResultCall const& call) {
+        auto const result = mScript.buffers.result(call);
+        mRecorder->onFrameUpdated(call.requestNo, result);
+        auto const built = mBuilt.find(call.requestNo);
+        if (built == mBuilt.end()) {
+            return;  // of a request that was no capture
+        }
+        auto& [frames, told] = built->second;
+        if (told < frames.size()) {
+            std::optional<int64_t> reportedNs;
+            for (auto const& buffer : result.outputAppMetas) {
+                reportedNs = reportedNs ? reportedNs : pipeline::readSensorTimestamp(buffer);
+            }
+            mBook.endResult(frames[told++], reportedNs);
+        }
+        if (call.isFrameEnd) {
+            for (pipeline::BuiltFrame const& frame : frames) {
+                frame.builder->finish();
             }
         }
-        mCaptures.answer(lists, operation.kind == record::Operation::FLUSH, operation.ended.bootNs);
     }
 
-    void carryOut(device::DeviceOperation const& operation, device::ResultCall const& call,
-                  device::DeviceOutcome& outcome) {
-        auto const result = resultOf(mScript.buffers.streams(), call);
-        mProcessor->onFrameUpdated(call.requestNo, result);
-        std::optional<int64_t> reportedNs;
-        for (auto const& buffer : result.outputAppMetas) {
-            auto const left = pipeline::readSensorTimestamp(buffer);
-            outcome.timestampsLeft.push_back(left.has_value());
-            reportedNs = reportedNs ? reportedNs : left;
-        }
-        mCaptures.setResult(call, operation.begun.bootNs, reportedNs);
-    }
-
-    void tellListener(size_t operation) {
+    void tellListener(size_t operation, size_t operations) {
         if (mListener.progress) {
-            mListener.progress(operation + 1, mRecording.operations.size());
+            mListener.progress(operation + 1, operations);
         }
         if (mListener.occupancy) {
             mListener.occupancy(mRecording.operations[operation].begun.bootNs, mOffered);
         }
     }
 
-    DeviceReplayResult finishResult() {
-        DeviceReplayResult result;
-        ReplayResult& replay = result.replay;
-        replay.device = DeviceVerdict{.operations = mRecording.operations.size(),
-                                      .builtFrames = mComparison.frames(),
-                                      .sameFrames = mComparison.sameFrames(),
-                                      .operationsThatDiffer = mComparison.operationsThatDiffer(),
-                                      .differences = mComparison.differences()};
-        replay.path = mRecording.path;
-        replay.notes = mRecording.notes;
-        replay.notes.emplace_back(
-            "the frames are those that the history offered when captures were tried: a gap may be "
-            "a time without captures");
-        replay.facts = recording::computeFacts(mFrames);
-        replay.firstTimestampNs = mStartNs;
-        replay.options = optionsOf(mRecording);
-        replay.offsetMs = offsetMsOf(mRecording);
-        replay.captures = mCaptures.records();
-        replay.summary = summarize(replay.captures);
-        replay.errorLines = mLog.errorLines();
-        result.frames = std::move(mFrames);
-        return result;
+    /// The recorder infers which history frame was built, as it has to on a device; the ledger
+    /// knows it, so that a wrong inference of either recorder shows as a difference. For a frame
+    /// without images the recorder's inference is all there is.
+    void identify(DeviceRunResult& result) const {
+        for (device::DeviceOperation& operation : result.replayed.operations) {
+            for (device::DeviceStep& step : operation.steps) {
+                auto* const built = std::get_if<device::BuiltStep>(&step);
+                if (built == nullptr || !mPlaces.at(built->builder).second) {
+                    continue;
+                }
+                auto const [capture, frame] = mPlaces[built->builder];
+                auto& outcome = result.replay.captures[capture].frames[*frame];
+                if (outcome.historyFrame) {
+                    built->frameNo = outcome.historyFrame;
+                } else if (outcome.answeredNs && built->frameNo) {
+                    outcome.historyFrame = built->frameNo;
+                    outcome.timestampNs = timestampOf(*built->frameNo);
+                }
+            }
+        }
+    }
+
+    std::optional<int64_t> timestampOf(uint32_t frameNo) const {
+        auto const found = std::find_if(
+            mRecording.frames.begin(), mRecording.frames.end(),
+            [frameNo](device::DeviceFrame const& frame) { return frame.frameNo == frameNo; });
+        return found != mRecording.frames.end() ? std::optional(found->timestampNs) : std::nullopt;
     }
 
     /// What the processor still has comes back, so that the ledger shows what is missing.
     void letGo(ReplayResult& result) {
         mScript.begin(mRecording.operations.size());
-        mCaptures.finishFrames();
-        Lists const pending = mProcessor->flush();
-        auto const& ledger = *mScript.buffers.ledger();
+        for (auto const& builder : mBuilders) {
+            if (builder != nullptr) {
+                builder->finish();
+            }
+        }
+        Lists const pending = mRecorder->flush();
+        host::BufferLedger const& ledger = mScript.buffers.ledger();
         result.ledger = ledger.totals();
         result.unsettled = ledger.unsettled();
         result.longestHeldNs = ledger.longestHeldNs();
@@ -317,32 +386,30 @@ private:
     device::DeviceRecording const& mRecording;
     AssumedInstants const& mInstants;
     ReplayListener const& mListener;
-    recording::Recording mFrames;
-    int64_t const mStartNs;
     std::vector<size_t> const mServingOperations;  ///< by capture
+    MemoryFile const mFile;
     platform::VirtualClock mClock;
     pipeline::ProcessorLog mLog;
     host::DeviceRegistration const mDevice;
     DeviceScript mScript;
-    DeviceCaptures mCaptures;
-    DeviceComparison mComparison;
+    pipeline::CaptureBook mBook{pipeline::CaptureBook::Tries::All};
+    std::vector<std::string> mProblems;  ///< frames that came back wrongly
+    /// By number of the builder: itself, and its capture and frame in the book; none for a frame
+    /// that the processor does not answer.
+    std::vector<std::shared_ptr<host::FrameBuilder>> mBuilders;
+    std::vector<std::pair<size_t, std::optional<size_t>>> mPlaces;
+    /// What came back, and of how many of it the result was told, by request.
+    std::map<uint32_t, std::pair<std::vector<pipeline::BuiltFrame>, size_t>> mBuilt;
     android::sp<ShutterListener> mShutters;  ///< the device's callback, while it lived
-    size_t mSubmissions = 0;
     pipeline::Occupancy mOffered;
-    android::sp<model::IZslProcessor> mProcessor;  ///< goes first
+    android::sp<model::ZslRecorder> const mRecorder;  ///< around the processor; goes first
 };
 
 }  // namespace
 
-DeviceReplayResult runDevice(device::DeviceRecording const& recording,
-                             AssumedInstants const& instants, uint32_t logLevel,
-                             ReplayListener const& listener) {
-    return DeviceRun(recording, instants, logLevel, listener).run();
-}
-
-DeviceAgreement agreementOf(device::DeviceRecording const& recording,
-                            AssumedInstants const& instants) {
-    return DeviceRun(recording, instants, 0, {}).runToADifference();
+DeviceRunResult runDevice(device::DeviceRecording const& recording, AssumedInstants const& instants,
+                          size_t operations, uint32_t logLevel, ReplayListener const& listener) {
+    return DeviceRun(recording, instants, logLevel, listener).run(operations);
 }
 
 }  // namespace zebcam::tool::run

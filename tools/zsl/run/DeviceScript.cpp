@@ -1,150 +1,104 @@
 #include "run/DeviceScript.h"
 
-#include <fmt/format.h>
-#include <host/ImageStreamBuffer.h>
+#include <utils/Printer.h>
 
 #include <algorithm>
-#include <functional>
-#include <memory>
-#include <new>
 #include <numeric>
 #include <stdexcept>
-#include <utility>
+
+#include "pipeline/ObservedProvider.h"
+#include "pipeline/PipelineSetup.h"
 
 namespace zebcam::tool::run {
 
+using NSCam::ZslPolicy::ISelector;
+using record::ProviderCall;
+namespace context = NSCam::v3::pipeline::NSPipelineContext;
+
 namespace {
 
-struct FreeBlock {
-    void operator()(void* block) const { ::operator delete(block); }
-};
-
-template <typename Info>
-std::vector<android::sp<Info>> inOrderOfAddresses(
-    std::vector<device::DeviceStream> const& streams) {
-    std::vector<size_t> order(streams.size());
-    std::iota(order.begin(), order.end(), size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](size_t a, size_t b) { return streams[a].address < streams[b].address; });
-    std::vector<std::unique_ptr<void, FreeBlock>> blocks(streams.size());
-    for (auto& block : blocks) {
-        block.reset(::operator new(sizeof(Info)));
-    }
-    std::sort(blocks.begin(), blocks.end(),
-              [](auto const& a, auto const& b) { return std::less<void*>()(a.get(), b.get()); });
-    std::vector<android::sp<Info>> infos(streams.size());
-    for (size_t rank = 0; rank < order.size(); ++rank) {
-        device::DeviceStream const& stream = streams[order[rank]];
-        // The last reference deletes the info, and with it the block.
-        infos[order[rank]] = new (blocks[rank].get()) Info(stream.id, stream.name);
-        static_cast<void>(blocks[rank].release());
-    }
-    return infos;
-}
+constexpr int64_t kNsPerMs = 1'000'000;
 
 }  // namespace
 
-DeviceStreams::DeviceStreams(std::vector<device::DeviceStream> const& streams)
-    : mImages(inOrderOfAddresses<host::ImageStreamInfo>(streams)),
-      mMetas(inOrderOfAddresses<host::MetaStreamInfo>(streams)) {
+record::ClockReading movedOn(record::ClockReading reading, int64_t ns) {
+    constexpr int64_t kFarthestNs = (int64_t{1} << 62) - 1;
+    // Both are brought into range before they are added, so that the sum cannot overflow.
+    int64_t const by = std::clamp(ns, -kFarthestNs, kFarthestNs);
+    for (int64_t* const clock : {&reading.bootNs, &reading.monotonicNs, &reading.wallNs}) {
+        *clock = std::clamp(std::clamp(*clock, -kFarthestNs, kFarthestNs) + by, -kFarthestNs,
+                            kFarthestNs);
+    }
+    return reading;
 }
 
-namespace {
+int64_t sensorClockNs(device::DeviceRecording const& recording,
+                      record::ClockReading const& reading) {
+    return recording.timestampSource.value_or(1) != 0 ? reading.bootNs : reading.monotonicNs;
+}
 
-using HistoryBufferSet = DeviceBuffers::HistoryBufferSet;
+bool isServable(device::RequestedFrame const& frame) {
+    return frame.frameType && *frame.frameType != context::FRAME_TYPE_PREDUMMY &&
+           *frame.frameType != context::FRAME_TYPE_POSTDUMMY;
+}
 
-/// Calls `visit` with each buffer of a set that this file made: all of them.
-template <typename Visit>
-void forEachBuffer(HistoryBufferSet const& set, Visit visit) {
-    for (auto const& image : set.halImage) {
-        if (auto* const buffer = dynamic_cast<host::ImageStreamBuffer*>(image.get())) {
-            visit(*buffer);
+DeviceSubmission submissionOf(device::DeviceRecording const& recording,
+                              device::DeviceOperation const& submission, size_t servedIn) {
+    DeviceSubmission known;
+    known.requestNo = std::get<device::SubmitCall>(submission.call).requestNo;
+    known.servedIn = servedIn;
+    record::ClockReading const& a = known.earliest = submission.begun;
+    record::ClockReading const& b = known.latest =
+        submission.submissionRead  ? *submission.submissionRead
+        : submission.tries.empty() ? submission.ended
+                                   : submission.tries.front().offered;
+    known.assumed = {std::midpoint(a.bootNs, b.bootNs), std::midpoint(a.monotonicNs, b.monotonicNs),
+                     std::midpoint(a.wallNs, b.wallNs)};
+    uint64_t const offsetNs =
+        static_cast<uint64_t>(pipeline::offsetInForceMs()) * static_cast<uint64_t>(kNsPerMs);
+    for (device::DeviceAnswer const& answer : submission.answers) {
+        // A policy was told the instant, so that the clock is known.
+        auto const clockNs = static_cast<int64_t>(static_cast<uint64_t>(answer.zsdNs) + offsetNs);
+        if (answer.requestNo == known.requestNo && clockNs >= sensorClockNs(recording, a) &&
+            clockNs <= sensorClockNs(recording, b)) {
+            (recording.timestampSource.value_or(1) != 0 ? known.assumed.bootNs
+                                                        : known.assumed.monotonicNs) = clockNs;
         }
     }
-    for (auto const* const metas : {&set.halMeta, &set.appMeta}) {
-        for (auto const& meta : *metas) {
-            if (auto* const buffer = dynamic_cast<host::MetaStreamBuffer*>(meta.get())) {
-                visit(*buffer);
+    return known;
+}
+
+std::vector<size_t> servingOperations(device::DeviceRecording const& recording) {
+    std::vector<size_t> served;
+    std::vector<size_t> left;       // frames to build, by capture
+    std::vector<size_t> captureOf;  // by builder
+    for (size_t i = 0; i < recording.operations.size(); ++i) {
+        device::DeviceOperation const& operation = recording.operations[i];
+        if (auto const* const call = std::get_if<device::SubmitCall>(&operation.call)) {
+            captureOf.insert(captureOf.end(), call->frames.size(), served.size());
+            left.push_back(static_cast<size_t>(
+                std::count_if(call->frames.begin(), call->frames.end(), isServable)));
+            served.push_back(SIZE_MAX);
+        }
+        for (device::DeviceStep const& step : operation.steps) {
+            auto const* const built = std::get_if<device::BuiltStep>(&step);
+            if (built != nullptr && left[captureOf[built->builder]] > 0 &&
+                --left[captureOf[built->builder]] == 0) {
+                served[captureOf[built->builder]] = i;
             }
         }
     }
-}
-
-}  // namespace
-
-DeviceBuffers::Metas DeviceBuffers::metas(std::vector<device::DeviceMeta> const& metas) {
-    Metas buffers;
-    for (device::DeviceMeta const& meta : metas) {
-        if (!meta.stream) {
-            continue;
-        }
-        android::sp<host::MetaStreamBuffer> const buffer =
-            new host::MetaStreamBuffer(mStreams.meta(*meta.stream), meta.metadata);
-        buffer->setError(meta.hasError);
-        if (!meta.isLockable) {
-            buffer->setLockable(false);
-            mUnlockable.push_back(buffer);
-        }
-        buffers.emplace_back(buffer);
-    }
-    return buffers;
-}
-
-HistoryBufferSet DeviceBuffers::handOut(size_t frame, uint32_t forRequestNo, bool isClone) {
-    device::DeviceFrame const& content = mRecording.frames.at(frame);
-    HistoryBufferSet set;
-    set.frameNo = content.frameNo;
-    set.requestNo = content.requestNo;
-    set.timestamp = content.timestampNs;
-    for (device::DeviceImage const& image : content.images) {
-        if (image.stream) {
-            android::sp<host::ImageStreamBuffer> const buffer =
-                new host::ImageStreamBuffer(mStreams.image(*image.stream));
-            buffer->setError(image.hasError);
-            set.halImage.emplace_back(buffer);
-        }
-    }
-    set.halMeta = metas(content.halMetas);
-    set.appMeta = metas(content.appMetas);
-    auto const entry = mLedger->open({.frameNo = content.frameNo,
-                                      .exposedNs = content.timestampNs,
-                                      .forRequestNo = forRequestNo,
-                                      .isClone = isClone},
-                                     set.halImage.size());
-    forEachBuffer(set, [&](auto& buffer) { buffer.setLedgerEntry(entry); });
-    return set;
-}
-
-bool DeviceBuffers::takeBack(HistoryBufferSet& set, bool isUnused) {
-    HistoryBufferSet const taken = std::exchange(set, {});
-    bool isClone = false;
-    forEachBuffer(taken, [&](auto& buffer) {
-        if (auto const entry = buffer.ledgerEntry()) {
-            isClone = isClone || entry->isClone();
-            entry->setEnded(isUnused ? host::BufferHolder::Returned : host::BufferHolder::Released);
-        }
-    });
-    forEachBuffer(taken, [](auto& buffer) { buffer.setLedgerEntry(nullptr); });
-    return isClone;
-}
-
-void DeviceBuffers::unlockAll() {
-    for (auto const& buffer : mUnlockable) {
-        buffer->setLockable(true);
-    }
-    mUnlockable.clear();
+    return served;
 }
 
 void DeviceScript::begin(size_t operation) {
     mPosition = operation;
     bool const isRecorded = operation < mRecording.operations.size();
     mpOperation = isRecorded ? &mRecording.operations[operation] : &mNothing;
-    mTriesDone.assign(this->operation().tries.size(), false);
-    mAnswersGiven.assign(this->operation().answers.size(), false);
+    mTriesDone.assign(mpOperation->tries.size(), false);
+    mAnswersGiven.assign(mpOperation->answers.size(), false);
     mClones = 0;
     mCalls = {};
-    mSteps.clear();
-    mProblems.clear();
     if (isRecorded) {
         set(mpOperation->begun);
     }
@@ -154,7 +108,7 @@ void DeviceScript::set(record::ClockReading const& now) {
     mClock.set({.bootTimeNs = now.bootNs, .monotonicNs = now.monotonicNs, .wallNs = now.wallNs});
 }
 
-void DeviceScript::passOrFail(record::ProviderCall call) {
+void DeviceScript::passOrFail(ProviderCall call) {
     uint64_t const count = ++mCalls.at(static_cast<size_t>(call));
     for (device::DeviceFault const& fault : operation().faults) {
         if (fault.call == call && fault.count == count) {
@@ -172,7 +126,6 @@ device::DeviceTry const* DeviceScript::nextTry(uint64_t provider) {
             return &tries[i];
         }
     }
-    problem("the processor asked for the history, which it did not on the device");
     return nullptr;
 }
 
@@ -187,7 +140,7 @@ void DeviceScript::enterSelection(device::DeviceTry const& attempt,
         now.wallNs = attempt.ended.value_or(operation().ended).wallNs;
     }
     int64_t const limit = isServed ? submission.earliest.wallNs : submission.latest.wallNs;
-    now.wallNs += submission.assumed.wallNs - limit;
+    now.wallNs = movedOn(now, submission.assumed.wallNs - limit).wallNs;
     set(now);
 }
 
@@ -199,7 +152,6 @@ std::optional<size_t> DeviceScript::nextClone(uint64_t provider) {
             return clone.frame;
         }
     }
-    problem("the processor cloned a set, which it did not on the device");
     return std::nullopt;
 }
 
@@ -211,13 +163,113 @@ device::DeviceAnswer const* DeviceScript::nextAnswer(uint32_t requestNo) {
             return &answers[i];
         }
     }
-    problem(fmt::format("the policy of request {} was asked, which it was not on the device",
-                        requestNo));
     return nullptr;
 }
 
-size_t DeviceScript::leftTries() const {
-    return static_cast<size_t>(std::count(mTriesDone.begin(), mTriesDone.end(), false));
+void ScriptedProvider::dump(android::Printer& printer) const {
+    printer.printFormatLine("history of the recording, provider %llu",
+                            static_cast<unsigned long long>(mNumber));
+}
+
+std::optional<std::list<ScriptedProvider::HistoryBufferSet>>
+ScriptedProvider::getHistoryBufferSets() {
+    mScript.passOrFail(ProviderCall::GET_HISTORY);
+    mTry = mScript.nextTry(mNumber);
+    record::ClockReading const& now = mTry != nullptr ? mTry->offered : mScript.operation().begun;
+    std::vector<size_t> const none;
+    auto const& frames = mTry != nullptr && mTry->frames ? *mTry->frames : none;
+    pipeline::TryRecord offer;
+    offer.ageMs = (now.wallNs - mSubmission.assumed.wallNs) / kNsPerMs;
+    offer.lockedFrames = pipeline::lockedFrames(mScript.buffers.ledger());
+    for (size_t const frame : frames) {
+        offer.historyFrames.push_back(mScript.recording().frames.at(frame).frameNo);
+    }
+    if (mTry != nullptr) {
+        offer.inFlightFrames = mTry->inFlight;
+    }
+    mObserver.begin(std::move(offer));
+    if (mTry == nullptr || !mTry->frames) {
+        return std::nullopt;
+    }
+    return mScript.buffers.offer(frames, mSubmission.requestNo);
+}
+
+void ScriptedProvider::endSelect() {
+    mScript.buffers.unlockAll();
+    mObserver.end();
+    mScript.passOrFail(ProviderCall::END_SELECT);
+}
+
+void ScriptedProvider::returnBufferSet(ReturnedBufferSet& returned) {
+    if (returned.pSet != nullptr) {
+        mScript.buffers.takeBack(*returned.pSet, returned.isUnused);
+    }
+    mScript.passOrFail(ProviderCall::RETURN);
+}
+
+std::vector<NSCam::ZslPolicy::InFlightInfo> ScriptedProvider::getInFlightInfos() const {
+    mScript.passOrFail(ProviderCall::GET_IN_FLIGHT);
+    std::vector<NSCam::ZslPolicy::InFlightInfo> infos;
+    if (mTry != nullptr) {
+        mScript.enterSelection(*mTry, mSubmission);
+        for (uint32_t const frameNo : mTry->inFlight) {
+            infos.push_back({frameNo, nullptr});
+        }
+    }
+    return infos;
+}
+
+ScriptedProvider::HistoryBufferSet ScriptedProvider::cloneBufferSet(
+    HistoryBufferSet const& original) {
+    mScript.passOrFail(ProviderCall::CLONE);
+    if (std::optional<size_t> const frame = mScript.nextClone(mNumber)) {
+        return mScript.buffers.clone(*frame, mSubmission.requestNo);
+    }
+    HistoryBufferSet empty;
+    empty.frameNo = original.frameNo;
+    return empty;
+}
+
+namespace {
+
+class ScriptedSelector final : public ISelector {
+public:
+    ScriptedSelector(DeviceScript& script, device::SubmitCall const& call)
+        : mScript(script), mCall(call) {}
+
+    char const* getName() const override {
+        if (mCall.selectorNameFailure) {
+            throw std::runtime_error(*mCall.selectorNameFailure);
+        }
+        return mCall.selectorName ? mCall.selectorName->c_str() : nullptr;
+    }
+
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        device::DeviceAnswer const* const answer = mScript.nextAnswer(in.requestNo);
+        if (answer == nullptr) {
+            return {};
+        }
+        if (answer->failure) {
+            throw std::runtime_error(*answer->failure);
+        }
+        SelectOutputParams given = answer->answer;
+        // The processor takes an index that it did not ask about for the end of the world.
+        std::erase_if(given.selected, [&](auto const& selected) {
+            return in.frameInfos.count(selected.first) == 0;
+        });
+        return given;
+    }
+
+private:
+    DeviceScript& mScript;
+    device::SubmitCall const& mCall;
+};
+
+}  // namespace
+
+std::shared_ptr<ISelector> makeScriptedSelector(DeviceScript& script,
+                                                device::SubmitCall const& call) {
+    return std::make_shared<ScriptedSelector>(script, call);
 }
 
 }  // namespace zebcam::tool::run

@@ -1,72 +1,24 @@
 #pragma once
 
-#include <host/BufferLedger.h>
-#include <host/MetaStreamBuffer.h>
-#include <host/StreamInfos.h>
 #include <pipeline/IHistoryBufferProvider.h>
 #include <platform/VirtualClock.h>
-#include <recorder/HandOuts.h>
+#include <policy/zsl/ISelector.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "device/DeviceRecording.h"
+#include "pipeline/CaptureRecord.h"
+#include "run/DeviceBuffers.h"
 
 namespace zebcam::tool::run {
-
-/// Stream infos that stand for a device's. A policy meets metadata in the order of its stream
-/// infos' addresses, and what it decides may depend on that, so they lie in memory in the same
-/// order as the device's.
-class DeviceStreams {
-public:
-    explicit DeviceStreams(std::vector<device::DeviceStream> const& streams);
-
-    /// The stream at a position, as one of images or of metadata.
-    android::sp<host::ImageStreamInfo> const& image(size_t stream) const {
-        return mImages.at(stream);
-    }
-    android::sp<host::MetaStreamInfo> const& meta(size_t stream) const { return mMetas.at(stream); }
-
-private:
-    std::vector<android::sp<host::ImageStreamInfo>> mImages;
-    std::vector<android::sp<host::MetaStreamInfo>> mMetas;
-};
-
-/// Makes buffers that stand for a device's. Metadata that could not be locked there cannot be
-/// locked here either, until `unlockAll`; what had no buffer or no stream is left out.
-class DeviceBuffers {
-public:
-    using Metas = std::vector<android::sp<NSCam::v3::IMetaStreamBuffer>>;
-    using HistoryBufferSet = NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet;
-
-    explicit DeviceBuffers(device::DeviceRecording const& recording)
-        : mRecording(recording), mStreams(recording.streams) {}
-
-    DeviceStreams const& streams() const { return mStreams; }
-    std::shared_ptr<host::BufferLedger> const& ledger() const { return mLedger; }
-
-    Metas metas(std::vector<device::DeviceMeta> const& metas);
-
-    /// A set of the frame at a position, handed out on behalf of a request.
-    HistoryBufferSet handOut(size_t frame, uint32_t forRequestNo, bool isClone);
-    /// Ends the hand-out of what is left of a set. Tells whether it was a clone.
-    static bool takeBack(HistoryBufferSet& set, bool isUnused);
-
-    /// From now on every metadata made so far can be locked: a processor that builds a frame from
-    /// metadata waits for ever for one that cannot.
-    void unlockAll();
-
-private:
-    device::DeviceRecording const& mRecording;
-    DeviceStreams const mStreams;
-    std::shared_ptr<host::BufferLedger> const mLedger = std::make_shared<host::BufferLedger>();
-    std::vector<android::sp<host::MetaStreamBuffer>> mUnlockable;
-};
 
 /// What is known of when a capture was submitted and served. The processor read the clocks between
 /// two readings of the recorder's.
@@ -78,18 +30,38 @@ struct DeviceSubmission {
     size_t servedIn = SIZE_MAX;  ///< operation in which the device built its last frame
 };
 
+/// As exactly as the recording tells; its properties must be set. `servedIn` is as above.
+DeviceSubmission submissionOf(device::DeviceRecording const& recording,
+                              device::DeviceOperation const& submission, size_t servedIn);
+
+/// For each capture, in the order of the submissions, the operation in which the device built the
+/// last of its frames; SIZE_MAX when it did not.
+std::vector<size_t> servingOperations(device::DeviceRecording const& recording);
+
+/// Whether the processor answers a frame at some time: it has a builder and is no dummy.
+bool isServable(device::RequestedFrame const& frame);
+
+/// The clock that the device's sensor timestamps follow, of a reading.
+int64_t sensorClockNs(device::DeviceRecording const& recording,
+                      record::ClockReading const& reading);
+
+/// A reading when every clock has moved on by `ns`, within the 146 years that a recording tells.
+record::ClockReading movedOn(record::ClockReading reading, int64_t ns);
+
 /**
  * The surroundings of the processor during a replay, as the recording has them: each call of the
- * processor gets what it got on the device, in the same order, at the same time, and what it does
- * is noted.
+ * processor gets what it got on the device, in the same order, at the same time. Where the
+ * processor wants what it did not want there, it gets nothing.
  */
 class DeviceScript {
 public:
+    /// Borrows both.
     DeviceScript(device::DeviceRecording const& recording, platform::VirtualClock& clock)
         : buffers(recording), mRecording(recording), mClock(clock) {}
 
     /// The operation at a position begins; past the last one, one in which the device did nothing.
     void begin(size_t operation);
+    device::DeviceRecording const& recording() const { return mRecording; }
     device::DeviceOperation const& operation() const { return *mpOperation; }
 
     /// Throws what the device's provider threw in this call of its kind.
@@ -103,17 +75,8 @@ public:
     device::DeviceAnswer const* nextAnswer(uint32_t requestNo);
 
     void set(record::ClockReading const& now);
-    void did(device::DeviceStep const& step) { mSteps.push_back(step); }
-    void problem(std::string text) { mProblems.push_back(std::move(text)); }
-
-    std::vector<device::DeviceStep> const& steps() const { return mSteps; }
-    /// Where the replay wanted what the device did not.
-    std::vector<std::string> const& problems() const { return mProblems; }
-    /// Attempts of the device that the replay did not make.
-    size_t leftTries() const;
 
     DeviceBuffers buffers;
-    record::HandOuts handOuts;
 
 private:
     device::DeviceRecording const& mRecording;
@@ -125,8 +88,45 @@ private:
     std::vector<bool> mAnswersGiven;
     size_t mClones = 0;
     std::array<uint64_t, record::PROVIDER_CALLS> mCalls{};
-    std::vector<device::DeviceStep> mSteps;
-    std::vector<std::string> mProblems;
 };
+
+/// The provider of one capture. Borrows the script.
+class ScriptedProvider final
+    : public NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider {
+public:
+    /// Hear that an attempt begins, with its age and frames, and that it ends.
+    struct Observer {
+        std::function<void(pipeline::TryRecord)> begin;
+        std::function<void()> end;
+    };
+
+    /// `number` is the provider's in the recording.
+    ScriptedProvider(DeviceScript& script, uint64_t number, DeviceSubmission const& submission,
+                     Observer observer)
+        : mScript(script),
+          mNumber(number),
+          mSubmission(submission),
+          mObserver(std::move(observer)) {}
+
+    std::string getName() const override { return "DeviceReplay"; }
+    void dump(android::Printer& printer) const override;
+    void beginSelect() override { mScript.passOrFail(record::ProviderCall::BEGIN_SELECT); }
+    std::optional<std::list<HistoryBufferSet>> getHistoryBufferSets() override;
+    void endSelect() override;
+    void returnBufferSet(ReturnedBufferSet& returned) override;
+    std::vector<NSCam::ZslPolicy::InFlightInfo> getInFlightInfos() const override;
+    HistoryBufferSet cloneBufferSet(HistoryBufferSet const& original) override;
+
+private:
+    DeviceScript& mScript;
+    uint64_t const mNumber;
+    DeviceSubmission const mSubmission;
+    Observer const mObserver;
+    device::DeviceTry const* mTry = nullptr;  ///< the running or last one
+};
+
+/// The policy of one capture, which answers as the device's did; borrows both.
+std::shared_ptr<NSCam::ZslPolicy::ISelector> makeScriptedSelector(DeviceScript& script,
+                                                                  device::SubmitCall const& call);
 
 }  // namespace zebcam::tool::run
