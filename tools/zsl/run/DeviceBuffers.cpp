@@ -140,6 +140,21 @@ ParsedStreamInfoMap_P1 DeviceBuffers::sensors(
     return sensors;
 }
 
+std::shared_ptr<host::FrameBuilder> DeviceBuffers::builder(uint32_t requestNo,
+                                                           device::RequestedFrame const& frame) {
+    if (!frame.frameType) {
+        return nullptr;
+    }
+    auto builder = std::make_shared<host::FrameBuilder>(requestNo, *frame.frameType);
+    for (auto const& buffer : metas(frame.appControls)) {
+        builder->setAppMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
+    }
+    for (auto const& buffer : metas(frame.halControls)) {
+        builder->setHalMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
+    }
+    return builder;
+}
+
 IPipelineBufferSetFrameControl::IAppCallback::Result DeviceBuffers::result(
     device::ResultCall const& call) const {
     IPipelineBufferSetFrameControl::IAppCallback::Result result;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <host/BufferLedger.h>
+#include <host/FrameBuilder.h>
 #include <host/MetaStreamBuffer.h>
 #include <host/StreamInfos.h>
 #include <pipeline/IHistoryBufferProvider.h>
@@ -42,6 +43,10 @@ public:
     /// The first of the device's sensors comes first: its streams carry the early shutter.
     NSCam::v3::pipeline::policy::ParsedStreamInfoMap_P1 sensors(
         std::vector<device::DeviceSensor> const& recorded) const;
+
+    /// A builder with the request's own settings; null where the device had none.
+    std::shared_ptr<host::FrameBuilder> builder(uint32_t requestNo,
+                                                device::RequestedFrame const& frame);
 
     /// A result with the sensor timestamps that its metadata had.
     NSCam::v3::pipeline::IPipelineBufferSetFrameControl::IAppCallback::Result result(

@@ -1,5 +1,3 @@
-#include "run/DeviceComparison.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 #include <vector>
 
 #include "base/Duration.h"
+#include "run/DeviceReplay.h"
 
 namespace zebcam::tool::run {
 

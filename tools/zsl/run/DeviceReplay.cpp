@@ -14,7 +14,6 @@
 #include "pipeline/AndroidTags.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/PipelineSetup.h"
-#include "run/DeviceComparison.h"
 #include "run/DeviceScript.h"
 
 namespace zebcam::tool::run {

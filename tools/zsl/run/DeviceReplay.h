@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <utility>
 
 #include "device/DeviceRecording.h"
 #include "recording/Recording.h"
@@ -44,5 +45,16 @@ struct DeviceRunResult {
 /// its own. The recorded properties must be set. The listener's log tells boot times.
 DeviceRunResult runDevice(device::DeviceRecording const& recording, AssumedInstants const& instants,
                           size_t operations, uint32_t logLevel, ReplayListener const& listener);
+
+/// What comes of holding what a replay recorded of itself against the device's recording.
+struct DeviceComparison {
+    DeviceVerdict verdict;
+    /// How long the two agree: operations up to the first that is not the same, and its steps.
+    std::pair<size_t, size_t> agreement;
+};
+
+/// Compares the first `operations` operations, which are all that were replayed.
+DeviceComparison compareDecisions(device::DeviceRecording const& recorded,
+                                  device::DeviceRecording const& replayed, size_t operations);
 
 }  // namespace zebcam::tool::run

@@ -7,7 +7,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -19,9 +18,9 @@
 
 #include "base/InputError.h"
 #include "device/DeviceRecordingReader.h"
-#include "pipeline/CaptureBook.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/ProcessorLog.h"
+#include "run/DeviceCaptures.h"
 #include "run/DeviceReplay.h"
 #include "run/DeviceScript.h"
 
@@ -104,6 +103,7 @@ public:
           mLog(logLevel, logSink()),
           mDevice(static_cast<int32_t>(recording.openId), deviceFacts(recording)),
           mScript(recording, mClock),
+          mCaptures(recording),
           mRecorder(makeRecorder()) {}
 
     DeviceRunResult run(size_t operations) {
@@ -112,19 +112,16 @@ public:
             tellListener(i, operations);
         }
         DeviceRunResult result;
-        result.replay.failures = std::move(mProblems);
         mRecorder->finish();
         result.replayed = device::readDeviceRecording(mFile.path());
-        result.replay.captures = mBook.records();
-        identify(result);
+        result.replay.captures = mCaptures.identify(result.replayed);
+        result.replay.failures = mCaptures.problems();
         result.replay.errorLines = mLog.errorLines();
         letGo(result.replay);
         return result;
     }
 
 private:
-    using Lists = model::ZslFrameBuilders;
-
     android::sp<model::ZslRecorder> makeRecorder() const {
         auto const openId = static_cast<int32_t>(mRecording.openId);
         android::sp<model::IZslProcessor> const processor =
@@ -161,23 +158,20 @@ private:
     void carryOut(size_t position) {
         mScript.begin(position);
         device::DeviceOperation const& operation = mScript.operation();
-        pipeline::CaptureBook::Operation booked(mBook);
-        Lists lists;
+        pipeline::CaptureBook::Operation booked(mCaptures.book());
+        model::ZslFrameBuilders lists;
         try {
             lists = call(operation);
         } catch (std::exception const&) {
             // The recorder has it, and the comparison tells whether it was so on the device.
         }
         mScript.set(operation.ended);
-        bool const isFlush = operation.kind == record::Operation::FLUSH;
-        for (pipeline::BuiltFrame const& frame : booked.take(lists, isFlush, mProblems)) {
-            mBuilt[mBook.requestNoOf(frame.capture)].first.push_back(frame);
-        }
+        mCaptures.take(lists, operation.kind == record::Operation::FLUSH, booked);
     }
 
-    Lists call(device::DeviceOperation const& operation) {
-        if (auto const* const submit = std::get_if<device::SubmitCall>(&operation.call)) {
-            return this->submit(operation, *submit);
+    model::ZslFrameBuilders call(device::DeviceOperation const& operation) {
+        if (auto const* const submission = std::get_if<device::SubmitCall>(&operation.call)) {
+            return submit(operation, *submission);
         }
         if (auto const* const retry = std::get_if<device::RetryCall>(&operation.call)) {
             return mRecorder->processZslPendingRequest(retry->requestNo);
@@ -186,8 +180,8 @@ private:
             tellResult(*result);
             return {};
         }
-        if (auto const* const configuration = std::get_if<device::ConfigureCall>(&operation.call)) {
-            configure(*configuration);
+        if (auto const* const config = std::get_if<device::ConfigureCall>(&operation.call)) {
+            configure(*config);
             return {};
         }
         return mRecorder->flush();
@@ -197,74 +191,51 @@ private:
         auto const sensors =
             mScript.buffers.sensors(call.sensors.value_or(std::vector<device::DeviceSensor>()));
         android::sp<ShutterListener> const shutters =
-            call.hasCallback ? new ShutterListener(mScript, mBook) : nullptr;
+            call.hasCallback ? new ShutterListener(mScript, mCaptures.book()) : nullptr;
         if (mRecorder->configure({.pParsedStreamInfo_P1 = call.sensors ? &sensors : nullptr,
                                   .pCallback = shutters}) == 0) {
             mShutters = shutters;
         }
     }
 
-    Lists submit(device::DeviceOperation const& operation, device::SubmitCall const& call) {
+    model::ZslFrameBuilders submit(device::DeviceOperation const& operation,
+                                   device::SubmitCall const& call) {
         if (!call.callbackLives) {
             mShutters = nullptr;
         }
+        size_t const position = mCaptures.size();
         DeviceSubmission submission =
-            submissionOf(mRecording, operation, mServingOperations.at(mBook.totals().captures));
-        if (auto const found = mInstants.find(mBook.totals().captures); found != mInstants.end()) {
+            submissionOf(mRecording, operation, mServingOperations.at(position));
+        if (auto const found = mInstants.find(position); found != mInstants.end()) {
             submission.assumed = found->second;
         }
         mScript.set(submission.assumed);
         std::unordered_map<uint32_t, uint32_t> const modes(call.sensorModes.begin(),
                                                            call.sensorModes.end());
-        model::ZslRequestParams params = requestOf(call, submission, book(call));
+        model::ZslRequestParams params = openRequest(call, submission);
         params.pStreamIdMap = &modes;
         params.pvRequiredSensorIds = &call.requiredSensors;
         return mRecorder->submitZslRequest(std::move(params));
     }
 
-    /// Books a capture and makes its builders; gives its position.
-    size_t book(device::SubmitCall const& call) {
-        std::map<uint32_t, uint32_t> modes;
-        for (auto const& [sensor, mode] : call.sensorModes) {
-            if (std::find(call.requiredSensors.begin(), call.requiredSensors.end(), sensor) !=
-                call.requiredSensors.end()) {
-                modes.emplace(sensor, mode);
-            }
-        }
-        pipeline::CaptureBook::Builders booked;
-        for (device::RequestedFrame const& frame : call.frames) {
-            mBuilders.push_back(frame.frameType ? makeBuilder(call.requestNo, frame) : nullptr);
-            mPlaces.emplace_back(mBook.totals().captures, std::nullopt);
-            if (isServable(frame)) {
-                mPlaces.back().second = booked.size();
-                booked.push_back(mBuilders.back());
-            }
-        }
-        size_t const capture = mBook.open(std::move(modes), booked.size(), call.requestNo);
-        mBook.setBuilders(capture, booked);
-        // Request numbers may come again; results are then the newest capture's.
-        mBuilt.erase(call.requestNo);
-        return capture;
-    }
-
-    std::shared_ptr<host::FrameBuilder> makeBuilder(uint32_t requestNo,
-                                                    device::RequestedFrame const& frame) {
-        auto builder = std::make_shared<host::FrameBuilder>(requestNo, *frame.frameType);
-        for (auto const& buffer : mScript.buffers.metas(frame.appControls)) {
-            builder->setAppMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
-        }
-        for (auto const& buffer : mScript.buffers.metas(frame.halControls)) {
-            builder->setHalMetaStreamBuffer(buffer->getStreamInfo()->getStreamId(), buffer);
-        }
-        return builder;
-    }
-
-    model::ZslRequestParams requestOf(device::SubmitCall const& call,
-                                      DeviceSubmission const& submission, size_t capture) {
+    /// Opens the capture and gives what its submission needs.
+    model::ZslRequestParams openRequest(device::SubmitCall const& call,
+                                        DeviceSubmission const& submission) {
         model::ZslRequestParams params;
         params.requestNo = call.requestNo;
         params.checkPureRaw = call.checksPureRaw;
         params.needFrameSync = call.needsFrameSync;
+        DeviceCaptures::Builders builders;
+        for (device::RequestedFrame const& frame : call.frames) {
+            builders.push_back(mScript.buffers.builder(call.requestNo, frame));
+            auto& required = params.vReqResult.emplace_back();
+            if (frame.required) {
+                required = std::make_shared<v3::pipeline::policy::RequestResultParams>();
+                required->required = *frame.required;
+            }
+        }
+        params.vFrameBuilder.assign(builders.begin(), builders.end());
+        size_t const capture = mCaptures.open(call, builders);
         if (call.policy) {
             params.pPolicyParams =
                 std::make_shared<NSCam::ZslPolicy::ZslPolicyParams>(*call.policy);
@@ -273,22 +244,13 @@ private:
             params.pSelector = makeScriptedSelector(mScript, call);
         }
         if (call.provider) {
+            auto const begin = [this, capture, limitMs = timeoutMs(call)](auto offer) {
+                beginTry(capture, limitMs, std::move(offer));
+            };
             params.pHistoryBufferProvider = std::make_shared<ScriptedProvider>(
                 mScript, *call.provider, submission,
-                ScriptedProvider::Observer{
-                    .begin = [this, capture, limitMs = timeoutMs(call)](
-                                 auto offer) { beginTry(capture, limitMs, std::move(offer)); },
-                    .end = [this] { endTry(); }});
+                ScriptedProvider::Observer{.begin = begin, .end = [this] { endTry(); }});
         }
-        for (device::RequestedFrame const& frame : call.frames) {
-            auto& required = params.vReqResult.emplace_back();
-            if (frame.required) {
-                required = std::make_shared<v3::pipeline::policy::RequestResultParams>();
-                required->required = *frame.required;
-            }
-        }
-        params.vFrameBuilder.assign(
-            mBuilders.end() - static_cast<std::ptrdiff_t>(call.frames.size()), mBuilders.end());
         return params;
     }
 
@@ -297,34 +259,22 @@ private:
                     offer.lockedFrames.size()};
         // Whether it times out is decided a little later than this.
         mLog.watchTimeout(offer.ageMs + 1 >= limitMs);
-        mBook.beginTry(capture, std::move(offer));
+        mCaptures.book().beginTry(capture, std::move(offer));
     }
 
     void endTry() {
-        mBook.endTry(mLog.takeTimedOutFrames());
+        mCaptures.book().endTry(mLog.takeTimedOutFrames());
         mLog.watchTimeout(false);
     }
 
     void tellResult(device::ResultCall const& call) {
         auto const result = mScript.buffers.result(call);
         mRecorder->onFrameUpdated(call.requestNo, result);
-        auto const built = mBuilt.find(call.requestNo);
-        if (built == mBuilt.end()) {
-            return;  // of a request that was no capture
+        std::optional<int64_t> reportedNs;
+        for (auto const& buffer : result.outputAppMetas) {
+            reportedNs = reportedNs ? reportedNs : pipeline::readSensorTimestamp(buffer);
         }
-        auto& [frames, told] = built->second;
-        if (told < frames.size()) {
-            std::optional<int64_t> reportedNs;
-            for (auto const& buffer : result.outputAppMetas) {
-                reportedNs = reportedNs ? reportedNs : pipeline::readSensorTimestamp(buffer);
-            }
-            mBook.endResult(frames[told++], reportedNs);
-        }
-        if (call.isFrameEnd) {
-            for (pipeline::BuiltFrame const& frame : frames) {
-                frame.builder->finish();
-            }
-        }
+        mCaptures.tellResult(call, reportedNs);
     }
 
     void tellListener(size_t operation, size_t operations) {
@@ -336,44 +286,11 @@ private:
         }
     }
 
-    /// The recorder infers which history frame was built, as it has to on a device; the ledger
-    /// knows it, so that a wrong inference of either recorder shows as a difference. For a frame
-    /// without images the recorder's inference is all there is.
-    void identify(DeviceRunResult& result) const {
-        for (device::DeviceOperation& operation : result.replayed.operations) {
-            for (device::DeviceStep& step : operation.steps) {
-                auto* const built = std::get_if<device::BuiltStep>(&step);
-                if (built == nullptr || !mPlaces.at(built->builder).second) {
-                    continue;
-                }
-                auto const [capture, frame] = mPlaces[built->builder];
-                auto& outcome = result.replay.captures[capture].frames[*frame];
-                if (outcome.historyFrame) {
-                    built->frameNo = outcome.historyFrame;
-                } else if (outcome.answeredNs && built->frameNo) {
-                    outcome.historyFrame = built->frameNo;
-                    outcome.timestampNs = timestampOf(*built->frameNo);
-                }
-            }
-        }
-    }
-
-    std::optional<int64_t> timestampOf(uint32_t frameNo) const {
-        auto const found = std::find_if(
-            mRecording.frames.begin(), mRecording.frames.end(),
-            [frameNo](device::DeviceFrame const& frame) { return frame.frameNo == frameNo; });
-        return found != mRecording.frames.end() ? std::optional(found->timestampNs) : std::nullopt;
-    }
-
     /// What the processor still has comes back, so that the ledger shows what is missing.
     void letGo(ReplayResult& result) {
         mScript.begin(mRecording.operations.size());
-        for (auto const& builder : mBuilders) {
-            if (builder != nullptr) {
-                builder->finish();
-            }
-        }
-        Lists const pending = mRecorder->flush();
+        mCaptures.finish();
+        model::ZslFrameBuilders const pending = mRecorder->flush();
         host::BufferLedger const& ledger = mScript.buffers.ledger();
         result.ledger = ledger.totals();
         result.unsettled = ledger.unsettled();
@@ -392,14 +309,7 @@ private:
     pipeline::ProcessorLog mLog;
     host::DeviceRegistration const mDevice;
     DeviceScript mScript;
-    pipeline::CaptureBook mBook{pipeline::CaptureBook::Tries::All};
-    std::vector<std::string> mProblems;  ///< frames that came back wrongly
-    /// By number of the builder: itself, and its capture and frame in the book; none for a frame
-    /// that the processor does not answer.
-    std::vector<std::shared_ptr<host::FrameBuilder>> mBuilders;
-    std::vector<std::pair<size_t, std::optional<size_t>>> mPlaces;
-    /// What came back, and of how many of it the result was told, by request.
-    std::map<uint32_t, std::pair<std::vector<pipeline::BuiltFrame>, size_t>> mBuilt;
+    DeviceCaptures mCaptures;
     android::sp<ShutterListener> mShutters;  ///< the device's callback, while it lived
     pipeline::Occupancy mOffered;
     android::sp<model::ZslRecorder> const mRecorder;  ///< around the processor; goes first
