@@ -13,13 +13,13 @@
 #include <string>
 #include <thread>
 
-#include "commands/Cli.h"
 #include "device/DeviceRecordingReader.h"
 #include "platform/TempFile.h"
 #include "recorder/Crc32.h"
 #include "recorder/RecordedScene.h"
 #include "report/TextReport.h"
 #include "run/DeviceReplay.h"
+#include "tool/CliFixture.h"
 
 namespace zebcam::test {
 namespace {
@@ -262,43 +262,22 @@ TEST(DeviceReplay, SurvivesWhateverAFileHolds) {
     EXPECT_LT(100, replayed) << "nearly everything is refused before it is replayed";
 }
 
-struct CliRun {
-    int status = 0;
-    std::string out;
-    std::string err;
-};
-
-CliRun zsl(std::vector<std::string> const& arguments) {
-    std::vector<char const*> argv{"zsl"};
-    for (std::string const& argument : arguments) {
-        argv.push_back(argument.c_str());
-    }
-    std::ostringstream out;
-    std::ostringstream err;
-    CliRun run;
-    run.status =
-        tool::commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err, false});
-    run.out = out.str();
-    run.err = err.str();
-    return run;
-}
-
 TEST(DeviceReplay, IsDoneByTheTool) {
     TempFile const file("tool.zslrec");
     play(scenarios()[0], {.path = file.path});
-    CliRun const good = zsl({"replay", file.path, "--explain"});
+    tool::Outcome const good = tool::zsl({"replay", file.path, "--explain"});
     EXPECT_EQ(0, good.status) << good.err;
     EXPECT_THAT(good.out, testing::AllOf(testing::HasSubstr("1 waited"), testing::HasSubstr("F4"),
                                          testing::HasSubstr("same decisions")));
     for (char const* const fixed : {"--captures=3", "--policy=cshot", "--frame-sync"}) {
-        CliRun const refused = zsl({"replay", file.path, fixed});
+        tool::Outcome const refused = tool::zsl({"replay", file.path, fixed});
         EXPECT_EQ(2, refused.status);
         EXPECT_THAT(refused.err, testing::HasSubstr("is a recording of a device, which fixes"));
     }
     std::string bytes = contentOf(file.path);
     bytes[8] = 9;
     TempFile const newer("newer.zslrec", bytes);
-    CliRun const unknown = zsl({"replay", newer.path});
+    tool::Outcome const unknown = tool::zsl({"replay", newer.path});
     EXPECT_EQ(2, unknown.status);
     EXPECT_THAT(unknown.err, testing::HasSubstr("byte 8: expected version 1, found version 9"));
 }

@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -19,6 +21,16 @@ namespace record = NSCam::v3::pipeline::model::record;
 }
 
 namespace zebcam::tool::device {
+
+/// A recording of a device that cannot be used. The text is
+/// `<path>: byte <offset>: expected ..., found ...`.
+class DeviceRecordingError : public std::runtime_error {
+public:
+    DeviceRecordingError(std::string const& path, uint64_t offset, std::string_view expected,
+                         std::string_view found)
+        : std::runtime_error(path + ": byte " + std::to_string(offset) + ": expected " +
+                             std::string(expected) + ", found " + std::string(found)) {}
+};
 
 /// What a recorder wrote on a device, decoded. Things that occur more than once (streams, frames,
 /// builders, providers) are named by their position.

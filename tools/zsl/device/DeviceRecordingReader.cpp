@@ -134,12 +134,6 @@ private:
 
 }  // namespace
 
-DeviceRecordingError::DeviceRecordingError(std::string const& path, uint64_t offset,
-                                           std::string_view expected, std::string_view found)
-    : std::runtime_error(
-          fmt::format("{}: byte {}: expected {}, found {}", path, offset, expected, found)) {
-}
-
 bool isDeviceRecording(std::string const& path) {
     // Not from a pipe, which could be read only once.
     std::error_code failure;

@@ -1,22 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <iosfwd>
-#include <stdexcept>
 #include <string>
-#include <string_view>
 
 #include "device/DeviceRecording.h"
 
 namespace zebcam::tool::device {
-
-/// A recording of a device that cannot be used. The text is
-/// `<path>: byte <offset>: expected ..., found ...`.
-class DeviceRecordingError : public std::runtime_error {
-public:
-    DeviceRecordingError(std::string const& path, uint64_t offset, std::string_view expected,
-                         std::string_view found);
-};
 
 /// Whether a file begins as a recording of a device does. False for what cannot be read and for
 /// pipes.

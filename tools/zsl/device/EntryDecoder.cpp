@@ -7,8 +7,6 @@
 #include <limits>
 #include <utility>
 
-#include "device/DeviceRecordingReader.h"
-
 namespace zebcam::tool::device {
 
 using NSCam::v3::pipeline::model::ZslRecordingEnd;

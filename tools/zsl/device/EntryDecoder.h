@@ -68,6 +68,8 @@ private:
     RequestedFrame decodeRequestedFrame(Decoder& in);
     ResultCall decodeResult(Decoder& in);
     void decodeItem(Decoder& in, record::Item item, DeviceOperation& operation);
+    void decodeClone(Decoder& in, DeviceOperation& operation);
+    void decodeSelectionEnd(Decoder& in, DeviceOperation& operation);
     void decodeOffer(Decoder& in, DeviceOperation& operation);
     void decodeInFlight(Decoder& in, DeviceOperation& operation);
     void decodeFault(Decoder& in, DeviceOperation& operation);

@@ -69,19 +69,12 @@ void EntryDecoder::decodeItem(Decoder& in, record::Item item, DeviceOperation& o
         case record::Item::RETURN:
             operation.steps.emplace_back(decodeReturn(in));
             break;
-        case record::Item::CLONE: {
-            uint64_t const provider = in.number("a provider");
-            in.number32("a frame number");
-            operation.clones.push_back({provider, decodeFrame(in, true)});
+        case record::Item::CLONE:
+            decodeClone(in, operation);
             break;
-        }
-        case record::Item::SELECTION_END: {
-            record::ClockReading const now = in.clock(mClock);
-            if (!operation.tries.empty()) {
-                operation.tries.back().ended = now;
-            }
+        case record::Item::SELECTION_END:
+            decodeSelectionEnd(in, operation);
             break;
-        }
         case record::Item::FAULT:
             decodeFault(in, operation);
             break;
@@ -105,6 +98,19 @@ void EntryDecoder::decodeItem(Decoder& in, record::Item item, DeviceOperation& o
             break;
         default:
             in.fail("a known item", fmt::format("item {}", static_cast<unsigned>(item)));
+    }
+}
+
+void EntryDecoder::decodeClone(Decoder& in, DeviceOperation& operation) {
+    uint64_t const provider = in.number("a provider");
+    in.number32("a frame number");
+    operation.clones.push_back({provider, decodeFrame(in, true)});
+}
+
+void EntryDecoder::decodeSelectionEnd(Decoder& in, DeviceOperation& operation) {
+    record::ClockReading const now = in.clock(mClock);
+    if (!operation.tries.empty()) {
+        operation.tries.back().ended = now;
     }
 }
 

@@ -238,10 +238,8 @@ AssumedInstants findInstants(device::DeviceRecording const& recording,
     size_t replays = 0;
     auto const agreementWith = [&](AssumedInstants const& instants, size_t operations) {
         ++replays;
-        return compareDecisions(recording,
-                                runDevice(recording, instants, operations, 0, {}).replayed,
-                                operations)
-            .agreement;
+        DeviceRunResult const run = runDevice(recording, instants, operations, 0, {});
+        return compareDecisions(recording, run.replayed, operations).agreement;
     };
     auto best = agreementWith(found, all);
     // What differs was decided for a capture that was under way; the youngest comes first, since
