@@ -1,8 +1,7 @@
 #include <sstream>
 
 #include "Fuzz.h"
-#include "recording/RecordingReader.h"
-#include "recording/RecordingWriter.h"
+#include "recording/RecordingFile.h"
 
 using namespace zebcam;
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "CliFixture.h"
+#include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
-#include "recording/RecordingWriter.h"
 #include "report/ComparisonFiles.h"
 #include "report/ComparisonTable.h"
 

@@ -11,9 +11,8 @@
 
 #include "commands/Commands.h"
 #include "recording/Recording.h"
+#include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
-#include "recording/RecordingReader.h"
-#include "recording/RecordingWriter.h"
 
 namespace zebcam::tool {
 namespace {

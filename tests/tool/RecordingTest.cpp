@@ -10,8 +10,7 @@
 
 #include "base/AtomicFile.h"
 #include "recording/Recording.h"
-#include "recording/RecordingReader.h"
-#include "recording/RecordingWriter.h"
+#include "recording/RecordingFile.h"
 
 namespace zebcam::tool {
 namespace {

@@ -208,7 +208,7 @@ TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
     EXPECT_EQ(result.captures[0].pressNs, START + 500 * MS);
     EXPECT_EQ(result.captures[3].pressNs, START + 3500 * MS);
     EXPECT_EQ(result.summary.lag.max, 0);
-    run::Spread const spread = run::spreadOf({40, 10, -20, 30});
+    base::Spread const spread = base::spreadOf({40, 10, -20, 30});
     EXPECT_EQ(spread.min, -20);
     EXPECT_EQ(spread.median, 20);
     EXPECT_EQ(spread.p95, 40);

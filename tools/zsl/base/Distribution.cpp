@@ -3,10 +3,35 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <numeric>
 
 namespace zebcam::tool::base {
 
+namespace {
+
+/// The rank, from 1, of the value that a share of `count` values does not exceed.
+uint64_t nearestRank(uint64_t count, double share) {
+    return std::max<uint64_t>(
+        static_cast<uint64_t>(std::ceil(share * static_cast<double>(count))), 1);
+}
+
+}  // namespace
+
+Spread spreadOf(std::vector<int64_t> values) {
+    if (values.empty()) {
+        return {};
+    }
+    std::sort(values.begin(), values.end());
+    size_t const n = values.size();
+    return {.count = n,
+            .min = values.front(),
+            .median = std::midpoint(values[(n - 1) / 2], values[n / 2]),
+            .p95 = values[nearestRank(n, 0.95) - 1],
+            .max = values.back()};
+}
+
 void Distribution::add(int64_t ns) {
+    // Where a clock went back, the duration was short, whatever the difference says.
     int64_t const value = std::max<int64_t>(ns, 0);
     mMin = mCount == 0 ? value : std::min(mMin, value);
     mMax = std::max(mMax, value);
@@ -18,11 +43,12 @@ int64_t Distribution::quantile(double share) const {
     if (mCount == 0) {
         return 0;
     }
-    auto const rank = static_cast<uint64_t>(std::ceil(share * static_cast<double>(mCount)));
+    uint64_t const rank = nearestRank(mCount, share);
     uint64_t seen = 0;
     for (size_t bucket = 0; bucket < BUCKETS; ++bucket) {
         seen += mCounts[bucket];
-        if (seen >= std::max<uint64_t>(rank, 1)) {
+        if (seen >= rank) {
+            // The end of a bucket may lie outside what was added; the ends are known exactly.
             return std::clamp(endOf(bucket), mMin, mMax);
         }
     }

@@ -3,11 +3,24 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace zebcam::tool::base {
 
-/// How some durations are distributed, in a fixed amount of memory: exact below 32 ns, to within
-/// 1/16 above.
+/// Minimum, median, 95th percentile (nearest rank) and maximum of some times, ns.
+struct Spread {
+    size_t count = 0;
+    int64_t min = 0;
+    int64_t median = 0;  ///< mean of the middle two, rounded down, for an even count
+    int64_t p95 = 0;
+    int64_t max = 0;
+};
+
+/// The exact spread of `values`; all 0 for none.
+Spread spreadOf(std::vector<int64_t> values);
+
+/// How some durations are distributed, for runs without end: in a fixed amount of memory, exact
+/// below 32 ns and to within 1/16 above.
 class Distribution {
 public:
     void add(int64_t ns);

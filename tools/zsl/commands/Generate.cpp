@@ -13,8 +13,8 @@
 
 #include "base/Text.h"
 #include "commands/Commands.h"
+#include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
-#include "recording/RecordingWriter.h"
 
 namespace zebcam::tool::commands {
 

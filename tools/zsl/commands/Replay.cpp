@@ -19,7 +19,7 @@
 #include "commands/OptionValues.h"
 #include "commands/ReplayObserver.h"
 #include "device/DeviceRecordingReader.h"
-#include "recording/RecordingReader.h"
+#include "recording/RecordingFile.h"
 #include "report/HtmlReport.h"
 #include "report/JsonReport.h"
 #include "report/TextReport.h"

@@ -5,7 +5,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "recording/RecordingReader.h"
+#include "recording/RecordingFile.h"
 #include "run/Replay.h"
 
 namespace zebcam::tool::compare {

@@ -17,7 +17,7 @@ namespace {
 
 constexpr double kNsPerMs = 1e6;
 
-FieldValue timeOf(run::Spread const& spread, int64_t ns) {
+FieldValue timeOf(base::Spread const& spread, int64_t ns) {
     return spread.count > 0 ? FieldValue(Nanoseconds{ns}) : FieldValue();
 }
 
@@ -71,15 +71,15 @@ constexpr std::array kFields = std::to_array<ComparisonField>({
     {"unanswered", "frames that never came back", count<&S::unanswered>},
     {"without_history", "frames that were answered without a history frame",
      count<&S::withoutHistory>},
-    {"min_lag_ms", "from the press to the start of exposure: the least", lag<&run::Spread::min>},
-    {"median_lag_ms", "the median", lag<&run::Spread::median>},
-    {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&run::Spread::p95>},
-    {"max_lag_ms", "the most", lag<&run::Spread::max>},
+    {"min_lag_ms", "from the press to the start of exposure: the least", lag<&base::Spread::min>},
+    {"median_lag_ms", "the median", lag<&base::Spread::median>},
+    {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&base::Spread::p95>},
+    {"max_lag_ms", "the most", lag<&base::Spread::max>},
     {"min_wait_ms", "from the press to the answer, of the answered frames: the least",
-     wait<&run::Spread::min>},
-    {"median_wait_ms", "the median", wait<&run::Spread::median>},
-    {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&run::Spread::p95>},
-    {"max_wait_ms", "the most", wait<&run::Spread::max>},
+     wait<&base::Spread::min>},
+    {"median_wait_ms", "the median", wait<&base::Spread::median>},
+    {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&base::Spread::p95>},
+    {"max_wait_ms", "the most", wait<&base::Spread::max>},
     {"refused", "refusals of history frames, for each frame, try and capture anew",
      [](N numbers) -> FieldValue { return numbers.refusals.total(); }},
     {"refused_time", "of them: exposed before the instant that the capture stands for",

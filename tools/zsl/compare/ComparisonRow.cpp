@@ -79,7 +79,7 @@ RunNumbers numbersOf(run::ReplayResult const& result, RefusalCounts const& refus
             }
         }
     }
-    numbers.wait = run::spreadOf(std::move(waits));
+    numbers.wait = base::spreadOf(std::move(waits));
     numbers.refusals = refusals;
     numbers.ledger = result.ledger;
     numbers.longestHeldNs = result.longestHeldNs;

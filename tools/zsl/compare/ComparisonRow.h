@@ -50,7 +50,7 @@ private:
 /// What is counted and measured in one run. Plain data, so that it can go from process to process.
 struct RunNumbers {
     run::ReplaySummary summary;
-    run::Spread wait;  ///< from the press to the answer, of the frames that were answered
+    base::Spread wait;  ///< from the press to the answer, of the frames that were answered
     RefusalCounts refusals;
     host::BufferLedger::Totals ledger;
     int64_t longestHeldNs = 0;   ///< the longest time that a buffer set was handed out

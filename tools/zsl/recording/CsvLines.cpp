@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/Text.h"
-#include "recording/RecordingError.h"
+#include "recording/Recording.h"
 
 namespace zebcam::tool::recording {
 

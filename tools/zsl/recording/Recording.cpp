@@ -1,14 +1,29 @@
 #include "recording/Recording.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
-#include <numeric>
+
+#include "base/Distribution.h"
 
 namespace zebcam::tool::recording {
 
 namespace {
 
 constexpr uint8_t kLensMoving = 1;
+
+std::string describe(RecordingPlace const& place, std::string_view expected,
+                     std::string_view found) {
+    std::string text = place.path + ":";
+    if (place.line > 0) {
+        text += fmt::format("{}:", place.line);
+    }
+    if (!place.column.empty()) {
+        text += fmt::format(" column \"{}\":", place.column);
+    }
+    return text + fmt::format(" expected {}, found {}", expected, found);
+}
 
 std::vector<int64_t> intervalsOf(std::vector<SensorFrame> const& frames) {
     std::vector<int64_t> intervals;
@@ -18,40 +33,22 @@ std::vector<int64_t> intervalsOf(std::vector<SensorFrame> const& frames) {
     return intervals;
 }
 
-int64_t medianOf(std::vector<int64_t> values) {
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    if (values.size() % 2 != 0) {
-        return *middle;
-    }
-    return std::midpoint(*std::max_element(values.begin(), middle), *middle);
-}
-
-// The distance from `center` within which 95 % of the values lie.
-int64_t usualDistance(std::vector<int64_t> const& values, int64_t center) {
-    std::vector<int64_t> distances;
-    distances.reserve(values.size());
-    for (int64_t const value : values) {
-        distances.push_back(std::abs(value - center));
-    }
-    auto const rank = (distances.size() * 95 + 99) / 100;  // from 1
-    auto const at = distances.begin() + static_cast<std::ptrdiff_t>(rank - 1);
-    std::nth_element(distances.begin(), at, distances.end());
-    return *at;
-}
-
 void addIntervals(RecordingFacts& facts, std::vector<int64_t> intervals) {
-    auto const [min, max] = std::minmax_element(intervals.begin(), intervals.end());
-    facts.minIntervalNs = *min;
-    facts.maxIntervalNs = *max;
-    facts.medianIntervalNs = medianOf(intervals);
+    base::Spread const all = base::spreadOf(intervals);
+    facts.minIntervalNs = all.min;
+    facts.maxIntervalNs = all.max;
+    facts.medianIntervalNs = all.median;
     // Half of the intervals are no longer than the median, so some always remain.
-    auto const isGap = [median = facts.medianIntervalNs](int64_t interval) {
+    auto const isGap = [median = all.median](int64_t interval) {
         return interval - median > median / 2;
     };
     facts.gaps = std::erase_if(intervals, isGap);
     facts.largestGapNs = facts.gaps > 0 ? facts.maxIntervalNs : 0;
-    facts.jitterNs = usualDistance(intervals, facts.medianIntervalNs);
+    // A gap is a frame that was not taken, and says nothing of how steady the others are.
+    for (int64_t& interval : intervals) {
+        interval = std::abs(interval - all.median);
+    }
+    facts.jitterNs = base::spreadOf(std::move(intervals)).p95;
 }
 
 void addStates(RecordingFacts& facts, SensorFrame const& frame) {
@@ -68,6 +65,11 @@ void addStates(RecordingFacts& facts, SensorFrame const& frame) {
 }
 
 }  // namespace
+
+RecordingError::RecordingError(RecordingPlace const& place, std::string_view expected,
+                               std::string_view found)
+    : std::runtime_error(describe(place, expected, found)) {
+}
 
 RecordingFacts computeFacts(Recording const& recording) {
     RecordingFacts facts;
@@ -86,7 +88,7 @@ RecordingFacts computeFacts(Recording const& recording) {
 }
 
 int64_t medianIntervalNs(std::vector<SensorFrame> const& frames) {
-    return frames.size() < 2 ? 0 : medianOf(intervalsOf(frames));
+    return base::spreadOf(intervalsOf(frames)).median;
 }
 
 }  // namespace zebcam::tool::recording

@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zebcam::tool::recording {
@@ -36,6 +38,22 @@ struct Recording {
     std::vector<SensorFrame> frames;
     std::vector<std::string> notes;  ///< for the user, for instance about ignored columns
     int64_t medianIntervalNs = 0;
+};
+
+/// Where in a recording something is wrong. Line 0 means the file as a whole, an empty column the
+/// whole line.
+struct RecordingPlace {
+    std::string path;
+    size_t line = 0;  ///< from 1, the header's line
+    std::string column;
+};
+
+/// A recording that cannot be used. The text is
+/// `<path>:<line>: column "<name>": expected ..., found ...`, with line and column where they
+/// apply.
+class RecordingError : public std::runtime_error {
+public:
+    RecordingError(RecordingPlace const& place, std::string_view expected, std::string_view found);
 };
 
 /// In how many frames each state is missing.

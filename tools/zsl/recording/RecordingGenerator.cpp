@@ -9,76 +9,9 @@
 #include <string_view>
 #include <utility>
 
-#include "recording/Recording.h"
+#include "base/SeededRandom.h"
 
 namespace zebcam::tool::recording {
-
-namespace {
-
-template <typename Value>
-void requireRange(std::string_view name, Value value, Value min, Value max) {
-    if (!(value >= min && value <= max)) {  // also refuses what is not a number
-        throw std::invalid_argument(
-            fmt::format("{}: expected {} to {}, found {}", name, min, max, value));
-    }
-}
-
-void requireRates(GeneratorOptions const& options) {
-    std::pair<std::string_view, double> const rates[] = {
-        {"late rate", options.lateRate},
-        {"gap rate", options.gapRate},
-        {"exposure drift rate", options.exposureDriftRate},
-        {"exposure jump rate", options.exposureJumpRate},
-        {"scan rate", options.scanRate},
-        {"strange AF state rate", options.strangeAfStateRate},
-        {"missing AF state rate", options.missingAfStateRate},
-        {"error rate", options.errorRate},
-        {"unsynced rate", options.unsyncedRate},
-    };
-    for (auto const& [name, rate] : rates) {
-        requireRange(name, rate, 0.0, 1.0);
-    }
-}
-
-void requireValid(GeneratorOptions const& options) {
-    requireRange<uint32_t>("frames", options.frames, 2, 1'000'000);
-    requireRange("fps", options.fps, 1.0, 960.0);
-    requireRange<int64_t>("start (ns)", options.startNs, 1, 1'000'000'000'000'000'000);
-    requireRange<uint32_t>("first frame number", options.firstFrameNo, 0,
-                           std::numeric_limits<uint32_t>::max() - (options.frames - 1));
-    requireRange<uint32_t>("interval excess (ppm)", options.intervalExcessPpm, 0, 100'000);
-    requireRates(options);
-}
-
-}  // namespace
-
-Recording generate(GeneratorOptions const& options) {
-    requireValid(options);
-    auto const durationNs = static_cast<int64_t>(std::llround(1e9 / options.fps));
-    int64_t const intervalNs = durationNs + durationNs * options.intervalExcessPpm / 1'000'000;
-    int64_t const exposureNs =
-        options.exposureNs.value_or(std::min<int64_t>(10'000'000, durationNs / 3));
-    requireRange<int64_t>("exposure (ns)", exposureNs, 1, durationNs);
-    requireRange<int64_t>("jitter (ns)", options.jitterNs, 0, intervalNs / 10);
-
-    TimingGenerator timing(options, intervalNs);
-    ExposureGenerator exposure(options, exposureNs, durationNs);
-    FocusGenerator focus(options);
-    FaultGenerator faults(options);
-    Recording recording{"<generated>", {}, {}, 0};
-    recording.frames.resize(options.frames);
-    for (uint32_t i = 0; i < options.frames; ++i) {
-        SensorFrame& frame = recording.frames[i];
-        frame.frameNo = options.firstFrameNo + i;
-        frame.durationNs = durationNs;
-        timing.next(frame);
-        exposure.next(frame);
-        focus.next(frame);
-        faults.next(frame);
-    }
-    recording.medianIntervalNs = medianIntervalNs(recording.frames);
-    return recording;
-}
 
 namespace {
 
@@ -107,7 +40,69 @@ constexpr float kLensStepsPerDiopter = 128;
 constexpr int64_t kLastLensStep = 1280;
 constexpr int64_t kLongestLensMove = 24;
 
-}  // namespace
+// Each class fills in one subject of the frames of a recording, frame after frame. The options,
+// borrowed for the lifetime of the object, are valid.
+
+/// Start of exposure and readout: a steady sensor with jitter, late frames and gaps.
+class TimingGenerator {
+public:
+    TimingGenerator(GeneratorOptions const& options, int64_t intervalNs);
+    void next(SensorFrame& frame);
+
+private:
+    void advance();
+
+    GeneratorOptions const& mOptions;
+    base::SeededRandom mRandom;
+    int64_t mIntervalNs;
+    int64_t mLatenessNs;       ///< of a late frame
+    double mStartGapRate;      ///< of the first intervals
+    double mLaterGapRate;      ///< of the others
+    uint32_t mFrames = 0;      ///< made so far
+    int64_t mGridNs;           ///< where the last frame would be if the sensor were perfect
+    int64_t mDeviationNs = 0;  ///< and how far from there it is
+    bool mWasLate = false;     ///< the last frame
+};
+
+/// Exposure time, sensitivity and whether the exposure is stable.
+class ExposureGenerator {
+public:
+    ExposureGenerator(GeneratorOptions const& options, int64_t exposureNs, int64_t durationNs);
+    void next(SensorFrame& frame);
+
+private:
+    void jump();
+    void drift();
+
+    GeneratorOptions const& mOptions;
+    base::SeededRandom mRandom;
+    int64_t mExposureNs;
+    int64_t mMinNs;
+    int64_t mMaxNs;
+    int32_t mIso;
+    bool mFirst = true;
+    int64_t mUnstableFrames = 0;  ///< still to come
+};
+
+/// Focus distance, lens state and AF state in continuous focus: scans that move the lens and then
+/// settle.
+class FocusGenerator {
+public:
+    explicit FocusGenerator(GeneratorOptions const& options);
+    void next(SensorFrame& frame);
+
+private:
+    bool scanFrame(bool isFirst);
+    void moveLens();
+
+    GeneratorOptions const& mOptions;
+    base::SeededRandom mRandom;
+    int64_t mPosition;          ///< in steps
+    int64_t mScanFrames = 0;    ///< still to come
+    bool mWasScanning = false;  ///< in the last frame; a scan settles before the next begins
+    uint8_t mSettledState;
+    double mMissingAfStates = 0;  ///< due so far, less those made
+};
 
 TimingGenerator::TimingGenerator(GeneratorOptions const& options, int64_t intervalNs)
     : mOptions(options),
@@ -158,6 +153,8 @@ ExposureGenerator::ExposureGenerator(GeneratorOptions const& options, int64_t ex
 }
 
 void ExposureGenerator::next(SensorFrame& frame) {
+    // Both are drawn for every frame, the first one too: what one rate does to a frame does not
+    // move where the other strikes.
     bool const jumps = mRandom.chance(mOptions.exposureJumpRate);
     bool const drifts = mRandom.chance(mOptions.exposureDriftRate);
     if (!mFirst && jumps) {
@@ -216,6 +213,7 @@ void FocusGenerator::next(SensorFrame& frame) {
 
 // Says whether the lens moves in this frame of a scan. It always does in the first.
 bool FocusGenerator::scanFrame(bool isFirst) {
+    // A scan whose lens never moved could not be seen in the focus distance.
     bool const moves = mRandom.chance(0.75) || isFirst;
     if (moves) {
         moveLens();
@@ -235,17 +233,79 @@ void FocusGenerator::moveLens() {
     mPosition += goesUp ? distance : -distance;
 }
 
-FaultGenerator::FaultGenerator(GeneratorOptions const& options)
-    : mOptions(options), mRandom(options.seedValue, FAULTS) {
-}
-
-void FaultGenerator::next(SensorFrame& frame) {
+/// Images that are unusable and sensors that are not synchronised.
+void addFaults(GeneratorOptions const& options, base::SeededRandom& random, SensorFrame& frame) {
     constexpr int64_t kSynced = 0;
     constexpr int64_t kNotSynced = 1;
-    frame.hasError = mRandom.chance(mOptions.errorRate);
-    frame.frameSync = mRandom.chance(mOptions.unsyncedRate) ? kNotSynced : kSynced;
+    frame.hasError = random.chance(options.errorRate);
+    frame.frameSync = random.chance(options.unsyncedRate) ? kNotSynced : kSynced;
     frame.sensorId = 0;
     frame.sensorMode = 0;
+}
+
+template <typename Value>
+void requireRange(std::string_view name, Value value, Value min, Value max) {
+    if (!(value >= min && value <= max)) {  // also refuses what is not a number
+        throw std::invalid_argument(
+            fmt::format("{}: expected {} to {}, found {}", name, min, max, value));
+    }
+}
+
+void requireRates(GeneratorOptions const& options) {
+    std::pair<std::string_view, double> const rates[] = {
+        {"late rate", options.lateRate},
+        {"gap rate", options.gapRate},
+        {"exposure drift rate", options.exposureDriftRate},
+        {"exposure jump rate", options.exposureJumpRate},
+        {"scan rate", options.scanRate},
+        {"strange AF state rate", options.strangeAfStateRate},
+        {"missing AF state rate", options.missingAfStateRate},
+        {"error rate", options.errorRate},
+        {"unsynced rate", options.unsyncedRate},
+    };
+    for (auto const& [name, rate] : rates) {
+        requireRange(name, rate, 0.0, 1.0);
+    }
+}
+
+void requireValid(GeneratorOptions const& options) {
+    requireRange<uint32_t>("frames", options.frames, 2, 1'000'000);
+    requireRange("fps", options.fps, 1.0, 960.0);
+    requireRange<int64_t>("start (ns)", options.startNs, 1, 1'000'000'000'000'000'000);
+    requireRange<uint32_t>("first frame number", options.firstFrameNo, 0,
+                           std::numeric_limits<uint32_t>::max() - (options.frames - 1));
+    requireRange<uint32_t>("interval excess (ppm)", options.intervalExcessPpm, 0, 100'000);
+    requireRates(options);
+}
+
+}  // namespace
+
+Recording generate(GeneratorOptions const& options) {
+    requireValid(options);
+    auto const durationNs = static_cast<int64_t>(std::llround(1e9 / options.fps));
+    int64_t const intervalNs = durationNs + durationNs * options.intervalExcessPpm / 1'000'000;
+    int64_t const exposureNs =
+        options.exposureNs.value_or(std::min<int64_t>(10'000'000, durationNs / 3));
+    requireRange<int64_t>("exposure (ns)", exposureNs, 1, durationNs);
+    requireRange<int64_t>("jitter (ns)", options.jitterNs, 0, intervalNs / 10);
+
+    TimingGenerator timing(options, intervalNs);
+    ExposureGenerator exposure(options, exposureNs, durationNs);
+    FocusGenerator focus(options);
+    base::SeededRandom faults(options.seedValue, FAULTS);
+    Recording recording{"<generated>", {}, {}, 0};
+    recording.frames.resize(options.frames);
+    for (uint32_t i = 0; i < options.frames; ++i) {
+        SensorFrame& frame = recording.frames[i];
+        frame.frameNo = options.firstFrameNo + i;
+        frame.durationNs = durationNs;
+        timing.next(frame);
+        exposure.next(frame);
+        focus.next(frame);
+        addFaults(options, faults, frame);
+    }
+    recording.medianIntervalNs = medianIntervalNs(recording.frames);
+    return recording;
 }
 
 }  // namespace zebcam::tool::recording

@@ -89,8 +89,8 @@ constexpr char kNumbers[] = "{:>6}{:>7}{:>6}{:>6}{:>9}{:>9}{:>9}{:>9}{:>8}{:>8}{
 
 std::string numbersText(compare::RunNumbers const& numbers) {
     run::ReplaySummary const& summary = numbers.summary;
-    run::Spread const& lag = summary.lag;
-    run::Spread const& wait = numbers.wait;
+    base::Spread const& lag = summary.lag;
+    base::Spread const& wait = numbers.wait;
     bool const hasLag = lag.count > 0;
     bool const hasWait = wait.count > 0;
     return fmt::format(kNumbers, summary.atOnce, summary.waited, summary.timedOut, summary.flushed,

@@ -258,7 +258,7 @@ Json captureJson(pipeline::CaptureRecord const& capture,
 
 Json summaryJson(run::ReplayResult const& result) {
     run::ReplaySummary const& summary = result.summary;
-    run::Spread const& lag = summary.lag;
+    base::Spread const& lag = summary.lag;
     Json lagJson = nullptr;
     if (lag.count > 0) {
         lagJson = {{"count", lag.count},

@@ -120,7 +120,7 @@ std::string summaryText(run::ReplayResult const& result) {
         "Served", fmt::format("{} at once, {} waited, {} timed out, {} flushed{}, of {}{}",
                               summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
                               unanswered, counted(summary.frames, "frame", "frames"), ordinary));
-    run::Spread const& lag = summary.lag;
+    base::Spread const& lag = summary.lag;
     text += labelled("Lag", lag.count == 0
                                 ? "no frame came from the history"
                                 : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "

@@ -1,22 +1,8 @@
 #include "run/ReplayResult.h"
 
-#include <algorithm>
-#include <numeric>
+#include <utility>
 
 namespace zebcam::tool::run {
-
-Spread spreadOf(std::vector<int64_t> values) {
-    if (values.empty()) {
-        return {};
-    }
-    std::sort(values.begin(), values.end());
-    size_t const n = values.size();
-    return {.count = n,
-            .min = values.front(),
-            .median = std::midpoint(values[(n - 1) / 2], values[n / 2]),
-            .p95 = values[(n * 95 + 99) / 100 - 1],
-            .max = values.back()};
-}
 
 ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
     ReplaySummary summary;
@@ -50,7 +36,7 @@ ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
             }
         }
     }
-    summary.lag = spreadOf(std::move(lags));
+    summary.lag = base::spreadOf(std::move(lags));
     return summary;
 }
 

@@ -7,23 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "base/Distribution.h"
 #include "pipeline/CaptureRecord.h"
 #include "pipeline/ReplayOptions.h"
 #include "recording/Recording.h"
 
 namespace zebcam::tool::run {
-
-/// Minimum, median, 95th percentile (nearest rank) and maximum of some times, ns.
-struct Spread {
-    size_t count = 0;
-    int64_t min = 0;
-    int64_t median = 0;  ///< mean of the middle two for an even count
-    int64_t p95 = 0;
-    int64_t max = 0;
-};
-
-/// The spread of `values`; all 0 for none.
-Spread spreadOf(std::vector<int64_t> values);
 
 /// Numbers over all frames of all captures.
 struct ReplaySummary {
@@ -36,7 +25,7 @@ struct ReplaySummary {
     size_t flushed = 0;
     size_t unanswered = 0;
     size_t withoutHistory = 0;  ///< answered as ordinary captures
-    Spread lag;                 ///< of the frames that have a history frame
+    base::Spread lag;           ///< of the frames that have a history frame
 };
 
 ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures);
