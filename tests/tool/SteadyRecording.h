@@ -13,16 +13,16 @@ namespace zebcam::tool {
 constexpr int64_t MS = 1'000'000;
 constexpr int64_t START = 5'000'000 * MS + 1;  ///< of the first frame
 
-/// Frames 1, 2, ... every 100 ms, which arrive 130 ms after their start.
-inline recording::Recording steadyRecording(uint32_t frames = 60) {
-    recording::Recording recording{"not UTF-8: \xff", {}, {}, 100 * MS};
+/// Frames 1, 2, ... at an interval, which arrive that and 30 ms after their start.
+inline recording::Recording steadyRecording(uint32_t frames = 60, int64_t intervalMs = 100) {
+    recording::Recording recording{"not UTF-8: \xff", {}, {}, intervalMs * MS};
     for (uint32_t i = 0; i < frames; ++i) {
         recording::SensorFrame frame;
         frame.frameNo = i + 1;
-        frame.timestampNs = START + i * 100 * MS;
+        frame.timestampNs = START + i * intervalMs * MS;
         frame.exposureNs = 10 * MS;
         frame.readoutNs = 20 * MS;
-        frame.durationNs = 100 * MS;
+        frame.durationNs = intervalMs * MS;
         frame.afMode = frame.afState = frame.lensState = uint8_t{0};
         frame.sensorId = frame.sensorMode = 0;
         frame.aeStable = 1;

@@ -147,7 +147,6 @@ struct ReadTrace {
 struct Traced {
     Traced(recording::Recording r, pipeline::ReplayOptions options) : recording(std::move(r)) {
         options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
-        run::OccupancyRecorder recorder;
         log::Explainer explainer;
         run::ReplayListener listener;
         listener.log = [&](int64_t, host::LogLine const& line) {
@@ -155,13 +154,10 @@ struct Traced {
                 explainer.feed(log::fromLogLine(line));
             }
         };
-        listener.occupancy = [&](int64_t ns, pipeline::Occupancy const& now) {
-            recorder.add(ns, now);
-        };
+        listener.occupancy = &occupancy;
         run::SectionRecorder sectionRecorder;
         result = run::replay(recording, options, listener);
         sections = sectionRecorder.finish();
-        occupancy = recorder.samples();
         explanation = explainer.finish();
     }
 

@@ -27,9 +27,7 @@ run::ReplayListener ReplayObserver::listener() {
         listener.log = [this](int64_t timeNs, host::LogLine const& line) { onLog(timeNs, line); };
     }
     if (mWishes.sections) {
-        listener.occupancy = [this](int64_t bootTimeNs, pipeline::Occupancy const& occupancy) {
-            mOccupancy.add(bootTimeNs, occupancy);
-        };
+        listener.occupancy = &mOccupancy;
     }
     return listener;
 }

@@ -10,7 +10,6 @@
 #include "log/Explainer.h"
 #include "log/Explanation.h"
 #include "recording/Recording.h"
-#include "run/OccupancyRecorder.h"
 #include "run/ProcessorSections.h"
 #include "run/Replay.h"
 #include "run/ReplayResult.h"
@@ -38,7 +37,7 @@ public:
     /// Ends the observation. What was not wished for is empty.
     void finish();
     log::Explanation const* explanation() const;
-    std::vector<run::OccupancySample> const& occupancy() const { return mOccupancy.samples(); }
+    std::vector<run::OccupancySample> const& occupancy() const { return mOccupancy; }
     std::vector<run::ProcessorSection> const& sections() const { return mSections; }
 
 private:
@@ -47,7 +46,7 @@ private:
     Wishes const mWishes;
     log::Explainer mExplainer;
     std::optional<log::Explanation> mExplanation;
-    run::OccupancyRecorder mOccupancy;
+    std::vector<run::OccupancySample> mOccupancy;
     std::unique_ptr<run::SectionRecorder> mRecorder;
     std::vector<run::ProcessorSection> mSections;
 };

@@ -1,9 +1,15 @@
 #include "pipeline/FaultInjector.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <atomic>
+#include <stdexcept>
 #include <utility>
 
 namespace zebcam::tool::pipeline {
+
+using NSCam::ZslPolicy::ISelector;
 
 namespace {
 
@@ -32,22 +38,17 @@ FaultInjector::FaultInjector(FaultOptions options, int64_t startNs, int64_t inte
 
 FrameFaults FaultInjector::ofFrame(uint64_t frame, int64_t timestampNs) {
     FrameFaults faults;
-    auto const isStruck = [&](FaultKind kind) {
-        bool const struck = strikes(kind, frame, 0, timestampNs);
-        faults.kinds.set(static_cast<size_t>(kind), struck);
-        return struck;
-    };
-    faults.lost = isStruck(FaultKind::Lost);
-    faults.duplicate = isStruck(FaultKind::Duplicate);
-    faults.reorder = isStruck(FaultKind::Reorder);
-    faults.imageError = isStruck(FaultKind::ImageError);
-    faults.missingMetadata = isStruck(FaultKind::MissingMetadata);
-    faults.lockedMetadata = isStruck(FaultKind::LockedMetadata);
-    if (isStruck(FaultKind::AbsurdMetadata)) {
+    for (FaultTraits const& traits : FAULT_KINDS) {
+        if (traits.scope == FaultScope::Frame) {
+            faults.kinds.set(static_cast<size_t>(traits.kind),
+                             strikes(traits.kind, frame, 0, timestampNs));
+        }
+    }
+    if (faults.has(FaultKind::AbsurdMetadata)) {
         faults.absurdity =
             static_cast<Absurdity>(pick(FaultKind::AbsurdMetadata, kAbsurdities, frame));
     }
-    if (isStruck(FaultKind::Late)) {
+    if (faults.has(FaultKind::Late)) {
         auto const more = static_cast<int64_t>(pick(FaultKind::Late, kMostIntervalsLate, frame));
         faults.lateNs = (1 + more) * mIntervalNs;
     }
@@ -63,9 +64,8 @@ FrameFaults FaultInjector::ofFrame(uint64_t frame, int64_t timestampNs) {
 
 TryFaults FaultInjector::ofTry(size_t capture, size_t attempt, int64_t nowNs) {
     TryFaults faults;
-    faults.noHistory =
-        countIf(strikes(FaultKind::NoHistory, capture, attempt, nowNs), FaultKind::NoHistory);
-    if (countIf(strikes(FaultKind::PolicySlow, capture, attempt, nowNs), FaultKind::PolicySlow)) {
+    faults.noHistory = strikesCounted(FaultKind::NoHistory, capture, attempt, nowNs);
+    if (strikesCounted(FaultKind::PolicySlow, capture, attempt, nowNs)) {
         auto const more = static_cast<int64_t>(
             pick(FaultKind::PolicySlow, kMostHalfIntervalsSlow, capture, attempt));
         faults.policyPauseNs = std::max<int64_t>((1 + more) * mIntervalNs / 2, 1);
@@ -73,16 +73,15 @@ TryFaults FaultInjector::ofTry(size_t capture, size_t attempt, int64_t nowNs) {
     return faults;
 }
 
-PolicyFault FaultInjector::ofPolicy(size_t capture, int64_t pressNs) {
-    // Both are asked, so that one does not move the other.
-    bool const throws =
-        countIf(strikes(FaultKind::PolicyThrows, capture, 0, pressNs), FaultKind::PolicyThrows);
-    bool const isNonsense =
-        countIf(strikes(FaultKind::PolicyNonsense, capture, 0, pressNs), FaultKind::PolicyNonsense);
+std::optional<FaultKind> FaultInjector::ofPolicy(size_t capture, int64_t pressNs) {
+    // Both are asked: a rule with a time is used up by the press that it strikes, even where the
+    // other kind wins.
+    bool const throws = strikesCounted(FaultKind::PolicyThrows, capture, 0, pressNs);
+    bool const isNonsense = strikesCounted(FaultKind::PolicyNonsense, capture, 0, pressNs);
     if (throws) {
-        return PolicyFault::Throws;
+        return FaultKind::PolicyThrows;
     }
-    return isNonsense ? PolicyFault::Nonsense : PolicyFault::None;
+    return isNonsense ? std::optional(FaultKind::PolicyNonsense) : std::nullopt;
 }
 
 std::optional<int64_t> FaultInjector::flushAfter(size_t capture, int64_t pressNs) const {
@@ -90,6 +89,7 @@ std::optional<int64_t> FaultInjector::flushAfter(size_t capture, int64_t pressNs
                                                  : std::nullopt;
 }
 
+// Those of the rules with a rate come with the presses.
 std::vector<int64_t> FaultInjector::flushTimes() const {
     std::vector<int64_t> times;
     for (FaultRule const& rule : mOptions.rules) {
@@ -106,18 +106,20 @@ bool FaultInjector::isCallbackGone(int64_t nowNs) const {
 }
 
 void FaultInjector::count(FaultKind kind) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     ++mStrikes[static_cast<size_t>(kind)];
 }
 
 void FaultInjector::count(FrameFaults const& faults) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     for (size_t kind = 0; kind < mStrikes.size(); ++kind) {
         mStrikes[kind] += faults.kinds[kind] ? 1 : 0;
     }
 }
 
-bool FaultInjector::countIf(bool isStruck, FaultKind kind) {
+bool FaultInjector::strikesCounted(FaultKind kind, uint64_t opportunity, uint64_t part,
+                                   int64_t timeNs) {
+    bool const isStruck = strikes(kind, opportunity, part, timeNs);
     if (isStruck) {
         count(kind);
     }
@@ -137,7 +139,7 @@ bool FaultInjector::has(FaultKind kind) const {
 FaultTally FaultInjector::tally() const {
     FaultTally tally;
     tally.randomSeed = mOptions.randomSeed;
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     for (FaultTraits const& traits : FAULT_KINDS) {
         if (has(traits.kind)) {
             tally.strikes.emplace_back(traits.kind, mStrikes[static_cast<size_t>(traits.kind)]);
@@ -153,6 +155,7 @@ bool FaultInjector::strikes(FaultKind kind, uint64_t opportunity, uint64_t part,
 }
 
 bool FaultInjector::isDrawn(FaultKind kind, uint64_t opportunity, uint64_t part) const {
+    // 53 bits are what a double holds exactly, so that a rate of 1 strikes always.
     constexpr double kUnit = 1.0 / (uint64_t{1} << 53);
     double const drawn = static_cast<double>(draw(kind, opportunity, part) >> 11) * kUnit;
     return std::any_of(mOptions.rules.begin(), mOptions.rules.end(), [&](FaultRule const& rule) {
@@ -162,7 +165,7 @@ bool FaultInjector::isDrawn(FaultKind kind, uint64_t opportunity, uint64_t part)
 }
 
 bool FaultInjector::isTimeReached(FaultKind kind, int64_t timeNs) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     for (size_t i = 0; i < mOptions.rules.size(); ++i) {
         FaultRule const& rule = mOptions.rules[i];
         if (rule.kind == kind && rule.atNs && !mDone[i] && timeNs - mStartNs >= *rule.atNs) {
@@ -190,30 +193,93 @@ std::shared_ptr<FaultInjector> makeFaultInjector(FaultOptions const& options, in
                                  : std::make_shared<FaultInjector>(options, startNs, intervalNs);
 }
 
-void HeldMetadata::add(NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet const& set) {
-    std::lock_guard lock(mLock);
-    for (auto const* buffers : {&set.halMeta, &set.appMeta}) {
-        for (auto const& buffer : *buffers) {
-            if (auto* const ours = dynamic_cast<host::MetaStreamBuffer*>(buffer.get())) {
-                mBuffers.emplace_back(ours);
-            }
-        }
-    }
+namespace {
+
+using In = ISelector::SelectInputParams;
+using Out = ISelector::SelectOutputParams;
+
+/// Further than any recording's next frames.
+constexpr uint32_t kNowhere = 1'000'000;
+
+uint32_t newestOf(In const& in) {
+    return in.historyFrames.empty() ? 0 : in.historyFrames.rbegin()->first;
 }
 
-void HeldMetadata::setLockable(bool isLockable) {
-    // Strong for a moment, and destroyed outside the lock where they turn out to be the last.
-    std::vector<android::sp<host::MetaStreamBuffer>> alive;
-    std::lock_guard lock(mLock);
-    std::erase_if(mBuffers, [&](android::wp<host::MetaStreamBuffer> const& buffer) {
-        alive.push_back(buffer.promote());
-        return alive.back() == nullptr;
-    });
-    for (auto const& buffer : alive) {
-        if (buffer != nullptr) {
-            buffer->setLockable(isLockable);
-        }
+/// Serves every index with `frameNo`.
+Out serveAll(In const& in, uint32_t frameNo) {
+    Out out;
+    for (auto const& [index, info] : in.frameInfos) {
+        out.selected[index] = {frameNo, false, {}};
     }
+    return out;
+}
+
+Out serveWithNothing(In const& in) {
+    return serveAll(in, newestOf(in) + kNowhere);
+}
+
+Out serveAllWithOne(In const& in) {
+    return in.historyFrames.empty() ? Out{} : serveAll(in, newestOf(in));
+}
+
+Out serveAndLetGo(In const& in) {
+    Out out = serveAllWithOne(in);
+    out.ops[newestOf(in)] = Out::RELEASE;
+    return out;
+}
+
+Out orderStrangers(In const& in) {
+    uint32_t const stranger = newestOf(in) + kNowhere;
+    return {{}, {{stranger, Out::LOCK}, {stranger + 1, Out::UNLOCK}, {stranger + 2, Out::RELEASE}}};
+}
+
+Out waitForOldestInFlight(In const& in) {
+    auto const oldest =
+        std::min_element(in.inflightInfos.begin(), in.inflightInfos.end(),
+                         [](auto const& a, auto const& b) { return a.frameNo < b.frameNo; });
+    return oldest == in.inflightInfos.end() ? Out{} : serveAll(in, oldest->frameNo);
+}
+
+Out keepAll(In const& in) {
+    Out out;
+    for (auto const& [frameNo, frame] : in.historyFrames) {
+        out.ops[frameNo] = frame.isLocked ? Out::UNLOCK : Out::LOCK;
+    }
+    return out;
+}
+
+class FaultySelector final : public ISelector {
+public:
+    FaultySelector(FaultKind fault, size_t capture, std::shared_ptr<FaultInjector const> injector)
+        : mFault(fault), mCapture(capture), mInjector(std::move(injector)) {}
+
+    char const* getName() const override {
+        return mFault == FaultKind::PolicyThrows ? "ThrowingPolicy" : "NonsensePolicy";
+    }
+    Out select(In const& in) const override {
+        if (mFault == FaultKind::PolicyThrows) {
+            throw std::runtime_error(fmt::format("the policy of capture {} fails", mCapture + 1));
+        }
+        constexpr std::array kAnswers = {serveWithNothing, serveAllWithOne,       serveAndLetGo,
+                                         orderStrangers,   waitForOldestInFlight, keepAll};
+        uint64_t const choice = mInjector->pick(FaultKind::PolicyNonsense, kAnswers.size(),
+                                                mCapture, mTimesAsked.fetch_add(1));
+        return kAnswers.at(choice)(in);
+    }
+
+private:
+    FaultKind const mFault;
+    size_t const mCapture;
+    std::shared_ptr<FaultInjector const> const mInjector;
+    /// Tries may come from any thread, though from one at a time.
+    mutable std::atomic<uint64_t> mTimesAsked = 0;
+};
+
+}  // namespace
+
+std::shared_ptr<ISelector> makeFaultySelector(FaultKind fault, size_t capture,
+                                              std::shared_ptr<FaultInjector const> injector) {
+    return std::make_shared<FaultySelector>(fault, capture, std::move(injector));
 }
 
 }  // namespace zebcam::tool::pipeline

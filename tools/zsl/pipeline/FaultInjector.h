@@ -1,16 +1,15 @@
 #pragma once
 
-#include <host/MetaStreamBuffer.h>
-#include <pipeline/IHistoryBufferProvider.h>
-#include <utils/RefBase.h>
+#include <policy/zsl/ISelector.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <array>
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <vector>
 
 #include "pipeline/ReplayOptions.h"
@@ -23,15 +22,11 @@ enum class Absurdity : uint8_t { FocusStates, ExposureStability, FrameSync, Sens
 /// What strikes one sensor frame.
 struct FrameFaults {
     std::bitset<FAULT_KINDS.size()> kinds;  ///< by kind
-    bool lost = false;
-    bool duplicate = false;
-    bool reorder = false;
-    bool imageError = false;
-    bool missingMetadata = false;
-    bool lockedMetadata = false;  ///< somebody else holds its results whenever a policy looks
     std::optional<Absurdity> absurdity;
     int64_t lateNs = 0;         ///< by how much it arrives late
     int64_t clockBehindNs = 0;  ///< by how much its timestamp is behind boot time
+
+    bool has(FaultKind kind) const { return kinds[static_cast<size_t>(kind)]; }
 };
 
 /// What strikes one try.
@@ -39,9 +34,6 @@ struct TryFaults {
     bool noHistory = false;
     int64_t policyPauseNs = 0;  ///< how long the policy takes
 };
-
-/// Which policy a capture gets.
-enum class PolicyFault : uint8_t { None, Throws, Nonsense };
 
 /**
  * Decides what goes wrong in a run, and counts it.
@@ -64,8 +56,9 @@ public:
     FrameFaults ofFrame(uint64_t frame, int64_t timestampNs);
     /// To be asked once for each try. Captures and their tries are counted from 0.
     TryFaults ofTry(size_t capture, size_t attempt, int64_t nowNs);
-    /// To be asked once for each capture, at its press.
-    PolicyFault ofPolicy(size_t capture, int64_t pressNs);
+    /// To be asked once for each capture, at its press: PolicyThrows or PolicyNonsense, if its
+    /// policy is struck.
+    std::optional<FaultKind> ofPolicy(size_t capture, int64_t pressNs);
     /// When the pipeline is to be flushed because of this press, if it is.
     std::optional<int64_t> flushAfter(size_t capture, int64_t pressNs) const;
     /// When it is to be flushed whatever is pressed, ascending.
@@ -85,7 +78,7 @@ public:
 private:
     bool has(FaultKind kind) const;
     bool strikes(FaultKind kind, uint64_t opportunity, uint64_t part, int64_t timeNs);
-    bool countIf(bool isStruck, FaultKind kind);
+    bool strikesCounted(FaultKind kind, uint64_t opportunity, uint64_t part, int64_t timeNs);
     bool isDrawn(FaultKind kind, uint64_t opportunity, uint64_t part) const;
     bool isTimeReached(FaultKind kind, int64_t timeNs);
     bool hasBegun(FaultKind kind, int64_t timeNs) const;
@@ -94,33 +87,23 @@ private:
     FaultOptions const mOptions;
     int64_t const mStartNs;
     int64_t const mIntervalNs;
-    mutable std::mutex mLock;
-    std::vector<bool> mDone;  ///< rules with a time that have struck
-    std::array<uint64_t, FAULT_KINDS.size()> mStrikes{};
+    mutable Mutex mLock;
+    std::vector<bool> mDone GUARDED_BY(mLock);  ///< rules with a time that have struck
+    std::array<uint64_t, FAULT_KINDS.size()> mStrikes GUARDED_BY(mLock){};
 };
 
 /// Null when the options ask for no faults.
 std::shared_ptr<FaultInjector> makeFaultInjector(FaultOptions const& options, int64_t startNs,
                                                  int64_t intervalNs);
 
-/**
- * Results that somebody else holds locked whenever a policy looks at them.
- *
- * They are let go before frames are built: the processor waits for ever on the result of a frame
- * that it must build with and cannot lock. Borrows the buffers weakly. Thread-safe.
- */
-class HeldMetadata {
-public:
-    /// From now on the results of `set` are among them.
-    void add(NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet const& set);
-    void hold() { setLockable(false); }
-    void letGo() { setLockable(true); }
-
-private:
-    void setLockable(bool isLockable);
-
-    std::mutex mLock;
-    std::vector<android::wp<host::MetaStreamBuffer>> mBuffers;
-};
+/// The policy that a capture gets instead of its own, for PolicyThrows or PolicyNonsense.
+///
+/// The one throws whenever it is asked. The other answers nonsense, each time
+/// another: frames that do not exist, one frame for several indices, a frame that it also lets go,
+/// orders on frames that it does not have, a frame that is in flight and may never come, or it
+/// keeps every frame that it sees. It names only indices that it was asked for, because any other
+/// ends the process.
+std::shared_ptr<NSCam::ZslPolicy::ISelector> makeFaultySelector(
+    FaultKind fault, size_t capture, std::shared_ptr<FaultInjector const> injector);
 
 }  // namespace zebcam::tool::pipeline

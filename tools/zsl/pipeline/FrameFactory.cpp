@@ -5,7 +5,6 @@
 #include <host/StreamInfos.h>
 #include <metadata/MetadataTags.h>
 
-#include "pipeline/AndroidTags.h"
 #include "pipeline/MetadataAccess.h"
 
 namespace zebcam::tool::pipeline {
@@ -85,6 +84,7 @@ IMetadata appResult() {
     put(metadata, tags::LENS_FOCAL_LENGTH, 4.38F);
     put<uint8_t>(metadata, tags::REQUEST_PIPELINE_DEPTH, 4);
     putSeries<double>(metadata, tags::SENSOR_NOISE_PROFILE, 8, 1e-4, 1e-6);
+    // 256 values and 17 x 17 points of four channels, which make up most of a result's bytes.
     putSeries<int32_t>(metadata, tags::STATISTICS_HISTOGRAM, 1024, 0, 3);
     putSeries<float>(metadata, tags::STATISTICS_LENS_SHADING_MAP, 1156, 1.0F, 0.001F);
     put<uint8_t>(metadata, tags::STATISTICS_SCENE_FLICKER, 1);
@@ -106,6 +106,8 @@ IMetadata halResult() {
     return metadata;
 }
 
+// A still capture asks for other settings than the preview whose results the history holds, so
+// that a mix-up of the two shows in the built frame.
 IMetadata appControl() {
     IMetadata metadata;
     putSettings(metadata, kIntentStillCapture, kHighQuality);
@@ -150,6 +152,7 @@ FrameFactory::FrameFactory()
 }
 
 HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) const {
+    // A copy of what all frames have in common, which is much cheaper than its entries one by one.
     IMetadata app = mAppResult;
     describe(frame, app);
     IMetadata hal = mHalResult;

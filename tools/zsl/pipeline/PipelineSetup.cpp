@@ -37,6 +37,8 @@ std::shared_ptr<void> openLibrary(std::string const& path) {
     return {handle, [](void* library) { dlclose(library); }};
 }
 
+// Whatever the plug-in does wrong is told with its path: an exception of a library that is about
+// to be closed must not get out of here.
 ISelector* create(void* library, std::string const& path) {
     auto const function = reinterpret_cast<ISelector* (*)()>(dlsym(library, "create"));
     if (function == nullptr) {
@@ -62,13 +64,14 @@ std::shared_ptr<ISelector> loadSelector(std::string const& path) {
     if (selector == nullptr) {
         throw base::InputError(fmt::format("--policy {}: create() gave null", path));
     }
+    // The deleter keeps the library, because the policy's destructor is code of the library.
     return {selector, [library = std::move(library)](ISelector* made) { delete made; }};
 }
 
 PropertyScope::PropertyScope(std::vector<std::pair<std::string, std::string>> const& properties) {
     for (auto const& [key, value] : properties) {
         if (property_set(key.c_str(), value.c_str()) != 0) {
-            clear();
+            clear();  // no destructor runs for an object that was not made
             throw base::InputError(fmt::format(
                 "property '{}' cannot be set to '{}': expected a key of letters, digits and "
                 "'.-@:_' and a value of at most {} bytes",
@@ -88,18 +91,11 @@ void PropertyScope::clear() {
     }
 }
 
-namespace {
-
-constexpr int64_t kFixedTimeoutMs = 3000;
-
-}  // namespace
-
 PipelineOptions pipelineOptions(ReplayOptions const& options) {
     using namespace NSCam::ZslPolicy;
     PipelineOptions pipeline;
     pipeline.history = options.history;
     pipeline.frameSync = options.frameSync;
-    pipeline.timeoutMs = kFixedTimeoutMs;
     pipeline.logLevel = options.logLevel;
     switch (options.policy.kind) {
         case PolicyKind::Default:
@@ -120,7 +116,7 @@ PipelineOptions pipelineOptions(ReplayOptions const& options) {
     }
     if (!options.faults.rules.empty()) {
         // A capture whose policy fails gets one with the fixed time-out.
-        pipeline.timeoutMs = std::min(pipeline.timeoutMs, kFixedTimeoutMs);
+        pipeline.timeoutMs = std::min(pipeline.timeoutMs, DEFAULT_TIMEOUT_MS);
     }
     return pipeline;
 }
@@ -133,8 +129,9 @@ std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions cons
     return properties;
 }
 
-/// The sum that the processor makes of the offset's properties.
 int64_t offsetInForceMs() {
+    // By the platform's own reading of the properties, so that what is no number of 64 bits counts
+    // here as it does there; unsigned, because the processor's sum wraps around too.
     uint64_t sum = 0;
     for (char const* property :
          {"ro.vendor.camera3.zsl.default", "ro.vendor.camera3.zsl.project", OFFSET_PROPERTY}) {

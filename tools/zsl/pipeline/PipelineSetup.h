@@ -40,7 +40,8 @@ PipelineOptions pipelineOptions(ReplayOptions const& options);
 /// The properties that the options ask for, the offset's among them.
 std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions const& options);
 
-/// The ZSL offset in force: the sum that the processor makes of the offset's properties.
+/// The ZSL offset that a processor made now would have, ms: the sum of the offset's properties as
+/// they are set at this moment, whoever set them.
 int64_t offsetInForceMs();
 
 }  // namespace zebcam::tool::pipeline

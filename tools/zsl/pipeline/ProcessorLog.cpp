@@ -15,6 +15,7 @@ namespace {
 /// Begins the processor's line on each frame that it serves because of the time-out.
 constexpr char kTimedOutFrame[] = "TIMEDOUT: get hbs";
 
+/// Errors are counted even where nothing is shown.
 uint32_t detailsFor(uint32_t shownLevel) {
     return std::max<uint32_t>(shownLevel, ulog::LOG_LEVEL_ERROR);
 }
@@ -45,6 +46,7 @@ ProcessorLog::ProcessorLog(uint32_t shownLevel, Sink shown)
 
 ProcessorLog::~ProcessorLog() = default;
 
+// Of the processor's answers none says whether the time-out served a frame; its debug line does.
 void ProcessorLog::watchTimeout(bool watch) {
     ulog::ULogger::sDetailsLevel = watch ? ulog::LOG_LEVEL_DEBUG : detailsFor(mShownLevel);
 }

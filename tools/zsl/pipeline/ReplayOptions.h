@@ -128,6 +128,9 @@ struct PolicyOption {
 /// The processor's property for the user's part of the ZSL offset, in ms.
 inline constexpr char OFFSET_PROPERTY[] = "vendor.debug.camera3.zsl.timestamp";
 
+/// How long a capture may wait whose policy does not say, ms.
+inline constexpr int64_t DEFAULT_TIMEOUT_MS = 3000;
+
 /// What to replay. Times count from the recording's first frame; delays are an hour at most.
 struct ReplayOptions {
     std::vector<int64_t> pressesNs;  ///< empty: `captures` presses, evenly spread
@@ -138,7 +141,7 @@ struct ReplayOptions {
     std::optional<int64_t> reprocessDelayNs;  ///< none: the median interval
     std::optional<int64_t> offsetMs;          ///< none: OFFSET_PROPERTY stays as it is
     PolicyOption policy;
-    int64_t timeoutMs = 3000;  ///< of the multi-frame policy; the others have a fixed one
+    int64_t timeoutMs = DEFAULT_TIMEOUT_MS;  ///< of the multi-frame policy; the others' is fixed
     bool frameSync = false;
     std::vector<int64_t> flushesNs;
     std::vector<int64_t> dumpsNs;

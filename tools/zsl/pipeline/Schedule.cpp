@@ -13,6 +13,7 @@ namespace zebcam::tool::pipeline {
 
 namespace {
 
+/// How many frames before its exposure a frame is requested of the sensor.
 constexpr int64_t kFramesInFlight = 2;
 
 void requireWithin(char const* option, int64_t timeNs, int64_t lengthNs) {
@@ -66,7 +67,7 @@ std::vector<int64_t> pressTimes(recording::Recording const& recording,
         requireWithin("--press", time, length);
     }
     if (presses.empty()) {
-        // In the middle of as many equal parts.
+        // In the middle of as many equal parts, so that each has frames before and after it.
         int64_t const half = length / static_cast<int64_t>(2 * options.captures);
         for (size_t i = 0; i < options.captures; ++i) {
             presses.push_back(half * static_cast<int64_t>(2 * i + 1));
@@ -76,11 +77,19 @@ std::vector<int64_t> pressTimes(recording::Recording const& recording,
     return presses;
 }
 
+int64_t passLengthNs(recording::Recording const& recording) {
+    return lengthOf(recording) + recording.medianIntervalNs;
+}
+
 std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording, int64_t pressNs) {
     auto const& frames = recording.frames;
     auto const begun = std::upper_bound(
-        frames.begin(), frames.end(), pressNs,
+        frames.begin(), frames.end(),
+        frames.front().timestampNs + pressNs % passLengthNs(recording),
         [](int64_t time, recording::SensorFrame const& frame) { return time < frame.timestampNs; });
+    // A capture is asked for in the mode that the preview has just now. A frame without both
+    // values says nothing of it; before the first one that does, the sensor is taken to have been
+    // in that one's.
     recording::SensorFrame const* decides = nullptr;
     auto const newest = std::find_if(std::make_reverse_iterator(begun), frames.rend(), tellsMode);
     if (newest != frames.rend()) {
@@ -131,10 +140,12 @@ void makeAbsurd(recording::SensorFrame& frame, Absurdity absurdity) {
     }
 }
 
+/// The frame as it is told with what has struck it. What is missing is dropped first, so that an
+/// absurd state shows where both strike.
 ReportedFrame report(recording::SensorFrame frame, FrameFaults const& faults) {
     frame.timestampNs -= faults.clockBehindNs;
-    frame.hasError = frame.hasError || faults.imageError;
-    if (faults.missingMetadata) {
+    frame.hasError = frame.hasError || faults.has(FaultKind::ImageError);
+    if (faults.has(FaultKind::MissingMetadata)) {
         dropStates(frame);
     }
     if (faults.absurdity) {
@@ -143,75 +154,52 @@ ReportedFrame report(recording::SensorFrame frame, FrameFaults const& faults) {
     return {frame, faults};
 }
 
-/// Collects the events of one pass.
-class PassBuilder {
-public:
-    PassBuilder(recording::Recording const& recording, ReplayOptions const& options,
-                SensorPass const& pass, FaultInjector* injector)
-        : mRecording(recording),
-          mTimes(frameTimes(recording, options)),
-          mPass(pass),
-          mInjector(injector) {}
-
-    SensorEvents build() && {
-        mMade.frames.reserve(mTimes.size());
-        mMade.events.reserve(2 * mTimes.size());
-        for (size_t i = 0; i < mTimes.size(); ++i) {
-            add(i);
-        }
-        std::sort(mMade.events.begin(), mMade.events.end());
-        return std::move(mMade);
+/// When frame `i` reaches the history if it is not lost, in the recording's time.
+int64_t arrivalOf(std::vector<FrameTimes> const& times, size_t i, FrameFaults const& faults,
+                  int64_t intervalNs) {
+    int64_t arrivalNs = times[i].arrivalNs;
+    if (faults.has(FaultKind::Reorder)) {
+        // The last frame waits for a successor that the recording does not have.
+        int64_t const successorNs =
+            i + 1 < times.size() ? times[i + 1].arrivalNs : arrivalNs + intervalNs;
+        arrivalNs = std::max(arrivalNs, successorNs + intervalNs / 4);
     }
-
-private:
-    void add(size_t i) {
-        recording::SensorFrame frame = mRecording.frames[i];
-        frame.timestampNs += mPass.shiftNs;
-        frame.frameNo += mPass.frameNoShift;
-        FrameFaults const faults =
-            mInjector != nullptr
-                ? mInjector->ofFrame(mPass.number * mTimes.size() + i, frame.timestampNs)
-                : FrameFaults{};
-        mMade.frames.push_back(report(frame, faults));
-        addEvent(mTimes[i].announceNs, SensorEventKind::Announce, i);
-        if (faults.lost) {
-            return;
-        }
-        int64_t const arrivalNs =
-            std::max(mTimes[i].arrivalNs,
-                     faults.reorder ? afterSuccessor(i) : mTimes[i].arrivalNs) +
-            faults.lateNs;
-        addEvent(arrivalNs, SensorEventKind::Arrival, i);
-        if (faults.duplicate) {
-            addEvent(arrivalNs + mRecording.medianIntervalNs, SensorEventKind::Arrival, i);
-        }
-    }
-
-    /// `timeNs`: of the recording.
-    void addEvent(int64_t timeNs, SensorEventKind kind, size_t i) {
-        mMade.events.push_back({timeNs + mPass.shiftNs, kind, i});
-    }
-
-    /// The last frame waits for a successor that the recording does not have.
-    int64_t afterSuccessor(size_t i) const {
-        int64_t const successorNs = i + 1 < mTimes.size()
-                                        ? mTimes[i + 1].arrivalNs
-                                        : mTimes[i].arrivalNs + mRecording.medianIntervalNs;
-        return successorNs + mRecording.medianIntervalNs / 4;
-    }
-
-    recording::Recording const& mRecording;
-    std::vector<FrameTimes> const mTimes;
-    SensorPass const mPass;
-    FaultInjector* const mInjector;
-    SensorEvents mMade;
-};
+    return arrivalNs + faults.lateNs;
+}
 
 }  // namespace
 
 SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions const& options,
-                          SensorPass const& pass, FaultInjector* injector) {
-    return PassBuilder(recording, options, pass, injector).build();
+                          FaultInjector* injector, int64_t startNs, uint32_t pass) {
+    std::vector<FrameTimes> const times = frameTimes(recording, options);
+    std::vector<recording::SensorFrame> const& frames = recording.frames;
+    int64_t const intervalNs = recording.medianIntervalNs;
+    int64_t const shiftNs = startNs - frames.front().timestampNs + pass * passLengthNs(recording);
+    uint32_t const numbers = frames.back().frameNo - frames.front().frameNo + 1;
+    SensorEvents made;
+    made.frames.reserve(times.size());
+    made.events.reserve(2 * times.size());
+    for (size_t i = 0; i < times.size(); ++i) {
+        recording::SensorFrame frame = frames[i];
+        frame.timestampNs += shiftNs;
+        frame.frameNo += pass * numbers;
+        FrameFaults const faults =
+            injector != nullptr
+                ? injector->ofFrame(uint64_t{pass} * times.size() + i, frame.timestampNs)
+                : FrameFaults{};
+        made.frames.push_back(report(frame, faults));
+        made.events.push_back({times[i].announceNs + shiftNs, SensorEventKind::Announce, i});
+        if (faults.has(FaultKind::Lost)) {
+            continue;
+        }
+        int64_t const arrivalNs = arrivalOf(times, i, faults, intervalNs) + shiftNs;
+        made.events.push_back({arrivalNs, SensorEventKind::Arrival, i});
+        if (faults.has(FaultKind::Duplicate)) {
+            made.events.push_back({arrivalNs + intervalNs, SensorEventKind::Arrival, i});
+        }
+    }
+    std::sort(made.events.begin(), made.events.end());
+    return made;
 }
 
 }  // namespace zebcam::tool::pipeline

@@ -27,9 +27,13 @@ std::vector<FrameTimes> frameTimes(recording::Recording const& recording,
 std::vector<int64_t> pressTimes(recording::Recording const& recording,
                                 ReplayOptions const& options);
 
-/// What a capture pressed at boot time `pressNs` requires: the mode of the sensor at that moment,
-/// by sensor id. Of the frames whose exposure has begun the newest that tells both decides, before
-/// those the oldest; empty when no frame does.
+/// From one run through a recording to the next, where it is repeated.
+int64_t passLengthNs(recording::Recording const& recording);
+
+/// What a capture requires that is pressed `pressNs` after the first frame of a recording, which
+/// may be repeated: the mode of the sensor at that moment, by sensor id. Of the frames whose
+/// exposure has begun in that pass the newest that tells both decides, before those the oldest;
+/// empty when no frame does.
 std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording, int64_t pressNs);
 
 /// A sensor frame as the pipeline gets to know it.
@@ -54,13 +58,6 @@ struct SensorEvent {
     }
 };
 
-/// One run through a recording. A live run that repeats it moves each pass on.
-struct SensorPass {
-    uint64_t number = 0;        ///< how many passes came before
-    int64_t shiftNs = 0;        ///< from the recording's times to boot time
-    uint32_t frameNoShift = 0;  ///< from the recording's frame numbers to the pipeline's
-};
-
 /// What the sensor does in one pass.
 struct SensorEvents {
     /// Of the recording, in its order, as the sensor tells them.
@@ -68,9 +65,11 @@ struct SensorEvents {
     std::vector<SensorEvent> events;  ///< ascending
 };
 
-/// The events of one pass, with the faults that `injector` (null: none) has for its frames. Events
-/// may lie after the next pass's first ones. `options` tell the delivery delay.
+/// The events of one run through a recording, with the faults that `injector` (null: none) has for
+/// its frames. The first frame of the first pass is exposed at boot time `startNs`; each pass goes
+/// on in time and frame numbers where the one before ended, and its last events may lie after the
+/// next one's first. `options` tell the delivery delay.
 SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions const& options,
-                          SensorPass const& pass, FaultInjector* injector);
+                          FaultInjector* injector, int64_t startNs, uint32_t pass = 0);
 
 }  // namespace zebcam::tool::pipeline

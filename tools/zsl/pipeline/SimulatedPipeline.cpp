@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <host/Debuggees.h>
-#include <host/MetaStreamBuffer.h>
 #include <metadata/MetadataTags.h>
 #include <utils/Timers.h>
 
@@ -14,7 +13,6 @@
 #include <utility>
 
 #include "base/InputError.h"
-#include "pipeline/FaultySelectors.h"
 #include "pipeline/MetadataAccess.h"
 
 namespace zebcam::tool::pipeline {
@@ -130,8 +128,13 @@ void SimulatedPipeline::announce(ReportedFrame const& reported) {
 
 std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported) {
     auto set = mFactory.sensorFrame(reported.frame);
-    if (reported.faults.lockedMetadata) {
-        mHeldMetadata.add(set);
+    if (reported.faults.has(FaultKind::LockedMetadata)) {
+        LockGuard const lock(mLock);
+        for (auto const* buffers : {&set.halMeta, &set.appMeta}) {
+            for (auto const& buffer : *buffers) {
+                mHeldMetadata.emplace_back(static_cast<host::MetaStreamBuffer*>(buffer.get()));
+            }
+        }
     }
     mProvider->arrive(std::move(set));
     return collect("retry", false,
@@ -140,6 +143,7 @@ std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported)
 
 std::vector<BuiltFrame> SimulatedPipeline::submit(CaptureOrder const& order) {
     dropListenerIfGone();
+    // Booked before it is submitted: its first try comes while the call is under way.
     size_t const capture = mBook.open(order.sensorModes, order.frames);
     std::unordered_map<uint32_t, uint32_t> const modes(order.sensorModes.begin(),
                                                        order.sensorModes.end());
@@ -193,11 +197,10 @@ SimulatedPipeline::providerOf(size_t capture) {
 }
 
 std::shared_ptr<ISelector> SimulatedPipeline::selectorOf(size_t capture) {
-    PolicyFault const fault = mOptions.faults != nullptr
-                                  ? mOptions.faults->ofPolicy(capture, nowNs())
-                                  : PolicyFault::None;
-    if (fault != PolicyFault::None) {
-        return makeFaultySelector(fault, capture, mOptions.faults);
+    std::optional<FaultKind> const fault =
+        mOptions.faults != nullptr ? mOptions.faults->ofPolicy(capture, nowNs()) : std::nullopt;
+    if (fault) {
+        return makeFaultySelector(*fault, capture, mOptions.faults);
     }
     return mOptions.pSelector == nullptr
                ? nullptr
@@ -206,12 +209,12 @@ std::shared_ptr<ISelector> SimulatedPipeline::selectorOf(size_t capture) {
                  });
 }
 
-/// Only a submission tells the listener of anything.
+// Only a submission tells the listener of anything, so that this is early enough.
 void SimulatedPipeline::dropListenerIfGone() {
     if (mOptions.faults == nullptr || !mOptions.faults->isCallbackGone(nowNs())) {
         return;
     }
-    std::lock_guard lock(mListenerLock);
+    LockGuard const lock(mLock);
     if (mListener != nullptr) {
         mListener = nullptr;
         mOptions.faults->count(FaultKind::CallbackGone);
@@ -219,15 +222,33 @@ void SimulatedPipeline::dropListenerIfGone() {
 }
 
 void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {
-    mHeldMetadata.hold();
+    setMetadataLockable(false);
     int64_t const ageMs = mBook.ageMs(capture);
     offer.ageMs = ageMs;
     mBook.beginTry(capture, std::move(offer));
     mLog.watchTimeout(ageMs >= mOptions.timeoutMs);
 }
 
+void SimulatedPipeline::setMetadataLockable(bool isLockable) {
+    // Strong for a moment, and destroyed after the lock where they turn out to be the last: that
+    // ends a hand-out, which the ledger books under its own.
+    std::vector<android::sp<host::MetaStreamBuffer>> alive;
+    LockGuard const lock(mLock);
+    std::erase_if(mHeldMetadata, [&](android::wp<host::MetaStreamBuffer> const& buffer) {
+        alive.push_back(buffer.promote());
+        return alive.back() == nullptr;
+    });
+    for (auto const& buffer : alive) {
+        if (buffer != nullptr) {
+            buffer->setLockable(isLockable);
+        }
+    }
+}
+
 void SimulatedPipeline::endTry() {
-    mHeldMetadata.letGo();
+    // Before the frames are built: the processor waits for ever on the result of a frame that it
+    // must build with and cannot lock.
+    setMetadataLockable(true);
     mBook.endTry(mLog.takeTimedOutFrames());
     mLog.watchTimeout(false);
 }
@@ -245,6 +266,8 @@ void SimulatedPipeline::guard(char const* what, Call call) {
 
 template <typename Call>
 std::vector<BuiltFrame> SimulatedPipeline::collect(char const* what, bool isFlush, Call call) {
+    // The processor serves any capture in any call, so that the answers are booked by the tries
+    // that this thread has seen, not by what was called.
     CaptureBook::Operation operation(mBook);
     model::ZslFrameBuilders lists;
     guard(what, [&] { lists = call(); });
@@ -267,6 +290,7 @@ void SimulatedPipeline::finish(BuiltFrame const& frame) {
         result.outputAppMetas.push_back(buffer);
     }
     guard("result", [&] { mProcessor->onFrameUpdated(result.requestNo, result); });
+    // After the processor, which takes the timestamp away where the early shutter has told it.
     mBook.endResult(frame, readSensorTimestamp(buffer));
     frame.builder->finish();
 }
@@ -275,7 +299,7 @@ android::sp<v3::IMetaStreamBuffer> SimulatedPipeline::resultOf(BuiltFrame const&
     if (frame.builder->builtFromHistory().value_or(false)) {
         return frame.builder->appMeta(mFactory.streams().pAppResult->getStreamId());
     }
-    // An ordinary capture is exposed now.
+    // An ordinary capture is exposed now; its result has nothing but the time.
     IMetadata metadata;
     put(metadata, NSCam::ZEB_SENSOR_TIMESTAMP, nowNs());
     return new host::MetaStreamBuffer(mFactory.streams().pAppResult, std::move(metadata));
@@ -310,13 +334,14 @@ Occupancy SimulatedPipeline::occupancy() const {
 std::vector<PipelineFailure> SimulatedPipeline::failures() const {
     std::vector<PipelineFailure> failures;
     {
-        std::lock_guard lock(mFailureLock);
+        LockGuard const lock(mLock);
         failures = mFailures;
     }
     if (uint64_t const strays = mProvider->strayReturns(); strays > 0) {
         failures.push_back(
             {nowNs(), fmt::format("{} buffer sets came back that were not out", strays)});
     }
+    // Asked at the end only, when nobody is inside the processor who may hold one rightly.
     for (std::string const& lock : host::MetaStreamBuffer::outstandingLocks()) {
         failures.push_back({nowNs(), fmt::format("a metadata lock is held: {}", lock)});
     }
@@ -324,7 +349,7 @@ std::vector<PipelineFailure> SimulatedPipeline::failures() const {
 }
 
 void SimulatedPipeline::fail(std::string text) {
-    std::lock_guard lock(mFailureLock);
+    LockGuard const lock(mLock);
     mFailures.push_back({nowNs(), std::move(text)});
 }
 

@@ -3,12 +3,14 @@
 #include <IZslProcessor.h>
 #include <host/DeviceRegistration.h>
 #include <host/HistoryProvider.h>
+#include <host/MetaStreamBuffer.h>
+#include <utils/RefBase.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -27,7 +29,7 @@ struct PipelineOptions {
     size_t history = 8;                                          ///< frames that the provider keeps
     std::shared_ptr<NSCam::ZslPolicy::ZslPolicyParams> pPolicy;  ///< of each capture
     std::shared_ptr<NSCam::ZslPolicy::ISelector> pSelector;      ///< of each capture
-    int64_t timeoutMs = 3000;  ///< shortest time-out that a capture's policy implies
+    int64_t timeoutMs = DEFAULT_TIMEOUT_MS;  ///< shortest time-out that a capture's policy implies
     bool frameSync = false;
     CaptureBook::Tries tries = CaptureBook::Tries::All;
     /// Puts something between the pipeline and the processor; may be empty.
@@ -114,6 +116,7 @@ private:
         size_t capture);
     std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture);
     void dropListenerIfGone();
+    void setMetadataLockable(bool isLockable);
     android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
     void fail(std::string text);
 
@@ -123,11 +126,11 @@ private:
     host::DeviceRegistration const mDevice;
     std::shared_ptr<host::HistoryProvider> const mProvider;
     CaptureBook mBook;
-    mutable std::mutex mFailureLock;
-    std::vector<PipelineFailure> mFailures;
-    HeldMetadata mHeldMetadata;
-    std::mutex mListenerLock;
-    android::sp<ShutterListener> mListener;                             ///< null once it is gone
+    mutable Mutex mLock;  ///< a leaf
+    std::vector<PipelineFailure> mFailures GUARDED_BY(mLock);
+    /// Results that somebody else holds whenever a policy looks at them; borrowed.
+    std::vector<android::wp<host::MetaStreamBuffer>> mHeldMetadata GUARDED_BY(mLock);
+    android::sp<ShutterListener> mListener GUARDED_BY(mLock);           ///< null once it is gone
     android::sp<NSCam::v3::pipeline::model::IZslProcessor> mProcessor;  ///< goes first
 };
 

@@ -11,6 +11,7 @@ namespace zebcam::tool::recording {
 
 namespace {
 
+// A file without line ends, say a picture, is refused before it fills the memory.
 constexpr size_t kMaxLineBytes = 1 << 20;
 constexpr size_t kCellBlockBytes = 1 << 16;  // long cells grow the buffer in few steps
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
@@ -41,6 +42,7 @@ CsvLines::~CsvLines() {
 bool CsvLines::next(std::vector<std::string>& cells) {
     cells.clear();
     std::string_view text;
+    // The parser gives no cells for a blank line, and such lines mean nothing.
     while (cells.empty() && readLine(text)) {
         rejectBinary(text);
         split(text, cells);
@@ -51,6 +53,8 @@ bool CsvLines::next(std::vector<std::string>& cells) {
 bool CsvLines::readLine(std::string_view& text) {
     mIn.getline(mBuffer.data(), static_cast<std::streamsize>(mBuffer.size()));
     auto size = static_cast<size_t>(mIn.gcount());
+    // Getting a line fails at the end of the stream too and where it does not fit: only what is
+    // bad is an error of the disk.
     if (mIn.bad()) {
         throw RecordingError({mName, mLine + 1, {}}, "a readable line", "a read error");
     }
@@ -64,6 +68,7 @@ bool CsvLines::readLine(std::string_view& text) {
         throw RecordingError({mName, mLine, {}}, "a line of at most 1 MiB", "a longer one");
     }
     text = {mBuffer.data(), size};
+    // Spreadsheets put one before the first column's name, which would then be unknown.
     if (mLine == 1 && text.starts_with(kByteOrderMark)) {
         text.remove_prefix(kByteOrderMark.size());
     }
@@ -73,6 +78,7 @@ bool CsvLines::readLine(std::string_view& text) {
     return true;
 }
 
+// The parser would take control characters for content, and a NUL would end the text of an error.
 void CsvLines::rejectBinary(std::string_view text) const {
     auto const isBinary = [](char c) { return (c >= '\0' && c < ' ' && c != '\t') || c == '\x7f'; };
     auto const at = std::find_if(text.begin(), text.end(), isBinary);
@@ -84,6 +90,7 @@ void CsvLines::rejectBinary(std::string_view text) const {
 }
 
 void CsvLines::split(std::string_view text, std::vector<std::string>& cells) {
+    // Finished after every line: a quote that is open at its end would swallow the next lines.
     auto const parsed = csv_parse(&mParser, text.data(), text.size(), storeCell, nullptr, &cells);
     if (parsed != text.size() || csv_fini(&mParser, storeCell, nullptr, &cells) != 0) {
         throw RecordingError({mName, mLine, {}}, "quotes in pairs around whole cells",

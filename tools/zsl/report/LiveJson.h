@@ -2,7 +2,7 @@
 
 #include <iosfwd>
 
-#include "run/LiveResult.h"
+#include "run/LiveRun.h"
 
 namespace zebcam::tool::report {
 

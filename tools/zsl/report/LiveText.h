@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "run/LiveResult.h"
+#include "run/LiveRun.h"
 
 namespace zebcam::tool::report {
 

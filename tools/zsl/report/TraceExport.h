@@ -5,9 +5,8 @@
 
 #include "log/Explanation.h"
 #include "recording/Recording.h"
-#include "run/OccupancyRecorder.h"
 #include "run/ProcessorSections.h"
-#include "run/ReplayResult.h"
+#include "run/Replay.h"
 
 namespace zebcam::tool::report {
 

@@ -4,6 +4,8 @@
 
 #include "run/DeviceScript.h"
 
+#include "pipeline/ReplayOptions.h"
+
 namespace zebcam::tool::run {
 
 size_t DeviceCaptures::open(device::SubmitCall const& call, Builders const& builders) {

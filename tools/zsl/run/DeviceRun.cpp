@@ -19,6 +19,7 @@
 #include "base/InputError.h"
 #include "device/DeviceRecordingReader.h"
 #include "pipeline/MetadataAccess.h"
+#include "pipeline/PipelineSetup.h"
 #include "pipeline/ProcessorLog.h"
 #include "run/DeviceCaptures.h"
 #include "run/DeviceReplay.h"
@@ -281,9 +282,7 @@ private:
         if (mListener.progress) {
             mListener.progress(operation + 1, operations);
         }
-        if (mListener.occupancy) {
-            mListener.occupancy(mRecording.operations[operation].begun.bootNs, mOffered);
-        }
+        mListener.addOccupancy(mRecording.operations[operation].begun.bootNs, mOffered);
     }
 
     /// What the processor still has comes back, so that the ledger shows what is missing.

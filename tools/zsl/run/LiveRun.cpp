@@ -2,129 +2,35 @@
 
 #include <fmt/format.h>
 #include <utils/Timers.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <deque>
+#include <queue>
+#include <set>
+#include <stop_token>
+#include <thread>
+#include <tuple>
 #include <utility>
 
 #include "base/Duration.h"
 #include "base/InputError.h"
 #include "log/Logcat.h"
+#include "pipeline/FaultInjector.h"
 #include "pipeline/PipelineSetup.h"
 #include "pipeline/Schedule.h"
 
 namespace zebcam::tool::run {
 
-bool Pacer::waitUntil(int64_t bootNs) {
-    std::unique_lock lock(mLock);
-    while (!mStop.stop_requested()) {
-        std::chrono::nanoseconds const left(bootNs - systemTime(SYSTEM_TIME_BOOTTIME));
-        if (left.count() <= 0) {
-            return true;
-        }
-        mWake.wait_for(lock, mStop, left, [] { return false; });
-    }
-    return false;
-}
-
-void ResultQueue::push(std::vector<pipeline::BuiltFrame> const& frames) {
-    if (frames.empty()) {
-        return;
-    }
-    {
-        // The clock is read under the lock, so that the entries stay in order.
-        std::lock_guard lock(mLock);
-        int64_t const dueNs = systemTime(SYSTEM_TIME_BOOTTIME) + mDelayNs;
-        for (pipeline::BuiltFrame const& frame : frames) {
-            mEntries.push_back({dueNs, frame});
-        }
-    }
-    mWake.notify_one();
-}
-
-void ResultQueue::close() {
-    {
-        std::lock_guard lock(mLock);
-        mIsClosed = true;
-    }
-    mWake.notify_one();
-}
-
-std::optional<pipeline::BuiltFrame> ResultQueue::pop() {
-    std::unique_lock lock(mLock);
-    while (true) {
-        mWake.wait(lock, [this] { return mIsClosed || !mEntries.empty(); });
-        if (mEntries.empty()) {
-            return std::nullopt;
-        }
-        std::chrono::nanoseconds const left(mEntries.front().dueNs -
-                                            systemTime(SYSTEM_TIME_BOOTTIME));
-        if (mIsClosed || left.count() <= 0) {
-            pipeline::BuiltFrame const frame = mEntries.front().frame;
-            mEntries.pop_front();
-            return frame;
-        }
-        mWake.wait_for(lock, left);
-    }
-}
-
-namespace {
-
-/// Enough for the frames that are in flight across the seam of two passes.
-constexpr size_t kEventsAhead = 64;
-
-int64_t lengthOf(recording::Recording const& recording) {
-    return recording.frames.back().timestampNs - recording.frames.front().timestampNs;
-}
-
-}  // namespace
-
-LiveFeed::LiveFeed(recording::Recording const& recording, LiveOptions const& options,
-                   int64_t startNs, pipeline::FaultInjector* faults)
-    : mRecording(recording),
-      mOptions(options),
-      mStartNs(startNs),
-      mFaults(faults),
-      mPassNs(lengthOf(recording) + recording.medianIntervalNs),
-      mPassCount(recording.frames.back().frameNo - recording.frames.front().frameNo + 1) {
-}
-
-std::optional<LiveFeed::Event> LiveFeed::next() {
-    while (mEvents.size() < kEventsAhead && (mPasses == 0 || mOptions.durationNs)) {
-        loadPass();
-    }
-    if (mEvents.empty()) {
-        return std::nullopt;
-    }
-    Event event = mEvents.top();
-    mEvents.pop();
-    if (mOptions.durationNs && event.timeNs > mStartNs + *mOptions.durationNs) {
-        return std::nullopt;
-    }
-    return event;
-}
-
-void LiveFeed::loadPass() {
-    int64_t const shiftNs = mStartNs - mRecording.frames.front().timestampNs + mPasses * mPassNs;
-    pipeline::SensorEvents const pass = pipeline::sensorEvents(
-        mRecording, mOptions.replay,
-        {.number = mPasses, .shiftNs = shiftNs, .frameNoShift = mPasses * mPassCount}, mFaults);
-    for (pipeline::SensorEvent const& event : pass.events) {
-        mEvents.push({event.timeNs, event.kind, pass.frames[event.frame]});
-    }
-    ++mPasses;
-}
-
-std::map<uint32_t, uint32_t> LiveFeed::sensorModesAt(int64_t pressNs) const {
-    int64_t const intoPassNs = (pressNs - mStartNs) % mPassNs;
-    return tool::pipeline::sensorModesAt(mRecording,
-                                         mRecording.frames.front().timestampNs + intoPassNs);
-}
-
 namespace model = NSCam::v3::pipeline::model;
+using pipeline::BuiltFrame;
+using pipeline::SensorEventKind;
 
 namespace {
 
@@ -147,26 +53,200 @@ void requireWritable(std::string const& path) {
     std::fclose(file);
 }
 
+/// Waits until boot time `bootNs`, or not at all when that has passed. False when the thread is to
+/// stop.
+bool waitUntil(int64_t bootNs, std::stop_token const& stop) {
+    // Only the stop token ever wakes it, so that the mutex guards nothing.
+    Mutex mutex;
+    std::condition_variable_any wake;
+    LockGuard const lock(mutex);
+    while (!stop.stop_requested()) {
+        // Again and again: the wait is by a clock that does not count a suspended host's time.
+        std::chrono::nanoseconds const left(bootNs - nowNs());
+        if (left.count() <= 0) {
+            return true;
+        }
+        wake.wait_for(mutex, stop, left, [] { return false; });
+    }
+    return false;
+}
+
+/// Built frames on their way through the pipeline: each comes out `delayNs` after it went in.
+/// Thread-safe.
+class ResultQueue {
+public:
+    explicit ResultQueue(int64_t delayNs) : mDelayNs(delayNs) {}
+
+    void push(std::vector<BuiltFrame> const& frames) {
+        {
+            // The clock is read under the lock, so that the entries stay in order.
+            LockGuard const lock(mLock);
+            int64_t const dueNs = nowNs() + mDelayNs;
+            for (BuiltFrame const& frame : frames) {
+                mEntries.emplace_back(dueNs, frame);
+            }
+        }
+        mWake.notify_one();
+    }
+
+    /// Nothing more goes in; what is left comes out at once.
+    void close() {
+        {
+            LockGuard const lock(mLock);
+            mIsClosed = true;
+        }
+        mWake.notify_one();
+    }
+
+    /// Waits for the next frame that is due; none once the queue is closed and empty.
+    std::optional<BuiltFrame> pop() {
+        LockGuard const lock(mLock);
+        while (true) {
+            if (mEntries.empty()) {
+                if (mIsClosed) {
+                    return std::nullopt;
+                }
+                mWake.wait(mLock);
+                continue;
+            }
+            auto const& [dueNs, next] = mEntries.front();
+            std::chrono::nanoseconds const left(dueNs - nowNs());
+            if (mIsClosed || left.count() <= 0) {
+                BuiltFrame frame = next;
+                mEntries.pop_front();
+                return frame;
+            }
+            // What comes meanwhile is due later; only an end changes anything.
+            mWake.wait_for(mLock, left);
+        }
+    }
+
+private:
+    int64_t const mDelayNs;
+    Mutex mLock;
+    std::condition_variable_any mWake;
+    /// With the boot times at which they are due, ascending.
+    std::deque<std::pair<int64_t, BuiltFrame>> mEntries GUARDED_BY(mLock);
+    bool mIsClosed GUARDED_BY(mLock) = false;
+};
+
+/// A recording as a sensor that delivers it from a given moment on, over and over. Of one thread.
+class LiveFeed {
+public:
+    /// What the sensor does next.
+    struct Event {
+        int64_t timeNs = 0;  ///< boot time
+        SensorEventKind kind = SensorEventKind::Announce;
+        pipeline::ReportedFrame frame;
+
+        /// For a queue whose top is what comes next.
+        bool operator<(Event const& other) const {
+            return std::tie(timeNs, kind) > std::tie(other.timeNs, other.kind);
+        }
+    };
+
+    /// All but `startNs` is borrowed for the life of the feed; `faults` may be null. The first
+    /// frame's exposure begins at boot time `startNs`.
+    LiveFeed(recording::Recording const& recording, LiveOptions const& options, int64_t startNs,
+             pipeline::FaultInjector* faults)
+        : mRecording(recording), mOptions(options), mStartNs(startNs), mFaults(faults) {}
+
+    /// None at the end of the run.
+    std::optional<Event> next() {
+        // The first events of a pass may come before the last ones of the pass before it.
+        constexpr size_t kEventsAhead = 64;
+        while (mEvents.size() < kEventsAhead && (mPasses == 0 || mOptions.durationNs)) {
+            loadPass();
+        }
+        if (mEvents.empty()) {
+            return std::nullopt;
+        }
+        Event event = mEvents.top();
+        mEvents.pop();
+        if (mOptions.durationNs && event.timeNs > mStartNs + *mOptions.durationNs) {
+            return std::nullopt;
+        }
+        return event;
+    }
+
+private:
+    void loadPass() {
+        pipeline::SensorEvents const pass =
+            pipeline::sensorEvents(mRecording, mOptions.replay, mFaults, mStartNs, mPasses++);
+        for (pipeline::SensorEvent const& event : pass.events) {
+            mEvents.push({event.timeNs, event.kind, pass.frames[event.frame]});
+        }
+    }
+
+    recording::Recording const& mRecording;
+    LiveOptions const& mOptions;
+    int64_t const mStartNs;
+    pipeline::FaultInjector* const mFaults;
+    std::priority_queue<Event> mEvents;
+    uint32_t mPasses = 0;  ///< loaded so far
+};
+
 }  // namespace
 
-LiveRun::LiveRun(recording::Recording const& recording, LiveOptions const& options, LogSink log)
-    : mRecording(recording),
-      mOptions(options),
-      mLog(std::move(log)),
-      mProperties(pipeline::propertiesOf(options.replay)),
-      mStartNs(nowNs() + kLeadNs),
-      mFaults(
-          pipeline::makeFaultInjector(options.replay.faults, mStartNs, recording.medianIntervalNs)),
-      mFeed(recording, options, mStartNs, mFaults.get()),
-      mResults(options.replay.reprocessDelayNs.value_or(recording.medianIntervalNs)),
-      mPipeline(listeningOptions()) {
-}
+/// The pipeline, what it is fed with, and the threads that do so.
+class LiveRun::Threads {
+public:
+    Threads(recording::Recording const& recording, LiveOptions const& options, LogSink log)
+        : mRecording(recording),
+          mOptions(options),
+          mLog(std::move(log)),
+          mProperties(pipeline::propertiesOf(options.replay)),
+          mStartNs(nowNs() + kLeadNs),
+          mFaults(pipeline::makeFaultInjector(options.replay.faults, mStartNs,
+                                              recording.medianIntervalNs)),
+          mResults(options.replay.reprocessDelayNs.value_or(recording.medianIntervalNs)),
+          mPipeline(listeningOptions()) {}
+    ~Threads() { stop(); }
 
-LiveRun::~LiveRun() {
-    stop();
-}
+    void start() {
+        mResultThread = std::jthread([this] { runResults(); });
+        mSensorThread = std::jthread([this](std::stop_token const& stop) { runSensor(stop); });
+        mCaptureThread = std::jthread([this](std::stop_token const& stop) { runCaptures(stop); });
+        mDumpThread = std::jthread([this](std::stop_token const& stop) { runDumps(stop); });
+    }
+    bool isOver() const { return mIsOver; }
+    LiveStatus status() const;
+    LiveResult finish();
 
-pipeline::PipelineOptions LiveRun::listeningOptions() {
+private:
+    pipeline::PipelineOptions listeningOptions();
+    void runSensor(std::stop_token const& stop);
+    void runCaptures(std::stop_token const& stop);
+    void press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes);
+    void runDumps(std::stop_token const& stop);
+    void runResults();
+    void stop();
+
+    recording::Recording const& mRecording;
+    LiveOptions const& mOptions;
+    LogSink const mLog;
+    pipeline::PropertyScope const mProperties;
+    int64_t const mStartNs;  ///< boot time at which the first frame is exposed
+    std::shared_ptr<pipeline::FaultInjector> const mFaults;  ///< null: none
+    ResultQueue mResults;
+    SectionRecorder mSections{SectionRecorder::Kept::Times};
+    android::sp<model::ZslRecorder> mRecorder;  ///< null: none
+    pipeline::SimulatedPipeline mPipeline;
+
+    // Counts for people to look at; nothing is concluded from one about another.
+    std::atomic<bool> mIsOver = false;
+    std::atomic<uint64_t> mArrived = 0;
+    std::atomic<uint64_t> mDumps = 0;
+    mutable Mutex mLatenessLock;
+    base::Distribution mLateness GUARDED_BY(mLatenessLock);
+
+    std::jthread mResultThread;
+    std::jthread mSensorThread;
+    std::jthread mCaptureThread;
+    std::jthread mDumpThread;
+};
+
+pipeline::PipelineOptions LiveRun::Threads::listeningOptions() {
     pipeline::PipelineOptions options = pipeline::pipelineOptions(mOptions.replay);
     options.tries = pipeline::CaptureBook::Tries::Newest;
     options.faults = mFaults;
@@ -189,25 +269,18 @@ pipeline::PipelineOptions LiveRun::listeningOptions() {
     return options;
 }
 
-void LiveRun::start() {
-    mResultThread = std::jthread([this] { runResults(); });
-    mSensorThread = std::jthread([this](std::stop_token const& stop) { runSensor(stop); });
-    mCaptureThread = std::jthread([this](std::stop_token const& stop) { runCaptures(stop); });
-    mDumpThread = std::jthread([this](std::stop_token const& stop) { runDumps(stop); });
-}
-
-void LiveRun::runSensor(std::stop_token const& stop) {
-    Pacer pacer(stop);
-    while (auto const event = mFeed.next()) {
-        if (!pacer.waitUntil(event->timeNs)) {
+void LiveRun::Threads::runSensor(std::stop_token const& stop) {
+    LiveFeed feed(mRecording, mOptions, mStartNs, mFaults.get());
+    while (auto const event = feed.next()) {
+        if (!waitUntil(event->timeNs, stop)) {
             return;
         }
-        if (event->kind == pipeline::SensorEventKind::Announce) {
+        if (event->kind == SensorEventKind::Announce) {
             mPipeline.announce(event->frame);
             continue;
         }
         {
-            std::lock_guard lock(mLatenessLock);
+            LockGuard const lock(mLatenessLock);
             mLateness.add(nowNs() - event->timeNs);
         }
         mResults.push(mPipeline.arrive(event->frame));
@@ -216,8 +289,7 @@ void LiveRun::runSensor(std::stop_token const& stop) {
     mIsOver = true;
 }
 
-void LiveRun::runCaptures(std::stop_token const& stop) {
-    Pacer pacer(stop);
+void LiveRun::Threads::runCaptures(std::stop_token const& stop) {
     std::multiset<int64_t> flushes;
     if (mFaults != nullptr) {
         for (int64_t const flushNs : mFaults->flushTimes()) {
@@ -227,7 +299,7 @@ void LiveRun::runCaptures(std::stop_token const& stop) {
     int64_t pressNs = mStartNs + mOptions.pressEveryNs;
     for (size_t capture = 0;;) {
         bool const isFlush = !flushes.empty() && *flushes.begin() <= pressNs;
-        if (!pacer.waitUntil(isFlush ? *flushes.begin() : pressNs)) {
+        if (!waitUntil(isFlush ? *flushes.begin() : pressNs, stop)) {
             return;
         }
         if (isFlush) {
@@ -236,14 +308,16 @@ void LiveRun::runCaptures(std::stop_token const& stop) {
             mResults.push(mPipeline.flush());
         } else {
             press(capture++, pressNs, flushes);
+            // By the schedule, not by the clock: a late press makes no other one late.
             pressNs += mOptions.pressEveryNs;
         }
     }
 }
 
-void LiveRun::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
-    mResults.push(mPipeline.submit(
-        {.frames = mOptions.replay.framesPerCapture, .sensorModes = mFeed.sensorModesAt(pressNs)}));
+void LiveRun::Threads::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
+    mResults.push(
+        mPipeline.submit({.frames = mOptions.replay.framesPerCapture,
+                          .sensorModes = pipeline::sensorModesAt(mRecording, pressNs - mStartNs)}));
     if (mFaults != nullptr) {
         if (auto const flushNs = mFaults->flushAfter(capture, pressNs)) {
             flushes.insert(*flushNs);
@@ -251,21 +325,20 @@ void LiveRun::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flu
     }
 }
 
-void LiveRun::runDumps(std::stop_token const& stop) {
-    Pacer pacer(stop);
-    for (int64_t dumpNs = mStartNs; pacer.waitUntil(dumpNs); dumpNs += mOptions.dumpEveryNs) {
+void LiveRun::Threads::runDumps(std::stop_token const& stop) {
+    for (int64_t dumpNs = mStartNs; waitUntil(dumpNs, stop); dumpNs += mOptions.dumpEveryNs) {
         pipeline::SimulatedPipeline::dump();
         ++mDumps;
     }
 }
 
-void LiveRun::runResults() {
+void LiveRun::Threads::runResults() {
     while (auto const frame = mResults.pop()) {
         mPipeline.finish(*frame);
     }
 }
 
-void LiveRun::stop() {
+void LiveRun::Threads::stop() {
     for (std::jthread* const thread : {&mSensorThread, &mCaptureThread, &mDumpThread}) {
         thread->request_stop();
     }
@@ -274,6 +347,7 @@ void LiveRun::stop() {
             thread->join();
         }
     }
+    // Nothing is submitted any more, so that the flush answers everything; the results follow it.
     mResults.push(mPipeline.flush());
     mResults.close();
     if (mResultThread.joinable()) {
@@ -281,7 +355,7 @@ void LiveRun::stop() {
     }
 }
 
-LiveStatus LiveRun::status() const {
+LiveStatus LiveRun::Threads::status() const {
     return {.elapsedNs = std::max<int64_t>(nowNs() - mStartNs, 0),
             .arrivedFrames = mArrived,
             .dumps = mDumps,
@@ -290,7 +364,7 @@ LiveStatus LiveRun::status() const {
             .ledger = mPipeline.ledger().totals()};
 }
 
-LiveResult LiveRun::finish() {
+LiveResult LiveRun::Threads::finish() {
     int64_t const elapsedNs = nowNs() - mStartNs;
     stop();
     LiveResult result;
@@ -300,9 +374,13 @@ LiveResult LiveRun::finish() {
     result.startNs = mStartNs;
     result.offsetMs = pipeline::offsetInForceMs();
     result.status = status();
+    // The results that came in after the last frame are no part of the run's time.
     result.status.elapsedNs = std::max<int64_t>(elapsedNs, 0);
-    result.lateness = mLateness;
-    result.times = mProbe.times();
+    {
+        LockGuard const lock(mLatenessLock);
+        result.lateness = mLateness;
+    }
+    result.times = mSections.times();
     result.unsettled = mPipeline.ledger().unsettled();
     result.longestHeldNs = mPipeline.ledger().longestHeldNs();
     result.droppedFrames = mPipeline.droppedFrames();
@@ -318,6 +396,34 @@ LiveResult LiveRun::finish() {
         result.recorder = mRecorder->finish();
     }
     return result;
+}
+
+LiveRun::LiveRun(recording::Recording const& recording, LiveOptions const& options, LogSink log)
+    : mThreads(std::make_unique<Threads>(recording, options, std::move(log))) {
+}
+
+LiveRun::~LiveRun() = default;
+
+void LiveRun::start() {
+    mThreads->start();
+}
+
+bool LiveRun::isOver() const {
+    return mThreads->isOver();
+}
+
+LiveStatus LiveRun::status() const {
+    return mThreads->status();
+}
+
+LiveResult LiveRun::finish() {
+    return mThreads->finish();
+}
+
+bool LiveResult::isClean() const {
+    return status.captures.answeredCaptures == status.captures.captures &&
+           status.ledger.balances() && failures.empty() &&
+           (!recorder || recorder->end == model::ZslRecordingEnd::FINISHED);
 }
 
 }  // namespace zebcam::tool::run

@@ -4,22 +4,20 @@
 #include <utils/Timers.h>
 
 #include <chrono>
-#include <cstring>
-#include <optional>
 #include <utility>
-#include <vector>
 
 namespace zebcam::tool::run {
 
 namespace {
 
+// Never the platform's clock, which stands still while a replay computes.
 int64_t realNowNs() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 }  // namespace
 
-SectionRecorder::SectionRecorder() {
+SectionRecorder::SectionRecorder(Kept kept) : mKept(kept) {
     platform::setTraceSink(this, ATRACE_TAG_CAMERA);
 }
 
@@ -28,16 +26,25 @@ SectionRecorder::~SectionRecorder() {
 }
 
 void SectionRecorder::beginSection(char const* name) {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     Thread& thread =
         mThreads.try_emplace(std::this_thread::get_id(), Thread{mThreads.size(), {}}).first->second;
-    thread.open.push_back(mSections.size());
-    mSections.push_back({name, thread.number, thread.open.size() - 1,
-                         systemTime(SYSTEM_TIME_BOOTTIME), realNowNs(), 0});
+    ProcessorSection const section{
+        name, thread.number, thread.open.size(), systemTime(SYSTEM_TIME_BOOTTIME), realNowNs(), 0};
+    // An operation's section begins before it takes the processor's lock; the first selection in
+    // it begins right after it has got it.
+    if (section.name == "selectBuf_Locked" && !thread.open.empty() &&
+        !thread.open.back().lockedNs) {
+        thread.open.back().lockedNs = section.realBeginNs;
+    }
+    thread.open.push_back({section, mSections.size(), {}});
+    if (mKept == Kept::Sections) {
+        mSections.push_back(section);
+    }
 }
 
 void SectionRecorder::endSection() {
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     auto const thread = mThreads.find(std::this_thread::get_id());
     if (thread != mThreads.end() && !thread->second.open.empty()) {
         endInnermost(thread->second);
@@ -45,8 +52,9 @@ void SectionRecorder::endSection() {
 }
 
 std::vector<ProcessorSection> SectionRecorder::finish() {
+    // Before the lock is taken: it waits for whoever is inside a call, which may want the lock.
     platform::setTraceSink(nullptr, 0);
-    std::lock_guard lock(mLock);
+    LockGuard const lock(mLock);
     for (auto& [id, thread] : mThreads) {
         while (!thread.open.empty()) {
             endInnermost(thread);
@@ -55,85 +63,37 @@ std::vector<ProcessorSection> SectionRecorder::finish() {
     return std::exchange(mSections, {});
 }
 
+OperationTimes SectionRecorder::times() const {
+    LockGuard const lock(mLock);
+    return mTimes;
+}
+
 void SectionRecorder::endInnermost(Thread& thread) {
-    ProcessorSection& section = mSections[thread.open.back()];
+    OpenSection ended = std::move(thread.open.back());
     thread.open.pop_back();
-    section.realDurationNs = realNowNs() - section.realBeginNs;
-}
-
-namespace {
-
-enum class Kind { Submission, Retry, Selection, Other };
-
-Kind kindOf(char const* name) {
-    if (std::strcmp(name, "submitZslRequest") == 0) {
-        return Kind::Submission;
+    ended.section.realDurationNs = realNowNs() - ended.section.realBeginNs;
+    if (mKept == Kept::Sections) {
+        mSections[ended.position].realDurationNs = ended.section.realDurationNs;
     }
-    if (std::strcmp(name, "processZslPendingRequest") == 0) {
-        return Kind::Retry;
-    }
-    return std::strcmp(name, "selectBuf_Locked") == 0 ? Kind::Selection : Kind::Other;
+    addTimes(ended, thread.open.empty());
 }
 
-int64_t nowNs() {
-    return systemTime(SYSTEM_TIME_MONOTONIC);
-}
-
-}  // namespace
-
-struct TimingProbe::Section {
-    Kind kind = Kind::Other;
-    int64_t beganNs = 0;
-    std::optional<int64_t> lockedNs;  ///< when an operation got the lock, once that shows
-};
-
-TimingProbe::TimingProbe() {
-    platform::setTraceSink(this, ATRACE_TAG_CAMERA);
-}
-
-TimingProbe::~TimingProbe() {
-    platform::setTraceSink(nullptr, 0);
-}
-
-std::vector<TimingProbe::Section>& TimingProbe::openSections() {
-    thread_local std::vector<Section> sections;
-    return sections;
-}
-
-void TimingProbe::beginSection(char const* name) {
-    auto& sections = openSections();
-    Section const section{kindOf(name), nowNs(), {}};
-    if (section.kind == Kind::Selection && !sections.empty() && !sections.back().lockedNs) {
-        sections.back().lockedNs = section.beganNs;
-    }
-    sections.push_back(section);
-}
-
-void TimingProbe::endSection() {
-    auto& sections = openSections();
-    if (sections.empty()) {
-        return;  // it began before the probe
-    }
-    Section const section = sections.back();
-    sections.pop_back();
-    if (section.kind != Kind::Submission && section.kind != Kind::Retry) {
+void SectionRecorder::addTimes(OpenSection const& ended, bool isOutermost) {
+    ProcessorSection const& section = ended.section;
+    bool const isSubmission = section.name == "submitZslRequest";
+    if (!isSubmission && section.name != "processZslPendingRequest") {
         return;
     }
-    int64_t const now = nowNs();
-    std::lock_guard lock(mLock);
-    if (section.lockedNs) {
-        mTimes.lockHeld.add(now - *section.lockedNs);
+    // It ends right after the operation lets go of the lock.
+    if (ended.lockedNs) {
+        mTimes.lockHeld.add(section.realBeginNs + section.realDurationNs - *ended.lockedNs);
     }
-    if (section.kind == Kind::Submission) {
-        mTimes.submission.add(now - section.beganNs);
-    } else if (sections.empty() && section.lockedNs) {
-        mTimes.retry.add(now - section.beganNs);
+    if (isSubmission) {
+        mTimes.submission.add(section.realDurationNs);
+    } else if (isOutermost && ended.lockedNs) {
+        // A submission retries what waits too, and counts it; without a selection nothing waited.
+        mTimes.retry.add(section.realDurationNs);
     }
-}
-
-OperationTimes TimingProbe::times() const {
-    std::lock_guard lock(mLock);
-    return mTimes;
 }
 
 }  // namespace zebcam::tool::run

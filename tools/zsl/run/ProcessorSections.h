@@ -1,11 +1,12 @@
 #pragma once
 
 #include <platform/Trace.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -24,36 +25,6 @@ struct ProcessorSection {
     int64_t realDurationNs = 0;
 };
 
-/// Records the camera's trace sections while it lives. It takes the place of a sink that is
-/// attached already, so that there can be one at a time. Thread-safe.
-class SectionRecorder final : public platform::ITraceSink {
-public:
-    SectionRecorder();
-    ~SectionRecorder() override;
-    SectionRecorder(SectionRecorder const&) = delete;
-    SectionRecorder& operator=(SectionRecorder const&) = delete;
-
-    void beginSection(char const* name) override;
-    /// An end whose beginning was not heard counts for nothing.
-    void endSection() override;
-
-    /// Stops and gives what was heard, in the order of the beginnings. Sections that are open end
-    /// now.
-    std::vector<ProcessorSection> finish();
-
-private:
-    struct Thread {
-        size_t number = 0;
-        std::vector<size_t> open;  ///< positions in mSections, outermost first
-    };
-
-    void endInnermost(Thread& thread);
-
-    std::mutex mLock;
-    std::vector<ProcessorSection> mSections;
-    std::map<std::thread::id, Thread> mThreads;
-};
-
 /// How long the processor's operations took.
 struct OperationTimes {
     base::Distribution submission;  ///< of a capture, with the retry of those that waited
@@ -63,30 +34,52 @@ struct OperationTimes {
 };
 
 /**
- * Measures the processor from its own trace sections while it lives, so that nothing is built into
- * the library for the sake of the measurement. An operation's section begins before it takes the
- * lock and ends right after it lets go; the first selection in it begins right after it has got it.
+ * Listens to the camera's trace sections while it lives, so that nothing is built into the
+ * processor for the sake of a measurement. It takes the place of a sink that is attached already,
+ * so that there can be one at a time. Thread-safe.
  */
-class TimingProbe final : public platform::ITraceSink {
+class SectionRecorder final : public platform::ITraceSink {
 public:
-    TimingProbe();
-    ~TimingProbe() override;
-    TimingProbe(TimingProbe const&) = delete;
-    TimingProbe& operator=(TimingProbe const&) = delete;
+    enum class Kept {
+        Sections,  ///< all of them, for a trace
+        Times,     ///< only what comes of them, for a run without end
+    };
+
+    explicit SectionRecorder(Kept kept = Kept::Sections);
+    ~SectionRecorder() override;
+    SectionRecorder(SectionRecorder const&) = delete;
+    SectionRecorder& operator=(SectionRecorder const&) = delete;
 
     void beginSection(char const* name) override;
+    /// An end whose beginning was not heard counts for nothing.
     void endSection() override;
 
+    /// Stops and gives the sections that were kept, in the order of the beginnings. Those that are
+    /// open end now.
+    std::vector<ProcessorSection> finish();
+
+    /// Of the operations that have ended, in real time.
     OperationTimes times() const;
 
 private:
-    struct Section;
+    struct OpenSection {
+        ProcessorSection section;
+        size_t position = 0;              ///< in mSections, if they are kept
+        std::optional<int64_t> lockedNs;  ///< when an operation got the lock, once that shows
+    };
+    struct Thread {
+        size_t number = 0;
+        std::vector<OpenSection> open;  ///< outermost first
+    };
 
-    /// The sections that the calling thread has open, outermost first.
-    static std::vector<Section>& openSections();
+    void endInnermost(Thread& thread) REQUIRES(mLock);
+    void addTimes(OpenSection const& ended, bool isOutermost) REQUIRES(mLock);
 
-    mutable std::mutex mLock;
-    OperationTimes mTimes;
+    Kept const mKept;
+    mutable Mutex mLock;
+    std::vector<ProcessorSection> mSections GUARDED_BY(mLock);
+    std::map<std::thread::id, Thread> mThreads GUARDED_BY(mLock);
+    OperationTimes mTimes GUARDED_BY(mLock);
 };
 
 }  // namespace zebcam::tool::run

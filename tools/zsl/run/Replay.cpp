@@ -55,8 +55,8 @@ public:
             // A slow policy makes what was due meanwhile come late.
             mClock.advanceTo(std::max(event.timeNs, mClock.bootTimeNs()));
             handle(event);
-            if (mListener.occupancy) {
-                mListener.occupancy(mClock.bootTimeNs(), mPipeline.occupancy());
+            if (mListener.occupancy != nullptr) {
+                mListener.addOccupancy(mClock.bootTimeNs(), mPipeline.occupancy());
             }
         }
         return finishResult();
@@ -87,6 +87,7 @@ private:
         for (size_t i = 0; i < mOptions.flushesNs.size(); ++i) {
             mQueue.push({mStartNs + mOptions.flushesNs[i], EventKind::Flush, i});
         }
+        // What still waits will never get a frame. Results that are due later come all the same.
         mQueue.push({endNs, EventKind::Flush, mOptions.flushesNs.size()});
         if (mFaults != nullptr) {
             for (int64_t const timeNs : mFaults->flushTimes()) {
@@ -98,8 +99,9 @@ private:
     /// Gives the boot time at which everything has arrived.
     int64_t scheduleSensor() {
         pipeline::SensorEvents sensor =
-            pipeline::sensorEvents(mRecording, mOptions, {}, mFaults.get());
+            pipeline::sensorEvents(mRecording, mOptions, mFaults.get(), mStartNs);
         mFrames = std::move(sensor.frames);
+        // Without faults the schedule tells when a frame arrives.
         mArrivalsNs.resize(mFaults != nullptr ? mFrames.size() : 0);
         int64_t endNs = mStartNs + mPresses.back();
         for (pipeline::SensorEvent const& event : sensor.events) {
@@ -140,7 +142,7 @@ private:
     }
 
     void arrive(size_t which) {
-        if (mFaults != nullptr && !mArrivalsNs[which]) {
+        if (mFaults != nullptr && !mArrivalsNs[which]) {  // not the second time, of a duplicate
             mArrivalsNs[which] = mClock.bootTimeNs();
         }
         reprocess(mPipeline.arrive(mFrames[which]));
@@ -156,8 +158,9 @@ private:
                 mQueue.push({*flushNs, EventKind::FaultFlush, which});
             }
         }
-        reprocess(mPipeline.submit({.frames = mOptions.framesPerCapture,
-                                    .sensorModes = pipeline::sensorModesAt(mRecording, pressNs)}));
+        reprocess(mPipeline.submit(
+            {.frames = mOptions.framesPerCapture,
+             .sensorModes = pipeline::sensorModesAt(mRecording, mPresses[which])}));
     }
 
     void reprocess(std::vector<pipeline::BuiltFrame> const& frames) {
@@ -213,6 +216,17 @@ private:
 };
 
 }  // namespace
+
+void ReplayListener::addOccupancy(int64_t bootTimeNs, pipeline::Occupancy const& now) const {
+    if (occupancy == nullptr) {
+        return;
+    }
+    // Of several events at one instant only what they lead to together is seen.
+    if (occupancy->empty() || occupancy->back().bootTimeNs != bootTimeNs) {
+        occupancy->push_back({bootTimeNs, {}});
+    }
+    occupancy->back().occupancy = now;
+}
 
 ReplayResult replay(recording::Recording const& recording, pipeline::ReplayOptions const& options,
                     ReplayListener const& listener) {

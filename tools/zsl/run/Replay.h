@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "pipeline/ReplayOptions.h"
 #include "pipeline/SimulatedPipeline.h"
@@ -13,13 +14,21 @@
 
 namespace zebcam::tool::run {
 
+/// How many frames were where from an instant on.
+struct OccupancySample {
+    int64_t bootTimeNs = 0;
+    pipeline::Occupancy occupancy;
+};
+
 /// What may be heard while a replay runs. Any may be empty.
 struct ReplayListener {
     std::function<void(size_t frames, size_t total)> progress;  ///< frames that have arrived
     /// A line of the log up to the level asked for; `timeNs` counts from the first frame.
     std::function<void(int64_t timeNs, host::LogLine const& line)> log;
-    /// After each event, with its boot time.
-    std::function<void(int64_t bootTimeNs, pipeline::Occupancy const& occupancy)> occupancy;
+    std::vector<OccupancySample>* occupancy = nullptr;  ///< gets one for each instant, as it ends
+
+    /// To be told after each event, if there is somebody to hear it.
+    void addOccupancy(int64_t bootTimeNs, pipeline::Occupancy const& now) const;
 };
 
 /**

@@ -29,6 +29,7 @@ ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
                     ++summary.unanswered;
                     break;
             }
+            // Of a frame that never came back nobody can say what it would have been.
             bool const isAnswered = frame.served != pipeline::Served::Unanswered;
             summary.withoutHistory += isAnswered && !frame.historyFrame ? 1 : 0;
             if (std::optional<int64_t> const lag = capture.lagNs(frame)) {
