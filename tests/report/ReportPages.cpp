@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "commands/ReplayObserver.h"
-#include "compare/ComparisonRow.h"
+#include "compare/Comparison.h"
 #include "recording/RecordingGenerator.h"
 #include "report/HtmlReport.h"
 #include "report/JsonReport.h"

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <stdexcept>
@@ -156,6 +158,29 @@ TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
         csv.str().find("\n\"a \"\"b\"\",\n.csv\",new/lib.so,-123456,2,100000,limit,\"x, y\",1,"),
         std::string::npos)
         << csv.str();
+}
+
+TEST(ChildPool, CarriesWhatFitsNoPipeAndTellsHowOthersEnd) {
+    std::vector<compare::ChildOutcome> outcomes(4);
+    std::string const large(1'000'000, 'x');
+    compare::runInChildren(
+        outcomes.size(), {.jobs = 2}, base::SignalWatch(),
+        [&](size_t task) {
+            std::cout << large << "\nlast words of " << task << "\n \r\n" << std::flush;
+            if (task == 1) {
+                throw std::runtime_error(large);
+            }
+            if (task > 1) {
+                std::_Exit(task == 2 ? 7 : 0);
+            }
+            return large;
+        },
+        [&](size_t task, compare::ChildOutcome outcome) { outcomes[task] = std::move(outcome); });
+    EXPECT_EQ(outcomes[0].data, large);
+    EXPECT_EQ(outcomes[0].failure, "");
+    EXPECT_EQ(outcomes[1].failure, large);
+    EXPECT_EQ(outcomes[2].failure, "the run ended early with status 7: last words of 2");
+    EXPECT_EQ(outcomes[3].failure, "the run ended early with status 0: last words of 3");
 }
 
 Outcome compareCli(std::vector<std::string> const& arguments, bool showProgress = false) {

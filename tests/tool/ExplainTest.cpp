@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "base/Text.h"
+#include "compare/ComparisonFields.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "processor/ZslFixture.h"
@@ -22,6 +23,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::StartsWith;
 using Json = nlohmann::ordered_json;
 
@@ -125,7 +127,7 @@ protected:
         for (log::Candidate const& frame : attempt.candidates) {
             bool const isRefused = frame.verdict == log::Verdict::Refused;
             std::string row = fmt::format("F{} {}", frame.frameNo, toString(frame.verdict));
-            row += isRefused ? fmt::format(" {}", toString(frame.criterion)) : "";
+            row += isRefused ? " " + frame.criterionName() : "";
             for (std::string const* part : {&frame.stream, &frame.found, &frame.wanted}) {
                 row += "|" + *part;
             }
@@ -210,6 +212,24 @@ TEST_F(ExplainTest, GivesTheReasonForEveryCandidate) {
                       HasSubstr("    built     frame 0 from F21 (chosen)\n"
                                 "    result    waiting, nothing chosen for 1 frame\n"),
                       HasSubstr("    F30          taken    for frame 1\n")));
+}
+
+TEST_F(ExplainTest, NamesACriterionThatItDoesNotKnowAsTheLogDoes) {
+    runEveryCriterion();
+    std::string text = logcat(asThreadtime);
+    for (size_t at = 0; (at = text.find("isAFStable", at)) != std::string::npos;) {
+        text.replace(at, 10, "isLensStill");
+    }
+    log::Explanation const told = explainText(text);
+    EXPECT_THAT(
+        candidates(told.captures.at(0).tries.at(0)),
+        Contains(fmt::format("F16 refused isLensStill|{}||", metaStream(APP)->getStreamName())));
+    std::string const shown = report::explanationText(told);
+    EXPECT_THAT(shown, HasSubstr("    F16          refused  isLensStill   in "));
+    EXPECT_THAT(shown, Not(HasSubstr("no line gives the reason")));
+    EXPECT_EQ("isLensStill",
+              report::toJson(told)["captures"][0]["tries"][0]["candidates"][7]["criterion"]);
+    EXPECT_THAT(compare::countRefusals(told).text(), HasSubstr("unknown 2"));
 }
 
 TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
@@ -416,6 +436,14 @@ TEST(ExplainCountsTest, CountsWhatItCannotUse) {
          &log::LineCounts::foreign, 2},
         {"no header", "hello\n\x01\x02\xff\nI/no header\n[ not a header ]\n01-02 12:00:00.000\n",
          &log::LineCounts::foreign, 5},
+        {"headers that are none",
+         "I/ZebCam/ZslProc( x): [select] y\nQ/ZebCam/ZslProc( 1): [select] y\n"
+         "01-02 12:00:00.000  1  x I ZebCam/ZslProc: [select] y\n"
+         "01-02 24:00:00.000  1  1 I ZebCam/ZslProc: [select] y\n"
+         "01-02 12:00:00.000  1  1 I ZebCam/ZslProc [select] y\n"
+         "01-02 12:00:00.  1  1 I ZebCam/ZslProc: [select] y\n"
+         "[ 01-02 12:00:00.000 1:1 I-ZebCam/ZslProc ]\n[select] y\n",
+         &log::LineCounts::foreign, 8},
         {"cut selection", begin + threadtime("[selectBuf_Locked] selectOut: { selected={ 0-[F1"),
          &log::LineCounts::cut, 1},
         {"longer than the reader takes", "I/Other( 1): " + std::string(100'000, 'x'),
@@ -433,6 +461,10 @@ TEST(ExplainCountsTest, CountsWhatItCannotUse) {
         {"a reason without a verdict",
          threadtime("[operator()] [DefaultSelector] hbs[F1] isAFStable X", 'W'),
          &log::LineCounts::unassigned, 1},
+        {"results of a try that never began",
+         threadtime("[selectBuf_Locked] OUT(#1):") +
+             threadtime("[prepareTimedoutParams] ZSL TIMED_OUT!"),
+         &log::LineCounts::unassigned, 2},
         {"of no known form", threadtime("anything") + threadtime("[newFunction] x"),
          &log::LineCounts::unrecognised, 2},
         {"another thread in a try", begin + threadtime("x", 'I', 1) + threadtime("y"),

@@ -275,12 +275,18 @@ TEST_F(OutputFiles, AppearWholeOrNotAtAll) {
     }
     EXPECT_EQ(contentOf(path), before);
 
-    base::AtomicFile failed(path);
-    failed.stream() << "half";
-    failed.stream().setstate(std::ios::badbit);
-    EXPECT_THAT(errorOf([&] { failed.commit(); }), HasSubstr("cannot write '" + path + "'"));
+    auto const commit = [](std::string const& to, std::ios::iostate state, bool becomesFolder) {
+        base::AtomicFile file(to);
+        file.stream().setstate(state);
+        becomesFolder&& fs::create_directory(to);
+        file.commit();
+    };
+    EXPECT_THAT(errorOf([&] { commit(path, std::ios::badbit, false); }),
+                HasSubstr("cannot write '" + path + "'"));
     EXPECT_EQ(contentOf(path), before);
-    EXPECT_THAT(names(), ElementsAre("r.csv"));
+    EXPECT_THAT(errorOf([&] { commit(folder / "new", std::ios::goodbit, true); }),
+                HasSubstr("directory"));
+    EXPECT_THAT(names(), ElementsAre("new", "r.csv"));
 }
 
 TEST_F(OutputFiles, KeepLinksAndPermissions) {

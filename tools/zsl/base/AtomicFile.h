@@ -2,7 +2,6 @@
 
 #include <fstream>
 #include <ostream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -16,11 +15,9 @@ public:
 
 /**
  * An output file that appears whole or not at all: what is written goes to a temporary file beside
- * it, which commit() moves into place and the destructor removes if there was no commit. A file of
- * that name stays as it was until then.
- *
- * The path `-` is standard output. That, and what is no regular file (a device, a pipe), gets
- * nothing until commit() either.
+ * it, which commit() moves into place and the destructor removes if that did not happen. A file of
+ * that name stays as it was until then. What is no regular file (a device, a pipe) cannot be
+ * replaced and is written directly.
  *
  *     AtomicFile file("result.json");
  *     file.stream() << json;
@@ -35,23 +32,23 @@ public:
     AtomicFile& operator=(AtomicFile const&) = delete;
 
     /// Where to write. Errors in its state are reported by commit().
-    std::ostream& stream();
+    std::ostream& stream() { return mFile; }
 
-    /// Puts the file in place. Call it once, with nothing written after it. Throws OutputError and
-    /// removes the temporary file when anything could not be written.
+    /// Puts the file in place. Call it once, with nothing written after it. Throws OutputError when
+    /// anything could not be written.
     void commit();
 
 private:
-    void createTemporary();
-    void commitTemporary();
-    void commitBuffer();
-    void discard() noexcept;
+    enum class Unopened {};
+    AtomicFile(std::string path, Unopened);
 
-    std::string mPath;           ///< as given, for messages
-    std::string mTarget;         ///< the file to replace, links followed
-    std::string mTemporary;      ///< empty when there is none
-    std::ofstream mFile;         ///< open on mTemporary
-    std::ostringstream mBuffer;  ///< used instead where nothing can be moved into place
+    void createTemporary();
+    [[noreturn]] void fail(std::string const& reason) const;
+
+    std::string mPath;       ///< as given, for messages
+    std::string mTarget;     ///< the file to replace, links followed
+    std::string mTemporary;  ///< empty when there is none
+    std::ofstream mFile;
 };
 
 }  // namespace zebcam::tool::base

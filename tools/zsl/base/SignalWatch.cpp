@@ -33,6 +33,7 @@ SignalWatch::SignalWatch() {
     }
 }
 
+// A signal that came meanwhile and was not asked for ends the program here.
 SignalWatch::~SignalWatch() {
     close(mFd);
     restoreMask();

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 
 namespace zebcam::tool::base {
 
@@ -9,7 +13,21 @@ namespace zebcam::tool::base {
 /// what exceeds 40 characters is cut off and marked by `...`.
 std::string quoteContent(std::string_view content);
 
-/// `text` with each byte that is not printable ASCII as \xHH, fit for a terminal and for JSON.
+/// `text` with each byte that is not printable ASCII escaped, fit for a terminal and for JSON.
 std::string printable(std::string_view text);
+
+/// Where match() puts the fields of a form, by their names.
+using FormField = std::pair<std::string_view,
+                            std::variant<char*, uint32_t*, int64_t*, uint64_t*, std::string_view*>>;
+using FormFields = std::initializer_list<FormField>;
+
+/**
+ * Whether all of `text` is of a form such as `OUT(#<frames>):`. Names in angle brackets are fields,
+ * all else stands for itself. A field goes up to the first place at which what follows it in the
+ * form is found. Letters and numbers may have blanks before them, as columns do; what is not in
+ * `fields` is passed over. Texts point into `text`. When the answer is no, some fields may have
+ * been filled.
+ */
+bool match(std::string_view text, std::string_view form, FormFields fields);
 
 }  // namespace zebcam::tool::base

@@ -97,7 +97,7 @@ std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
 int run(Arguments const& arguments, CliStreams const& streams) {
     // An output that cannot be written is told before a long log is read.
     std::optional<base::AtomicFile> json;
-    if (arguments.json) {
+    if (arguments.json && arguments.json != kStandardStream) {
         json.emplace(*arguments.json);
     }
     log::Explanation explanation = explainFile(arguments.log);
@@ -116,6 +116,8 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     }
     if (arguments.json != kStandardStream) {
         streams.out << report::explanationText(explanation);
+    } else {
+        streams.out << report::toJson(explanation).dump(2) << '\n';
     }
     return 0;
 }

@@ -54,8 +54,13 @@ int run(Arguments& arguments) {
         if (arguments.exposureMs) {
             options.exposureNs = toNs("exposure", *arguments.exposureMs, kNsPerMs);
         }
-        recording::writeRecording(recording::generate(options), arguments.output);
-        return 0;
+        recording::Recording const recording = recording::generate(options);
+        if (arguments.output != "-") {
+            recording::writeRecording(recording, arguments.output);
+            return 0;
+        }
+        recording::writeRecording(recording, std::cout);
+        return std::cout.flush() ? 0 : 2;
     } catch (std::exception const& error) {
         std::cerr << "zsl generate: " << error.what() << '\n';
         return 2;

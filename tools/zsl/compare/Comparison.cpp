@@ -1,10 +1,14 @@
 #include "compare/Comparison.h"
 
+#include <ulog/ULogger.h>
+
 #include <cstring>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
+#include "log/Explainer.h"
+#include "log/Logcat.h"
 #include "recording/RecordingFile.h"
 #include "run/Replay.h"
 
@@ -37,7 +41,8 @@ std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
     return rows;
 }
 
-/// The result on its way between two processes of the same program.
+/// The result on its way between two processes of the same program: a child is forked, so that both
+/// lay out the numbers alike and the bytes will do.
 std::string pack(RunNumbers const& numbers, std::vector<std::string> const& problems) {
     static_assert(std::is_trivially_copyable_v<RunNumbers>);
     std::string data(reinterpret_cast<char const*>(&numbers), sizeof numbers);
@@ -58,14 +63,21 @@ void unpack(std::string_view data, ComparisonRow& row) {
 }
 
 std::string runOne(ComparisonRow const& row) {
+    // Read in the child: a file that breaks off is a failure of its rows and of no other.
     recording::Recording const recording = recording::readRecording(row.recording);
-    RefusalCounter refusals;
     pipeline::ReplayOptions options = row.options;
-    options.logLevel = RefusalCounter::logLevel();
+    // Debug lines add the values that were found, which nobody counts.
+    options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_INFO;
+    log::Explainer explainer;
     run::ReplayListener listener;
-    listener.log = [&refusals](int64_t, host::LogLine const& line) { refusals.feed(line); };
+    listener.log = [&explainer](int64_t, host::LogLine const& line) {
+        // Some lines go to both outputs.
+        if (line.output == host::LogLine::Output::Camera) {
+            explainer.feed(log::fromLogLine(line));
+        }
+    };
     run::ReplayResult const result = run::replay(recording, options, listener);
-    return pack(numbersOf(result, refusals.finish()), problemsOf(result));
+    return pack(numbersOf(result, countRefusals(explainer.finish())), problemsOf(result));
 }
 
 void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
@@ -78,6 +90,20 @@ void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
 
 }  // namespace
 
+std::optional<int64_t> ComparisonRow::offsetMs() const {
+    return numbers ? numbers->offsetMs : options.offsetMs;
+}
+
+char const* ComparisonRow::status() const {
+    if (!numbers) {
+        return "failed";
+    }
+    if (!problems.empty()) {
+        return "problem";
+    }
+    return broken.empty() ? "ok" : "limit";
+}
+
 std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
                                    base::SignalWatch const& signals,
                                    std::function<void(size_t, size_t)> const& progress) {
@@ -85,6 +111,7 @@ std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions 
     size_t ended = 0;
     auto const onEnd = [&](size_t task, ChildOutcome const& outcome) {
         ComparisonRow& row = rows[task];
+        // The row of a run that failed stays, without numbers: nothing may be left out in silence.
         if (outcome.failure.empty()) {
             unpack(outcome.data, row);
             judge(row, plan.limits);

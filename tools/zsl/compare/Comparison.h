@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -8,9 +9,24 @@
 
 #include "compare/ChildPool.h"
 #include "compare/ComparisonFields.h"
-#include "compare/ComparisonRow.h"
+#include "pipeline/ReplayOptions.h"
 
 namespace zebcam::tool::compare {
+
+/// One recording under one setting: what came of it.
+struct ComparisonRow {
+    std::string recording;  ///< path
+    pipeline::ReplayOptions options;
+    std::optional<RunNumbers> numbers;  ///< none: the run failed
+    std::vector<std::string> problems;  ///< why it failed, or what went wrong in it
+    std::vector<std::string> broken;    ///< the limits that it exceeds, with what was found
+
+    /// In force, ms; of a failed run what was asked for, if anything was.
+    std::optional<int64_t> offsetMs() const;
+    /// `failed`, `problem`, `limit` or `ok`: the worst that holds.
+    char const* status() const;
+    bool isGood() const { return problems.empty() && broken.empty(); }
+};
 
 /// What to compare: each recording under each combination of the settings. None of the lists may be
 /// empty.

@@ -3,9 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
+#include <numeric>
 #include <stdexcept>
 #include <utility>
 
@@ -13,12 +13,80 @@
 
 namespace zebcam::tool::compare {
 
+uint64_t RefusalCounts::total() const {
+    return std::accumulate(byCriterion.begin(), byCriterion.end(), uint64_t{0});
+}
+
+std::string RefusalCounts::text() const {
+    std::vector<std::pair<uint64_t, char const*>> counts;
+    for (size_t i = 0; i < byCriterion.size(); ++i) {
+        if (byCriterion[i] > 0) {
+            counts.emplace_back(byCriterion[i], log::infoOf(static_cast<log::Criterion>(i)).name);
+        }
+    }
+    std::stable_sort(counts.begin(), counts.end(),
+                     [](auto const& a, auto const& b) { return a.first > b.first; });
+    std::string text;
+    for (auto const& [count, name] : counts) {
+        text += fmt::format("{}{} {}", text.empty() ? "" : ", ", name, count);
+    }
+    return text;
+}
+
+RefusalCounts countRefusals(log::Explanation const& explanation) {
+    RefusalCounts counts;
+    for (log::CaptureExplanation const& capture : explanation.captures) {
+        for (log::TryExplanation const& attempt : capture.tries) {
+            for (log::Candidate const& frame : attempt.candidates) {
+                counts[frame.criterion] += frame.criterion == log::Criterion::None ? 0 : 1;
+            }
+        }
+    }
+    return counts;
+}
+
+RunNumbers numbersOf(run::ReplayResult const& result, RefusalCounts const& refusals) {
+    RunNumbers numbers;
+    numbers.summary = result.summary;
+    std::vector<int64_t> waits;
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        for (pipeline::FrameOutcome const& frame : capture.frames) {
+            if (std::optional<int64_t> const wait = capture.waitNs(frame)) {
+                waits.push_back(*wait);
+            }
+        }
+    }
+    numbers.wait = base::spreadOf(std::move(waits));
+    numbers.refusals = refusals;
+    numbers.ledger = result.ledger;
+    numbers.longestHeldNs = result.longestHeldNs;
+    numbers.droppedFrames = result.droppedFrames;
+    numbers.errorLines = result.errorLines;
+    numbers.offsetMs = result.offsetMs;
+    return numbers;
+}
+
+std::vector<std::string> problemsOf(run::ReplayResult const& result) {
+    std::vector<std::string> problems = result.failures;
+    if (result.summary.unanswered > 0) {
+        problems.push_back(fmt::format("{} of {} frames unanswered", result.summary.unanswered,
+                                       result.summary.frames));
+    }
+    host::BufferLedger::Totals const& ledger = result.ledger;
+    if (!ledger.balances()) {
+        problems.push_back(fmt::format("the ledger does not balance: {} buffer sets out, {} lost",
+                                       ledger.withProcessor + ledger.withFrameBuilder,
+                                       ledger.lost));
+    }
+    return problems;
+}
+
 namespace {
 
 constexpr double kNsPerMs = 1e6;
 
-FieldValue timeOf(base::Spread const& spread, int64_t ns) {
-    return spread.count > 0 ? FieldValue(Nanoseconds{ns}) : FieldValue();
+FieldValue msOf(bool isThere, int64_t ns) {
+    return isThere ? FieldValue(static_cast<double>(ns) / kNsPerMs) : FieldValue();
 }
 
 template <auto Member>
@@ -28,17 +96,12 @@ FieldValue count(RunNumbers const& numbers) {
 
 template <auto Member>
 FieldValue lag(RunNumbers const& numbers) {
-    return timeOf(numbers.summary.lag, numbers.summary.lag.*Member);
+    return msOf(numbers.summary.lag.count > 0, numbers.summary.lag.*Member);
 }
 
 template <auto Member>
 FieldValue wait(RunNumbers const& numbers) {
-    return timeOf(numbers.wait, numbers.wait.*Member);
-}
-
-template <log::Criterion Which>
-FieldValue refused(RunNumbers const& numbers) {
-    return numbers.refusals[Which];
+    return msOf(numbers.wait.count > 0, numbers.wait.*Member);
 }
 
 FieldValue atOncePercent(RunNumbers const& numbers) {
@@ -50,78 +113,87 @@ FieldValue atOncePercent(RunNumbers const& numbers) {
 }
 
 FieldValue heldNs(RunNumbers const& numbers) {
-    return numbers.ledger.handedOut > 0 ? FieldValue(Nanoseconds{numbers.longestHeldNs})
-                                        : FieldValue();
+    return msOf(numbers.ledger.handedOut > 0, numbers.longestHeldNs);
 }
 
-using C = log::Criterion;
 using S = run::ReplaySummary;
 using N = RunNumbers const&;
 
-constexpr std::array kFields = std::to_array<ComparisonField>({
-    {"captures", "captures, one for each press", count<&S::captures>},
-    {"answered_captures", "captures of which every frame was answered",
-     count<&S::answeredCaptures>},
-    {"frames", "frames of all captures", count<&S::frames>},
-    {"at_once", "frames that were chosen when the capture was submitted", count<&S::atOnce>},
-    {"at_once_percent", "the same, of 100 frames", atOncePercent},
-    {"waited", "frames that were chosen on a later try", count<&S::waited>},
-    {"timed_out", "frames that were given what was there after the time-out", count<&S::timedOut>},
-    {"flushed", "frames that a flush turned into ordinary captures", count<&S::flushed>},
-    {"unanswered", "frames that never came back", count<&S::unanswered>},
-    {"without_history", "frames that were answered without a history frame",
-     count<&S::withoutHistory>},
-    {"min_lag_ms", "from the press to the start of exposure: the least", lag<&base::Spread::min>},
-    {"median_lag_ms", "the median", lag<&base::Spread::median>},
-    {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&base::Spread::p95>},
-    {"max_lag_ms", "the most", lag<&base::Spread::max>},
-    {"min_wait_ms", "from the press to the answer, of the answered frames: the least",
-     wait<&base::Spread::min>},
-    {"median_wait_ms", "the median", wait<&base::Spread::median>},
-    {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&base::Spread::p95>},
-    {"max_wait_ms", "the most", wait<&base::Spread::max>},
-    {"refused", "refusals of history frames, for each frame, try and capture anew",
-     [](N numbers) -> FieldValue { return numbers.refusals.total(); }},
-    {"refused_time", "of them: exposed before the instant that the capture stands for",
-     refused<C::Time>},
-    {"refused_streams", "a required stream is missing", refused<C::Streams>},
-    {"refused_sensor_mode", "another mode, or another sensor", refused<C::SensorMode>},
-    {"refused_focus", "the focus is not settled, or not known", refused<C::Focus>},
-    {"refused_exposure", "the exposure is not settled", refused<C::Exposure>},
-    {"refused_sync", "the sensors are not synchronised", refused<C::FrameSync>},
-    {"refused_image", "an image cannot be used", refused<C::Image>},
-    {"refused_pure_raw", "pure raw, which the capture refuses", refused<C::PureRaw>},
-    {"refused_broken_run", "good itself, but its run of frames was not completed",
-     refused<C::BrokenRun>},
-    {"refused_lost", "chosen, but could not be handed over", refused<C::Lost>},
-    {"refused_unknown", "the policy gives no reason", refused<C::Unknown>},
-    {"max_held_ms", "the longest time that a buffer set was out of the history", heldNs},
-    {"dropped_frames", "frames that left the history because newer ones came",
-     [](N numbers) -> FieldValue { return numbers.droppedFrames; }},
-    {"log_errors", "error lines of the processor's log",
-     [](N numbers) -> FieldValue { return numbers.errorLines; }},
-    {"buffers_out", "buffer sets that were not given back",
-     [](N numbers)
-         -> FieldValue { return numbers.ledger.withProcessor + numbers.ledger.withFrameBuilder; }},
-    {"buffers_lost", "buffer sets that are gone without having been given back",
-     [](N numbers) -> FieldValue { return numbers.ledger.lost; }},
-});
+/// A column of its own for whatever a history frame can be refused for.
+void addRefusals(std::vector<ComparisonField>& fields) {
+    fields.push_back({"refused", "refusals of history frames, for each frame, try and capture anew",
+                      [](N numbers) -> FieldValue { return numbers.refusals.total(); }});
+    for (size_t i = static_cast<size_t>(log::Criterion::None) + 1; i < log::CRITERIA; ++i) {
+        log::CriterionInfo const criterion = log::infoOf(static_cast<log::Criterion>(i));
+        std::string name = std::string("refused_") + criterion.name;
+        std::replace(name.begin(), name.end(), ' ', '_');
+        fields.push_back({std::move(name), criterion.meaning, [i](N numbers) -> FieldValue {
+                              return numbers.refusals.byCriterion[i];
+                          }});
+    }
+}
+
+std::vector<ComparisonField> makeFields() {
+    std::vector<ComparisonField> fields = {
+        {"captures", "captures, one for each press", count<&S::captures>},
+        {"answered_captures", "captures of which every frame was answered",
+         count<&S::answeredCaptures>},
+        {"frames", "frames of all captures", count<&S::frames>},
+        {"at_once", "frames that were chosen when the capture was submitted", count<&S::atOnce>},
+        {"at_once_percent", "the same, of 100 frames", atOncePercent},
+        {"waited", "frames that were chosen on a later try", count<&S::waited>},
+        {"timed_out", "frames that were given what was there after the time-out",
+         count<&S::timedOut>},
+        {"flushed", "frames that a flush turned into ordinary captures", count<&S::flushed>},
+        {"unanswered", "frames that never came back", count<&S::unanswered>},
+        {"without_history", "frames that were answered without a history frame",
+         count<&S::withoutHistory>},
+        {"min_lag_ms", "from the press to the start of exposure: the least",
+         lag<&base::Spread::min>},
+        {"median_lag_ms", "the median", lag<&base::Spread::median>},
+        {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&base::Spread::p95>},
+        {"max_lag_ms", "the most", lag<&base::Spread::max>},
+        {"min_wait_ms", "from the press to the answer, of the answered frames: the least",
+         wait<&base::Spread::min>},
+        {"median_wait_ms", "the median", wait<&base::Spread::median>},
+        {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&base::Spread::p95>},
+        {"max_wait_ms", "the most", wait<&base::Spread::max>},
+    };
+    addRefusals(fields);
+    std::vector<ComparisonField> const rest = {
+        {"max_held_ms", "the longest time that a buffer set was out of the history", heldNs},
+        {"dropped_frames", "frames that left the history because newer ones came",
+         [](N numbers) -> FieldValue { return numbers.droppedFrames; }},
+        {"log_errors", "error lines of the processor's log",
+         [](N numbers) -> FieldValue { return numbers.errorLines; }},
+        {"buffers_out", "buffer sets that were not given back",
+         [](N numbers) -> FieldValue {
+             return numbers.ledger.withProcessor + numbers.ledger.withFrameBuilder;
+         }},
+        {"buffers_lost", "buffer sets that are gone without having been given back",
+         [](N numbers) -> FieldValue { return numbers.ledger.lost; }},
+    };
+    fields.insert(fields.end(), rest.begin(), rest.end());
+    return fields;
+}
 
 }  // namespace
 
 std::span<ComparisonField const> comparisonFields() {
-    return kFields;
+    static std::vector<ComparisonField> const FIELDS = makeFields();
+    return FIELDS;
 }
 
 ComparisonField const* findField(std::string_view name) {
-    auto const found = std::find_if(kFields.begin(), kFields.end(),
+    auto const fields = comparisonFields();
+    auto const found = std::find_if(fields.begin(), fields.end(),
                                     [name](auto const& field) { return field.name == name; });
-    return found != kFields.end() ? &*found : nullptr;
+    return found != fields.end() ? &*found : nullptr;
 }
 
 std::string fieldNames() {
     std::string names;
-    for (ComparisonField const& field : kFields) {
+    for (ComparisonField const& field : comparisonFields()) {
         names += names.empty() ? "" : " ";
         names += field.name;
     }
@@ -131,9 +203,6 @@ std::string fieldNames() {
 std::optional<double> asNumber(FieldValue const& value) {
     if (auto const* whole = std::get_if<uint64_t>(&value)) {
         return static_cast<double>(*whole);
-    }
-    if (auto const* time = std::get_if<Nanoseconds>(&value)) {
-        return static_cast<double>(time->ns) / kNsPerMs;
     }
     if (auto const* number = std::get_if<double>(&value)) {
         return *number;
@@ -165,6 +234,7 @@ double parseNumber(std::string_view text) {
     double value = 0;
     auto const [end, error] =
         std::from_chars(text.data(), text.data() + text.size(), value, std::chars_format::fixed);
+    // The format lets nan and infinity through, which no comparison would ever meet.
     if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
         throw std::invalid_argument("expected a decimal number after the comparison, found " +
                                     base::quoteContent(text));

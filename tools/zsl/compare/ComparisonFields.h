@@ -1,31 +1,67 @@
 #pragma once
 
+#include <host/BufferLedger.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
-#include "compare/ComparisonRow.h"
+#include "log/Explanation.h"
+#include "run/ReplayResult.h"
 
 namespace zebcam::tool::compare {
 
-/// A time, in ns; written in ms.
-struct Nanoseconds {
-    int64_t ns = 0;
+/// How often history frames were refused, by criterion; a criterion that the tool does not know
+/// counts as unknown. A frame counts each time that it is looked at: once for each try of each
+/// capture.
+struct RefusalCounts {
+    std::array<uint64_t, log::CRITERIA> byCriterion{};
+
+    uint64_t& operator[](log::Criterion criterion) {
+        return byCriterion[static_cast<size_t>(criterion)];
+    }
+    uint64_t total() const;
+    /// `time 12, focus 3`: what is not 0, the most frequent first; empty for none.
+    std::string text() const;
+
+    bool operator==(RefusalCounts const&) const = default;
 };
 
-/// A field's value; none when there is nothing that it could be made from.
-using FieldValue = std::variant<std::monostate, uint64_t, Nanoseconds, double>;
+RefusalCounts countRefusals(log::Explanation const& explanation);
+
+/// What is counted and measured in one run. Plain data, so that it can go from process to process.
+struct RunNumbers {
+    run::ReplaySummary summary;
+    base::Spread wait;  ///< from the press to the answer, of the frames that were answered
+    RefusalCounts refusals;
+    host::BufferLedger::Totals ledger;
+    int64_t longestHeldNs = 0;   ///< the longest time that a buffer set was handed out
+    uint64_t droppedFrames = 0;  ///< left the history because newer ones came
+    uint64_t errorLines = 0;     ///< error lines of the processor's log
+    int64_t offsetMs = 0;        ///< ZSL offset in force, over all its properties
+};
+
+RunNumbers numbersOf(run::ReplayResult const& result, RefusalCounts const& refusals);
+/// What went wrong in a run, as texts.
+std::vector<std::string> problemsOf(run::ReplayResult const& result);
+
+/// A field's value, a count or a number; none when there is nothing that it could be made from.
+using FieldValue = std::variant<std::monostate, uint64_t, double>;
 
 /// A number of a run under the name that limits, CSV and JSON share. Times are in ms.
 struct ComparisonField {
-    char const* name;
+    std::string name;
     char const* help;
-    FieldValue (*value)(RunNumbers const& numbers);
+    std::function<FieldValue(RunNumbers const& numbers)> value;
 };
 
-/// Every field, in the order in which they are written.
+/// Every field, in the order in which they are written; one for each criterion of a refusal.
 std::span<ComparisonField const> comparisonFields();
 
 /// Null for none of that name.
@@ -34,7 +70,7 @@ ComparisonField const* findField(std::string_view name);
 /// All names, separated by blanks.
 std::string fieldNames();
 
-/// The value as a number, times in ms.
+/// The value as a number.
 std::optional<double> asNumber(FieldValue const& value);
 
 /// The value in full: whole numbers, or decimals without needless zeros; empty for none.

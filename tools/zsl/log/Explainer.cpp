@@ -1,7 +1,7 @@
 #include "log/Explainer.h"
 
 #include <algorithm>
-#include <concepts>
+#include <utility>
 
 #include "base/Text.h"
 
@@ -9,10 +9,9 @@ namespace zebcam::tool::log {
 
 namespace {
 
-constexpr std::string_view TAG = "ZebCam/ZslProc";
+using Kind = ProcessorLine::Kind;
 
-/// Looks at every set before the policy does.
-constexpr std::string_view PURE_RAW_CHECK = "isPDPureRaw";
+constexpr std::string_view TAG = "ZebCam/ZslProc";
 
 /// The processor's lines are cut to so many bytes; a line of this length lacks its end.
 constexpr size_t LONGEST_LINE = 1023;
@@ -35,133 +34,11 @@ CaptureOutcome outcomeAfter(TryExplanation const& attempt) {
         case TryOutcome::Unknown:
             break;
     }
+    // Served tries may leave no line below the level that was logged, so this is not waiting.
     return CaptureOutcome::Unknown;
 }
 
-bool isInputLine(line::Any const& event) {
-    return std::holds_alternative<line::Wanted>(event) ||
-           std::holds_alternative<line::TryBegin>(event);
-}
-
 }  // namespace
-
-/// Takes a line to where it belongs.
-class Explainer::Visitor {
-public:
-    Visitor(Explainer& explainer, Thread& thread, LogRecord const& record)
-        : mExplainer(explainer), mThread(thread), mRecord(record) {}
-
-    void operator()(line::TryBegin const& begin) { mExplainer.begin(mThread, mRecord, begin); }
-
-    template <typename Line>
-    requires requires(Reasons& reasons, Line const& line) { reasons.add(line); }
-    void operator()(Line const& line) { mThread.reasons.add(line); }
-
-    void operator()(line::TagValue const& value) {
-        if (value.criterion != PURE_RAW_CHECK) {
-            mThread.reasons.add(value);
-        } else if (mThread.attempt) {
-            mThread.attempt->add(value);
-        }
-    }
-
-    // Most sets lack the tag, and it says nothing of their verdicts.
-    void operator()(line::MissingTag const& missing) {
-        if (missing.criterion != PURE_RAW_CHECK) {
-            mThread.reasons.add(missing);
-        }
-    }
-
-    void operator()(line::Judgement const& judgement) {
-        bool const isOfAttempt = mThread.attempt &&
-                                 mThread.attempt->requestNo() == judgement.requestNo &&
-                                 mThread.attempt->canJudge(judgement.frameNo);
-        if (!isOfAttempt) {
-            mExplainer.beginWithoutInput(mThread, mRecord, judgement.requestNo);
-            mThread.attempt->add(
-                line::PolicyEnd{judgement.requestNo, judgement.selector, {}, false});
-        }
-        Candidate frame = mThread.reasons.take(judgement.frameNo, judgement.isTaken);
-        for (Candidate& skipped : mThread.reasons.takeRest()) {
-            mThread.attempt->judge(std::move(skipped), false);
-        }
-        mThread.attempt->judge(std::move(frame), judgement.startsOver);
-    }
-
-    void operator()(line::PolicyEnd const& end) {
-        if (!mThread.attempt || mThread.attempt->requestNo() != end.requestNo) {
-            mExplainer.beginWithoutInput(mThread, mRecord, end.requestNo);
-        }
-        mThread.attempt->add(end);
-    }
-
-    void operator()(line::PolicyNote const& note) {
-        if (mThread.attempt && mThread.attempt->hasInput()) {
-            mThread.attempt->add(note);
-        } else {
-            mExplainer.end(mThread, nullptr);
-            mThread.note = note.text;
-        }
-    }
-
-    template <typename Line>
-    requires requires(TryBuilder& builder, Line const& line) { builder.add(line); }
-    void operator()(Line const& line) {
-        if (mThread.attempt) {
-            mThread.attempt->add(line);
-        } else {
-            ++mExplainer.mExplanation.counts.unassigned;
-        }
-    }
-
-    // A provider may print its sets at any time.
-    void operator()(line::BufferSet const& set) {
-        if (mThread.attempt) {
-            mThread.attempt->add(set);
-        }
-    }
-
-    void operator()(line::EarlyShutter const& shutter) {
-        capture(shutter.requestNo).earlyShutterNs = shutter.timestampNs;
-    }
-
-    // A try that is open is this result's, whatever number stands in the line: that of a served
-    // capture may be its neighbour's in the queue.
-    void operator()(line::Result const& result) {
-        if (!mThread.attempt) {
-            mExplainer.beginWithoutInput(mThread, mRecord, result.requestNo);
-        }
-        if (result.earlyShutterNs && *result.earlyShutterNs != 0) {
-            capture(mThread.attempt->requestNo()).earlyShutterNs = result.earlyShutterNs;
-        }
-        mExplainer.end(mThread, &result);
-    }
-
-    void operator()(line::Flushed const& flushed) {
-        mExplainer.end(mThread, nullptr);
-        capture(flushed.requestNo).outcome = CaptureOutcome::Flushed;
-    }
-
-    void operator()(line::FlushedLocked const& locked) {
-        if (locked.sets > 0) {
-            mExplainer.mExplanation.flushReturns.push_back(
-                {mRecord.sourceLine, std::string(locked.selector), locked.sets});
-        }
-    }
-
-    void operator()(line::Unrecognised const&) { ++mExplainer.mExplanation.counts.unrecognised; }
-    void operator()(line::Uninteresting const&) {}
-    void operator()(line::Cut const&) {}
-
-private:
-    CaptureExplanation& capture(uint32_t requestNo) {
-        return mExplainer.mExplanation.captures[mExplainer.captureOf(mRecord.pid, requestNo)];
-    }
-
-    Explainer& mExplainer;
-    Thread& mThread;
-    LogRecord const& mRecord;
-};
 
 void Explainer::feed(LogRecord const& record) {
     mExplanation.counts.cut += record.isCut ? 1 : 0;
@@ -181,23 +58,28 @@ void Explainer::feedLine(LogRecord const& record, std::string_view text) {
         return;
     }
     ++counts.processor;
+    // Formats without threads give one for each process: the best that can be done with them.
     ThreadId const id{record.pid, record.tid};
     countPlace(record, id);
     Thread& thread = mThreads[id];
-    std::string const clean = base::printable(line::withoutSource(text));
-    line::Any const event = line::parse(clean);
-    if (thread.attempt && thread.attempt->isInputOpen() &&
-        !std::holds_alternative<line::Wanted>(event)) {
+    // First of all, so that whatever is told of the line can be printed.
+    std::string const clean = base::printable(withoutSource(text));
+    ProcessorLine const line = parseProcessorLine(clean);
+    bool isCut = line.kind == Kind::Cut;
+    if (thread.attempt && thread.attempt->isInputOpen() && line.kind != Kind::Wanted) {
         thread.attempt->cutInput();
-        counts.cut += std::holds_alternative<line::Cut>(event) ? 0 : 1;
+        isCut = true;
     }
-    bool const isTooLong = clean.size() >= LONGEST_LINE && !isInputLine(event);
-    if (!record.isCut && (isTooLong || std::holds_alternative<line::Cut>(event))) {
-        ++counts.cut;
-    }
+    // The lines on the input are one line of the log, of which only the end may be missing.
+    bool const isOfInput = line.kind == Kind::TryBegin || line.kind == Kind::Wanted;
+    isCut = isCut || (clean.size() >= LONGEST_LINE && !isOfInput);
+    counts.cut += isCut && !record.isCut ? 1 : 0;
     if (isError(record)) {
         ++counts.errors;
-        if (!std::holds_alternative<line::MissingTag>(event)) {
+        // A missing tag is told where it matters.
+        bool const isOnTag = line.kind == Kind::MissingTag || line.kind == Kind::AssumedGood ||
+                             line.kind == Kind::NotRaw;
+        if (!isOnTag) {
             if (thread.attempt) {
                 thread.attempt->addError(clean);
             } else {
@@ -205,10 +87,11 @@ void Explainer::feedLine(LogRecord const& record, std::string_view text) {
             }
         }
     }
-    std::visit(Visitor(*this, thread, record), event);
+    take(thread, record, line);
 }
 
 void Explainer::countPlace(LogRecord const& record, ThreadId const& id) {
+    // Against the newest so far: one late line must not make all that follow look late.
     if (record.time) {
         mExplanation.counts.outOfOrder += mNewestNs && record.time->ns < *mNewestNs ? 1 : 0;
         mNewestNs = std::max(mNewestNs.value_or(record.time->ns), record.time->ns);
@@ -219,35 +102,139 @@ void Explainer::countPlace(LogRecord const& record, ThreadId const& id) {
     mLastThread = id;
 }
 
-void Explainer::begin(Thread& thread, LogRecord const& record, line::TryBegin const& begin) {
+void Explainer::take(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
+    auto const capture = [&](uint32_t requestNo) -> CaptureExplanation& {
+        return mExplanation.captures[captureOf(record.pid, requestNo)];
+    };
+    switch (line.kind) {
+        case Kind::TryBegin:
+            return begin(thread, record, line);
+        case Kind::Taken:
+        case Kind::NotTaken:
+        case Kind::StartsOver:
+            return takeVerdict(thread, record, line);
+        case Kind::PolicyBegin:
+        case Kind::PolicyEnd:
+        case Kind::EmptyHistory:
+        case Kind::UsesLatest:
+            return takeOfPolicy(thread, record, line);
+        case Kind::EarlyShutter:
+            capture(line.requestNo).earlyShutterNs = line.timestampNs;
+            return;
+        case Kind::Served:
+        case Kind::Waiting:
+            return takeResult(thread, record, line);
+        case Kind::Flushed:
+            end(thread, nullptr);
+            capture(line.requestNo).outcome = CaptureOutcome::Flushed;
+            return;
+        case Kind::FlushReturn:
+            if (line.sets > 0) {
+                mExplanation.flushReturns.push_back(
+                    {record.sourceLine, std::string(line.selector), line.sets});
+            }
+            return;
+        case Kind::Unrecognised:
+            ++mExplanation.counts.unrecognised;
+            return;
+        case Kind::NotRaw:
+        case Kind::Uninteresting:
+        case Kind::Cut:
+            return;
+        default:
+            addToTry(thread, line);
+    }
+}
+
+void Explainer::takeOfPolicy(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
+    if (line.kind != Kind::UsesLatest) {
+        if (!thread.attempt || thread.attempt->requestNo() != line.requestNo) {
+            beginWithoutInput(thread, record, line);
+        }
+        thread.attempt->add(line);
+    } else if (thread.attempt && thread.attempt->hasInput()) {
+        thread.attempt->add(line);
+    } else {
+        // It names no capture and is a policy's first line: of a try whose input is not in the log.
+        end(thread, nullptr);
+        thread.usesLatest = true;
+    }
+}
+
+void Explainer::takeVerdict(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
+    bool const isOfAttempt = thread.attempt && thread.attempt->requestNo() == line.requestNo &&
+                             thread.attempt->canJudge(line.frameNo);
+    if (!isOfAttempt) {
+        beginWithoutInput(thread, record, line);
+        thread.attempt->add(line);
+    }
+    Candidate frame = thread.reasons.take(line.frameNo, line.kind == Kind::Taken);
+    // Frames come in ascending order, so that the verdicts on these were before this one.
+    for (Candidate& skipped : thread.reasons.takeRest()) {
+        thread.attempt->judge(std::move(skipped), false);
+    }
+    thread.attempt->judge(std::move(frame), line.kind == Kind::StartsOver);
+}
+
+/// A try that is open is this result's, whatever number stands in the line: that of a served
+/// capture may be its neighbour's in the queue.
+void Explainer::takeResult(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
+    if (!thread.attempt) {
+        beginWithoutInput(thread, record, line);
+    }
+    if (line.kind == Kind::Waiting && line.timestampNs != 0) {
+        CaptureExplanation& capture = mExplanation.captures[thread.capture];
+        capture.earlyShutterNs = line.timestampNs;
+    }
+    end(thread, &line);
+}
+
+void Explainer::addToTry(Thread& thread, ProcessorLine const& line) {
+    // Reasons count without a try too: the verdict that follows them may be its first line.
+    if (thread.reasons.add(line)) {
+        return;
+    }
+    if (thread.attempt) {
+        thread.attempt->add(line);
+    } else if (line.kind != Kind::BufferSet) {
+        // A provider may print its sets at any time.
+        ++mExplanation.counts.unassigned;
+    }
+}
+
+void Explainer::begin(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
     end(thread, nullptr);
-    size_t capture = captureOf(record.pid, begin.requestNo);
+    size_t capture = captureOf(record.pid, line.requestNo);
     // Numbers start again with a new session; a capture does not get younger.
-    if (begin.ageMs < mExplanation.captures[capture].waitedMs.value_or(begin.ageMs)) {
-        capture = addCapture(record.pid, begin.requestNo);
+    if (line.ageMs < mExplanation.captures[capture].waitedMs.value_or(line.ageMs)) {
+        capture = addCapture(record.pid, line.requestNo);
     }
     thread.capture = capture;
-    thread.attempt.emplace(record, begin);
+    thread.attempt.emplace(record, line);
 }
 
-void Explainer::beginWithoutInput(Thread& thread, LogRecord const& record, uint32_t requestNo) {
+void Explainer::beginWithoutInput(Thread& thread, LogRecord const& record,
+                                  ProcessorLine const& line) {
+    // What came last belongs to the try that begins.
     Reasons reasons = std::exchange(thread.reasons, {});
-    std::string const note = std::exchange(thread.note, {});
     end(thread, nullptr);
     thread.reasons = std::move(reasons);
-    thread.capture = captureOf(record.pid, requestNo);
-    thread.attempt.emplace(record, requestNo);
-    if (!note.empty()) {
-        thread.attempt->add(line::PolicyNote{note});
+    thread.capture = captureOf(record.pid, line.requestNo);
+    thread.attempt.emplace(record, line);
+    if (std::exchange(thread.usesLatest, false)) {
+        ProcessorLine note;
+        note.kind = Kind::UsesLatest;
+        thread.attempt->add(note);
     }
 }
 
-void Explainer::end(Thread& thread, line::Result const* result) {
+void Explainer::end(Thread& thread, ProcessorLine const* result) {
     std::vector<Candidate> rest = thread.reasons.takeRest();
     if (!thread.attempt) {
         mExplanation.counts.unassigned += rest.size();
         return;
     }
+    // Their verdicts are not in the log; the refusals alone say as much.
     for (Candidate& frame : rest) {
         thread.attempt->judge(std::move(frame), false);
     }
@@ -257,6 +244,7 @@ void Explainer::end(Thread& thread, line::Result const* result) {
     thread.attempt.reset();
     TryExplanation const& attempt = capture.tries.back();
     capture.outcome = outcomeAfter(attempt);
+    // A try that lacks its first lines may have no age, and a log may be out of order.
     if (attempt.ageMs) {
         capture.waitedMs = std::max(capture.waitedMs.value_or(*attempt.ageMs), *attempt.ageMs);
     }
@@ -279,12 +267,14 @@ size_t Explainer::addCapture(std::optional<uint32_t> pid, uint32_t requestNo) {
     CaptureExplanation& capture = mExplanation.captures.emplace_back();
     capture.requestNo = requestNo;
     capture.pid = pid;
+    // The older capture of this number stays in the explanation; no line can mean it any more.
     mCaptures[{pid, requestNo}] = index;
     return index;
 }
 
 Explanation Explainer::finish() {
     for (auto& [id, thread] : mThreads) {
+        // The log ends within the line on what is wanted.
         if (thread.attempt && thread.attempt->isInputOpen()) {
             thread.attempt->cutInput();
             ++mExplanation.counts.cut;

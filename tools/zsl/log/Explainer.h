@@ -12,7 +12,6 @@
 #include "log/Explanation.h"
 #include "log/Logcat.h"
 #include "log/ProcessorLine.h"
-#include "log/Reasons.h"
 #include "log/TryBuilder.h"
 
 namespace zebcam::tool::log {
@@ -52,16 +51,19 @@ private:
         std::optional<TryBuilder> attempt;
         size_t capture = 0;  ///< of the attempt
         Reasons reasons;
-        std::string note;  ///< for the try that begins
+        bool usesLatest = false;  ///< told of the try that begins
     };
-
-    class Visitor;
 
     void feedLine(LogRecord const& record, std::string_view text);
     void countPlace(LogRecord const& record, ThreadId const& id);
-    void begin(Thread& thread, LogRecord const& record, line::TryBegin const& begin);
-    void beginWithoutInput(Thread& thread, LogRecord const& record, uint32_t requestNo);
-    void end(Thread& thread, line::Result const* result);
+    void take(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void takeOfPolicy(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void takeVerdict(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void takeResult(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void addToTry(Thread& thread, ProcessorLine const& line);
+    void begin(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void beginWithoutInput(Thread& thread, LogRecord const& record, ProcessorLine const& line);
+    void end(Thread& thread, ProcessorLine const* result);
     size_t captureOf(std::optional<uint32_t> pid, uint32_t requestNo);
     size_t addCapture(std::optional<uint32_t> pid, uint32_t requestNo);
 

@@ -2,51 +2,107 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace zebcam::tool::log {
 
 namespace {
 
-template <typename Enum, size_t N>
-char const* nameOf(Enum value, std::array<char const*, N> const& names) {
-    return names.at(static_cast<size_t>(value));
+// The compiler warns of a criterion that has no case.
+constexpr CriterionInfo infoOfCase(Criterion criterion) {
+    switch (criterion) {
+        case Criterion::None:
+            return {"none", nullptr, nullptr, "not refused"};
+        case Criterion::Time:
+            return {"time", nullptr, nullptr,
+                    "exposed before the instant that the capture stands for"};
+        case Criterion::Streams:
+            return {"streams", "containsRequiredStreamBuffer", nullptr,
+                    "a required stream is missing"};
+        case Criterion::SensorMode:
+            return {"sensor mode", "containRequiredSensorMode", nullptr,
+                    "another mode, or another sensor"};
+        case Criterion::Focus:
+            return {"focus", "isAFStable", "AF mode, AF state and lens state",
+                    "the focus is not settled, or not known"};
+        case Criterion::Exposure:
+            return {"exposure", "isAESoftStable", "1", "the exposure is not settled"};
+        case Criterion::FrameSync:
+            return {"sync", "isFameSync", "0", "the sensors are not synchronised"};
+        case Criterion::Image:
+            return {"image", nullptr, nullptr, "an image reports an error, or is pure raw"};
+        case Criterion::PureRaw:
+            return {"pure raw", nullptr, nullptr, "pure raw, which the capture refuses"};
+        case Criterion::BrokenRun:
+            return {"broken run", nullptr, nullptr,
+                    "good itself, but its run of frames was not completed"};
+        case Criterion::Lost:
+            return {"lost", nullptr, nullptr, "chosen, but could not be handed over"};
+        case Criterion::Unknown:
+            return {"unknown", nullptr, nullptr,
+                    "the policy gives no reason, or one that is not known here"};
+    }
+    return {};
+}
+static_assert(infoOfCase(static_cast<Criterion>(CRITERIA)).name == nullptr,
+              "a criterion behind Unknown would not be counted");
+
+template <auto LAST, size_t N>
+char const* nameOf(decltype(LAST) value, char const* const (&names)[N]) {
+    static_assert(N == static_cast<size_t>(LAST) + 1, "each value has a name");
+    return names[static_cast<size_t>(value)];
 }
 
 }  // namespace
+
+CriterionInfo infoOf(Criterion criterion) {
+    return infoOfCase(criterion);
+}
+
+std::string Candidate::criterionName() const {
+    return unknownCriterion.empty() ? infoOf(criterion).name : unknownCriterion;
+}
 
 bool CaptureExplanation::isCertain() const {
     return std::any_of(tries.begin(), tries.end(),
                        [](TryExplanation const& attempt) { return attempt.hasInput; });
 }
 
-char const* toString(Verdict verdict) {
-    return nameOf(verdict, std::array{"taken", "parked", "locked", "refused"});
+std::string textOf(StreamList const& streams) {
+    std::string text;
+    for (auto const& [name, ids] : {std::pair{"image ", &streams.halImages},
+                                    {"HAL ", &streams.halMetas},
+                                    {"app ", &streams.appMetas}}) {
+        for (std::string const& id : *ids) {
+            text += (text.empty() ? "" : ", ") + (name + id);
+        }
+    }
+    return text;
 }
 
-char const* toString(Criterion criterion) {
-    return nameOf(criterion,
-                  std::array{"none", "time", "streams", "sensor mode", "focus", "exposure", "sync",
-                             "image", "pure raw", "broken run", "lost", "unknown"});
+char const* toString(Verdict verdict) {
+    return nameOf<Verdict::Refused>(verdict, {"taken", "parked", "locked", "refused"});
 }
 
 char const* toString(Source source) {
-    return nameOf(source, std::array{"chosen", "arrived", "timed out"});
+    return nameOf<Source::TimedOut>(source, {"chosen", "arrived", "timed out"});
 }
 
 char const* toString(Order::Kind kind) {
-    return nameOf(kind, std::array{"lock", "unlock", "release"});
+    return nameOf<Order::Kind::Release>(kind, {"lock", "unlock", "release"});
 }
 
 char const* toString(Order::Fate fate) {
-    return nameOf(fate, std::array{"done", "in flight", "not found"});
+    return nameOf<Order::Fate::NotFound>(fate, {"done", "in flight", "not found"});
 }
 
 char const* toString(TryOutcome outcome) {
-    return nameOf(outcome, std::array{"unknown", "served", "waiting"});
+    return nameOf<TryOutcome::Waiting>(outcome, {"unknown", "served", "waiting"});
 }
 
 char const* toString(CaptureOutcome outcome) {
-    return nameOf(outcome, std::array{"unknown", "served", "timed out", "flushed", "pending"});
+    return nameOf<CaptureOutcome::Pending>(
+        outcome, {"unknown", "served", "timed out", "flushed", "pending"});
 }
 
 }  // namespace zebcam::tool::log

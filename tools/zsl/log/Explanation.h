@@ -17,23 +17,38 @@ enum class Verdict { Taken, Parked, Locked, Refused };
 
 /// What a history frame was refused for.
 enum class Criterion {
-    None,
-    Time,        ///< exposed before the instant that the capture stands for
-    Streams,     ///< a required stream is missing
-    SensorMode,  ///< another mode, or another sensor
-    Focus,       ///< the focus tags are missing
+    None,  ///< for nothing: it was not refused
+    Time,
+    Streams,
+    SensorMode,
+    Focus,
     Exposure,
     FrameSync,
-    Image,      ///< an image that reports an error, or pure raw
-    PureRaw,    ///< the capture refuses pure raw
-    BrokenRun,  ///< good itself, but the run of frames that it began was not completed
-    Lost,       ///< chosen, but could not be handed over
-    Unknown,    ///< the line that gives the reason is not there
+    Image,
+    PureRaw,
+    BrokenRun,
+    Lost,
+    Unknown,  ///< the last: the log gives no reason, or one of another processor
 };
+
+inline constexpr size_t CRITERIA = static_cast<size_t>(Criterion::Unknown) + 1;
+
+/// All that the tool says of a criterion, in text, JSON, CSV, limits and help.
+struct CriterionInfo {
+    char const* name = nullptr;
+    char const* function = nullptr;  ///< name in the lines of refusals; null: they do not name it
+    char const* wanted = nullptr;    ///< the good value; null: it differs from try to try
+    char const* meaning = nullptr;
+};
+
+CriterionInfo infoOf(Criterion criterion);
 
 struct StreamList {
     std::vector<std::string> halImages, halMetas, appMetas;  ///< ids in hex
 };
+
+/// `streams` as `image 21, HAL 60000, app 50000`.
+std::string textOf(StreamList const& streams);
 
 /// A frame that the capture asks for.
 struct WantedFrame {
@@ -48,10 +63,16 @@ struct Candidate {
     Verdict verdict = Verdict::Refused;
     std::optional<uint64_t> index;  ///< the wanted frame that it was judged for
     Criterion criterion = Criterion::None;
-    std::string stream;  ///< in which the value was found
+    std::string unknownCriterion;  ///< as the log names it, for Criterion::Unknown; empty: nowhere
+    std::string stream;            ///< in which the value was found
     std::string wanted;
     std::string found;
+    /// The same where the criterion compares numbers: boot times in ns for Time.
+    std::optional<int64_t> wantedNumber, foundNumber;
     std::vector<std::string> notes;  ///< what was let pass
+
+    /// For people and for JSON.
+    std::string criterionName() const;
 };
 
 enum class Source { Chosen, Arrived, TimedOut };
@@ -95,7 +116,6 @@ struct TryExplanation {
 };
 
 char const* toString(Verdict verdict);
-char const* toString(Criterion criterion);
 char const* toString(Source source);
 char const* toString(Order::Kind kind);
 char const* toString(Order::Fate fate);

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "log/ProcessorLine.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::log {
 
@@ -37,69 +37,39 @@ char cameraPriority(uint32_t level) {
     }
 }
 
-}  // namespace
-
-LogRecord fromLogLine(host::LogLine const& line) {
-    LogRecord record;
-    record.priority = line.output == host::LogLine::Output::Android ? androidPriority(line.level)
-                                                                    : cameraPriority(line.level);
-    record.tag = line.tag;
-    record.message = line.message;
-    return record;
-}
-
-namespace {
-
-constexpr std::string_view PRIORITIES = "VDIWEFA";
-
-bool isPriority(std::string_view text) {
-    return text.size() == 1 && PRIORITIES.find(text[0]) != std::string_view::npos;
-}
+constexpr std::string_view BUFFER_MARK = "--------- ";
 
 std::string_view trimmed(std::string_view text) {
-    while (text.ends_with(' ')) {
-        text.remove_suffix(1);
-    }
-    return text;
+    return text.substr(0, text.find_last_not_of(' ') + 1);
 }
 
-/// The fraction of a second that the digits at the start of `text` stand for, in ns.
-int64_t fractionNs(std::string_view text) {
+/// The fraction of a second that `digits` stand for, in ns; finer ones do not count.
+int64_t fractionNs(std::string_view digits) {
     int64_t ns = 0;
     int64_t unit = 1'000'000'000;
-    for (char const c : text) {
-        if (c < '0' || c > '9' || unit == 1) {
-            break;
-        }
+    for (char const digit : digits.substr(0, 9)) {
         unit /= 10;
-        ns += unit * (c - '0');
+        ns += unit * (digit - '0');
     }
     return ns;
 }
 
-size_t digitsAt(std::string_view text) {
-    size_t const end = text.find_first_not_of("0123456789");
-    return end == std::string_view::npos ? text.size() : end;
-}
-
-/// Takes `MM-DD hh:mm:ss.fff`, with a year before and more decimals if the log has them.
+/// Takes `MM-DD hh:mm:ss.fff` and the blanks behind it, with a year before and more decimals if the
+/// log has them.
 std::optional<LogTime> takeTime(std::string_view& text) {
-    unsigned year = 0;
-    unsigned month = 0;
-    unsigned day = 0;
-    unsigned hour = 0;
-    unsigned minute = 0;
-    unsigned second = 0;
-    TextScan scan(text);
-    scan.num(month).lit("-").num(day);
-    if (scan.has("-")) {
-        year = month;
-        month = day;
-        scan.num(day);
-    }
-    scan.lit(" ").num(hour).lit(":").num(minute).lit(":").num(second).lit(".");
-    size_t const digits = digitsAt(scan.rest());
-    if (!scan.isGood() || digits == 0 || month > 12 || day > 31 || hour > 23 || minute > 59 ||
+    uint32_t year = 0;
+    uint32_t month = 0;
+    uint32_t day = 0;
+    uint32_t hour = 0;
+    uint32_t minute = 0;
+    uint32_t second = 0;
+    std::string_view rest;
+    base::FormFields const fields = {{"Y", &year},   {"M", &month},  {"D", &day},    {"h", &hour},
+                                     {"m", &minute}, {"s", &second}, {"rest", &rest}};
+    bool const isTime = base::match(text, "<M>-<D> <h>:<m>:<s>.<rest>", fields) ||
+                        base::match(text, "<Y>-<M>-<D> <h>:<m>:<s>.<rest>", fields);
+    size_t const digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    if (!isTime || digits == 0 || month > 12 || day > 31 || hour > 23 || minute > 59 ||
         second > 60) {
         return std::nullopt;
     }
@@ -107,112 +77,52 @@ std::optional<LogTime> takeTime(std::string_view& text) {
     int64_t const days = (int64_t{year % 100} * 12 + month) * 31 + day;
     LogTime time;
     time.ns = ((days * 24 + hour) * 60 + minute) * 60 + second;
-    time.ns = time.ns * 1'000'000'000 + fractionNs(scan.rest());
-    auto const end = static_cast<size_t>(scan.rest().data() - text.data()) + digits;
-    time.text = text.substr(0, end);
-    text.remove_prefix(end);
+    time.ns = time.ns * 1'000'000'000 + fractionNs(rest.substr(0, digits));
+    rest.remove_prefix(digits);
+    time.text = text.substr(0, text.size() - rest.size());
+    rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
+    text = rest;
     return time;
 }
 
-/// `P/TAG     ( 1234): message`
-bool readBrief(std::string_view text, LogRecord& record) {
-    if (text.size() < 2 || !isPriority(text.substr(0, 1)) || text[1] != '/') {
-        return false;
-    }
-    for (size_t at = text.find('('); at != std::string_view::npos; at = text.find('(', at + 1)) {
-        uint32_t pid = 0;
-        TextScan scan(text.substr(at + 1));
-        if (!scan.blanks().num(pid).lit("):").isGood()) {
-            continue;
-        }
-        scan.has(" ");
-        record.priority = text[0];
-        record.tag = trimmed(text.substr(2, at - 2));
-        record.pid = pid;
-        record.message = scan.rest();
-        return true;
-    }
-    return false;
-}
-
-/// ` [uid] 1234  1235 P TAG     : message`, from behind the time on. The uid may be a name.
-bool readThreadtime(std::string_view text, LogRecord& record) {
-    std::array<std::string_view, 4> words;
-    size_t count = 0;
-    TextScan scan(text);
-    for (; count < words.size(); ++count) {
-        if (!scan.blanks().until(" ", words[count]).isGood()) {
-            return false;
-        }
-        if (count >= 2 && isPriority(words[count])) {
-            break;
-        }
-    }
+/// The header of a line and the message behind it; the message of the format `long` comes on lines
+/// of its own. Nothing when the line has no header of a known format.
+std::optional<LogRecord> parseHeader(std::string_view line, bool& isLong) {
+    LogRecord record;
     uint32_t pid = 0;
     uint32_t tid = 0;
-    if (count == words.size() || !TextScan(words[count - 2]).num(pid).isDone() ||
-        !TextScan(words[count - 1]).num(tid).isDone()) {
-        return false;
-    }
     std::string_view tag;
-    if (!scan.until(":", tag).isGood()) {
-        return false;
+    std::string_view message;
+    base::FormFields const fields = {{"P", &record.priority},
+                                     {"pid", &pid},
+                                     {"tid", &tid},
+                                     {"tag", &tag},
+                                     {"message", &message}};
+    isLong = line.starts_with("[ ");
+    line.remove_prefix(isLong ? 2 : 0);
+    record.time = takeTime(line);
+    // The format `time` is `brief` behind a time. It comes first: its bracket and slash are in
+    // places where `threadtime` has numbers.
+    bool const isBrief = !isLong && base::match(line, "<P>/<tag>(<pid>):<message>", fields);
+    bool isGood = isBrief;
+    if (isLong) {
+        isGood = record.time && base::match(trimmed(line), "<pid>:<tid> <P>/<tag> ]", fields);
+    } else if (record.time && !isBrief) {
+        // The option `uid` adds a user's number or name.
+        isGood = base::match(line, "<pid> <tid> <P> <tag>:<message>", fields) ||
+                 base::match(line, "<user> <pid> <tid> <P> <tag>:<message>", fields);
     }
-    scan.has(" ");
-    record.priority = words[count][0];
+    if (!isGood || std::string_view("VDIWEFA").find(record.priority) == std::string_view::npos) {
+        return std::nullopt;
+    }
+    record.pid = pid;
+    if (!isBrief) {
+        record.tid = tid;
+    }
     record.tag = trimmed(tag);
-    record.pid = pid;
-    record.tid = tid;
-    record.message = scan.rest();
-    return true;
+    record.message = message.substr(message.starts_with(' ') ? 1 : 0);
+    return record;
 }
-
-/// `[ MM-DD hh:mm:ss.fff  1234: 1235 P/TAG     ]`
-bool readLong(std::string_view text, LogRecord& record) {
-    if (!text.starts_with("[ ") || !text.ends_with(" ]")) {
-        return false;
-    }
-    text = text.substr(2, text.size() - 4);
-    record.time = takeTime(text);
-    uint32_t pid = 0;
-    uint32_t tid = 0;
-    TextScan scan(text);
-    scan.blanks().num(pid).lit(":").blanks().num(tid).lit(" ");
-    std::string_view const rest = scan.rest();
-    if (!record.time || !scan.isGood() || rest.size() < 2 || !isPriority(rest.substr(0, 1)) ||
-        rest[1] != '/') {
-        return false;
-    }
-    record.priority = rest[0];
-    record.tag = trimmed(rest.substr(2));
-    record.pid = pid;
-    record.tid = tid;
-    return true;
-}
-
-}  // namespace
-
-std::optional<LogcatHeader> parseLogcatHeader(std::string_view line) {
-    LogcatHeader header;
-    if (line.starts_with('[')) {
-        header.isLong = readLong(trimmed(line), header.record);
-        return header.isLong ? std::optional(std::move(header)) : std::nullopt;
-    }
-    header.record.time = takeTime(line);
-    bool isGood = false;
-    if (header.record.time) {
-        std::string_view rest = line;
-        rest.remove_prefix(rest.starts_with(' ') ? 1 : 0);
-        isGood = readBrief(rest, header.record) || readThreadtime(line, header.record);
-    } else {
-        isGood = readBrief(line, header.record);
-    }
-    return isGood ? std::optional(std::move(header)) : std::nullopt;
-}
-
-namespace {
-
-constexpr std::string_view BUFFER_MARK = "--------- ";
 
 // A log that went through another system may have other line ends, a byte order mark, or two bytes
 // a character. Without these bytes they all read the same.
@@ -230,24 +140,36 @@ void cleanUp(std::string& line, bool isFirst) {
 
 }  // namespace
 
+LogRecord fromLogLine(host::LogLine const& line) {
+    LogRecord record;
+    record.priority = line.output == host::LogLine::Output::Android ? androidPriority(line.level)
+                                                                    : cameraPriority(line.level);
+    record.tag = line.tag;
+    record.message = line.message;
+    return record;
+}
+
 bool LogcatReader::next(LogRecord& record) {
     bool isCut = false;
     while (readLine(mLine, isCut)) {
         ++mLineNumber;
         cleanUp(mLine, mLineNumber == 1);
+        // The format `long` puts an empty line behind each message.
         if (mLine.find_first_not_of(' ') == std::string::npos) {
             continue;
         }
+        // It stands between messages, so the one before it is complete.
         if (mLine.starts_with(BUFFER_MARK)) {
             mLongHeader.reset();
         }
-        if (auto header = parseLogcatHeader(mLine)) {
-            if (header->isLong) {
-                mLongHeader = std::move(header->record);
+        bool isLong = false;
+        if (auto header = parseHeader(mLine, isLong)) {
+            if (isLong) {
+                mLongHeader = std::move(header);
                 continue;
             }
             mLongHeader.reset();
-            record = std::move(header->record);
+            record = std::move(*header);
         } else {
             record = mLongHeader.value_or(LogRecord());
             record.message = mLine;
@@ -267,6 +189,7 @@ bool LogcatReader::readLine(std::string& line, bool& isCut) {
         isStarted = true;
         size_t const end = std::min(mUnread.find('\n'), mUnread.size());
         size_t const room = MAX_LINE - line.size();
+        // What does not fit is read on and thrown away, up to the end of the line.
         isCut = isCut || end > room;
         line.append(mUnread.substr(0, std::min(end, room)));
         bool const isComplete = end < mUnread.size();
@@ -275,6 +198,7 @@ bool LogcatReader::readLine(std::string& line, bool& isCut) {
             return true;
         }
     }
+    // The last line of a file may lack its end.
     return isStarted;
 }
 

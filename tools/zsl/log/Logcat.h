@@ -34,15 +34,6 @@ struct LogRecord {
 /// explains a log passes on those of one.
 LogRecord fromLogLine(host::LogLine const& line);
 
-/// The header of a logcat line and, but for the format `long`, the message behind it.
-struct LogcatHeader {
-    LogRecord record;
-    bool isLong = false;  ///< the message follows on lines of its own
-};
-
-/// Nothing when the line has no header of a known format.
-std::optional<LogcatHeader> parseLogcatHeader(std::string_view line);
-
 /**
  * Reads what `adb logcat` printed, in its formats threadtime, time, brief and long, line by line;
  * a file may even change its format. Any content is fine: what has no header of a format comes as a

@@ -1,347 +1,268 @@
 #include "log/ProcessorLine.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <utility>
 
-#include "log/PolicyLine.h"
+#include "base/Text.h"
 
-namespace zebcam::tool::log::line {
+namespace zebcam::tool::log {
 
 namespace {
 
+using Kind = ProcessorLine::Kind;
+
+/// The lines that the processor and its policies write, as base::match() reads them. The first form
+/// that fits counts. A line that no form fits is cut if one begins with the same function.
+constexpr auto FORMS = std::to_array<std::pair<Kind, std::string_view>>({
+    {Kind::TryBegin,
+     "[selectBuf_Locked] IN:{ requestNo=<request> duration=<age> zsdTs=<zsd> pHBP=<provider> "
+     "vFrameObj=<last>"},
+    {Kind::Wanted,
+     "<index>-{ required={ halImages{<images>} halMetas{<halMetas>} appMetas{<appMetas>} } "
+     "pFB=<builder>(<name>) }<last>"},
+    // Long inputs lose their end. Only here and below is a line that begins alike nothing else.
+    {Kind::Cut, "<index>-{ required=<>"},
+    {Kind::BadStream, "[getHistoryBuffers] <name>: X"},
+    {Kind::PureRaw, "[isMatched] [isPDPureRaw] tag(<>) val=<found> target=<wanted> bc=<>"},
+    {Kind::NotRaw, "[isMatched] [isPDPureRaw] tag(<>) not found!<>"},
+    {Kind::BadSet, "[getHistoryBuffers] hbs[F<frame>] is problematic<>"},
+    {Kind::Selector,
+     "[selectBuf_Locked] selector(<selector>) historyBuffers(#<sets>) lockedBuffers(#<locked>)"},
+
+    {Kind::SensorModes,
+     "[containRequiredSensorMode] cannot find required sensor<> : history = {<found>}, "
+     "required = {<wanted>}<>"},
+    {Kind::Uninteresting, "[containRequiredSensorMode] requiredSensorMode ok<>"},
+    {Kind::MissingTag, "[containRequiredSensorMode] tag(<name>) <>not found!"},
+    {Kind::AssumedGood, "[isMatched] [<function>] tag(<name>) not found!<>"},
+    {Kind::TagValue, "[isMatched] [<function>] tag(<>) val=<found> target=<wanted> bc=<>"},
+    {Kind::MissingTag, "[isAFStable] tag(<name>) not found!<>"},
+    {Kind::FocusLetPass, "[isAFStable] AF fail: <found> but result<>"},
+    {Kind::Uninteresting, "[isAFStable] AF ok: <>"},
+    {Kind::TimeRefusal,
+     "[operator()] [<selector>] hbs[F<frame>] Ts(<timestamp>) > zsd(<zsd>), shutterDelay=<age>ms "
+     "X"},
+    {Kind::Refusal, "[operator()] [<selector>] hbs[F<frame>] <function> X"},
+    {Kind::FailedStream, "[operator()] <name>: X"},
+    {Kind::Uninteresting, "[operator()] cannot lock metadata"},
+
+    {Kind::UsesLatest, "[select] [<selector>] future ts, use latest"},
+    {Kind::Taken, "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] O => select"},
+    {Kind::NotTaken, "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] X"},
+    {Kind::StartsOver,
+     "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] X => break continuous, start over"},
+    {Kind::PolicyBegin, "[select] [<selector>] zslReqNo(<request>) frameSize(<>"},
+    {Kind::PolicyEnd,
+     "[select] [<selector>] zslReqNo(<request>) durationMs(<age>) #select(<sets>/<>"},
+    {Kind::EmptyHistory, "[select] [<selector>] zslReqNo(<request>) durationMs(<age>) hfs(<>"},
+
+    {Kind::SelectorSkipped, "[selectBuf_Locked] selectOut: no need<>"},
+    {Kind::Selected, "[selectBuf_Locked] selectOut: <selection>"},
+    {Kind::EarlierSelection, "[selectBuf_Locked] pre-selectOut: <selection>"},
+    {Kind::OrderInFlight, "[lockBuffersForSelector] inflight hbs[F<frame>] to <order>"},
+    {Kind::OrderInFlight, "[unlockBuffersForSelector] inflight hbs[F<frame>] to <order>"},
+    {Kind::OrderInFlight, "[releaseBuffersForSelector] inflight hbs[F<frame>] to <order>"},
+    {Kind::OrderNotFound, "[lockBuffersForSelector] cannot find hbs[F<frame>] to <order>"},
+    {Kind::OrderNotFound, "[unlockBuffersForSelector] cannot find hbs[F<frame>] to <order>"},
+    {Kind::OrderNotFound, "[releaseBuffersForSelector] cannot find hbs[F<frame>] to <order>"},
+    {Kind::NotInHistory, "[getSelectedHbs] cannot get hbs[F<frame>]"},
+    {Kind::NotInHistory, "[getClonedHbs] cannot get hbs[F<frame>]"},
+    {Kind::LacksStreams, "[getSelectedHbs] hbs[F<frame>] does not contain<>"},
+    {Kind::LacksStreams, "[getClonedHbs] hbs[F<frame>] does not contain<>"},
+    {Kind::Uninteresting, "[getSelectedHbs] get hbs[F<>"},
+    {Kind::Uninteresting, "[getClonedHbs] clone hbs[F<>"},
+    {Kind::TimedOut, "[prepareTimedoutParams] ZSL TIMED_OUT!"},
+    {Kind::Uninteresting, "[getTimedoutHbs] TIMEDOUT: get hbs[F<>"},
+    {Kind::OutCount, "[selectBuf_Locked] OUT(#<sets>):"},
+    {Kind::OutFrame, "[selectBuf_Locked] { hbs={ F<frame> <>} pFB=<> }"},
+    {Kind::OutNoHistory, "[selectBuf_Locked] { hbs=X pFB=<> }"},
+    {Kind::LeftInFlight, "[selectBuf_Locked] Inflight(Sel#<>, Op#<>): <selection>"},
+    {Kind::Uninteresting, "[selectBuf_Locked] Debug1: <>"},
+    {Kind::Uninteresting, "[selectBuf_Locked] no selector for requestNo:<>"},
+    {Kind::Uninteresting, "[selectBuf_Locked] duplicate selection!<>"},
+    {Kind::LockedOf, "dump locked [<selector>]"},
+    {Kind::Cut, "dump locked [<>"},
+    {Kind::BufferSet,
+     "<>{ F<frame> R<> Ts<> halImage{<images>} halMeta{<halMetas>} appMeta{<appMetas>} }<>"},
+
+    {Kind::EarlyShutter,
+     "[callbackFakeShutter] cb fakeShutter (reqNo:<request>, timestamp:"
+     "<timestamp>)"},
+    {Kind::Cut, "[callbackFakeShutter] cb fakeShutter<>"},
+    {Kind::Served, "[submitZslRequest] [requestNo:<request>]: success. (selected:#<>, <>"},
+    {Kind::Waiting,
+     "[submitZslRequest] [requestNo:<request>]: fail. (selected:#<>, preselect:#<>, "
+     "remaining:#<sets>) => add to pending [fakeShutter:<timestamp>;<>"},
+    {Kind::Served,
+     "[processZslPendingRequest] [requestNo:<>]: success. (reqNo:<request>, selected:#<>, <>"},
+    {Kind::Waiting,
+     "[processZslPendingRequest] [requestNo:<>]: fail. (reqNo:<request>, selected:#<>, "
+     "preselect:#<>, remaining:#<sets>) => <>"},
+    {Kind::Flushed, "[flush] [requestNo:<request>]: change pending<>"},
+    {Kind::FlushReturn, "[flush] return and release lockedBuffers of [<selector>](#<sets>)"},
+    {Kind::Uninteresting, "[flush] bad pFrameBuilder<>"},
+
+    {Kind::Uninteresting, "[callbackFakeShutter] <>"},
+    {Kind::Uninteresting, "[onFrameUpdated] <>"},
+    {Kind::Uninteresting, "[prepareFrames] <>"},
+    {Kind::Uninteresting, "[prepareSelectedParams] <>"},
+    {Kind::Uninteresting, "[buildFrame_Locked] <>"},
+    {Kind::Uninteresting, "[prepareHalImage] <>"},
+    {Kind::Uninteresting, "[prepareHalMeta] <>"},
+    {Kind::Uninteresting, "[prepareAppMeta] <>"},
+    {Kind::Uninteresting, "[appendAdditionalMeta] <>"},
+    {Kind::Uninteresting, "[createInstance] <>"},
+    {Kind::Uninteresting, "[ZslProcessor] <>"},
+    {Kind::Uninteresting, "[getTimeSource] <>"},
+    {Kind::Uninteresting, "[configure] <>"},
+    {Kind::Uninteresting, "[HistoryLease] <>"},
+    {Kind::Uninteresting, "[~HistoryLease] <>"},
+
+    // Of any function: where an operation begins and ends, and what somebody else threw.
+    {Kind::Uninteresting, "[<function>] +"},
+    {Kind::Uninteresting, "[<function>] -"},
+    {Kind::Uninteresting, "[<function>] [requestNo:<>]: exception of <>"},
+    {Kind::Uninteresting, "[Assert] <>"},
+    {Kind::Uninteresting, "[Fatal] <>"},
+});
+
 std::vector<std::string> idsOf(std::string_view text) {
     std::vector<std::string> ids;
-    while (true) {
-        size_t const start = text.find_first_not_of(' ');
-        if (start == std::string_view::npos) {
-            return ids;
-        }
-        size_t const end = std::min(text.find(' ', start), text.size());
-        ids.emplace_back(text.substr(start, end - start));
-        text.remove_prefix(end);
+    size_t begin = text.find_first_not_of(' ');
+    while (begin != std::string_view::npos) {
+        size_t const end = std::min(text.find(' ', begin), text.size());
+        ids.emplace_back(text.substr(begin, end - begin));
+        begin = text.find_first_not_of(' ', end);
     }
+    return ids;
 }
 
-TextScan& takeIds(TextScan& scan, std::string_view name, std::vector<std::string>& ids) {
-    std::string_view text;
-    if (scan.lit(name).lit("{").until("}", text).isGood()) {
-        ids = idsOf(text);
-    }
-    return scan;
-}
-
-/// `{ F12 R10 Ts1000 halImage{ 10000000a } halMeta{ } appMeta{ } }`
-std::optional<BufferSet> takeSet(TextScan& scan) {
-    BufferSet set;
-    uint32_t requestNo = 0;
-    int64_t timestampNs = 0;
-    scan.lit("{ F").num(set.frameNo).lit(" R").num(requestNo).lit(" Ts").num(timestampNs);
-    takeIds(scan, " halImage", set.streams.halImages);
-    takeIds(scan, " halMeta", set.streams.halMetas);
-    takeIds(scan, " appMeta", set.streams.appMetas).lit(" }");
-    return scan.isGood() ? std::optional(std::move(set)) : std::nullopt;
-}
-
-/// `{ selected={ 0-[F105 addMeta(#0)] } ops={ F103(0) }}`
-std::optional<Selection> takeSelection(TextScan& scan) {
-    Selection selection;
-    scan.lit("{ selected={ ");
-    while (scan.isGood() && !scan.has("} ops={ ")) {
-        uint64_t index = 0;
-        int64_t frameNo = 0;
-        size_t metas = 0;
-        if (scan.num(index).lit("-[F").num(frameNo).lit(" addMeta(#").num(metas).isGood()) {
-            scan.lit(")] ");
-            selection.frames[index] =
-                frameNo >= 0 ? std::optional(static_cast<uint32_t>(frameNo)) : std::nullopt;
-        }
-    }
-    while (scan.isGood() && !scan.has("}}")) {
-        uint32_t frameNo = 0;
-        uint32_t order = 0;
-        if (scan.lit("F").num(frameNo).lit("(").num(order).lit(") ").isGood() && order <= 2) {
-            selection.orders[frameNo] = static_cast<Order::Kind>(order);
-        }
-    }
-    return scan.isGood() ? std::optional(std::move(selection)) : std::nullopt;
-}
-
-template <typename Form>
-Any selectionAs(TextScan scan) {
-    auto selection = takeSelection(scan);
-    return selection ? Any(Form{std::move(*selection)}) : Any(Cut());
-}
-
-Any parseWanted(std::string_view text) {
-    Wanted wanted;
-    std::string_view address;
-    std::string_view type;
-    TextScan scan(text);
-    scan.num(wanted.frame.index).lit("-{ required={ ");
-    takeIds(scan, "halImages", wanted.frame.streams.halImages);
-    takeIds(scan, " halMetas", wanted.frame.streams.halMetas);
-    takeIds(scan, " appMetas", wanted.frame.streams.appMetas).lit(" } pFB=");
-    if (!scan.until("(", address).until(") }", type).isGood()) {
-        return Cut();
-    }
-    wanted.frame.type = type;
-    wanted.isLast = scan.has(" }");
-    return scan.isDone() ? Any(std::move(wanted)) : Any(Cut());
-}
-
-Any parseBegin(TextScan scan) {
-    TryBegin begin;
-    std::string_view provider;
-    scan.lit("{ requestNo=").num(begin.requestNo).lit(" duration=").num(begin.ageMs);
-    scan.lit(" zsdTs=").num(begin.zsdTimestampNs).lit(" pHBP=").until(" vFrameObj=", provider);
-    begin.isLast = scan.has(" }");
-    return scan.isDone() ? Any(begin) : Any(Cut());
-}
-
-Any parseOutFrame(TextScan scan) {
-    OutFrame frame;
-    if (!scan.has("X")) {
-        frame.set = takeSet(scan);
-    }
-    std::string_view rest;
-    bool const isWhole = scan.lit(" pFB=").until(" }", rest).isDone();
-    return isWhole ? Any(std::move(frame)) : Any(Cut());
-}
-
-Any parseDriver(std::string_view text) {
-    TextScan scan(text);
-    if (scan.has("IN:")) {
-        return parseBegin(scan);
-    }
-    if (scan.has("selectOut: no need")) {
-        return SelectorSkipped();
-    }
-    if (scan.has("selectOut: ")) {
-        return selectionAs<Selected>(scan);
-    }
-    if (scan.has("pre-selectOut: ")) {
-        return selectionAs<EarlierSelection>(scan);
-    }
-    if (scan.has("{ hbs=")) {
-        return parseOutFrame(scan);
-    }
-    size_t first = 0;
-    size_t second = 0;
-    if (scan.has("Inflight(Sel#")) {
-        return scan.num(first).lit(", Op#").num(second).lit("): ").isGood()
-                   ? selectionAs<LeftInFlight>(scan)
-                   : Any(Cut());
-    }
-    if (scan.has("OUT(#")) {
-        return scan.num(first).lit("):").isDone() ? Any(OutCount{first}) : Any(Cut());
-    }
-    std::string_view name;
-    if (scan.has("selector(")) {
-        scan.until(") historyBuffers(#", name).num(first).lit(") lockedBuffers(#").num(second);
-        return scan.lit(")").isDone() ? Any(Selector{name, first, second}) : Any(Cut());
-    }
-    bool const isKnown = scan.has("Debug1: ") || scan.has("no selector for requestNo:") ||
-                         scan.has("duplicate selection!");
-    return isKnown ? Any(Uninteresting()) : Any(Cut());
-}
-
-Any parseHistory(std::string_view text) {
-    BadSet set;
-    TextScan scan(text);
-    if (scan.has("hbs[F")) {
-        return scan.num(set.frameNo).lit("] is problematic").isGood() ? Any(set) : Any(Cut());
-    }
-    return text.ends_with(": X") ? Any(BadStream{text.substr(0, text.size() - 3)}) : Any(Cut());
-}
-
-Any parseOrder(std::string_view text) {
-    OrderFate order;
-    TextScan scan(text);
-    if (scan.has("inflight hbs[F")) {
-        order.fate = Order::Fate::InFlight;
-    } else {
-        scan.lit("cannot find hbs[F");
-        order.fate = Order::Fate::NotFound;
-    }
-    scan.num(order.frameNo).lit("] to ");
-    for (auto const& [name, kind] : {std::pair{"lock", Order::Kind::Lock},
-                                     {"unlock", Order::Kind::Unlock},
-                                     {"release", Order::Kind::Release}}) {
-        if (scan.isGood() && scan.rest() == name) {
-            order.kind = kind;
-            return order;
-        }
-    }
-    return Cut();
-}
-
-Any parseHandOver(std::string_view text) {
-    HandOverFailed failure;
-    TextScan scan(text);
-    if (scan.has("get hbs[F") || scan.has("clone hbs[F")) {
-        return Uninteresting();
-    }
-    if (scan.has("cannot get hbs[F")) {
-        return scan.num(failure.frameNo).lit("]").isDone() ? Any(failure) : Any(Cut());
-    }
-    failure.lacksStreams = true;
-    scan.lit("hbs[F").num(failure.frameNo).lit("] does not contain");
-    return scan.isGood() ? Any(failure) : Any(Cut());
-}
-
-Any parseTimeout(std::string_view text) {
-    if (text.starts_with("TIMEDOUT: get hbs[F")) {
-        return Uninteresting();
-    }
-    return text == "ZSL TIMED_OUT!" ? Any(TimedOut()) : Any(Cut());
-}
-
-Any parseShutter(std::string_view text) {
-    EarlyShutter shutter;
-    TextScan scan(text);
-    if (!scan.has("cb fakeShutter (reqNo:")) {
-        return Uninteresting();
-    }
-    scan.num(shutter.requestNo).lit(", timestamp:").num(shutter.timestampNs);
-    return scan.lit(")").isDone() ? Any(shutter) : Any(Cut());
-}
-
-Any parseResult(std::string_view text, bool isRetry) {
-    Result result;
-    size_t count = 0;
-    TextScan scan(text);
-    scan.lit("[requestNo:").num(result.requestNo).lit("]: ");
-    result.isServed = scan.has("success. (");
-    if (!result.isServed) {
-        scan.lit("fail. (");
-    }
-    if (isRetry) {
-        scan.lit("reqNo:").num(result.requestNo).lit(", ");
-    }
-    scan.lit("selected:#").num(count).lit(", ");
-    if (!result.isServed) {
-        size_t remaining = 0;
-        scan.lit("preselect:#").num(count).lit(", remaining:#").num(remaining).lit(") => ");
-        result.remaining = remaining;
-        int64_t shutterNs = 0;
-        if (scan.has("add to pending [fakeShutter:") && scan.num(shutterNs).isGood()) {
-            result.earlyShutterNs = shutterNs;
-        }
-    }
-    return scan.isGood() ? Any(result) : Any(Cut());
-}
-
-Any parseSubmission(std::string_view text) {
-    return parseResult(text, false);
-}
-
-Any parseRetry(std::string_view text) {
-    return parseResult(text, true);
-}
-
-Any parseFlush(std::string_view text) {
-    TextScan scan(text);
-    if (scan.has("[requestNo:")) {
-        Flushed flushed;
-        return scan.num(flushed.requestNo).lit("]: change pending").isGood() ? Any(flushed)
-                                                                             : Any(Cut());
-    }
-    if (scan.has("bad pFrameBuilder")) {
-        return Uninteresting();
-    }
-    FlushedLocked locked;
-    scan.lit("return and release lockedBuffers of [").until("](#", locked.selector);
-    return scan.num(locked.sets).lit(")").isDone() ? Any(locked) : Any(Cut());
-}
-
-Any parseOther(std::string_view) {
-    return Uninteresting();
-}
-
-using Parser = Any (*)(std::string_view);
-
-std::map<std::string_view, Parser> const& parsers() {
-    static std::map<std::string_view, Parser> const PARSERS{
-        {"selectBuf_Locked", parseDriver},
-        {"operator()", parseReason},
-        {"select", parsePolicy},
-        {"isMatched", parseMatch},
-        {"containRequiredSensorMode", parseSensorMode},
-        {"isAFStable", parseFocus},
-        {"getHistoryBuffers", parseHistory},
-        {"lockBuffersForSelector", parseOrder},
-        {"unlockBuffersForSelector", parseOrder},
-        {"releaseBuffersForSelector", parseOrder},
-        {"getSelectedHbs", parseHandOver},
-        {"getClonedHbs", parseHandOver},
-        {"getTimedoutHbs", parseTimeout},
-        {"prepareTimedoutParams", parseTimeout},
-        {"callbackFakeShutter", parseShutter},
-        {"submitZslRequest", parseSubmission},
-        {"processZslPendingRequest", parseRetry},
-        {"flush", parseFlush},
-        {"onFrameUpdated", parseOther},
-        {"prepareFrames", parseOther},
-        {"prepareSelectedParams", parseOther},
-        {"buildFrame_Locked", parseOther},
-        {"prepareHalImage", parseOther},
-        {"prepareHalMeta", parseOther},
-        {"prepareAppMeta", parseOther},
-        {"appendAdditionalMeta", parseOther},
-        {"createInstance", parseOther},
-        {"ZslProcessor", parseOther},
-        {"getTimeSource", parseOther},
-        {"configure", parseOther},
-        {"HistoryLease", parseOther},
-        {"~HistoryLease", parseOther},
-    };
-    return PARSERS;
-}
-
-Any parseDump(std::string_view text) {
-    TextScan scan(text);
-    std::string_view selector;
-    if (scan.has("dump locked [")) {
-        return scan.until("]", selector).isDone() ? Any(LockedOf{selector}) : Any(Cut());
-    }
-    if (size_t const at = text.find("{ F"); at != std::string_view::npos) {
-        TextScan setScan(text.substr(at));
-        if (auto set = takeSet(setScan)) {
-            return std::move(*set);
-        }
-    }
+/// Reads `{ selected={ 0-[F105 addMeta(#0)] } ops={ F103(0) }}`; false when it is something else.
+bool readSelection(std::string_view text, Selection& selection) {
+    std::string_view frames;
+    std::string_view orders;
     uint64_t index = 0;
-    return TextScan(text).num(index).lit("-{ required=").isGood() ? parseWanted(text)
-                                                                  : Any(Unrecognised());
+    int64_t frameNo = 0;
+    uint64_t order = 0;
+    base::FormFields const fields = {{"frames", &frames},
+                                     {"orders", &orders},
+                                     {"index", &index},
+                                     {"frame", &frameNo},
+                                     {"order", &order}};
+    // Each pass below takes an entry off the front and leaves the rest in the field of its name.
+    if (!base::match(text, "{ selected={ <frames>} ops={ <orders>}}", fields)) {
+        return false;
+    }
+    while (!frames.empty()) {
+        if (!base::match(frames, "<index>-[F<frame> addMeta(#<>)] <frames>", fields)) {
+            return false;
+        }
+        // -1 stands for a frame that is to be built without a history frame.
+        selection.frames[index] =
+            frameNo >= 0 ? std::optional(static_cast<uint32_t>(frameNo)) : std::nullopt;
+    }
+    while (!orders.empty()) {
+        if (!base::match(orders, "F<frame>(<order>) <orders>", fields) || order > 2) {
+            return false;
+        }
+        selection.orders[static_cast<uint32_t>(frameNo)] = static_cast<Order::Kind>(order);
+    }
+    return true;
+}
+
+/// A criterion of a policy that is newer than this tool has a name like the others.
+bool isFunctionName(std::string_view text) {
+    constexpr size_t LONGEST = 60;
+    return !text.empty() && text.size() <= LONGEST &&
+           std::all_of(text.begin(), text.end(),
+                       [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+}
+
+/// Looks at what is more than a number or a text; `rest` ends the line.
+bool readRest(ProcessorLine& line, std::string_view rest) {
+    switch (line.kind) {
+        case Kind::TryBegin:
+        case Kind::Wanted:
+            line.isLast = rest == " }";
+            return line.isLast || rest.empty();
+        case Kind::Selected:
+        case Kind::EarlierSelection:
+        case Kind::LeftInFlight:
+            return readSelection(rest, line.selection);
+        case Kind::OrderInFlight:
+        case Kind::OrderNotFound:
+            for (auto const kind : {Order::Kind::Lock, Order::Kind::Unlock, Order::Kind::Release}) {
+                if (rest == toString(kind)) {
+                    line.order = kind;
+                    return true;
+                }
+            }
+            return false;
+        case Kind::Refusal:
+            return isFunctionName(line.function);
+        default:
+            return true;
+    }
 }
 
 }  // namespace
+
+StreamList ProcessorLine::streams() const {
+    return {idsOf(halImages), idsOf(halMetas), idsOf(appMetas)};
+}
 
 std::string_view withoutSource(std::string_view text) {
     if (!text.ends_with('}')) {
         return text;
     }
+    // From the right: the line's own text may have braces too.
     size_t const source = text.rfind("){#");
     size_t const start = source == std::string_view::npos ? source : text.rfind(" (", source);
     return start == std::string_view::npos ? text : text.substr(0, start);
 }
 
-Any parse(std::string_view text) {
+ProcessorLine parseProcessorLine(std::string_view text) {
     text = withoutSource(text);
-    TextScan scan(text);
-    std::string_view function;
-    if (scan.has("[Assert] ") || scan.has("[Fatal] ")) {
-        return Uninteresting();
+    ProcessorLine line;
+    std::string_view rest;
+    base::FormFields const fields = {{"request", &line.requestNo},
+                                     {"frame", &line.frameNo},
+                                     {"index", &line.index},
+                                     {"sets", &line.sets},
+                                     {"locked", &line.lockedSets},
+                                     {"age", &line.ageMs},
+                                     {"timestamp", &line.timestampNs},
+                                     {"zsd", &line.zsdTimestampNs},
+                                     {"selector", &line.selector},
+                                     {"function", &line.function},
+                                     {"name", &line.name},
+                                     {"found", &line.found},
+                                     {"wanted", &line.wanted},
+                                     {"images", &line.halImages},
+                                     {"halMetas", &line.halMetas},
+                                     {"appMetas", &line.appMetas},
+                                     {"selection", &rest},
+                                     {"order", &rest},
+                                     {"last", &rest}};
+    // Most lines begin with a function in brackets, dumps do not. To know which saves most of the
+    // work, and keeps a set that somebody else prints in a line from being taken for a dump.
+    size_t const nameEnd = text.starts_with('[') ? text.find("] ") : std::string_view::npos;
+    bool const hasFunction = nameEnd != std::string_view::npos;
+    bool isKnown = false;
+    for (auto const& [kind, form] : FORMS) {
+        if (form.starts_with('[') != hasFunction) {
+            continue;
+        }
+        line.kind = kind;
+        if (base::match(text, form, fields) && readRest(line, rest)) {
+            return line;
+        }
+        isKnown = isKnown || (hasFunction && form.starts_with(text.substr(0, nameEnd + 1)));
     }
-    if (!scan.lit("[").until("] ", function).isGood()) {
-        return parseDump(text);
-    }
-    auto const parser = parsers().find(function);
-    if (parser == parsers().end()) {
-        return Unrecognised();
-    }
-    return scan.rest() == "+" || scan.rest() == "-" ? Any(Uninteresting())
-                                                    : parser->second(scan.rest());
+    line.kind = isKnown ? Kind::Cut : Kind::Unrecognised;
+    return line;
 }
 
-}  // namespace zebcam::tool::log::line
+}  // namespace zebcam::tool::log

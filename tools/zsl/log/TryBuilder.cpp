@@ -3,22 +3,152 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
+#include <set>
+#include <string_view>
+#include <utility>
 
-#include "log/Reasons.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::log {
 
-TryBuilder::TryBuilder(LogRecord const& first, uint32_t requestNo) : mRequestNo(requestNo) {
-    mTry.line = first.sourceLine;
-    mTry.time = first.time;
+namespace {
+
+using Kind = ProcessorLine::Kind;
+
+void append(std::string& list, std::string_view text) {
+    list += list.empty() ? "" : ", ";
+    list += text;
 }
 
-TryBuilder::TryBuilder(LogRecord const& first, line::TryBegin const& begin)
-    : TryBuilder(first, begin.requestNo) {
-    mTry.hasInput = true;
-    mTry.ageMs = begin.ageMs;
-    mTry.zsdTimestampNs = begin.zsdTimestampNs;
-    mIsInputOpen = !begin.isLast;
+/// Lists of sensor modes end with a comma.
+std::string_view modesText(std::string_view list) {
+    return list.empty() ? "none" : list.substr(0, list.size() - (list.ends_with(',') ? 1 : 0));
+}
+
+/// None for a list of values, and where a tag is missing.
+std::optional<int64_t> numberIn(std::string_view text) {
+    int64_t number = 0;
+    bool const isWhole = base::match(text, "<number>", {{"number", &number}});
+    return isWhole ? std::optional(number) : std::nullopt;
+}
+
+Criterion criterionOf(std::string_view function) {
+    for (size_t i = 0; i < CRITERIA; ++i) {
+        char const* const known = infoOf(static_cast<Criterion>(i)).function;
+        if (known != nullptr && known == function) {
+            return static_cast<Criterion>(i);
+        }
+    }
+    return Criterion::Unknown;
+}
+
+std::vector<std::string> missingFrom(std::vector<std::string> const& found,
+                                     std::vector<std::string> const& wanted) {
+    std::vector<std::string> missing;
+    std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(missing), [&](auto const& id) {
+        return std::find(found.begin(), found.end(), id) == found.end();
+    });
+    return missing;
+}
+
+}  // namespace
+
+bool Reasons::add(ProcessorLine const& line) {
+    switch (line.kind) {
+        case Kind::SensorModes:
+            mNext.wanted = modesText(line.wanted);
+            mNext.found = modesText(line.found);
+            return true;
+        case Kind::MissingTag:
+            mNext.found = fmt::format("no tag {}", line.name);
+            return true;
+        case Kind::AssumedGood:
+            mNext.notes.push_back(
+                fmt::format("{}: no tag {}, taken as good", line.function, line.name));
+            return true;
+        case Kind::TagValue:
+            // Every value that is looked at has a line; only that of a stream that fails matters.
+            mLastValue = line.found;
+            return true;
+        case Kind::FailedStream:
+            append(mNext.stream, line.name);
+            if (!mLastValue.empty()) {
+                append(mNext.found, std::exchange(mLastValue, {}));
+            }
+            return true;
+        case Kind::FocusLetPass:
+            mNext.notes.push_back(fmt::format("unsettled focus let pass: {}", line.found));
+            return true;
+        case Kind::TimeRefusal:
+        case Kind::Refusal:
+            refuse(line);
+            return true;
+        default:
+            return false;
+    }
+}
+
+void Reasons::refuse(ProcessorLine const& line) {
+    Candidate frame = std::exchange(mNext, {});
+    frame.frameNo = line.frameNo;
+    if (line.kind == Kind::TimeRefusal) {
+        frame.criterion = Criterion::Time;
+        frame.wanted = fmt::format(">= {} ns", line.zsdTimestampNs);
+        frame.found = fmt::format("{} ns ({} ms)", line.timestampNs, line.ageMs);
+        frame.wantedNumber = line.zsdTimestampNs;
+        frame.foundNumber = line.timestampNs;
+    } else {
+        frame.criterion = criterionOf(line.function);
+        if (frame.criterion == Criterion::Unknown) {
+            frame.unknownCriterion = line.function;
+        } else if (char const* const wanted = infoOf(frame.criterion).wanted) {
+            frame.wanted = wanted;
+            frame.wantedNumber = numberIn(wanted);
+            frame.foundNumber = frame.wantedNumber ? numberIn(frame.found) : std::nullopt;
+        }
+    }
+    mRefused.push_back(std::move(frame));
+}
+
+Candidate Reasons::take(uint32_t frameNo, bool isTaken) {
+    Candidate frame;
+    auto const refused = std::find_if(mRefused.begin(), mRefused.end(), [&](auto const& candidate) {
+        return candidate.frameNo == frameNo;
+    });
+    if (!isTaken && refused != mRefused.end()) {
+        frame = std::move(*refused);
+        mRefused.erase(refused);
+    } else {
+        // A reason that names no frame may be another one's; notes are worth the risk.
+        frame.criterion = isTaken ? Criterion::None : Criterion::Unknown;
+        frame.notes = std::move(mNext.notes);
+    }
+    frame.frameNo = frameNo;
+    frame.verdict = isTaken ? Verdict::Taken : Verdict::Refused;
+    // What a frame that was taken has let go wrong is no reason for the next one. Refusals stay:
+    // a policy may look at all frames first and write its verdicts later.
+    mNext = {};
+    mLastValue.clear();
+    return frame;
+}
+
+std::vector<Candidate> Reasons::takeRest() {
+    std::vector<Candidate> rest = std::move(mRefused);
+    *this = {};
+    return rest;
+}
+
+TryBuilder::TryBuilder(LogRecord const& record, ProcessorLine const& line)
+    : mRequestNo(line.requestNo) {
+    mTry.line = record.sourceLine;
+    mTry.time = record.time;
+    if (line.kind == Kind::TryBegin) {
+        mTry.hasInput = true;
+        mTry.ageMs = line.ageMs;
+        mTry.zsdTimestampNs = line.zsdTimestampNs;
+        mIsInputOpen = !line.isLast;
+    }
 }
 
 void TryBuilder::cutInput() {
@@ -30,11 +160,14 @@ bool TryBuilder::canJudge(uint32_t frameNo) const {
     if (mTry.hasInput) {
         return true;
     }
+    // Without its first line, a try of a capture that was retried looks like the one before it.
     bool const isNext = mTry.candidates.empty() || mTry.candidates.back().frameNo < frameNo;
     return isNext && !mTry.timedOut;
 }
 
 void TryBuilder::judge(Candidate frame, bool startsOver) {
+    // Our policies fill the wanted frames in order, so that the number of taken ones tells which is
+    // next.
     if (mTaken < mTry.wanted.size()) {
         frame.index = mTry.wanted[mTaken].index;
     }
@@ -54,124 +187,130 @@ void TryBuilder::judge(Candidate frame, bool startsOver) {
     mTry.candidates.push_back(std::move(frame));
 }
 
-void TryBuilder::add(line::Wanted const& wanted) {
-    mTry.wanted.push_back(wanted.frame);
-    mIsInputOpen = mIsInputOpen && !wanted.isLast;
-}
-
-void TryBuilder::add(line::BadStream const& stream) {
-    mBadStream = stream.name;
-}
-
-void TryBuilder::add(line::BadSet const& set) {
-    Candidate frame;
-    frame.frameNo = set.frameNo;
-    frame.criterion = mIsPureRaw ? Criterion::PureRaw : Criterion::Image;
-    frame.stream = std::exchange(mBadStream, {});
-    mIsPureRaw = false;
-    mTry.candidates.push_back(std::move(frame));
-}
-
-void TryBuilder::add(line::TagValue const& pureRaw) {
-    mIsPureRaw = pureRaw.value == pureRaw.target;
-}
-
-void TryBuilder::add(line::Selector const& selector) {
-    mTry.selector = selector.name;
-    mTry.historySets = selector.historySets;
-    mTry.lockedSets = selector.lockedSets;
-}
-
-void TryBuilder::add(line::PolicyEnd const& end) {
-    if (mTry.selector.empty()) {
-        mTry.selector = end.selector;
-    }
-    if (!mTry.ageMs) {
-        mTry.ageMs = end.ageMs;
-    }
-    if (end.lacksHistory) {
-        mTry.notes.emplace_back("the history is empty");
-    }
-}
-
-void TryBuilder::add(line::PolicyNote const& note) {
-    mTry.notes.emplace_back(note.text);
-}
-
-void TryBuilder::add(line::Selected const& selected) {
-    mSelected = selected.selection;
-}
-
-void TryBuilder::add(line::SelectorSkipped const&) {
-    mSelected.emplace();
-    mTry.notes.emplace_back("all frames are chosen already, the selector was not asked");
-}
-
-void TryBuilder::add(line::EarlierSelection const& earlier) {
-    mEarlier = earlier.selection;
-}
-
-void TryBuilder::add(line::OrderFate const& order) {
-    mFates.push_back(order);
-}
-
-void TryBuilder::add(line::HandOverFailed const& failure) {
-    bool& lacksStreams = mLost[failure.frameNo];
-    lacksStreams = lacksStreams || failure.lacksStreams;
-}
-
-void TryBuilder::add(line::TimedOut const&) {
-    mTry.timedOut = true;
-}
-
-void TryBuilder::add(line::OutCount const& count) {
-    mOutCount = count.frames;
-}
-
-void TryBuilder::add(line::OutFrame const& frame) {
-    mOut.push_back(frame.set ? std::optional(frame.set->frameNo) : std::nullopt);
-}
-
-void TryBuilder::add(line::LeftInFlight const& left) {
-    mLeft = left.selection;
-}
-
-void TryBuilder::add(line::LockedOf const& selector) {
-    mLockedOf = selector.selector;
-    mTry.locked[*mLockedOf];
-}
-
-void TryBuilder::add(line::BufferSet const& set) {
-    mSets[set.frameNo] = set.streams;
-    if (mLockedOf) {
-        mTry.locked[*mLockedOf].push_back(set.frameNo);
+void TryBuilder::add(ProcessorLine const& line) {
+    switch (line.kind) {
+        case Kind::Wanted:
+            mTry.wanted.push_back({line.index, std::string(line.name), line.streams()});
+            mIsInputOpen = mIsInputOpen && !line.isLast;
+            break;
+        case Kind::BadStream:
+            mBadStream = line.name;
+            break;
+        case Kind::PureRaw:
+            // The line that says whether this set is bad comes next.
+            mIsPureRaw = line.found == line.wanted;
+            break;
+        case Kind::BadSet: {
+            Candidate& frame = mTry.candidates.emplace_back();
+            frame.frameNo = line.frameNo;
+            frame.criterion =
+                std::exchange(mIsPureRaw, false) ? Criterion::PureRaw : Criterion::Image;
+            frame.stream = std::exchange(mBadStream, {});
+            break;
+        }
+        case Kind::Selector:
+            mTry.selector = line.selector;
+            mTry.historySets = line.sets;
+            mTry.lockedSets = line.lockedSets;
+            break;
+        case Kind::EmptyHistory:
+            mTry.notes.emplace_back("the history is empty");
+            [[fallthrough]];
+        case Kind::PolicyEnd:
+            mTry.ageMs = mTry.ageMs.value_or(line.ageMs);
+            [[fallthrough]];
+        case Kind::PolicyBegin:
+        case Kind::Taken:
+        case Kind::NotTaken:
+        case Kind::StartsOver:
+            // The line of the selector tells it better, if it is there.
+            mTry.selector = mTry.selector.empty() ? line.selector : mTry.selector;
+            break;
+        case Kind::UsesLatest:
+            mTry.notes.emplace_back("future ts, use latest");
+            break;
+        default:
+            addOutcome(line);
     }
 }
 
-void TryBuilder::addError(std::string text) {
-    mTry.errors.push_back(std::move(text));
+void TryBuilder::addOutcome(ProcessorLine const& line) {
+    switch (line.kind) {
+        case Kind::Selected:
+            mSelected = line.selection;
+            break;
+        case Kind::SelectorSkipped:
+            // An empty choice, which is not the same as one that the log does not tell.
+            mSelected.emplace();
+            mTry.notes.emplace_back("all frames are chosen already, the selector was not asked");
+            break;
+        case Kind::EarlierSelection:
+            mEarlier = line.selection;
+            break;
+        case Kind::OrderInFlight:
+            mFates.push_back({line.order, Order::Fate::InFlight, line.frameNo});
+            break;
+        case Kind::OrderNotFound:
+            mFates.push_back({line.order, Order::Fate::NotFound, line.frameNo});
+            break;
+        case Kind::NotInHistory:
+            // One set may be asked for twice, for two wanted frames; missing streams tell more.
+            mLost.emplace(line.frameNo, false);
+            break;
+        case Kind::LacksStreams:
+            mLost[line.frameNo] = true;
+            break;
+        case Kind::TimedOut:
+            mTry.timedOut = true;
+            break;
+        case Kind::OutCount:
+            mOutCount = line.sets;
+            break;
+        case Kind::OutFrame:
+            mOut.emplace_back(line.frameNo);
+            break;
+        case Kind::OutNoHistory:
+            mOut.emplace_back();
+            break;
+        case Kind::LeftInFlight:
+            mLeft = line.selection;
+            break;
+        case Kind::LockedOf:
+            mLockedOf = line.selector;
+            mTry.locked[*mLockedOf];
+            break;
+        case Kind::BufferSet:
+            mSets[line.frameNo] = line.streams();
+            if (mLockedOf) {
+                mTry.locked[*mLockedOf].push_back(line.frameNo);
+            }
+            break;
+        default:
+            break;
+    }
 }
 
-TryExplanation TryBuilder::finish(TryExplanation const* before, line::Result const* result) {
-    if (result != nullptr) {
-        mTry.outcome = result->isServed ? TryOutcome::Served : TryOutcome::Waiting;
-        mTry.remaining = result->remaining;
-    } else if (mTry.timedOut) {
+TryExplanation TryBuilder::finish(TryExplanation const* before, ProcessorLine const* result) {
+    if (result != nullptr && result->kind == Kind::Waiting) {
+        mTry.outcome = TryOutcome::Waiting;
+        mTry.remaining = result->sets;
+    } else if (result != nullptr || mTry.timedOut) {
+        // A time-out serves whatever is left, so it needs no line on the result.
         mTry.outcome = TryOutcome::Served;
     }
-    explainServed(before);
+    Selection const chosen = chosenSoFar(before);
+    explainServed(chosen, before);
     explainCandidates();
-    explainOrders(before);
+    explainOrders(chosen);
     return std::move(mTry);
 }
 
 /// This try's choice together with what was chosen before and still in flight then.
-line::Selection TryBuilder::merged(TryExplanation const* before) const {
-    line::Selection all = mSelected.value_or(line::Selection());
-    line::Selection earlier;
-    if (mEarlier) {
-        earlier = *mEarlier;
-    } else if (before != nullptr) {
+Selection TryBuilder::chosenSoFar(TryExplanation const* before) const {
+    Selection all = mSelected.value_or(Selection());
+    Selection earlier = mEarlier.value_or(Selection());
+    // The line is one of debugging; without it the try before tells the same.
+    if (!mEarlier && before != nullptr) {
         earlier.frames.insert(before->parked.begin(), before->parked.end());
         for (Order const& order : before->orders) {
             if (order.fate == Order::Fate::InFlight) {
@@ -179,95 +318,54 @@ line::Selection TryBuilder::merged(TryExplanation const* before) const {
             }
         }
     }
+    // Of one index or frame the new choice holds: merge() keeps what is there.
     all.frames.merge(earlier.frames);
     all.orders.merge(earlier.orders);
     return all;
 }
 
-/// The frames that choices are carried out for, now that their sets are here.
-std::vector<ServedFrame> TryBuilder::chosenFrames(TryExplanation const* before) const {
-    std::vector<ServedFrame> frames;
-    for (auto const& [index, frameNo] : merged(before).frames) {
-        if (!mLeft || mLeft->frames.count(index) == 0) {
-            bool const isNew = mSelected && mSelected->frames.count(index) != 0;
-            frames.push_back({index, frameNo, isNew ? Source::Chosen : Source::Arrived});
-        }
-    }
-    return frames;
-}
-
-/// The frames that are left to the time-out.
-std::set<uint64_t> TryBuilder::frameIndicesBut(std::vector<ServedFrame> const& chosen,
-                                               TryExplanation const* before) const {
-    std::set<uint64_t> indices;
+void TryBuilder::explainServed(Selection const& chosen, TryExplanation const* before) {
+    auto const isLeft = [this](uint64_t index) { return mLeft && mLeft->frames.contains(index); };
+    std::set<uint64_t> rest;
     for (WantedFrame const& frame : mTry.wanted) {
-        indices.insert(frame.index);
+        rest.insert(frame.index);
     }
     if (before != nullptr) {
         for (auto const& [index, frameNo] : before->parked) {
-            indices.insert(index);
+            rest.insert(index);
         }
     }
-    for (ServedFrame const& frame : chosen) {
-        indices.erase(*frame.index);
+    for (auto const& [index, frameNo] : chosen.frames) {
+        if (!isLeft(index)) {
+            bool const isNew = mSelected && mSelected->frames.contains(index);
+            mTry.served.push_back({index, frameNo, isNew ? Source::Chosen : Source::Arrived});
+            rest.erase(index);
+        }
     }
-    return indices;
-}
-
-/// The built frames come in the order of their indices: first those that were chosen, then those
-/// that the time-out served.
-void TryBuilder::explainServed(TryExplanation const* before) {
-    std::vector<ServedFrame> frames = chosenFrames(before);
+    // The order of what is built is that of the indices, so numbers can be put to them only when
+    // all the lines are there.
     size_t const count = mOutCount.value_or(mOut.size());
     if (mOut.size() == count) {
         if (mTry.timedOut) {
-            for (uint64_t const index : frameIndicesBut(frames, before)) {
-                frames.push_back({index, std::nullopt, Source::TimedOut});
+            for (uint64_t const index : rest) {
+                mTry.served.push_back({index, std::nullopt, Source::TimedOut});
             }
         }
-        frames.resize(count);
+        // More or less than is known to be chosen: the index of what is more cannot be told.
+        mTry.served.resize(count);
         for (size_t i = 0; i < count; ++i) {
-            frames[i].frameNo = mOut[i];
+            mTry.served[i].frameNo = mOut[i];
         }
     } else {
         mTry.notes.push_back(
             fmt::format("{} of {} lines on built frames are there", mOut.size(), count));
-        frames.resize(std::min(frames.size(), count));
+        mTry.served.resize(std::min(mTry.served.size(), count));
     }
-    mTry.served = std::move(frames);
+    // The time-out takes any frame for what is still in flight.
     if (mLeft && !mTry.timedOut) {
         for (auto const& [index, frameNo] : mLeft->frames) {
             mTry.parked.emplace(index, frameNo.value_or(0));
         }
-    }
-}
-
-Candidate* TryBuilder::find(uint32_t frameNo) {
-    auto const found = std::find_if(mTry.candidates.begin(), mTry.candidates.end(),
-                                    [&](auto const& frame) { return frame.frameNo == frameNo; });
-    return found != mTry.candidates.end() ? &*found : nullptr;
-}
-
-void TryBuilder::addMissing(uint32_t frameNo, Verdict verdict, std::optional<uint64_t> index) {
-    if (find(frameNo) == nullptr) {
-        Candidate frame;
-        frame.frameNo = frameNo;
-        frame.verdict = verdict;
-        frame.index = index;
-        mTry.candidates.push_back(std::move(frame));
-    }
-}
-
-void TryBuilder::explainStreams(Candidate& frame) const {
-    auto const wanted =
-        std::find_if(mTry.wanted.begin(), mTry.wanted.end(),
-                     [&](auto const& candidate) { return candidate.index == frame.index; });
-    if (wanted == mTry.wanted.end()) {
-        return;
-    }
-    frame.wanted = textOf(wanted->streams);
-    if (auto const set = mSets.find(frame.frameNo); set != mSets.end()) {
-        frame.found = "no " + textOf(missingFrom(set->second, wanted->streams));
     }
 }
 
@@ -277,26 +375,15 @@ void TryBuilder::explainCandidates() {
         for (auto const& [index, frameNo] : mSelected->frames) {
             if (frameNo) {
                 chosen.emplace(*frameNo, index);
-                addMissing(*frameNo, Verdict::Taken, index);
+                addUnjudged(*frameNo, Verdict::Taken, index);
             }
         }
     }
     for (Candidate& frame : mTry.candidates) {
-        auto const choice = chosen.find(frame.frameNo);
-        bool const isServed =
-            std::any_of(mTry.served.begin(), mTry.served.end(),
-                        [&](auto const& served) { return served.frameNo == frame.frameNo; });
-        if (choice != chosen.end()) {
-            frame.index = choice->second;
-            auto const lost = mLost.find(frame.frameNo);
-            if (mLeft && mLeft->frames.count(choice->second) != 0) {
-                frame.verdict = Verdict::Parked;
-            } else if (lost != mLost.end() && !isServed) {
-                frame.verdict = Verdict::Refused;
-                frame.criterion = Criterion::Lost;
-                frame.found = lost->second ? "streams are missing" : "not in the history";
-            }
+        if (auto const choice = chosen.find(frame.frameNo); choice != chosen.end()) {
+            explainChoice(frame, choice->second);
         } else if (frame.verdict == Verdict::Taken && mSelected) {
+            // The policy gives up a run that the history is too short for without a line on it.
             frame.verdict = Verdict::Refused;
             frame.criterion = Criterion::BrokenRun;
             frame.found = "the run was not completed";
@@ -307,18 +394,65 @@ void TryBuilder::explainCandidates() {
     }
 }
 
-void TryBuilder::explainOrders(TryExplanation const* before) {
-    for (auto const& [frameNo, kind] : merged(before).orders) {
+/// What became of a frame that the policy chose for the wanted frame `index`.
+void TryBuilder::explainChoice(Candidate& frame, uint64_t index) const {
+    frame.index = index;
+    auto const lost = mLost.find(frame.frameNo);
+    // A frame that cannot be handed over for one wanted frame may be for another.
+    bool const isServed =
+        std::any_of(mTry.served.begin(), mTry.served.end(),
+                    [&](auto const& served) { return served.frameNo == frame.frameNo; });
+    if (mLeft && mLeft->frames.contains(index)) {
+        frame.verdict = Verdict::Parked;
+    } else if (lost != mLost.end() && !isServed) {
+        frame.verdict = Verdict::Refused;
+        frame.criterion = Criterion::Lost;
+        frame.found = lost->second ? "streams are missing" : "not in the history";
+    }
+}
+
+/// The lines do not tell which streams are missing; if a dump showed the set, it does.
+void TryBuilder::explainStreams(Candidate& frame) const {
+    auto const found =
+        std::find_if(mTry.wanted.begin(), mTry.wanted.end(),
+                     [&](auto const& candidate) { return candidate.index == frame.index; });
+    if (found == mTry.wanted.end()) {
+        return;
+    }
+    StreamList const& wanted = found->streams;
+    frame.wanted = textOf(wanted);
+    if (auto const set = mSets.find(frame.frameNo); set != mSets.end()) {
+        StreamList const& has = set->second;
+        frame.found = "no " + textOf({missingFrom(has.halImages, wanted.halImages),
+                                      missingFrom(has.halMetas, wanted.halMetas),
+                                      missingFrom(has.appMetas, wanted.appMetas)});
+    }
+}
+
+void TryBuilder::explainOrders(Selection const& chosen) {
+    for (auto const& [frameNo, kind] : chosen.orders) {
         Order order{kind, Order::Fate::Done, frameNo};
-        for (line::OrderFate const& told : mFates) {
+        // Only what does not go as ordered has a line.
+        for (Order const& told : mFates) {
             if (told.frameNo == frameNo && told.kind == kind) {
                 order.fate = told.fate;
             }
         }
         mTry.orders.push_back(order);
         if (kind == Order::Kind::Lock && order.fate != Order::Fate::NotFound) {
-            addMissing(frameNo, Verdict::Locked, std::nullopt);
+            addUnjudged(frameNo, Verdict::Locked, std::nullopt);
         }
+    }
+}
+
+/// A policy may choose frames without a line on each; they are candidates all the same.
+void TryBuilder::addUnjudged(uint32_t frameNo, Verdict verdict, std::optional<uint64_t> index) {
+    if (std::none_of(mTry.candidates.begin(), mTry.candidates.end(),
+                     [&](auto const& frame) { return frame.frameNo == frameNo; })) {
+        Candidate& frame = mTry.candidates.emplace_back();
+        frame.frameNo = frameNo;
+        frame.verdict = verdict;
+        frame.index = index;
     }
 }
 

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,13 +13,45 @@
 
 namespace zebcam::tool::log {
 
-/// Builds the explanation of one try from its lines. The lines up to the verdicts come one by one;
-/// what they mean together is worked out at the end.
+/**
+ * Joins the lines that lead to the verdict on one history frame: values, streams, the criterion.
+ * They name no capture and come before the line that does. A refusal names its frame, so it waits
+ * until the verdict on this frame comes; what came since the last one belongs to the next.
+ */
+class Reasons {
+public:
+    /// False: the line is of another kind.
+    bool add(ProcessorLine const& line);
+
+    /// What is known of the frame that the verdict is on; forgets it.
+    Candidate take(uint32_t frameNo, bool isTaken);
+
+    /// Refused frames whose verdicts never came.
+    std::vector<Candidate> takeRest();
+
+private:
+    void refuse(ProcessorLine const& line);
+
+    Candidate mNext;
+    std::string mLastValue;
+    std::vector<Candidate> mRefused;
+};
+
+/**
+ * Builds the explanation of one try from its lines. The lines up to the verdicts come one by one;
+ * what they mean together is worked out at the end, because
+ * - a choice is carried out in this try only if its set is not in flight, which a later line tells;
+ *   else it stays with the capture until a later try finds the set in the history;
+ * - the lines on built frames name no wanted frame: they come in ascending order of their indices,
+ *   first those of choices, then those that the time-out served;
+ * - a frame that was taken and yet not chosen was part of a run that was not completed.
+ *
+ * Any line may be missing. What then cannot be told stays empty.
+ */
 class TryBuilder {
 public:
-    /// A try whose first lines are not in the log.
-    TryBuilder(LogRecord const& first, uint32_t requestNo);
-    TryBuilder(LogRecord const& first, line::TryBegin const& begin);
+    /// `line` is the first one: a TryBegin, or another one when the log lacks that.
+    TryBuilder(LogRecord const& record, ProcessorLine const& line);
 
     uint32_t requestNo() const { return mRequestNo; }
     bool hasInput() const { return mTry.hasInput; }
@@ -30,56 +61,42 @@ public:
 
     /// Whether a verdict on the frame can be one of this try: frames are judged in ascending order.
     bool canJudge(uint32_t frameNo) const;
+    /// `startsOver`: the run of frames that was taken before is not wanted any more.
     void judge(Candidate frame, bool startsOver);
 
-    void add(line::Wanted const& wanted);
-    void add(line::BadStream const& stream);
-    void add(line::BadSet const& set);
-    void add(line::TagValue const& pureRaw);
-    void add(line::Selector const& selector);
-    void add(line::PolicyEnd const& end);
-    void add(line::PolicyNote const& note);
-    void add(line::Selected const& selected);
-    void add(line::SelectorSkipped const& skipped);
-    void add(line::EarlierSelection const& earlier);
-    void add(line::OrderFate const& order);
-    void add(line::HandOverFailed const& failure);
-    void add(line::TimedOut const& timedOut);
-    void add(line::OutCount const& count);
-    void add(line::OutFrame const& frame);
-    void add(line::LeftInFlight const& left);
-    void add(line::LockedOf const& selector);
-    void add(line::BufferSet const& set);
-    void addError(std::string text);
+    void add(ProcessorLine const& line);
+    void addError(std::string text) { mTry.errors.push_back(std::move(text)); }
 
     /// `before`: the capture's try before this one, null for none; `result`: null when its line is
     /// not there.
-    TryExplanation finish(TryExplanation const* before, line::Result const* result);
+    TryExplanation finish(TryExplanation const* before, ProcessorLine const* result);
 
 private:
-    line::Selection merged(TryExplanation const* before) const;
-    std::vector<ServedFrame> chosenFrames(TryExplanation const* before) const;
-    std::set<uint64_t> frameIndicesBut(std::vector<ServedFrame> const& chosen,
-                                       TryExplanation const* before) const;
-    void explainServed(TryExplanation const* before);
+    void addOutcome(ProcessorLine const& line);
+    Selection chosenSoFar(TryExplanation const* before) const;
+    void explainServed(Selection const& chosen, TryExplanation const* before);
     void explainCandidates();
-    void explainOrders(TryExplanation const* before);
+    void explainChoice(Candidate& frame, uint64_t index) const;
     void explainStreams(Candidate& frame) const;
-    Candidate* find(uint32_t frameNo);
-    void addMissing(uint32_t frameNo, Verdict verdict, std::optional<uint64_t> index);
+    void explainOrders(Selection const& chosen);
+    void addUnjudged(uint32_t frameNo, Verdict verdict, std::optional<uint64_t> index);
 
     uint32_t mRequestNo;
     TryExplanation mTry;
     bool mIsInputOpen = false;
     size_t mTaken = 0;  ///< of the run that is being judged
+
+    // Of the set that the next BadSet names.
     std::string mBadStream;
     bool mIsPureRaw = false;
-    std::optional<line::Selection> mSelected, mEarlier, mLeft;
-    std::vector<line::OrderFate> mFates;
+
+    // What the lines tell; none: there was no such line.
+    std::optional<Selection> mSelected, mEarlier, mLeft;
+    std::vector<Order> mFates;
     std::map<uint32_t, bool> mLost;  ///< chosen sets not handed over; true: streams are missing
     std::optional<size_t> mOutCount;
     std::vector<std::optional<uint32_t>> mOut;
-    std::optional<std::string> mLockedOf;
+    std::optional<std::string> mLockedOf;  ///< selector whose locked sets are being listed
     std::map<uint32_t, StreamList> mSets;  ///< contents as far as a dump showed them
 };
 

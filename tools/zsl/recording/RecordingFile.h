@@ -19,8 +19,7 @@ Recording readRecording(std::istream& in, std::string const& name);
 /// without value becomes an empty cell. Errors are left in the stream's state.
 void writeRecording(Recording const& recording, std::ostream& out);
 
-/// The same into a file, or to standard output for the path `-`. The file appears whole or not at
-/// all. Throws OutputError.
+/// The same into a file, which appears whole or not at all. Throws OutputError.
 void writeRecording(Recording const& recording, std::string const& path);
 
 }  // namespace zebcam::tool::recording

@@ -123,7 +123,7 @@ Json answerArgs(pipeline::CaptureRecord const& capture, Answer const& answer) {
 Instant refusal(int64_t timeNs, log::TryExplanation const& attempt, uint32_t requestNo,
                 log::Candidate const& frame) {
     Json args = {
-        {"capture", requestNo}, {"frame", frame.frameNo}, {"reason", toString(frame.criterion)}};
+        {"capture", requestNo}, {"frame", frame.frameNo}, {"reason", frame.criterionName()}};
     addIfKnown(args, "forIndex", frame.index);
     auto const addText = [&args](char const* key, std::string const& text) {
         if (!text.empty()) {
@@ -138,7 +138,7 @@ Instant refusal(int64_t timeNs, log::TryExplanation const& attempt, uint32_t req
         args["notes"] = frame.notes;
     }
     return {timeNs, "refusal",
-            fmt::format("frame {} refused: {}", frame.frameNo, toString(frame.criterion)),
+            fmt::format("frame {} refused: {}", frame.frameNo, frame.criterionName()),
             std::move(args)};
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "compare/ComparisonRow.h"
+#include "compare/Comparison.h"
 
 namespace zebcam::tool::report {
 

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <string_view>
 
-#include "log/Reasons.h"
-
 namespace zebcam::tool::report {
 
 namespace {
@@ -75,7 +73,7 @@ std::string reasonText(log::Candidate const& frame) {
     if (!frame.stream.empty()) {
         append(text, " ", fmt::format("in {}", frame.stream));
     }
-    if (frame.criterion == log::Criterion::Unknown) {
+    if (frame.criterion == log::Criterion::Unknown && frame.unknownCriterion.empty()) {
         append(text, ", ", "no line gives the reason");
     }
     for (std::string const& note : frame.notes) {
@@ -85,7 +83,7 @@ std::string reasonText(log::Candidate const& frame) {
 }
 
 std::string candidateText(log::Candidate const& frame) {
-    std::string const what = frame.verdict == log::Verdict::Refused ? toString(frame.criterion)
+    std::string const what = frame.verdict == log::Verdict::Refused ? frame.criterionName()
                              : frame.index ? fmt::format("for frame {}", *frame.index)
                                            : "";
     return row(fmt::format("    {:<12} {:<8} {:<13}", fmt::format("F{}", frame.frameNo),

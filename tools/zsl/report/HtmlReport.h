@@ -3,7 +3,7 @@
 #include <ostream>
 #include <vector>
 
-#include "compare/ComparisonRow.h"
+#include "compare/Comparison.h"
 #include "log/Explanation.h"
 #include "recording/Recording.h"
 #include "run/ReplayResult.h"

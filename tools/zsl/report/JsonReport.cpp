@@ -63,7 +63,7 @@ Json candidateJson(log::Candidate const& frame) {
     return {{"frameNo", frame.frameNo},
             {"verdict", toString(frame.verdict)},
             {"index", orNull(frame.index)},
-            {"criterion", hasReason ? Json(toString(frame.criterion)) : Json(nullptr)},
+            {"criterion", hasReason ? Json(frame.criterionName()) : Json(nullptr)},
             {"stream", orNull(frame.stream)},
             {"wanted", orNull(frame.wanted)},
             {"found", orNull(frame.found)},

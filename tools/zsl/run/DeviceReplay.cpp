@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "base/Duration.h"
-#include "pipeline/AndroidTags.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/PipelineSetup.h"
 #include "run/DeviceScript.h"
