@@ -111,13 +111,17 @@ TEST_F(HistoryProviderTest, TheLedgerKnowsHowEveryHandOutEnded) {
             HistoryBufferSet set =
                 isClone ? provider.cloneBufferSet(original) : std::move(takeAll().front());
             EXPECT_EQ(countOf(BufferHolder::Processor), 1U);
-            uint64_t const before = countOf(c.end);
-            uint64_t const beforeBuilt = countOf(c.whileBuilt);
+            // What is dropped of a clone costs the history nothing.
+            auto const asClone = [isClone](BufferHolder holder) {
+                return isClone && holder == Lost ? Released : holder;
+            };
+            uint64_t const before = countOf(asClone(c.end));
+            uint64_t const beforeBuilt = countOf(asClone(c.whileBuilt));
             c.deed(set);
             set = {};
-            EXPECT_EQ(countOf(c.whileBuilt), beforeBuilt + 1);
+            EXPECT_EQ(countOf(asClone(c.whileBuilt)), beforeBuilt + 1);
             builder.finish();
-            EXPECT_EQ(countOf(c.end), before + 1);
+            EXPECT_EQ(countOf(asClone(c.end)), before + 1);
             EXPECT_EQ(countOf(BufferHolder::FrameBuilder), 0U);
             takeAll();  // lost, if it is still here: each case begins with an empty history
         }

@@ -41,8 +41,8 @@ public:
     /**
      * Takes a capture: retries the pending ones, then serves this one from the history as far as
      * it can. A capture that is not fully served gets an early shutter notification and waits. The
-     * notification needs the callback and the stream `pAppMeta_DynamicP1` of ZslConfigParams; without
-     * them an error line tells what is missing, and the capture waits all the same.
+     * notification needs the callback and the stream `pAppMeta_DynamicP1` of ZslConfigParams;
+     * without them an error line tells what is missing, and the capture waits all the same.
      */
     virtual ZslFrameBuilders submitZslRequest(ZslRequestParams&& params) = 0;
 

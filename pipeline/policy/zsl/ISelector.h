@@ -119,16 +119,16 @@ struct ISelector::SelectOutputParams {
 inline std::string toString(ISelector::SelectOutputParams const& output) {
     std::string text = "{ selected={ ";
     for (auto const& [index, result] : output.selected) {
-        text += std::to_string(index);
-        text += "-[F" + std::to_string(static_cast<int32_t>(result.frameNo));
-        text += " addMeta(#" + std::to_string(result.additionalMetas.size()) + ")] ";
+        text.append(std::to_string(index)).append("-[F");
+        text.append(std::to_string(static_cast<int32_t>(result.frameNo))).append(" addMeta(#");
+        text.append(std::to_string(result.additionalMetas.size())).append(")] ");
     }
-    text += "} ops={ ";
+    text.append("} ops={ ");
     for (auto const& [frameNo, op] : output.ops) {
-        text +=
-            "F" + std::to_string(frameNo) + "(" + std::to_string(static_cast<int32_t>(op)) + ") ";
+        text.append("F").append(std::to_string(frameNo)).append("(");
+        text.append(std::to_string(static_cast<int32_t>(op))).append(") ");
     }
-    return text + "}}";
+    return text.append("}}");
 }
 
 }  // namespace NSCam::ZslPolicy
