@@ -83,6 +83,10 @@ bool isInFlightLater(run::ReplayResult const& result) {
     return std::find(inFlight.begin(), inFlight.end(), 11U) != inFlight.end();
 }
 
+bool arrivedFirstInTime(run::ReplayResult const& result) {
+    return result.arrivalsNs.at(10) == START + 1130 * MS;
+}
+
 bool wasNothingOffered(run::ReplayResult const& result) {
     auto const& tries = result.captures.front().tries;
     return tries.at(0).historyFrames.empty() && tries.at(1).historyFrames.size() == 8;
@@ -109,7 +113,7 @@ std::vector<Case> cases() {
         {"late@1s", two, 1, "F12 100 230 waited, F11 0 330 waited"},
         {"lost@1s", pressing({1000, 2000}), 1, "F12 100 230 waited, F21 0 130 waited",
          isInFlightLater},
-        {"duplicate@1s", two, 1, "F11 0 130 waited, F11 0 230 waited"},
+        {"duplicate@1s", two, 1, "F11 0 130 waited, F11 0 230 waited", arrivedFirstInTime},
         {"reorder@1s", two, 1, "F12 100 230 waited, F11 0 255 waited"},
         {"image-error@1s", one, 1, "F12 100 230 waited"},
         {"missing-metadata@1s", one, 1, "F12 100 230 waited"},
@@ -129,6 +133,8 @@ std::vector<Case> cases() {
         {"policy-throws@0s", pressing({5000, 5300}), 1, "1030 flushed, F54 0 130 waited"},
         {"policy-slow@1s", pressing({1000, 1100}), 1, "F11 0 250 waited, F14 50 180 waited",
          wasPressedLate},
+        {"policy-slow@3.9s", with(one, [](auto& o) { o.offsetMs = -20'000; }), 1,
+         "F32 2100 3230 timed out"},
         {"policy-nonsense:1", pressing({1000, 2000, 2500}, 2), 3,
          "F10 -100 30 waited, 30 waited, 0 at once, 0 at once, F24 -200 0 at once, 0 at once"},
     };

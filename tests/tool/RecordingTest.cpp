@@ -152,9 +152,9 @@ TEST(RecordingReader, StopsInALineWithoutEndAndAtAReadError) {
 
 TEST(RecordingReader, AcceptsTheCommonFormsOfCsv) {
     std::string const plain = "Timestamp[nanosec],ISO\n1000,7\n2000,8\n";
-    auto const expected = read(plain).frames;
-    ASSERT_EQ(expected.size(), 2u);
-    EXPECT_EQ(expected[1].iso, 8);
+    recording::Recording const expected = read(plain);
+    ASSERT_EQ(expected.frames.size(), 2u);
+    EXPECT_EQ(expected.frames[1].iso, 8);
     std::string const forms[] = {
         "\xef\xbb\xbfTimestamp[nanosec],ISO\n1000,7\n2000,8\n",
         "Timestamp[nanosec],ISO\r\n1000,7\r\n2000,8\r\n",
@@ -165,7 +165,8 @@ TEST(RecordingReader, AcceptsTheCommonFormsOfCsv) {
         "Frame timestamp[nanosec],ISO\n1000,7\n2000,8\n",
     };
     for (auto const& form : forms) {
-        EXPECT_EQ(read(form).frames, expected) << form;
+        EXPECT_EQ(read(form).frames, expected.frames) << form;
+        EXPECT_EQ(read(form).notes, expected.notes) << form;
     }
 }
 

@@ -1,13 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
-#include <set>
-#include <sstream>
 #include <string>
 
-#include "recording/RecordingGenerator.h"
-#include "report/JsonReport.h"
 #include "tool/SteadyRecording.h"
 
 namespace zebcam::tool {
@@ -93,7 +88,14 @@ TEST(Replay, ServesCaptures) {
 TEST(Replay, ShowsWhatEachTryWasOffered) {
     pipeline::ReplayOptions options = pressing({1000, 1000});
     options.history = 3;
-    run::ReplayResult const result = run::replay(steadyRecording(), options);
+    std::vector<run::OccupancySample> samples;
+    run::ReplayListener listener;
+    listener.occupancy = &samples;
+    run::ReplayResult const result = run::replay(steadyRecording(), options, listener);
+    for (size_t i = 1; i < samples.size(); ++i) {
+        EXPECT_LT(samples[i - 1].bootTimeNs, samples[i].bootTimeNs);
+    }
+    EXPECT_EQ(samples.front().occupancy, (pipeline::Occupancy{0, 3, 0})) << "after all at START";
     std::vector<pipeline::TryRecord> const& tries = result.captures[1].tries;
     ASSERT_EQ(tries.size(), 4U);
     EXPECT_EQ(tries[0].historyFrames, (std::vector<uint32_t>{7, 8, 9}));
@@ -141,63 +143,6 @@ TEST(Replay, TellsWhatTheDebuggeesSay) {
     };
     EXPECT_EQ(pending(result.dumps[0]), 1);
     EXPECT_EQ(pending(result.dumps[1]), 0);
-}
-
-using Json = nlohmann::json;
-
-Json jsonOf(run::ReplayResult const& result) {
-    std::ostringstream text;
-    report::writeJson(result, nullptr, text);
-    return Json::parse(text.str());
-}
-
-/// The default policy, worked out again from the recording and what a try was offered.
-std::vector<uint32_t> defaultChoice(recording::Recording const& recording, Json const& capture,
-                                    Json const& attempt, int64_t offsetNs, size_t wanted) {
-    std::vector<uint32_t> chosen;
-    for (uint32_t const frameNo : attempt["historyFrames"]) {
-        auto const& frames = recording.frames;
-        recording::SensorFrame const& frame =
-            *std::find_if(frames.begin(), frames.end(),
-                          [&](recording::SensorFrame const& f) { return f.frameNo == frameNo; });
-        if (chosen.size() < wanted && !frame.hasError && frame.afState && frame.aeStable == 1 &&
-            frame.timestampNs >= capture["pressNs"].get<int64_t>() - offsetNs) {
-            chosen.push_back(frameNo);
-        }
-    }
-    return chosen;
-}
-
-TEST(Replay, JsonIsEnoughToDecideAgain) {
-    recording::GeneratorOptions phone;
-    phone.frames = 600;
-    phone.missingAfStateRate = 0.4;
-    phone.errorRate = 0.1;
-    recording::Recording const recording = recording::generate(phone);
-    pipeline::ReplayOptions options;
-    options.captures = 40;
-    options.framesPerCapture = 3;
-    options.offsetMs = 120;
-    Json const json = jsonOf(run::replay(recording, options));
-    ASSERT_EQ(json["captures"].size(), 40U);
-    std::set<std::string> kinds;
-    for (Json const& capture : json["captures"]) {
-        size_t wanted = 3;
-        for (size_t i = 0; i < capture["tries"].size(); ++i) {
-            Json const& attempt = capture["tries"][i];
-            std::vector<uint32_t> built;
-            for (size_t const index : attempt["builtFrames"]) {
-                built.push_back(capture["frames"][index]["historyFrame"]);
-                kinds.insert(capture["frames"][index]["served"]);
-            }
-            EXPECT_EQ(built, defaultChoice(recording, capture, attempt, 120 * MS, wanted));
-            wanted -= built.size();
-        }
-    }
-    EXPECT_EQ(kinds, (std::set<std::string>{"at once", "waited"}));
-    EXPECT_TRUE(json["ledger"]["balances"]);
-    EXPECT_EQ(json, jsonOf(run::replay(recording, options)))
-        << "the same replay gives the same result";
 }
 
 TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {

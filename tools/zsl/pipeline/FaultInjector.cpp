@@ -97,7 +97,6 @@ std::vector<int64_t> FaultInjector::flushTimes() const {
             times.push_back(mStartNs + *rule.atNs);
         }
     }
-    std::sort(times.begin(), times.end());
     return times;
 }
 

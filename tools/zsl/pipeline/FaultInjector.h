@@ -61,7 +61,7 @@ public:
     std::optional<FaultKind> ofPolicy(size_t capture, int64_t pressNs);
     /// When the pipeline is to be flushed because of this press, if it is.
     std::optional<int64_t> flushAfter(size_t capture, int64_t pressNs) const;
-    /// When it is to be flushed whatever is pressed, ascending.
+    /// When it is to be flushed whatever is pressed, in any order.
     std::vector<int64_t> flushTimes() const;
     bool isCallbackGone(int64_t nowNs) const;
 

@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "base/Duration.h"
 #include "base/InputError.h"
 #include "pipeline/MetadataAccess.h"
 
@@ -141,17 +142,17 @@ std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported)
                    [&] { return mProcessor->processZslPendingRequest(reported.frame.frameNo); });
 }
 
-std::vector<BuiltFrame> SimulatedPipeline::submit(CaptureOrder const& order) {
+std::vector<BuiltFrame> SimulatedPipeline::submit(size_t frames,
+                                                  std::map<uint32_t, uint32_t> const& sensorModes) {
     dropListenerIfGone();
     // Booked before it is submitted: its first try comes while the call is under way.
-    size_t const capture = mBook.open(order.sensorModes, order.frames);
-    std::unordered_map<uint32_t, uint32_t> const modes(order.sensorModes.begin(),
-                                                       order.sensorModes.end());
+    size_t const capture = mBook.open(sensorModes, frames);
+    std::unordered_map<uint32_t, uint32_t> const modes(sensorModes.begin(), sensorModes.end());
     std::vector<uint32_t> sensors;
-    for (auto const& [sensor, mode] : order.sensorModes) {
+    for (auto const& [sensor, mode] : sensorModes) {
         sensors.push_back(sensor);
     }
-    model::ZslRequestParams params = requestOf(capture, order.frames);
+    model::ZslRequestParams params = requestOf(capture, frames);
     params.pStreamIdMap = &modes;
     params.pvRequiredSensorIds = &sensors;
     return collect("capture", false,
@@ -186,7 +187,12 @@ SimulatedPipeline::providerOf(size_t capture) {
     ObservedProvider::Observer observer;
     observer.begin = [this, capture](TryRecord offer) { beginTry(capture, std::move(offer)); };
     observer.end = [this] { endTry(); };
-    observer.pause = mOptions.pause;
+    observer.pause = [this, capture](int64_t ns) {
+        if (mOptions.pause) {
+            mOptions.pause(ns);
+        }
+        watchTimeout(capture);
+    };
     if (mOptions.faults != nullptr) {
         observer.faults = [this, capture] {
             return mOptions.faults->ofTry(capture, mBook.triesOf(capture), nowNs());
@@ -223,10 +229,15 @@ void SimulatedPipeline::dropListenerIfGone() {
 
 void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {
     setMetadataLockable(false);
-    int64_t const ageMs = mBook.ageMs(capture);
-    offer.ageMs = ageMs;
+    offer.ageMs = mBook.ageMs(capture);
     mBook.beginTry(capture, std::move(offer));
-    mLog.watchTimeout(ageMs >= mOptions.timeoutMs);
+    watchTimeout(capture);
+}
+
+// The processor looks at the age once the policy has answered, which takes its time.
+void SimulatedPipeline::watchTimeout(size_t capture) {
+    constexpr int64_t kPolicyMs = 20;
+    mLog.watchTimeout(mBook.ageMs(capture) + kPolicyMs >= mOptions.timeoutMs);
 }
 
 void SimulatedPipeline::setMetadataLockable(bool isLockable) {
@@ -331,26 +342,30 @@ Occupancy SimulatedPipeline::occupancy() const {
             .locked = static_cast<size_t>(locked)};
 }
 
-std::vector<PipelineFailure> SimulatedPipeline::failures() const {
-    std::vector<PipelineFailure> failures;
+std::vector<std::string> SimulatedPipeline::failures(int64_t startNs) const {
+    std::vector<std::string> failures;
+    auto const add = [&](int64_t timeNs, std::string const& text) {
+        failures.push_back(fmt::format("at {} s: {}", base::formatSeconds(timeNs - startNs), text));
+    };
     {
         LockGuard const lock(mLock);
-        failures = mFailures;
+        for (auto const& [timeNs, text] : mFailures) {
+            add(timeNs, text);
+        }
     }
     if (uint64_t const strays = mProvider->strayReturns(); strays > 0) {
-        failures.push_back(
-            {nowNs(), fmt::format("{} buffer sets came back that were not out", strays)});
+        add(nowNs(), fmt::format("{} buffer sets came back that were not out", strays));
     }
     // Asked at the end only, when nobody is inside the processor who may hold one rightly.
     for (std::string const& lock : host::MetaStreamBuffer::outstandingLocks()) {
-        failures.push_back({nowNs(), fmt::format("a metadata lock is held: {}", lock)});
+        add(nowNs(), fmt::format("a metadata lock is held: {}", lock));
     }
     return failures;
 }
 
 void SimulatedPipeline::fail(std::string text) {
     LockGuard const lock(mLock);
-    mFailures.push_back({nowNs(), std::move(text)});
+    mFailures.emplace_back(nowNs(), std::move(text));
 }
 
 }  // namespace zebcam::tool::pipeline

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pipeline/CaptureBook.h"
@@ -40,18 +41,6 @@ struct PipelineOptions {
     std::function<void(int64_t ns)> pause;  ///< lets time pass while a policy is slow
     uint32_t logLevel = 0;                  ///< see ProcessorLog
     ProcessorLog::Sink logSink;
-};
-
-/// What a press asks for.
-struct CaptureOrder {
-    size_t frames = 1;
-    std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
-};
-
-/// Something that must not happen.
-struct PipelineFailure {
-    int64_t timeNs = 0;  ///< boot time
-    std::string text;
 };
 
 /// Where the sensor's frames are, in numbers.
@@ -84,8 +73,8 @@ public:
     std::vector<BuiltFrame> arrive(recording::SensorFrame const& frame) {
         return arrive({frame, {}});
     }
-    /// The user presses the button.
-    std::vector<BuiltFrame> submit(CaptureOrder const& order);
+    /// The user presses the button, for so many frames. `sensorModes` are required, by sensor id.
+    std::vector<BuiltFrame> submit(size_t frames, std::map<uint32_t, uint32_t> const& sensorModes);
     std::vector<BuiltFrame> flush();
     /// A built frame is done: its result goes to the processor, its buffers are let go.
     void finish(BuiltFrame const& frame);
@@ -99,8 +88,8 @@ public:
     uint64_t errorLines() const { return mLog.errorLines(); }
     /// Exceptions (of policies, too, but for those of faults) and frames that came back wrongly so
     /// far, and what must not be at the end: metadata locks that are held, buffer sets that came
-    /// back without having been out.
-    std::vector<PipelineFailure> failures() const;
+    /// back without having been out. Each with its time from boot time `startNs` on.
+    std::vector<std::string> failures(int64_t startNs) const;
 
 private:
     class ShutterListener;
@@ -111,6 +100,7 @@ private:
     std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
     void beginTry(size_t capture, TryRecord offer);
     void endTry();
+    void watchTimeout(size_t capture);
     NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);
     std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(
         size_t capture);
@@ -127,7 +117,8 @@ private:
     std::shared_ptr<host::HistoryProvider> const mProvider;
     CaptureBook mBook;
     mutable Mutex mLock;  ///< a leaf
-    std::vector<PipelineFailure> mFailures GUARDED_BY(mLock);
+    /// With their boot times.
+    std::vector<std::pair<int64_t, std::string>> mFailures GUARDED_BY(mLock);
     /// Results that somebody else holds whenever a policy looks at them; borrowed.
     std::vector<android::wp<host::MetaStreamBuffer>> mHeldMetadata GUARDED_BY(mLock);
     android::sp<ShutterListener> mListener GUARDED_BY(mLock);           ///< null once it is gone

@@ -19,7 +19,6 @@
 #include <tuple>
 #include <utility>
 
-#include "base/Duration.h"
 #include "base/InputError.h"
 #include "log/Logcat.h"
 #include "pipeline/FaultInjector.h"
@@ -315,9 +314,8 @@ void LiveRun::Threads::runCaptures(std::stop_token const& stop) {
 }
 
 void LiveRun::Threads::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
-    mResults.push(
-        mPipeline.submit({.frames = mOptions.replay.framesPerCapture,
-                          .sensorModes = pipeline::sensorModesAt(mRecording, pressNs - mStartNs)}));
+    mResults.push(mPipeline.submit(mOptions.replay.framesPerCapture,
+                                   pipeline::sensorModesAt(mRecording, pressNs - mStartNs)));
     if (mFaults != nullptr) {
         if (auto const flushNs = mFaults->flushAfter(capture, pressNs)) {
             flushes.insert(*flushNs);
@@ -385,10 +383,7 @@ LiveResult LiveRun::Threads::finish() {
     result.longestHeldNs = mPipeline.ledger().longestHeldNs();
     result.droppedFrames = mPipeline.droppedFrames();
     result.errorLines = mPipeline.errorLines();
-    for (pipeline::PipelineFailure const& failure : mPipeline.failures()) {
-        result.failures.push_back(fmt::format(
-            "at {} s: {}", base::formatSeconds(failure.timeNs - mStartNs), failure.text));
-    }
+    result.failures = mPipeline.failures(mStartNs);
     if (mFaults != nullptr) {
         result.faults = mFaults->tally();
     }

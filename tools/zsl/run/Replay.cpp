@@ -1,6 +1,5 @@
 #include "run/Replay.h"
 
-#include <fmt/format.h>
 #include <platform/VirtualClock.h>
 
 #include <algorithm>
@@ -8,7 +7,6 @@
 #include <tuple>
 #include <utility>
 
-#include "base/Duration.h"
 #include "pipeline/PipelineSetup.h"
 #include "pipeline/Schedule.h"
 #include "pipeline/SimulatedPipeline.h"
@@ -158,9 +156,8 @@ private:
                 mQueue.push({*flushNs, EventKind::FaultFlush, which});
             }
         }
-        reprocess(mPipeline.submit(
-            {.frames = mOptions.framesPerCapture,
-             .sensorModes = pipeline::sensorModesAt(mRecording, mPresses[which])}));
+        reprocess(mPipeline.submit(mOptions.framesPerCapture,
+                                   pipeline::sensorModesAt(mRecording, mPresses[which])));
     }
 
     void reprocess(std::vector<pipeline::BuiltFrame> const& frames) {
@@ -190,10 +187,7 @@ private:
             result.faults = mFaults->tally();
             result.arrivalsNs = std::move(mArrivalsNs);
         }
-        for (pipeline::PipelineFailure const& failure : mPipeline.failures()) {
-            result.failures.push_back(fmt::format(
-                "at {} s: {}", base::formatSeconds(failure.timeNs - mStartNs), failure.text));
-        }
+        result.failures = mPipeline.failures(mStartNs);
         return result;
     }
 
