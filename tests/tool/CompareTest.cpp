@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -190,10 +191,9 @@ Outcome compareCli(std::vector<std::string> const& arguments, bool showProgress 
 }
 
 /// Two recordings, and one between them that breaks off in a row.
-class Compare : public testing::Test {
+class Compare : public CliTest {
 protected:
     Compare() {
-        std::filesystem::create_directories(mFolder);
         for (uint64_t const value : {1, 2}) {
             recording::GeneratorOptions options;
             options.frames = 90;
@@ -201,21 +201,14 @@ protected:
             recording::writeRecording(recording::generate(options),
                                       path("r" + std::to_string(value) + ".csv"));
         }
-        std::ofstream(path("broken.csv")) << "Timestamp[nanosec]\n1000\nnoon\n";
+        write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     }
-    ~Compare() override { std::filesystem::remove_all(mFolder); }
-
-    std::string path(std::string const& name) const { return mFolder + "/" + name; }
 
     std::vector<std::string> recordingsAnd(std::vector<std::string> const& options) const {
         std::vector<std::string> all = {path("r1.csv"), path("broken.csv"), path("r2.csv")};
         all.insert(all.end(), options.begin(), options.end());
         return all;
     }
-
-private:
-    std::string const mFolder =
-        testing::TempDir() + "zsl_" + testing::UnitTest::GetInstance()->current_test_info()->name();
 };
 
 TEST_F(Compare, GoesOnAfterAFailingFileAndKeepsTheOrder) {
@@ -281,10 +274,7 @@ TEST_F(Compare, AnInterruptionEndsItAndLeavesNoFile) {
     EXPECT_EQ(outcome.status, 143);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "zsl compare: interrupted: Terminated\n");
-    for (auto const& entry : std::filesystem::directory_iterator(path(""))) {
-        EXPECT_EQ(entry.path().filename().string().find("result"), std::string::npos)
-            << entry.path();
-    }
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("r1.csv", "r2.csv", "broken.csv"));
 }
 
 TEST_F(Compare, LimitsDecideTheStatus) {

@@ -191,7 +191,7 @@ void TryBuilder::add(ProcessorLine const& line) {
     switch (line.kind) {
         case Kind::Wanted:
             mTry.wanted.push_back({line.index, std::string(line.name), line.streams()});
-            mIsInputOpen = mIsInputOpen && !line.isLast;
+            mIsInputOpen = !line.isLast;
             break;
         case Kind::BadStream:
             mBadStream = line.name;
