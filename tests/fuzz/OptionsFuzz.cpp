@@ -2,7 +2,7 @@
 #include <stdexcept>
 
 #include "Fuzz.h"
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "commands/OptionValues.h"
 #include "compare/ComparisonFields.h"
 #include "pipeline/ReplayOptions.h"

@@ -482,8 +482,9 @@ TEST(ExplainCountsTest, CountsWhatItCannotUse) {
          &log::LineCounts::foreign, 2},
         {"earlier than before",
          threadtime("a", 'I', TID, 9) + threadtime("b", 'I', TID, 5) +
-             threadtime("c", 'I', TID, 7) + YEAR_MICROSECONDS_USER(1, {"x"}, 'I') +
-             "2024-01-02 12:00:00.000999 u 1 1 I ZebCam/ZslProc: y\n",
+             threadtime("c", 'I', TID, 7) +
+             "2024-01-02 12:00:00.000002 u 1 1 I ZebCam/ZslProc: d\n"
+             "2024-01-02 12:00:00.000001 u 1 1 I ZebCam/ZslProc: e\n",
          &log::LineCounts::outOfOrder, 3},
         {"a reason without a verdict",
          threadtime("[operator()] [DefaultSelector] hbs[F1] isAFStable X", 'W'),

@@ -279,7 +279,9 @@ TEST_F(OutputFiles, AppearWholeOrNotAtAll) {
     auto const commit = [](std::string const& to, std::ios::iostate state, bool becomesFolder) {
         base::AtomicFile file(to);
         file.stream().setstate(state);
-        becomesFolder&& fs::create_directory(to);
+        if (becomesFolder) {
+            fs::create_directory(to);
+        }
         file.commit();
     };
     EXPECT_THAT(errorOf([&] { commit(path, std::ios::badbit, false); }),

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "CliFixture.h"
-#include "base/Duration.h"
+#include "base/Text.h"
 
 namespace zebcam::tool {
 namespace {

@@ -16,6 +16,18 @@ std::string quoteContent(std::string_view content);
 /// `text` with each byte that is not printable ASCII escaped, fit for a terminal and for JSON.
 std::string printable(std::string_view text);
 
+/// The ns of a time as `1.2s`, `350ms`, `5us` or `-20ns`. Throws std::invalid_argument, with a text
+/// that says what was expected and found, for anything else, for parts of a ns and for what does
+/// not fit 64 bits.
+int64_t parseDuration(std::string_view text);
+
+/// `ns` in a form that parseDuration reads: in seconds, without needless zeros.
+std::string formatDuration(int64_t ns);
+
+/// `ns` in ms (in s) with two (three) decimals, rounded half away from zero.
+std::string formatMs(int64_t ns);
+std::string formatSeconds(int64_t ns);
+
 /// Where match() puts the fields of a form, by their names.
 using FormField = std::pair<std::string_view,
                             std::variant<char*, uint32_t*, int64_t*, uint64_t*, std::string_view*>>;

@@ -13,8 +13,8 @@
 #include <string>
 
 #include "base/AtomicFile.h"
-#include "base/Duration.h"
 #include "base/SignalWatch.h"
+#include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "recording/RecordingFile.h"

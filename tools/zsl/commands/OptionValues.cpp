@@ -9,7 +9,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "base/Duration.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::commands {

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "base/AtomicFile.h"
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "commands/ReplayObserver.h"

@@ -21,7 +21,6 @@
 #include <utility>
 #include <vector>
 
-#include "base/Duration.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::compare {

@@ -126,10 +126,6 @@ Candidate Reasons::take(uint32_t frameNo, bool isTaken) {
     }
     frame.frameNo = frameNo;
     frame.verdict = isTaken ? Verdict::Taken : Verdict::Refused;
-    // What a frame that was taken has let go wrong is no reason for the next one. Refusals stay:
-    // a policy may look at all frames first and write its verdicts later.
-    mNext = {};
-    mLastValue.clear();
     return frame;
 }
 

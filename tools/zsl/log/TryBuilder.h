@@ -15,18 +15,18 @@ namespace zebcam::tool::log {
 
 /**
  * Joins the lines that lead to the verdict on one history frame: values, streams, the criterion.
- * They name no capture and come before the line that does. A refusal names its frame, so it waits
- * until the verdict on this frame comes; what came since the last one belongs to the next.
+ * They name no capture and come before the line that does. A refusal names its frame; what came
+ * since the last one belongs to it.
  */
 class Reasons {
 public:
     /// False: the line is of another kind.
     bool add(ProcessorLine const& line);
 
-    /// What is known of the frame that the verdict is on; forgets it.
+    /// What is known of the frame that the verdict is on. Call takeRest() before the next line.
     Candidate take(uint32_t frameNo, bool isTaken);
 
-    /// Refused frames whose verdicts never came.
+    /// Refused frames whose verdicts never came; forgets everything, also what was let pass.
     std::vector<Candidate> takeRest();
 
 private:

@@ -7,7 +7,6 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "base/Duration.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::pipeline {

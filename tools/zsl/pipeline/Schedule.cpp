@@ -6,8 +6,8 @@
 #include <limits>
 #include <optional>
 
-#include "base/Duration.h"
 #include "base/InputError.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::pipeline {
 

@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "base/InputError.h"
 #include "pipeline/MetadataAccess.h"
 

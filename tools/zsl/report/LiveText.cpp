@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "report/TextBlocks.h"
 
 namespace zebcam::tool::report {

@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::report {
 

@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "report/ExplanationText.h"
 #include "report/TextBlocks.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "run/DeviceReplay.h"
 
 namespace zebcam::tool::run {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/Duration.h"
+#include "base/Text.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/PipelineSetup.h"
 #include "run/DeviceScript.h"

@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "base/InputError.h"
+#include "base/Text.h"
 #include "log/Logcat.h"
 #include "pipeline/FaultInjector.h"
 #include "pipeline/PipelineSetup.h"

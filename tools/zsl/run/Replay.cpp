@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/Text.h"
 #include "pipeline/PipelineSetup.h"
 #include "pipeline/Schedule.h"
 #include "pipeline/SimulatedPipeline.h"
