@@ -23,4 +23,6 @@ trap '[ $? -eq 0 ] || printf "%s: failed while %s\n" "$program" "$step" >&2' EXI
 # With ccache a second configuration, or a second run, compiles much less.
 if command -v ccache >/dev/null; then
     export CMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER-ccache}
+    # It passes over precompiled headers unless told that their times say nothing.
+    export CCACHE_SLOPPINESS=${CCACHE_SLOPPINESS-pch_defines,time_macros,include_file_mtime,include_file_ctime}
 fi

@@ -19,11 +19,7 @@ namespace {
 constexpr char ID[] = "ProcessorProperty/HoldsInAnyOrder";
 constexpr char CASES_VARIABLE[] = "ZSL_PROPERTY_CASES";
 constexpr char FORK_VARIABLE[] = "ZSL_PROPERTY_FORK";
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr int DEFAULT_CASES = 300;
-#else
-constexpr int DEFAULT_CASES = 2000;
-#endif
+constexpr int DEFAULT_CASES = ZSL_DEFAULT_CASES;
 constexpr unsigned CASE_LIMIT_S = 20;  ///< of a case that runs in a process of its own
 
 std::string gCommand;  ///< repeats the run

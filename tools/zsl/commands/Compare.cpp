@@ -234,7 +234,7 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
         "Write CSV, - for standard output instead of the table", "FILE");
     addValue(
         command, "--report",
-        [&arguments](std::string const& text) { arguments.report = requireFile(text); },
+        [&arguments](std::string const& text) { arguments.report = requirePageFile(text); },
         "Write a page for a browser", "FILE");
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/Text.h"
+#include "report/Page.h"
 
 namespace zebcam::tool::commands {
 
@@ -128,6 +129,15 @@ std::string requireFile(std::string const& path) {
         throw std::invalid_argument("expected the name of a file");
     }
     return path;
+}
+
+std::string requirePageFile(std::string const& path) {
+    if (report::reportPage() == nullptr) {
+        throw std::invalid_argument(
+            "this zsl was built without the page; build it with -DZSL_BUILD_PAGE=ON, which needs "
+            "node and npm");
+    }
+    return requireFile(path);
 }
 
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {

@@ -53,6 +53,10 @@ CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count,
 /// std::invalid_argument for `-` and for nothing.
 std::string requireFile(std::string const& path);
 
+/// The same for a page, which not every build can write; throws std::invalid_argument if this one
+/// cannot.
+std::string requirePageFile(std::string const& path);
+
 /// --press, --captures.
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);
 

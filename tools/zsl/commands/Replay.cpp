@@ -220,7 +220,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         "Write a trace for ui.perfetto.dev", "FILE");
     addValue(
         *command, "--report",
-        [arguments](std::string const& text) { arguments->report = requireFile(text); },
+        [arguments](std::string const& text) { arguments->report = requirePageFile(text); },
         "Write a page for a browser", "FILE");
     command->callback([command, arguments, &streams, &exitStatus] {
         exitStatus = run(*command, *arguments, streams);

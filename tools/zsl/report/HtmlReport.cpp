@@ -62,7 +62,7 @@ void writeData(Json const& data, std::ostream& out) {
 
 void writePage(std::string_view title, std::string_view summary, Json const& data,
                std::ostream& out) {
-    ReportPage const& page = reportPage();
+    ReportPage const& page = *reportPage();  // --report is refused without one
     writePart(page.beforeTitle, out);
     out << escaped(title);
     writePart(page.beforeSummary, out);

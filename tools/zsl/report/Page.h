@@ -13,7 +13,7 @@ struct ReportPage {
     Part beforeTitle, beforeSummary, beforeData, afterData;
 };
 
-/// The page that was put into the tool when it was built.
-ReportPage const& reportPage();
+/// The page that was put into the tool when it was built; null if it was built without.
+ReportPage const* reportPage();
 
 }  // namespace zebcam::tool::report

@@ -96,9 +96,9 @@ namespace {
 ${arrays.join('\n')}
 }  // namespace
 
-ReportPage const& reportPage() {
+ReportPage const* reportPage() {
     static constexpr ReportPage page = {${names.join(', ')}};
-    return page;
+    return &page;
 }
 
 }  // namespace zebcam::tool::report

@@ -1,0 +1,23 @@
+# Precompiled headers for the builds whose time counts most. The release preset goes without, and so
+# holds that every source includes what it needs.
+
+# What nearly every source of the libraries includes.
+set(zsl_stack_headers
+  <algorithm> <atomic> <cstdint> <functional> <map> <memory> <mutex> <optional> <string>
+  <unordered_map> <utility> <vector>
+  <cutils/properties.h> <metadata/IMetadata.h> <pipeline/IFrameBuilder.h>
+  <pipeline/IHistoryBufferProvider.h> <utils/RefBase.h> <utils/Timers.h>)
+
+# zsl_precompile(TARGET HEADER...): precompiles the headers, in this form: <vector>.
+function(zsl_precompile target)
+  if(ZSL_PRECOMPILE)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()
+
+# zsl_precompile_as(TARGET OTHER): shares those of another target with the same options.
+function(zsl_precompile_as target other)
+  if(ZSL_PRECOMPILE)
+    target_precompile_headers(${target} REUSE_FROM ${other})
+  endif()
+endfunction()
