@@ -23,6 +23,10 @@ foreach(name zsl zsl_recorder stack_host platform_host selector)
     set(target zebcam_pipelinemodel_zsl)
   endif()
   target_compile_features(${target} INTERFACE cxx_std_20)
+  if(NOT name STREQUAL "selector")
+    set_target_properties(${target} PROPERTIES
+      VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  endif()
   add_library(zebcam::${name} ALIAS ${target})
 endforeach()
 
@@ -41,6 +45,7 @@ install(DIRECTORY
   DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY pipeline/policy DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY sdk/selector DESTINATION ${CMAKE_INSTALL_DATADIR}/zebcam)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/zebcam)
 
 install(EXPORT zebcam_zslTargets NAMESPACE zebcam:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/zebcam_zslConfig.cmake.in
@@ -55,7 +60,7 @@ install(FILES
 
 file(RELATIVE_PATH PREFIX_FROM_PC
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
-foreach(name zebcam-zsl zebcam-selector)
+foreach(name zebcam-zsl zebcam-zsl-recorder zebcam-selector)
   configure_file(cmake/${name}.pc.in ${CMAKE_BINARY_DIR}/package/${name}.pc @ONLY)
   install(FILES ${CMAKE_BINARY_DIR}/package/${name}.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,5 +1,6 @@
 #include "commands/Cli.h"
 
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -52,7 +53,7 @@ std::string oneLine(std::string text) {
 int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     CLI::App app("Replays recordings of a phone's sensor through the zero-shutter-lag processor",
                  "zsl");
-    std::string const version = std::string("zsl ") + VERSION;
+    std::string const version = fmt::format("zsl {} ({})", VERSION, REVISION);
     app.set_version_flag("--version", version);
     app.require_subcommand(1);
     int status = 0;
