@@ -25,24 +25,6 @@ constexpr uint64_t END_BLOCK_BYTES = BLOCK_HEADER_BYTES + ENTRY_HEADER_BYTES + 1
 // The length of a block has 32 bits, and a ring may be larger.
 constexpr uint64_t MOST_BLOCK_BYTES = uint64_t{1} << 30;
 
-char const* toString(ZslRecordingEnd end) {
-    switch (end) {
-        case ZslRecordingEnd::RUNNING:
-            return "running";
-        case ZslRecordingEnd::FINISHED:
-            return "finished";
-        case ZslRecordingEnd::MEMORY_FULL:
-            return "the memory for what is not written yet is full";
-        case ZslRecordingEnd::FILE_FULL:
-            return "the file has reached its largest size";
-        case ZslRecordingEnd::WRITE_FAILED:
-            return "the file cannot be written";
-        case ZslRecordingEnd::INTERRUPTED:
-            return "recording failed";
-    }
-    return "?";
-}
-
 size_t sizeOf(RecordRing::Pieces const& pieces) {
     return pieces[0].size() + pieces[1].size();
 }

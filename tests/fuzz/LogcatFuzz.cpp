@@ -4,8 +4,8 @@
 #include "Fuzz.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "report/ExplanationText.h"
 #include "report/JsonReport.h"
+#include "report/TextReport.h"
 
 using namespace zebcam;
 

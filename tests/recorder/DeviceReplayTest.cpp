@@ -298,7 +298,7 @@ TEST(Recorder, EndsEarlyAndLeavesTheCameraAlone) {
     for (Bound const& bound :
          {Bound{{.path = file.path, .maxFileBytes = 700},
                 ZslRecordingEnd::FILE_FULL,
-                "the file reached its largest size"},
+                "operations: file full;"},
           Bound{{.path = file.path, .maxFileBytes = 0}, ZslRecordingEnd::FILE_FULL, nullptr},
           Bound{{.path = file.path},
                 ZslRecordingEnd::WRITE_FAILED,

@@ -1,8 +1,8 @@
-// Opens the pages of ReportPages in Chromium, at two widths and in both colour schemes.
+// Opens pages that zsl wrote in Chromium, at two widths and in both colour schemes.
 // Screenshots go to the folder `screenshots` of the working folder.
 
 import assert from 'node:assert/strict';
-import {execFileSync} from 'node:child_process';
+import {spawnSync} from 'node:child_process';
 import {mkdirSync, mkdtempSync, readFileSync, rmSync} from 'node:fs';
 import {createRequire} from 'node:module';
 import {tmpdir} from 'node:os';
@@ -18,15 +18,39 @@ const LOAD_LIMIT_MS = 5000;
 const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
     '--disable-background-networking', '--disable-component-update', '--disable-sync'];
 
+// This would end the script element that holds the data.
+const HOSTILE = '</script><!--<script>\u2028';
+
 let pages;
 let profile;
 let context;
 
+function zsl(status, command, ...options) {
+    const run = spawnSync(process.env.ZSL, [command, ...options.join(' ').split(' ')],
+        {cwd: pages, encoding: 'utf8'});
+    assert.equal(run.status, status, run.stderr);
+}
+
+function writePages() {
+    zsl(0, 'generate', '-o recordings/short.csv --frames 25 --missing-af-state-rate 0.3',
+        '--exposure-jump-rate 0.1 --scan-rate 0.2 --error-rate 0.05');
+    zsl(0, 'generate', '-o recordings/long.csv --frames 20000 --missing-af-state-rate 0.02',
+        '--exposure-jump-rate 0.01 --error-rate 0.001');
+    zsl(0, 'replay', 'recordings/short.csv --report short.html --json short.json --frames 3',
+        '--press 120ms --press 260ms --press 300ms --press 455ms --press 620ms',
+        `--property note=${HOSTILE}`);
+    zsl(0, 'replay', 'recordings/long.csv --report long.html --json long.json --captures 60',
+        '--policy multiframe --frames 4');
+    zsl(1, 'compare', 'recordings/short.csv recordings/long.csv missing.csv --policy default',
+        '--policy cshot --policy multiframe --captures 20 --frames 2 --fail-if p95_lag_ms>50',
+        '--report comparison.html');
+}
+
 before(async () => {
     pages = resolve('pages');
-    mkdirSync(pages, {recursive: true});
+    mkdirSync(join(pages, 'recordings'), {recursive: true});
     mkdirSync('screenshots', {recursive: true});
-    execFileSync(process.env.REPORT_PAGES, [pages]);
+    writePages();
     profile = mkdtempSync(join(tmpdir(), 'report-test-'));
     context = await chromium.launchPersistentContext(profile,
         {executablePath: process.env.CHROMIUM, args: FLAGS});
@@ -118,8 +142,7 @@ async function checkLayout(page, name) {
 
 const inMs = (ns) => (ns / 1e6).toFixed(2).replace('-', '\u2212').replace(/^\u2212(0\.00)$/, '$1');
 
-async function checkSummary(page, {summary, captures}) {
-    const waits = captures.flatMap((c) => c.frames).map((f) => f.waitNs).filter((w) => w !== null);
+async function checkSummary(page, {summary}) {
     const expected = {
         answeredCaptures: String(summary.answeredCaptures),
         atOnce: String(summary.atOnce),
@@ -128,7 +151,7 @@ async function checkSummary(page, {summary, captures}) {
         flushed: String(summary.flushed),
         'lag.medianNs': inMs(summary.lag.medianNs),
         'lag.p95Ns': inMs(summary.lag.p95Ns),
-        longestWait: inMs(Math.max(...waits)),
+        'wait.maxNs': inMs(summary.wait.maxNs),
     };
     for (const [field, text] of Object.entries(expected)) {
         assert.equal(await page.textContent(`[data-field="${field}"]`), text, field);
@@ -189,9 +212,10 @@ test('every refused frame tells its reasons', async () => {
     for (const candidate of refused) {
         const tip = tips.find((text) => text.startsWith(`Frame ${candidate.frameNo} refused`));
         assert.ok(tip, `no tooltip for frame ${candidate.frameNo}`);
-        for (const text of [`capture ${candidate.requestNo}, tr`, candidate.criterion,
-            candidate.wanted, candidate.found]) {
-            assert.ok(tip.includes(text ?? ''), `${text} is missing in: ${tip}`);
+        const values = [candidate.wanted, candidate.found].map(
+            (value) => String(value?.text ?? value?.ns ?? value?.value ?? ''));
+        for (const text of [`capture ${candidate.requestNo}, tr`, candidate.criterion, ...values]) {
+            assert.ok(tip.includes(text), `${text} is missing in: ${tip}`);
         }
     }
     await page.close();
@@ -256,10 +280,10 @@ for (const size of WINDOWS) {
         const {page, problems} = await open('comparison.html', size, SCHEMES[0]);
         await checkLayout(page, `comparison-${size.width}`);
         const rows = await page.locator('#comparison-table tbody tr:has(th[scope=row])').count();
-        assert.equal(rows, 7);
+        assert.equal(rows, 9);
         const text = await page.textContent('#comparison-table');
         for (const part of ['multiframe', 'recordings/long.csv', '--fail-if p95_lag_ms>50',
-            'missing.csv: cannot be opened']) {
+            'missing.csv: expected a readable file']) {
             assert.ok(text.includes(part), part);
         }
         assert.deepEqual(problems, []);
@@ -273,4 +297,13 @@ test('without scripts the numbers are there', async () => {
     await page.goto(pathToFileURL(join(pages, 'short.html')).href);
     assert.match(await page.innerText('body'), /5 of 5 captures answered, the ledger balances/);
     await browser.close();
+});
+
+test('the data is that of --json, whatever it holds', async () => {
+    const {page} = await open('short.html', WINDOWS[0], 'light');
+    const data = JSON.parse(await page.textContent('#data'));
+    assert.deepEqual(data.replay, JSON.parse(readFileSync(join(pages, 'short.json'), 'utf8')));
+    assert.equal(data.replay.options.properties.note, HOSTILE);
+    assert.ok((await page.textContent('#facts-body')).includes(`note=${HOSTILE}`));
+    await page.close();
 });

@@ -117,7 +117,7 @@ class InstalledTreeTest(unittest.TestCase):
             rows = {int(row["Frame No."]): row for row in csv.DictReader(file)}
         report = self.replay(self.policy)
         self.assertEqual(len(report["captures"]), CAPTURES)
-        self.assertTrue(report["summary"]["isClean"], report["summary"])
+        self.assertTrue(report["isClean"], report["failures"])
         for capture in report["captures"]:
             chosen = capture["frames"][0]
             offered = capture["tries"][chosen["try"]]["historyFrames"]
@@ -125,7 +125,7 @@ class InstalledTreeTest(unittest.TestCase):
             def distance(number):
                 return abs(int(rows[number]["Timestamp[nanosec]"]) - capture["pressNs"])
 
-            self.assertEqual(chosen["historyFrame"],
+            self.assertEqual(chosen["frameNo"],
                              min(filter(lambda number: is_settled(rows[number]), offered),
                                  key=distance), capture)
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -53,8 +54,10 @@ protected:
     }
 
 private:
-    std::string const mFolder =
-        testing::TempDir() + "zsl_" + testing::UnitTest::GetInstance()->current_test_info()->name();
+    // Two checkouts may be tested at once.
+    std::string const mFolder = testing::TempDir() + "zsl_" +
+                                testing::UnitTest::GetInstance()->current_test_info()->name() +
+                                std::to_string(getpid());
 };
 
 }  // namespace zebcam::tool

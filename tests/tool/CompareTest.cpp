@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "CliFixture.h"
+#include "compare/ComparisonFields.h"
 #include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
-#include "report/ComparisonFiles.h"
-#include "report/ComparisonTable.h"
+#include "report/ComparisonReport.h"
 
 namespace zebcam::tool {
 namespace {
@@ -233,16 +233,17 @@ TEST_F(Compare, GoesOnAfterAFailingFileAndKeepsTheOrder) {
     auto const rows = nlohmann::json::parse(file)["rows"];
     std::vector<std::string> found;
     for (auto const& row : rows) {
-        found.push_back(std::filesystem::path(row["recording"]).stem().string() + " " +
-                        row["policy"].get<std::string>() + " " + row["status"].get<std::string>());
-        EXPECT_EQ(row["captures"].is_null(), row["status"] == "failed");
+        found.push_back(std::filesystem::path(row["recording"]["path"]).stem().string() + " " +
+                        row["options"]["policy"].get<std::string>() + " " +
+                        row["status"].get<std::string>());
+        EXPECT_EQ(row["summary"].is_null(), row["status"] == "failed");
     }
     EXPECT_EQ(found, (std::vector<std::string>{"r1 multiframe ok", "r1 default ok",
                                                "broken multiframe failed", "broken default failed",
                                                "r2 multiframe ok", "r2 default ok"}));
-    EXPECT_EQ(rows[1]["offset_ms"], 50);
-    EXPECT_GT(rows[1]["refused_time"], 0);
-    EXPECT_LT(rows[1]["min_lag_ms"], 0) << "the offset has no effect";
+    EXPECT_EQ(rows[1]["options"]["offsetNs"], 50'000'000);
+    EXPECT_GT(rows[1]["refusals"]["time"], 0);
+    EXPECT_LT(rows[1]["summary"]["lag"]["minNs"], 0) << "the offset has no effect";
 }
 
 TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {

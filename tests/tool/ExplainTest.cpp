@@ -10,8 +10,8 @@
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "processor/ZslFixture.h"
-#include "report/ExplanationText.h"
 #include "report/JsonReport.h"
+#include "report/TextReport.h"
 
 namespace zebcam::tool {
 namespace {

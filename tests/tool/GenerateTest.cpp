@@ -1,15 +1,15 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "commands/Commands.h"
+#include "CliFixture.h"
 #include "recording/Recording.h"
 #include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
@@ -18,33 +18,12 @@ namespace zebcam::tool {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 fs::path const kDemo = fs::path(__FILE__).parent_path() / "../../tools/zsl/demo";
 
 std::string contentOf(fs::path const& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// Runs `generate` with the words of `line`, standard error aside.
-struct CommandResult {
-    int exitStatus = -1;
-    std::string errors;
-};
-
-CommandResult runCommand(std::string const& line) {
-    CommandResult result;
-    CLI::App app;
-    commands::addGenerateCommand(app, result.exitStatus);
-    testing::internal::CaptureStderr();
-    try {
-        app.parse(line);
-    } catch (CLI::ParseError const& error) {
-        result.errors = error.what();
-    }
-    result.errors += testing::internal::GetCapturedStderr();
-    return result;
 }
 
 /// Recordings that differ in rate, chance and length: what holds for one must hold for all.
@@ -156,43 +135,70 @@ TEST(Generator, ObeysItsRates) {
     }
 }
 
-TEST(GenerateCommand, NamesTheOptionThatIsNoGood) {
+class GenerateCommand : public CliTest {};
+
+TEST_F(GenerateCommand, NamesTheOptionThatIsNoGood) {
+    std::string const file = path("r.csv");
     struct {
-        char const* arguments;
-        char const* error;
+        std::vector<std::string> arguments;
+        std::string error;
     } const cases[] = {
-        {"--frames 1", "frames: expected 2 to 1000000, found 1"},
-        {"--fps nan", "fps: expected 1 to 960, found nan"},
-        {"--unsynced-rate -1", "unsynced rate: expected 0 to 1, found -1"},
-        {"--exposure-ms 40", "exposure (ns): expected 1 to 33333333, found 40000000"},
-        {"--exposure-ms 1e300", "exposure: expected a time within 64 bits"},
-        {"--jitter-us 5000", "jitter (ns): expected 0 to 3339999, found 5000000"},
-        {"--first-frame 4294967295", "first frame number: expected 0 to 4294966996"},
-        {"--start-ns 0", "start (ns): expected 1 to"},
-        {"--seed 18446744073709551616", "--seed: expected a whole number below 2^64"},
+        {{"--frames", "1"}, "--frames: expected 2 to 1000000, found 1\n"},
+        {{"--frames", "many"}, "--frames: expected a whole number from 0 to 4294967295, found"},
+        {{"--fps", "nan"}, "--fps: expected 1 to 960, found nan"},
+        {{"--fps", "30x"}, "--fps: expected a number, found \"30x\""},
+        {{"--unsynced-rate", "-1"}, "--unsynced-rate: expected 0 to 1, found -1"},
+        {{"--exposure", "40ms"}, "--exposure: expected 0.000000001s to 0.033333333s, found 0.04s"},
+        {{"--exposure", "40"}, "--exposure: expected a time with its unit"},
+        {{"--jitter", "5ms"}, "--jitter: expected 0s to 0.003339999s, found 0.005s"},
+        {{"--first-frame", "4294967295"}, "--first-frame: expected 0 to 4294966996"},
+        {{"--start", "0s"}, "--start: expected 0.000000001s to"},
+        {{"--seed", "18446744073709551616"}, "--seed: expected a whole number from 0 to 9223"},
+        {{"--json", path("no/folder")}, "cannot write '" + path("no/folder") + "': No such file"},
+        {{"--json", "-", "--output", "-"}, "--json: --output goes to '-' as well"},
+        {{"--output", "/nowhere/r.csv"}, "cannot write '/nowhere/r.csv': No such file"},
     };
-    for (auto const& test : cases) {
-        auto const result = runCommand(std::string("generate --output - ") + test.arguments);
-        EXPECT_THAT(result.errors, HasSubstr(test.error)) << test.arguments;
-        EXPECT_NE(result.exitStatus, 0) << test.arguments;
+    for (auto const& [given, error] : cases) {
+        std::vector<std::string> arguments = given;
+        arguments.insert(arguments.begin(), "generate");
+        if (std::find(given.begin(), given.end(), "--output") == given.end()) {
+            arguments.insert(arguments.end(), {"--output", file});
+        }
+        Outcome const outcome = zsl(arguments);
+        EXPECT_EQ(outcome.status, 2) << error;
+        EXPECT_EQ(outcome.out, "") << error;
+        EXPECT_EQ(outcome.err.find("zsl generate: " + error), 0U) << outcome.err;
+        EXPECT_EQ(files(), std::vector<std::string>{}) << error;
     }
-    auto const unwritable = runCommand("generate --output /nowhere/r.csv");
-    EXPECT_EQ(unwritable.exitStatus, 2);
-    EXPECT_THAT(unwritable.errors, HasSubstr("cannot write '/nowhere/r.csv': No such file"));
 }
 
-TEST(GenerateCommand, MakesTheDemoRecordingAsItsPageSays) {
+TEST_F(GenerateCommand, TellsWhatItMade) {
+    std::string const file = path("r.csv");
+    Outcome const outcome = zsl({"generate", "-o", file, "--frames", "90", "--start", "5s",
+                                 "--gap-rate", "0.5", "--exposure", "2ms", "--json", "-"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    auto const json = nlohmann::json::parse(outcome.out);
+    auto const replayed = nlohmann::json::parse(zsl({"replay", file, "--json", "-"}).out);
+    auto made = json["recording"];
+    EXPECT_EQ(made["frames"], 90);
+    EXPECT_EQ(made["firstTimestampNs"], 5'000'000'000);
+    EXPECT_GT(made["gaps"], 10);
+    EXPECT_EQ(json["options"]["exposureNs"], 2'000'000);
+    EXPECT_EQ(made, replayed["recording"]);
+}
+
+TEST_F(GenerateCommand, MakesTheDemoRecordingAsItsPageSays) {
     std::string const page = contentOf(kDemo / "README.md");
     std::string const start = "zsl generate --output demo_30fps.csv ";
     auto const at = page.find(start);
     ASSERT_NE(at, std::string::npos);
     auto const from = at + start.size();
-    std::string const options = page.substr(from, page.find('\n', from) - from);
-    fs::path const path = fs::path(testing::TempDir()) / "demo_made_again.csv";
-    auto const result = runCommand("generate --output " + path.string() + " " + options);
-    EXPECT_EQ(result.exitStatus, 0) << result.errors;
-    EXPECT_EQ(contentOf(path), contentOf(kDemo / "demo_30fps.csv"));
-    fs::remove(path);
+    std::istringstream options(page.substr(from, page.find('\n', from) - from));
+    std::vector<std::string> arguments = {"generate", "--output", path("demo.csv")};
+    arguments.insert(arguments.end(), std::istream_iterator<std::string>(options), {});
+    Outcome const outcome = zsl(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(contentOf(path("demo.csv")), contentOf(kDemo / "demo_30fps.csv"));
 }
 
 }  // namespace

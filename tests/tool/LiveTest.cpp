@@ -159,13 +159,13 @@ TEST_F(Live, ReplaysAsItWasRecorded) {
         std::vector<std::string> arguments = options;
         arguments.insert(arguments.end(), {"--duration", "300ms", "--record", file});
         Json const lived = live(arguments);
-        EXPECT_GT(lived["captures"]["pressed"], 5);
-        EXPECT_EQ(lived["captures"]["pressed"], lived["captures"]["answered"]);
-        EXPECT_EQ(lived["times"]["submission"]["count"], lived["captures"]["pressed"]);
-        EXPECT_GE(lived["times"]["lockHeld"]["count"], lived["captures"]["pressed"]);
-        EXPECT_GT(lived["dumps"], 2);
+        EXPECT_GT(lived["summary"]["captures"], 5);
+        EXPECT_EQ(lived["summary"]["captures"], lived["summary"]["answeredCaptures"]);
+        EXPECT_EQ(lived["times"]["submission"]["count"], lived["summary"]["captures"]);
+        EXPECT_GE(lived["times"]["lockHeld"]["count"], lived["summary"]["captures"]);
+        EXPECT_GT(lived["dumpCount"], 2);
         EXPECT_GT(lived["ledger"]["handedOut"], 0);
-        EXPECT_EQ(lived["recorder"]["end"], "whole");
+        EXPECT_EQ(lived["recorder"]["end"], "finished");
         Outcome const replayed = zsl({"replay", file, "--json", "-"});
         EXPECT_EQ(replayed.status, 0) << zsl({"replay", file}).out;
         Json const device = Json::parse(replayed.out)["device"];
@@ -204,8 +204,8 @@ TEST_F(Live, EndsCleanlyWhenInterrupted) {
     std::ifstream stream(file);
     Json const result = Json::parse(stream);
     EXPECT_EQ(result["endedBySignal"], SIGINT);
-    EXPECT_GT(result["captures"]["served"]["flushed"], 0);
-    EXPECT_TRUE(result["clean"]);
+    EXPECT_GT(result["summary"]["flushed"], 0);
+    EXPECT_TRUE(result["isClean"]);
 }
 
 TEST_F(Live, RefusesWhatItCannotRun) {

@@ -118,7 +118,7 @@ TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {
     auto const json = nlohmann::json::parse(written);
     EXPECT_EQ(json, nlohmann::json::parse(toOutput.out));
     EXPECT_EQ(json["captures"][0]["frames"][0]["lagNs"], -200'000'000);
-    EXPECT_EQ(json["options"]["timeoutMs"], 3000);
+    EXPECT_EQ(json["options"]["timeoutNs"], 3'000'000'000);
     EXPECT_EQ(json["recording"]["path"], file);
 }
 
@@ -177,15 +177,16 @@ TEST_F(ReplayCli, ItsLogExplainsWhatItsJsonTells) {
                 tries.push_back(attempt["explanation"]);
                 Json came = Json::array();
                 for (size_t const index : attempt["builtFrames"]) {
-                    came.push_back({index, captures[i]["frames"][index]["historyFrame"]});
+                    came.push_back({index, captures[i]["frames"][index]["frameNo"]});
                 }
                 Json told = Json::array();
-                for (Json const& served : tries.back()["served"]) {
+                for (Json const& served : tries.back()["servedFrames"]) {
                     told.push_back({served["index"], served["frameNo"]});
                 }
                 EXPECT_EQ(told, came) << "capture " << i + 1;
             }
-            EXPECT_EQ(tries, withoutLogPlaces(reasons[i]["tries"])) << "capture " << i + 1;
+            EXPECT_EQ(withoutLogPlaces(tries), withoutLogPlaces(reasons[i]["tries"]))
+                << "capture " << i + 1;
         }
     }
 }

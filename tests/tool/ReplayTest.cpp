@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 
+#include "recording/RecordingGenerator.h"
+#include "report/JsonReport.h"
 #include "tool/SteadyRecording.h"
 
 namespace zebcam::tool {
@@ -143,6 +147,57 @@ TEST(Replay, TellsWhatTheDebuggeesSay) {
     };
     EXPECT_EQ(pending(result.dumps[0]), 1);
     EXPECT_EQ(pending(result.dumps[1]), 0);
+}
+
+using Json = nlohmann::ordered_json;
+
+/// The default policy, worked out again from the recording and what a try was offered.
+std::vector<uint32_t> defaultChoice(recording::Recording const& recording, Json const& capture,
+                                    Json const& attempt, int64_t offsetNs, size_t wanted) {
+    std::vector<uint32_t> chosen;
+    for (uint32_t const frameNo : attempt["historyFrames"]) {
+        auto const& frames = recording.frames;
+        recording::SensorFrame const& frame =
+            *std::find_if(frames.begin(), frames.end(),
+                          [&](recording::SensorFrame const& f) { return f.frameNo == frameNo; });
+        if (chosen.size() < wanted && !frame.hasError && frame.afState && frame.aeStable == 1 &&
+            frame.timestampNs >= capture["pressNs"].get<int64_t>() - offsetNs) {
+            chosen.push_back(frameNo);
+        }
+    }
+    return chosen;
+}
+
+TEST(Replay, JsonIsEnoughToDecideAgain) {
+    recording::GeneratorOptions phone;
+    phone.frames = 600;
+    phone.missingAfStateRate = 0.4;
+    phone.errorRate = 0.1;
+    recording::Recording const recording = recording::generate(phone);
+    pipeline::ReplayOptions options;
+    options.captures = 40;
+    options.framesPerCapture = 3;
+    options.offsetMs = 120;
+    Json const json = report::toJson(run::replay(recording, options), nullptr);
+    ASSERT_EQ(json["captures"].size(), 40U);
+    std::set<std::string> kinds;
+    for (Json const& capture : json["captures"]) {
+        size_t wanted = 3;
+        for (size_t i = 0; i < capture["tries"].size(); ++i) {
+            Json const& attempt = capture["tries"][i];
+            std::vector<uint32_t> built;
+            for (size_t const index : attempt["builtFrames"]) {
+                built.push_back(capture["frames"][index]["frameNo"]);
+                kinds.insert(capture["frames"][index]["served"]);
+            }
+            EXPECT_EQ(built, defaultChoice(recording, capture, attempt, 120 * MS, wanted));
+            wanted -= built.size();
+        }
+    }
+    EXPECT_EQ(kinds, (std::set<std::string>{"atOnce", "waited"}));
+    EXPECT_TRUE(json["ledger"]["balances"]);
+    EXPECT_EQ(json, report::toJson(run::replay(recording, options), nullptr))
+        << "the same replay gives the same result";
 }
 
 TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {

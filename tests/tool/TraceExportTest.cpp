@@ -236,7 +236,7 @@ void checkSensor(Traced const& run, ReadTrace const& trace) {
     ASSERT_EQ(slices.size(), run.recording.frames.size());
     std::set<uint32_t> seen;
     for (Slice const& slice : slices) {
-        auto const frameNo = slice.args.at("frame").get<uint32_t>();
+        auto const frameNo = slice.args.at("frameNo").get<uint32_t>();
         size_t const i = frameNo - run.recording.frames.front().frameNo;
         recording::SensorFrame const& frame = run.recording.frames.at(i);
         EXPECT_TRUE(seen.insert(frameNo).second);

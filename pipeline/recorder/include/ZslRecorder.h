@@ -33,6 +33,25 @@ enum class ZslRecordingEnd : uint8_t {
     INTERRUPTED = 5,   ///< recording itself failed, for want of memory
 };
 
+/// `running`, `finished`, or the name of what went wrong.
+constexpr char const* toString(ZslRecordingEnd end) {
+    switch (end) {
+        case ZslRecordingEnd::RUNNING:
+            return "running";
+        case ZslRecordingEnd::FINISHED:
+            return "finished";
+        case ZslRecordingEnd::MEMORY_FULL:
+            return "memory full";
+        case ZslRecordingEnd::FILE_FULL:
+            return "file full";
+        case ZslRecordingEnd::WRITE_FAILED:
+            return "write failed";
+        case ZslRecordingEnd::INTERRUPTED:
+            break;
+    }
+    return "interrupted";
+}
+
 /// The state of a recording.
 struct ZslRecorderStatus {
     ZslRecordingEnd end = ZslRecordingEnd::RUNNING;

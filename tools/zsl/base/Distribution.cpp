@@ -11,8 +11,8 @@ namespace {
 
 /// The rank, from 1, of the value that a share of `count` values does not exceed.
 uint64_t nearestRank(uint64_t count, double share) {
-    return std::max<uint64_t>(
-        static_cast<uint64_t>(std::ceil(share * static_cast<double>(count))), 1);
+    return std::max<uint64_t>(static_cast<uint64_t>(std::ceil(share * static_cast<double>(count))),
+                              1);
 }
 
 }  // namespace

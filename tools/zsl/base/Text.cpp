@@ -214,4 +214,39 @@ std::string formatSeconds(int64_t ns) {
     return roundedTo(ns, kNsPerSecond, 3, 1'000'000);
 }
 
+std::string counted(size_t count, std::string_view one, std::string_view many) {
+    return fmt::format("{} {}", count, count == 1 ? one : many);
+}
+
+std::string wrap(std::string head, std::string_view text, Wrapping const& wrapping) {
+    auto const& [indent, columns, breakAfter, cutsWords] = wrapping;
+    head.resize(std::max(head.size() + (head.empty() ? 0 : 1), indent), ' ');
+    std::string out;
+    while (true) {
+        // However long the head is, half a line is left for the text.
+        size_t const room = columns - std::min(head.size(), columns / 2);
+        if (text.size() <= room) {
+            break;
+        }
+        size_t const visible = breakAfter.size() - 1;
+        size_t at = text.rfind(breakAfter, room - visible);
+        if (at == 0 || at == std::string_view::npos) {
+            at = cutsWords ? std::string_view::npos : text.find(breakAfter, 1);
+            if (!cutsWords && at == std::string_view::npos) {
+                break;
+            }
+        }
+        bool const isCut = at == std::string_view::npos;
+        out += head;
+        out += text.substr(0, isCut ? room : at + visible);
+        out += '\n';
+        text.remove_prefix(isCut ? room : at + breakAfter.size());
+        head.assign(indent, ' ');
+    }
+    out += head;
+    out += text;
+    out.erase(out.find_last_not_of(' ') + 1);
+    return out + "\n";
+}
+
 }  // namespace zebcam::tool::base

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -41,5 +42,19 @@ using FormFields = std::initializer_list<FormField>;
  * been filled.
  */
 bool match(std::string_view text, std::string_view form, FormFields fields);
+
+/// `1 frame`, `2 frames`.
+std::string counted(size_t count, std::string_view one, std::string_view many);
+
+/// How wrap() breaks a text into lines.
+struct Wrapping {
+    size_t indent = 0;  ///< column at which the text begins, in every line
+    size_t columns = 100;
+    std::string_view breakAfter = " ";  ///< ends with the blank that goes with the line's end
+    bool cutsWords = false;  ///< else what is longer than a line stays whole, so that it is found
+};
+
+/// `head`, and from the indent on (or a blank after a longer head) `text`, ending with a newline.
+std::string wrap(std::string head, std::string_view text, Wrapping const& wrapping);
 
 }  // namespace zebcam::tool::base

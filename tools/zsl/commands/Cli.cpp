@@ -11,7 +11,6 @@
 
 #include "Version.h"
 #include "base/Text.h"
-#include "commands/Commands.h"
 
 namespace zebcam::tool::commands {
 
@@ -59,7 +58,7 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     int status = 0;
     addReplayCommand(app, streams, status);
     addLiveCommand(app, streams, status);
-    addGenerateCommand(app, status);
+    addGenerateCommand(app, streams, status);
     addExplainCommand(app, streams, status);
     addCompareCommand(app, streams, status);
     for (CLI::App* const command : app.get_subcommands({})) {

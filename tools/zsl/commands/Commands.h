@@ -1,6 +1,6 @@
 #pragma once
 
-#include "commands/Cli.h"
+#include <iosfwd>
 
 namespace CLI {
 class App;
@@ -8,32 +8,34 @@ class App;
 
 namespace zebcam::tool::commands {
 
-/// Adds `compare` to `app`. When it is chosen, parsing runs it and sets `exitStatus`; bad input
-/// throws. `streams` and `exitStatus` must outlive `app`.
+/// Where a command's text goes.
+struct CliStreams {
+    std::ostream& out;
+    std::ostream& err;
+    bool showProgress = false;  ///< `err` is a terminal that somebody looks at
+};
+
+/// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
+/// input leaves the parsing as an exception whose text says what was expected and found. `streams`
+/// and `exitStatus` must outlive `app`'s parsing.
+
+/// `compare`, replays recordings under several settings: 0 when all runs are in order and within
+/// the limits, else 1; 128 and the signal when one ended it.
 void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
-struct CliStreams;
-
-/// Adds `explain`, which tells from a log why each capture got what it got, to the commands of
-/// `app`. When parsing meets it, it runs and sets `exitStatus`: 0, or 1 after a message when the
-/// log has nothing to explain. What cannot be read or written is thrown. `streams` and `exitStatus`
-/// must outlive `app`'s parsing.
+/// `explain`, tells from a log why each capture got what it got: 0, or 1 after a message when the
+/// log has nothing to explain.
 void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
-/// Adds `generate`, which writes a made-up recording, to the commands of `app`. When parsing meets
-/// it, it runs and sets `exitStatus`: 0 when done, 2 after a message on standard error when an
-/// option's value or the output is no good. `exitStatus` must outlive `app`'s parsing.
-void addGenerateCommand(CLI::App& app, int& exitStatus);
+/// `generate`, writes a made-up recording: 0.
+void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
-/// Adds `live`, which runs the pipeline in real time, to the commands of `app`. When parsing meets
-/// it, it runs and sets `exitStatus`: 0 when every capture was answered and the ledger balances,
-/// else 1. Input that is no good leaves the parsing as an exception. `streams` and `exitStatus`
-/// must outlive `app`'s parsing.
+/// `live`, runs the pipeline in real time: 0 when every capture was answered and the ledger
+/// balances, else 1.
 void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
-/// Adds `replay` to the commands of `app`. When parsing meets it, it runs and sets `exitStatus`: 0
-/// when every capture was answered and the ledger balances, else 1. Input that is no good leaves
-/// the parsing as an exception. `streams` and `exitStatus` must outlive `app`'s parsing.
+/// `replay`, replays a recording: 0 when every capture was answered and the ledger balances, or all
+/// decisions are the device's; else 1.
 void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
 }  // namespace zebcam::tool::commands

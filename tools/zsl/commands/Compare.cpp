@@ -1,5 +1,3 @@
-#include "commands/Commands.h"
-
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
@@ -15,15 +13,16 @@
 #include <utility>
 #include <vector>
 
-#include "base/AtomicFile.h"
 #include "base/InputError.h"
+#include "base/Progress.h"
+#include "base/ResultFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "compare/Comparison.h"
-#include "report/ComparisonFiles.h"
-#include "report/ComparisonTable.h"
+#include "report/ComparisonReport.h"
 #include "report/HtmlReport.h"
+#include "report/JsonReport.h"
 
 namespace zebcam::tool::commands {
 
@@ -41,54 +40,6 @@ struct Arguments {
     std::optional<std::string> json;
     std::optional<std::string> csv;
     std::optional<std::string> report;
-};
-
-/// The count of runs on one line of a terminal, wiped at the end.
-class Progress {
-public:
-    Progress(std::ostream& err, bool isOn) : mErr(err), mIsOn(isOn) {}
-    ~Progress() {
-        if (mIsOn) {
-            mErr << "\r\033[K" << std::flush;
-        }
-    }
-    Progress(Progress const&) = delete;
-    Progress& operator=(Progress const&) = delete;
-
-    void operator()(size_t runs, size_t total) {
-        if (mIsOn) {
-            mErr << fmt::format("\r{} of {} runs", runs, total) << std::flush;
-        }
-    }
-
-private:
-    std::ostream& mErr;
-    bool const mIsOn;
-};
-
-/// A file that gets a result, if one was asked for.
-class Output {
-public:
-    explicit Output(std::optional<std::string> const& path) {
-        if (path && *path != kStandardStream) {
-            mFile.emplace(*path);
-        }
-        mIsStandard = path == kStandardStream;
-    }
-
-    template <typename Write>
-    void put(Write const& write, std::ostream& standard) {
-        if (mFile) {
-            write(mFile->stream());
-            mFile->commit();
-        } else if (mIsStandard) {
-            write(standard);
-        }
-    }
-
-private:
-    std::optional<base::AtomicFile> mFile;
-    bool mIsStandard = false;
 };
 
 /// Refuses before the first run what would make every run fail.
@@ -145,22 +96,23 @@ int run(Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(arguments);
     base::SignalWatch const signals;
-    Output json(arguments.json);
-    Output csv(arguments.csv);
-    Output report(arguments.report);
+    base::ResultFile json(arguments.json, streams.out);
+    base::ResultFile csv(arguments.csv, streams.out);
+    base::ResultFile report(arguments.report, streams.out);
     std::vector<compare::ComparisonRow> rows;
     try {
-        Progress progress(streams.err, streams.showProgress);
+        base::Progress progress(streams.err, streams.showProgress, "runs");
         rows = compare::compare(arguments.plan, arguments.pool, signals,
                                 [&progress](size_t runs, size_t total) { progress(runs, total); });
     } catch (base::Interrupted const& interrupted) {
         streams.err << "zsl compare: " << interrupted.what() << '\n';
         return kSignalStatus + interrupted.signal();
     }
-    json.put([&](std::ostream& out) { report::writeJson(arguments.plan, rows, out); }, streams.out);
-    csv.put([&](std::ostream& out) { report::writeCsv(rows, out); }, streams.out);
-    report.put([&](std::ostream& out) { report::writeHtmlReport(rows, out); }, streams.out);
-    if (arguments.json != kStandardStream && arguments.csv != kStandardStream) {
+    json.put(
+        [&](std::ostream& out) { report::writeJson(report::toJson(arguments.plan, rows), out); });
+    csv.put([&](std::ostream& out) { report::writeCsv(rows, out); });
+    report.put([&](std::ostream& out) { report::writeHtmlReport(arguments.plan, rows, out); });
+    if (!json.isStandard() && !csv.isStandard()) {
         streams.out << report::comparisonTable(rows);
     }
     streams.out.flush();
@@ -226,20 +178,15 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
         "Exit with 1 if this holds for a run, as p95_lag_ms>50; may be repeated",
         "FIELD<|<=|>|>=|==|!=N")
         ->take_all();
-    addValue(
-        command, "--json", [&arguments](std::string const& text) { arguments.json = text; },
-        "Write JSON, - for standard output instead of the table", "FILE");
+    addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
     addValue(
         command, "--csv", [&arguments](std::string const& text) { arguments.csv = text; },
         "Write CSV, - for standard output instead of the table", "FILE");
-    addValue(
-        command, "--report",
-        [&arguments](std::string const& text) { arguments.report = requirePageFile(text); },
-        "Write a page for a browser", "FILE");
+    addReportOption(command, arguments.report);
 }
 
 std::string footer() {
-    std::string text = "Fields for --fail-if, which are columns of --csv and keys of --json:\n";
+    std::string text = "Fields for --fail-if, which are columns of --csv:\n";
     for (compare::ComparisonField const& field : compare::comparisonFields()) {
         text += fmt::format("  {:<22}{}\n", field.name, field.help);
     }

@@ -1,8 +1,5 @@
-#include "commands/Commands.h"
-
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,16 +13,15 @@
 #include <string>
 #include <vector>
 
-#include "base/AtomicFile.h"
 #include "base/InputError.h"
+#include "base/ResultFile.h"
 #include "base/Text.h"
-#include "commands/Cli.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "report/ExplanationText.h"
 #include "report/JsonReport.h"
+#include "report/TextReport.h"
 
 namespace zebcam::tool::commands {
 
@@ -95,11 +91,7 @@ std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
 }
 
 int run(Arguments const& arguments, CliStreams const& streams) {
-    // An output that cannot be written is told before a long log is read.
-    std::optional<base::AtomicFile> json;
-    if (arguments.json && arguments.json != kStandardStream) {
-        json.emplace(*arguments.json);
-    }
+    base::ResultFile json(arguments.json, streams.out);
     log::Explanation explanation = explainFile(arguments.log);
     if (explanation.counts.processor == 0) {
         streams.err << fmt::format("zsl explain: {}: no line of ZebCam/ZslProc among {} lines\n",
@@ -110,11 +102,9 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         streams.err << fmt::format("zsl explain: {}: {}\n", nameOf(arguments.log), *missing);
         return kNothingFound;
     }
-    if (json) {
-        json->stream() << report::toJson(explanation).dump(2) << '\n';
-        json->commit();
-    }
-    if (arguments.json != kStandardStream) {
+    std::string const path = arguments.log == kStandardStream ? "" : arguments.log;
+    json.put([&](std::ostream& out) { report::writeJson(report::toJson(explanation, path), out); });
+    if (!json.isStandard()) {
         streams.out << report::explanationText(explanation);
     } else {
         streams.out << report::toJson(explanation).dump(2) << '\n';
@@ -129,30 +119,18 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
     CLI::App* const command = app.add_subcommand(
         "explain", "Tell from a log of the processor why each capture got what it got");
     command
-        ->add_option("log", arguments->log,
+        ->add_option("LOGFILE", arguments->log,
                      "What adb logcat printed (threadtime, time, brief or long); - is standard "
                      "input [default: -]")
         ->type_name("FILE");
-    command
-        ->add_option("--json", arguments->json,
-                     "Write JSON too; - writes it to standard output instead of the table")
-        ->type_name("FILE");
-    command
-        ->add_option_function<std::vector<std::string>>(
-            "--request",
-            [arguments](std::vector<std::string> const& values) {
-                for (std::string const& value : values) {
-                    try {
-                        arguments->requests.push_back(
-                            static_cast<uint32_t>(parseWholeNumber(value, 0, UINT32_MAX)));
-                    } catch (std::invalid_argument const& error) {
-                        throw CLI::ValidationError("--request", error.what());
-                    }
-                }
-            },
-            "Show this capture only; may be repeated")
-        ->type_name("N")
-        ->allow_extra_args(false)
+    addJson(*command, arguments->json);
+    addValue(
+        *command, "--request",
+        [arguments](std::string const& text) {
+            arguments->requests.push_back(
+                static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX)));
+        },
+        "Show this capture only; may be repeated", "N")
         ->take_all();
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });

@@ -1,122 +1,136 @@
-#include "commands/Commands.h"
-
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
 #include <charconv>
-#include <cmath>
-#include <exception>
-#include <iostream>
+#include <limits>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 
+#include "base/ResultFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
+#include "commands/OptionValues.h"
 #include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
+#include "report/JsonReport.h"
 
 namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr double kNsPerMs = 1e6;
-
-/// The command line in the user's units.
 struct Arguments {
     std::string output;
+    std::optional<std::string> json;
     recording::GeneratorOptions options;
-    double jitterUs = static_cast<double>(options.jitterNs) / 1e3;
-    std::optional<double> exposureMs;
 };
 
-// Refuses what does not fit a number of ns, which rounding would leave undefined.
-int64_t toNs(char const* name, double value, double nsPerUnit) {
-    double const ns = value * nsPerUnit;
-    if (!(std::abs(ns) < 9e18)) {
-        throw std::invalid_argument(std::string(name) + ": expected a time within 64 bits of ns");
-    }
-    return std::llround(ns);
-}
-
-// What is too large would be cut to the largest number in silence.
-std::string refuseNoNumber(std::string const& text) {
-    uint64_t value = 0;
+double parseNumber(std::string const& text) {
+    double value = 0;
     auto const [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    bool const good = error == std::errc() && rest == text.data() + text.size();
-    return good ? "" : "expected a whole number below 2^64, found " + base::quoteContent(text);
-}
-
-int run(Arguments& arguments) {
-    try {
-        recording::GeneratorOptions& options = arguments.options;
-        options.jitterNs = toNs("jitter", arguments.jitterUs, 1e3);
-        if (arguments.exposureMs) {
-            options.exposureNs = toNs("exposure", *arguments.exposureMs, kNsPerMs);
-        }
-        recording::Recording const recording = recording::generate(options);
-        if (arguments.output != "-") {
-            recording::writeRecording(recording, arguments.output);
-            return 0;
-        }
-        recording::writeRecording(recording, std::cout);
-        return std::cout.flush() ? 0 : 2;
-    } catch (std::exception const& error) {
-        std::cerr << "zsl generate: " << error.what() << '\n';
-        return 2;
+    if (error != std::errc() || rest != text.data() + text.size()) {
+        throw std::invalid_argument("expected a number, found " + base::quoteContent(text));
     }
+    return value;
 }
 
-void addTimeOptions(CLI::App& command, Arguments& arguments) {
-    recording::GeneratorOptions& options = arguments.options;
-    command.add_option("--frames", options.frames, "Number of frames (2 to 1000000)");
-    command.add_option("--fps", options.fps, "Rate that the sensor reports (1 to 960)");
-    command.add_option("--seed", options.seedValue, "Another value makes another recording")
-        ->check(refuseNoNumber);
-    command.add_option("--start-ns", options.startNs, "Time of the first frame");
-    command.add_option("--first-frame", options.firstFrameNo, "Number of the first frame");
-    command.add_option("--interval-excess-ppm", options.intervalExcessPpm,
-                       "How much longer the intervals are than reported (0 to 100000)");
-    command.add_option("--jitter-us", arguments.jitterUs,
-                       "How far an interval strays (at most a tenth of it)");
-    command.add_option("--late-rate", options.lateRate,
-                       "Share of frames that come 1.3 ms late (at most 0.4 of an interval)");
-    command.add_option("--gap-rate", options.gapRate,
-                       "Share of intervals of twice the length, mostly in the first frames");
+int run(Arguments const& arguments, CliStreams const& streams) {
+    if (arguments.output == "-" && arguments.json == "-") {
+        throw CLI::ValidationError("--json", "--output goes to '-' as well");
+    }
+    base::ResultFile output(arguments.output, streams.out);
+    base::ResultFile json(arguments.json, streams.out);
+    recording::Recording recording = recording::generate(arguments.options);
+    recording.path = output.isStandard() ? "" : arguments.output;
+    output.put([&](std::ostream& out) { recording::writeRecording(recording, out); });
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(arguments.options, recording), out);
+    });
+    return 0;
 }
 
-void addStateOptions(CLI::App& command, Arguments& arguments) {
-    recording::GeneratorOptions& options = arguments.options;
-    command.add_option("--exposure-ms", arguments.exposureMs,
-                       "Exposure at the start, up to the frame duration "
-                       "[default: 10, or a third of a shorter frame]");
-    command.add_option("--exposure-drift-rate", options.exposureDriftRate,
-                       "Share of frames whose exposure changes by up to 5 %");
-    command.add_option("--exposure-jump-rate", options.exposureJumpRate,
-                       "Share of frames whose exposure doubles or halves");
-    command.add_option("--scan-rate", options.scanRate,
-                       "Share of frames that begin a focus scan, of those outside one");
-    command.add_option("--strange-af-state-rate", options.strangeAfStateRate,
-                       "Share of frames with the undocumented AF state 101");
-    command.add_option("--missing-af-state-rate", options.missingAfStateRate,
-                       "Share of frames without AF state, evenly spread");
-    command.add_option("--error-rate", options.errorRate, "Share of frames with an unusable image");
-    command.add_option("--unsynced-rate", options.unsyncedRate,
-                       "Share of frames whose sensors are not synchronised");
+/// Numbers of one type each; the generator knows their ranges, which partly depend on each other.
+class NumberOptions {
+public:
+    explicit NumberOptions(CLI::App& command) : mCommand(command) {}
+
+    template <typename Whole>
+    void addWhole(std::string const& name, Whole& value, std::string const& help) {
+        auto const max =
+            static_cast<int64_t>(std::min<uint64_t>(std::numeric_limits<Whole>::max(), INT64_MAX));
+        auto const parse = [&value, max](std::string const& text) {
+            value = static_cast<Whole>(parseWholeNumber(text, 0, max));
+        };
+        addValue(mCommand, name, parse, fmt::format("{} [default: {}]", help, value), "N");
+    }
+
+    void addNumber(std::string const& name, double& value, std::string const& help) {
+        auto const parse = [&value](std::string const& text) { value = parseNumber(text); };
+        addValue(mCommand, name, parse, fmt::format("{} [default: {}]", help, value), "X");
+    }
+
+    void addTime(std::string const& name, int64_t& ns, std::string const& help) {
+        auto const parse = [&ns](std::string const& text) { ns = base::parseDuration(text); };
+        addValue(mCommand, name, parse,
+                 fmt::format("{} [default: {}]", help, base::formatDuration(ns)), "T");
+    }
+
+private:
+    CLI::App& mCommand;
+};
+
+void addOptions(CLI::App& command, recording::GeneratorOptions& options) {
+    NumberOptions numbers(command);
+    numbers.addWhole("--frames", options.frames, "Number of frames, 2 to 1000000");
+    numbers.addNumber("--fps", options.fps, "Rate that the sensor reports, 1 to 960");
+    numbers.addWhole("--seed", options.seedValue, "Another value makes another recording");
+    numbers.addTime("--start", options.startNs, "Time of the first frame");
+    numbers.addWhole("--first-frame", options.firstFrameNo, "Number of the first frame");
+    numbers.addWhole("--interval-excess-ppm", options.intervalExcessPpm,
+                     "How much longer the intervals are than reported, up to 100000");
+    numbers.addTime("--jitter", options.jitterNs,
+                    "How far an interval strays, at most a tenth of it");
+    numbers.addNumber("--late-rate", options.lateRate,
+                      "Share of frames that come 1.3 ms late (at most 0.4 of an interval)");
+    numbers.addNumber("--gap-rate", options.gapRate,
+                      "Share of intervals of twice the length, mostly in the first frames");
+    addValue(
+        command, "--exposure",
+        [&options](std::string const& text) { options.exposureNs = base::parseDuration(text); },
+        "Exposure at the start, up to the frame duration [default: 10ms, or a third of a shorter "
+        "frame]",
+        "T");
+    numbers.addNumber("--exposure-drift-rate", options.exposureDriftRate,
+                      "Share of frames whose exposure changes by up to 5 %");
+    numbers.addNumber("--exposure-jump-rate", options.exposureJumpRate,
+                      "Share of frames whose exposure doubles or halves");
+    numbers.addNumber("--scan-rate", options.scanRate,
+                      "Share of frames that begin a focus scan, of those outside one");
+    numbers.addNumber("--strange-af-state-rate", options.strangeAfStateRate,
+                      "Share of frames with the undocumented AF state 101");
+    numbers.addNumber("--missing-af-state-rate", options.missingAfStateRate,
+                      "Share of frames without AF state, evenly spread");
+    numbers.addNumber("--error-rate", options.errorRate, "Share of frames with an unusable image");
+    numbers.addNumber("--unsynced-rate", options.unsyncedRate,
+                      "Share of frames whose sensors are not synchronised");
 }
 
 }  // namespace
 
-void addGenerateCommand(CLI::App& app, int& exitStatus) {
+void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
     auto const arguments = std::make_shared<Arguments>();
     CLI::App* const command = app.add_subcommand(
         "generate", "Write a made-up recording that shows what phones show (a rate is 0 to 1)");
-    command->option_defaults()->always_capture_default();
-    command->add_option("-o,--output", arguments->output, "File to write, - for standard output")
+    addValue(
+        *command, "-o,--output", [arguments](std::string const& text) { arguments->output = text; },
+        "File to write, - for standard output", "FILE")
         ->required();
-    addTimeOptions(*command, *arguments);
-    addStateOptions(*command, *arguments);
-    command->callback([arguments, &exitStatus] { exitStatus = run(*arguments); });
+    addOptions(*command, arguments->options);
+    addJson(*command, arguments->json, "Tell what was made as JSON, - for standard output");
+    command->callback(
+        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }
 
 }  // namespace zebcam::tool::commands

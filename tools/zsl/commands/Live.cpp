@@ -1,5 +1,3 @@
-#include "commands/Commands.h"
-
 #include <fmt/format.h>
 #include <poll.h>
 #include <CLI/CLI.hpp>
@@ -12,15 +10,15 @@
 #include <stdexcept>
 #include <string>
 
-#include "base/AtomicFile.h"
+#include "base/ResultFile.h"
 #include "base/SignalWatch.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
-#include "report/LiveJson.h"
-#include "report/LiveText.h"
+#include "report/JsonReport.h"
+#include "report/TextReport.h"
 #include "run/LiveRun.h"
 
 namespace zebcam::tool::commands {
@@ -61,7 +59,7 @@ recording::Recording sourceOf(Arguments& arguments) {
     generator.fps = static_cast<double>(arguments.fps);
     generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
     recording::Recording recording = recording::generate(generator);
-    recording.path = fmt::format("generated at {} frames/s", arguments.fps);
+    recording.path.clear();
     if (!arguments.options.durationNs) {
         arguments.options.durationNs = kGeneratedNs;
     }
@@ -93,28 +91,21 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
 int run(Arguments& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options.replay, arguments.options.replay.offsetMs);
     recording::Recording const recording = sourceOf(arguments);
-    bool const isTextShown = arguments.json != "-";
-    std::optional<base::AtomicFile> json;
-    if (arguments.json && isTextShown) {
-        json.emplace(*arguments.json);
-    }
+    base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.
     base::SignalWatch const signals;
     run::LiveRun live(recording, arguments.options,
                       [&streams](std::string const& lines) { streams.err << lines; });
     live.start();
-    std::optional<int> const signal = watch(live, signals, isTextShown ? streams.out : streams.err);
+    std::optional<int> const signal =
+        watch(live, signals, json.isStandard() ? streams.err : streams.out);
     run::LiveResult result = live.finish();
     result.signal = signal;
-    if (json) {
-        report::writeJson(result, json->stream());
-        json->commit();
+    // The text first: a run may have lasted for days, and the file may be refused.
+    if (!json.isStandard()) {
+        streams.out << '\n' << report::liveReport(result) << std::flush;
     }
-    if (isTextShown) {
-        streams.out << '\n' << report::liveReport(result);
-    } else {
-        report::writeJson(result, streams.out);
-    }
+    json.put([&](std::ostream& out) { report::writeJson(report::toJson(result, recording), out); });
     return result.isClean() ? 0 : 1;
 }
 
@@ -153,22 +144,6 @@ void addSourceOptions(CLI::App& command, Arguments& arguments) {
         "Time from dump to dump [default: 1s]", "T");
 }
 
-void addResultOptions(CLI::App& command, Arguments& arguments) {
-    addValue(
-        command, "--log",
-        [&arguments](std::string const& text) {
-            arguments.options.replay.logLevel = parseLogLevel(text);
-        },
-        "Print the processor's log: error, warning, info or debug", "LEVEL");
-    addValue(
-        command, "--record",
-        [&arguments](std::string const& text) { arguments.options.recordPath = requireFile(text); },
-        "Record what the processor sees, for zsl replay", "FILE");
-    addValue(
-        command, "--json", [&arguments](std::string const& text) { arguments.json = text; },
-        "Write the result as JSON too, - for standard output instead of the text", "FILE");
-}
-
 }  // namespace
 
 void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
@@ -180,7 +155,10 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
     addCaptureOptions(*command, arguments->options.replay);
     addPipelineOptions(*command, arguments->options.replay);
     addFaultOptions(*command, arguments->options.replay.faults);
-    addResultOptions(*command, *arguments);
+    addLogOption(*command, arguments->options.replay);
+    addFile(*command, "--record", arguments->options.recordPath,
+            "Record what the processor sees, for zsl replay");
+    addJson(*command, arguments->json);
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }

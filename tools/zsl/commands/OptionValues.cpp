@@ -124,20 +124,36 @@ CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count,
         fmt::format("{} [default: {}]", help, count), "N");
 }
 
-std::string requireFile(std::string const& path) {
-    if (path.empty() || path == "-") {
-        throw std::invalid_argument("expected the name of a file");
-    }
-    return path;
+CLI::Option* addFile(CLI::App& command, std::string const& name, std::optional<std::string>& path,
+                     std::string const& help) {
+    auto const parse = [&path](std::string const& text) {
+        if (text.empty() || text == "-") {
+            throw std::invalid_argument("expected the name of a file");
+        }
+        path = text;
+    };
+    return addValue(command, name, parse, help, "FILE");
 }
 
-std::string requirePageFile(std::string const& path) {
-    if (report::reportPage() == nullptr) {
-        throw std::invalid_argument(
-            "this zsl was built without the page; build it with -DZSL_BUILD_PAGE=ON, which needs "
-            "node and npm");
-    }
-    return requireFile(path);
+void addJson(CLI::App& command, std::optional<std::string>& path, std::string const& help) {
+    addValue(
+        command, "--json", [&path](std::string const& text) { path = text; }, help, "FILE");
+}
+
+void addLogOption(CLI::App& command, pipeline::ReplayOptions& options) {
+    addValue(
+        command, "--log",
+        [&options](std::string const& text) { options.logLevel = parseLogLevel(text); },
+        "Print the processor's log: error, warning, info or debug", "LEVEL");
+}
+
+void addReportOption(CLI::App& command, std::optional<std::string>& path) {
+    addFile(command, "--report", path, "Write a page for a browser")->check([](std::string const&) {
+        return report::reportPage() != nullptr ? std::string()
+                                               : "this zsl was built without the page; build it "
+                                                 "with -DZSL_BUILD_PAGE=ON, which "
+                                                 "needs node and npm";
+    });
 }
 
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {

@@ -34,7 +34,7 @@ uint32_t parseLogLevel(std::string const& text);
 /// `KEY=VALUE`; the value may be empty or contain further equals signs.
 std::pair<std::string, std::string> parseProperty(std::string const& text);
 
-/// Options that the commands share which replay recordings.
+/// Options that the commands share.
 
 inline constexpr int64_t kMaxFramesPerCapture = 1'000;
 inline constexpr int64_t kMaxHistory = 100'000;
@@ -49,13 +49,20 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
                       std::string const& help);
 
-/// The name of a file for a result that standard output cannot take beside the text; throws
-/// std::invalid_argument for `-` and for nothing.
-std::string requireFile(std::string const& path);
+/// An option for a result that standard output cannot take beside the text: `-` is refused.
+CLI::Option* addFile(CLI::App& command, std::string const& name, std::optional<std::string>& path,
+                     std::string const& help);
 
-/// The same for a page, which not every build can write; throws std::invalid_argument if this one
-/// cannot.
-std::string requirePageFile(std::string const& path);
+/// --json.
+void addJson(CLI::App& command, std::optional<std::string>& path,
+             std::string const& help =
+                 "Write the result as JSON too, - for standard output instead of the text");
+
+/// --log.
+void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --report, which not every build can write.
+void addReportOption(CLI::App& command, std::optional<std::string>& path);
 
 /// --press, --captures.
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);

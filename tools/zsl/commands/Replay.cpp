@@ -1,30 +1,32 @@
-#include "commands/Commands.h"
-
 #include <fmt/format.h>
+#include <ulog/ULogger.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
-#include "base/AtomicFile.h"
+#include "base/Progress.h"
+#include "base/ResultFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
-#include "commands/ReplayObserver.h"
 #include "device/DeviceRecordingReader.h"
+#include "log/Explainer.h"
+#include "log/Logcat.h"
+#include "pipeline/ProcessorLog.h"
 #include "recording/RecordingFile.h"
 #include "report/HtmlReport.h"
 #include "report/JsonReport.h"
 #include "report/TextReport.h"
 #include "report/TraceExport.h"
 #include "run/DeviceReplay.h"
+#include "run/ProcessorSections.h"
 #include "run/Replay.h"
 
 namespace zebcam::tool::commands {
@@ -42,32 +44,6 @@ struct Arguments {
     pipeline::ReplayOptions options;
 };
 
-/// Progress in percent on one line of a terminal, wiped at the end.
-class Progress {
-public:
-    Progress(std::ostream& err, bool isOn) : mErr(err), mIsOn(isOn) {}
-    ~Progress() {
-        if (mShown >= 0) {
-            mErr << "\r\033[K" << std::flush;
-        }
-    }
-    Progress(Progress const&) = delete;
-    Progress& operator=(Progress const&) = delete;
-
-    void operator()(size_t frames, size_t total) {
-        int const percent = static_cast<int>(frames * 100 / total);
-        if (mIsOn && total >= kLongRecording && percent != mShown) {
-            mShown = percent;
-            mErr << fmt::format("\r{:3} % of {} frames", percent, total) << std::flush;
-        }
-    }
-
-private:
-    std::ostream& mErr;
-    bool const mIsOn;
-    int mShown = -1;
-};
-
 void addTimedOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     auto const addTo = [](std::vector<int64_t>& times) {
         return [&times](std::string const& text) { times.push_back(base::parseDuration(text)); };
@@ -80,57 +56,79 @@ void addTimedOptions(CLI::App& command, pipeline::ReplayOptions& options) {
         ->take_all();
 }
 
-/// A file for results, opened before the work begins so that a bad path is told at once.
-std::optional<base::AtomicFile> openResult(std::optional<std::string> const& path) {
-    return path && path != "-" ? std::optional<base::AtomicFile>(std::in_place, *path)
-                               : std::nullopt;
-}
-
-ReplayObserver::Wishes wishesOf(Arguments const& arguments, CliStreams const& streams) {
-    ReplayObserver::Wishes wishes;
-    wishes.shownLevel = arguments.options.logLevel;
-    wishes.show = [&streams](std::string const& lines) { streams.err << lines; };
-    wishes.reasons = arguments.explain || arguments.json || arguments.trace || arguments.report;
-    wishes.sections = arguments.trace.has_value();
-    return wishes;
-}
-
-/// What is to be replayed: a recording of a device, or else one of a sensor.
-struct Source {
-    std::optional<device::DeviceRecording> device;
-    recording::Recording sensor;
-};
-
-Source readSource(std::string const& path) {
-    Source source;
-    if (device::isDeviceRecording(path)) {
-        source.device = device::readDeviceRecording(path);
-    } else {
-        source.sensor = recording::readRecording(path);
+/// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
+/// decision, and what a trace shows. What was not asked for costs nothing and stays empty.
+class Observer {
+public:
+    Observer(Arguments const& arguments, CliStreams const& streams)
+        : mShownLevel(arguments.options.logLevel),
+          mErr(streams.err),
+          mProgress(std::in_place, streams.err, streams.showProgress, "frames", kLongRecording),
+          mWantsReasons(arguments.explain || arguments.json || arguments.trace ||
+                        arguments.report) {
+        if (arguments.trace) {
+            mRecorder.emplace();
+        }
     }
-    return source;
-}
 
-/// What came of a replay, and the frames that were in it.
-struct Replayed {
-    recording::Recording recording;
-    run::ReplayResult result;
-};
-
-Replayed replaySource(Source source, pipeline::ReplayOptions const& options,
-                      ReplayObserver& observer) {
-    Replayed replayed;
-    if (source.device) {
-        run::DeviceReplayResult device =
-            run::replayDevice(*source.device, options.logLevel, observer.listener());
-        replayed = {std::move(device.frames), std::move(device.replay)};
-    } else {
-        replayed.recording = std::move(source.sensor);
-        replayed.result = run::replay(replayed.recording, options, observer.listener());
+    /// The log level that it needs: the reasons stand in debug lines.
+    uint32_t logLevel() const {
+        return mWantsReasons ? static_cast<uint32_t>(NSCam::Utils::ULog::LOG_LEVEL_DEBUG)
+                             : mShownLevel;
     }
-    observer.finish();
-    return replayed;
-}
+
+    run::ReplayListener listener() {
+        run::ReplayListener listener;
+        listener.progress = [this](size_t frames, size_t total) { (*mProgress)(frames, total); };
+        if (logLevel() > 0) {
+            listener.log = [this](int64_t timeNs, host::LogLine const& line) {
+                onLog(timeNs, line);
+            };
+        }
+        if (mRecorder) {
+            listener.occupancy = &mOccupancy;
+        }
+        return listener;
+    }
+
+    /// Ends the observation, before anything else is printed.
+    void finish() {
+        mProgress.reset();
+        if (mWantsReasons) {
+            mExplanation = mExplainer.finish();
+        }
+        if (mRecorder) {
+            mSections = mRecorder->finish();
+            mRecorder.reset();
+        }
+    }
+
+    log::Explanation const* explanation() const { return mExplanation ? &*mExplanation : nullptr; }
+    std::vector<run::OccupancySample> const& occupancy() const { return mOccupancy; }
+    std::vector<run::ProcessorSection> const& sections() const { return mSections; }
+
+private:
+    void onLog(int64_t timeNs, host::LogLine const& line) {
+        log::LogRecord const record = log::fromLogLine(line);
+        if (pipeline::logLevelOf(line) <= mShownLevel) {
+            mErr << log::toThreadtime(record, timeNs);
+        }
+        // A line that goes to the Android log only is a dump and tells of no decision.
+        if (mWantsReasons && line.output == host::LogLine::Output::Camera) {
+            mExplainer.feed(record);
+        }
+    }
+
+    uint32_t const mShownLevel;
+    std::ostream& mErr;
+    std::optional<base::Progress> mProgress;
+    bool const mWantsReasons;
+    log::Explainer mExplainer;
+    std::optional<log::Explanation> mExplanation;
+    std::vector<run::OccupancySample> mOccupancy;
+    std::optional<run::SectionRecorder> mRecorder;
+    std::vector<run::ProcessorSection> mSections;
+};
 
 /// Throws CLI::ValidationError for an option whose value a device's recording fixes.
 void requireNoFixedOption(CLI::App const& command, std::string const& path) {
@@ -145,45 +143,44 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
     }
 }
 
+/// What came of a replay, and the frames that were in it.
+std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
+                                                              Arguments const& arguments,
+                                                              Observer& observer) {
+    pipeline::ReplayOptions options = arguments.options;
+    options.logLevel = observer.logLevel();
+    if (device::isDeviceRecording(arguments.recording)) {
+        requireNoFixedOption(command, arguments.recording);
+        device::DeviceRecording const recording = device::readDeviceRecording(arguments.recording);
+        run::DeviceReplayResult replayed =
+            run::replayDevice(recording, options.logLevel, observer.listener());
+        return {std::move(replayed.frames), std::move(replayed.replay)};
+    }
+    recording::Recording recording = recording::readRecording(arguments.recording);
+    run::ReplayResult result = run::replay(recording, options, observer.listener());
+    return {std::move(recording), std::move(result)};
+}
+
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options, arguments.options.offsetMs);
-    Source source = readSource(arguments.recording);
-    if (source.device) {
-        requireNoFixedOption(command, arguments.recording);
-    }
-    std::optional<base::AtomicFile> json = openResult(arguments.json);
-    std::optional<base::AtomicFile> trace = openResult(arguments.trace);
-    std::optional<base::AtomicFile> report = openResult(arguments.report);
+    base::ResultFile json(arguments.json, streams.out);
+    base::ResultFile trace(arguments.trace, streams.out);
+    base::ResultFile report(arguments.report, streams.out);
 
-    auto wishes = wishesOf(arguments, streams);
-    std::optional<Progress> progress(std::in_place, streams.err, streams.showProgress);
-    wishes.progress = [&](size_t frames, size_t total) { (*progress)(frames, total); };
-    ReplayObserver observer(std::move(wishes));
-    Replayed const replayed =
-        replaySource(std::move(source), observer.listeningOptions(arguments.options), observer);
-    run::ReplayResult const& result = replayed.result;
-    recording::Recording const& recording = replayed.recording;
-    progress.reset();
+    Observer observer(arguments, streams);
+    auto const& [recording, result] = replayFile(command, arguments, observer);
+    observer.finish();
+    log::Explanation const* const reasons = observer.explanation();
 
-    if (json) {
-        report::writeJson(result, observer.explanation(), json->stream());
-        json->commit();
-    }
-    if (trace) {
-        report::writeTrace(
-            {recording, result, observer.explanation(), observer.occupancy(), observer.sections()},
-            trace->stream());
-        trace->commit();
-    }
-    if (report) {
-        report::writeHtmlReport(recording, result, observer.explanation(), report->stream());
-        report->commit();
-    }
-    if (arguments.json == "-") {
-        report::writeJson(result, observer.explanation(), streams.out);
-    } else {
-        streams.out << report::textReport(result,
-                                          arguments.explain ? observer.explanation() : nullptr);
+    json.put([&](std::ostream& out) { report::writeJson(report::toJson(result, reasons), out); });
+    trace.put([&](std::ostream& out) {
+        report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections()},
+                           out);
+    });
+    report.put(
+        [&](std::ostream& out) { report::writeHtmlReport(recording, result, reasons, out); });
+    if (!json.isStandard()) {
+        streams.out << report::textReport(result, arguments.explain ? reasons : nullptr);
     }
     return result.isClean() ? 0 : 1;
 }
@@ -205,23 +202,12 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addCaptureOptions(*command, arguments->options);
     addPipelineOptions(*command, arguments->options);
     addFaultOptions(*command, arguments->options.faults);
-    addValue(
-        *command, "--log",
-        [arguments](std::string const& text) { arguments->options.logLevel = parseLogLevel(text); },
-        "Print the processor's log: error, warning, info or debug", "LEVEL");
-    addValue(
-        *command, "--json", [arguments](std::string const& text) { arguments->json = text; },
-        "Write the result as JSON too, - for standard output instead of the text", "FILE");
+    addLogOption(*command, arguments->options);
+    addJson(*command, arguments->json);
     command->add_flag("--explain", arguments->explain,
                       "Tell for each try which history frames were taken or refused, and why");
-    addValue(
-        *command, "--trace",
-        [arguments](std::string const& text) { arguments->trace = requireFile(text); },
-        "Write a trace for ui.perfetto.dev", "FILE");
-    addValue(
-        *command, "--report",
-        [arguments](std::string const& text) { arguments->report = requirePageFile(text); },
-        "Write a page for a browser", "FILE");
+    addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
+    addReportOption(*command, arguments->report);
     command->callback([command, arguments, &streams, &exitStatus] {
         exitStatus = run(*command, *arguments, streams);
     });

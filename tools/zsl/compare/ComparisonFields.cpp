@@ -48,15 +48,6 @@ RefusalCounts countRefusals(log::Explanation const& explanation) {
 RunNumbers numbersOf(run::ReplayResult const& result, RefusalCounts const& refusals) {
     RunNumbers numbers;
     numbers.summary = result.summary;
-    std::vector<int64_t> waits;
-    for (pipeline::CaptureRecord const& capture : result.captures) {
-        for (pipeline::FrameOutcome const& frame : capture.frames) {
-            if (std::optional<int64_t> const wait = capture.waitNs(frame)) {
-                waits.push_back(*wait);
-            }
-        }
-    }
-    numbers.wait = base::spreadOf(std::move(waits));
     numbers.refusals = refusals;
     numbers.ledger = result.ledger;
     numbers.longestHeldNs = result.longestHeldNs;
@@ -101,7 +92,7 @@ FieldValue lag(RunNumbers const& numbers) {
 
 template <auto Member>
 FieldValue wait(RunNumbers const& numbers) {
-    return msOf(numbers.wait.count > 0, numbers.wait.*Member);
+    return msOf(numbers.summary.wait.count > 0, numbers.summary.wait.*Member);
 }
 
 FieldValue atOncePercent(RunNumbers const& numbers) {

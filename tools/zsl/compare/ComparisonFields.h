@@ -38,7 +38,6 @@ RefusalCounts countRefusals(log::Explanation const& explanation);
 /// What is counted and measured in one run. Plain data, so that it can go from process to process.
 struct RunNumbers {
     run::ReplaySummary summary;
-    base::Spread wait;  ///< from the press to the answer, of the frames that were answered
     RefusalCounts refusals;
     host::BufferLedger::Totals ledger;
     int64_t longestHeldNs = 0;   ///< the longest time that a buffer set was handed out
@@ -91,6 +90,7 @@ public:
     std::optional<std::string> brokenBy(RunNumbers const& numbers) const;
 
     std::string const& text() const { return mText; }
+    ComparisonField const& field() const { return *mField; }
 
 private:
     enum class Comparison { Less, LessEqual, Greater, GreaterEqual, Equal, Unequal };

@@ -30,19 +30,6 @@ std::set<int64_t> decodeIds(Decoder& in) {
     return ids;
 }
 
-char const* reasonOf(ZslRecordingEnd end) {
-    switch (end) {
-        case ZslRecordingEnd::MEMORY_FULL:
-            return "the file took the records more slowly than they came";
-        case ZslRecordingEnd::FILE_FULL:
-            return "the file reached its largest size";
-        case ZslRecordingEnd::WRITE_FAILED:
-            return "the file could not be written";
-        default:
-            return "recording failed";
-    }
-}
-
 }  // namespace
 
 void Decoder::fail(std::string_view expected, std::string_view found) const {
@@ -187,7 +174,7 @@ void EntryDecoder::decodeEnd(Decoder& in) {
         mRecording.notes.push_back(
             fmt::format("the recorder ended early, after {} operations: {}; at least {} operations "
                         "came after that",
-                        mRecording.operations.size(), reasonOf(end), missed));
+                        mRecording.operations.size(), toString(end), missed));
     }
 }
 

@@ -12,8 +12,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "base/Text.h"
 #include "base/InputError.h"
+#include "base/Text.h"
 #include "pipeline/MetadataAccess.h"
 
 namespace zebcam::tool::pipeline {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/SeededRandom.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::recording {
 
@@ -251,17 +252,25 @@ void requireRange(std::string_view name, Value value, Value min, Value max) {
     }
 }
 
+void requireTime(std::string_view name, int64_t ns, int64_t minNs, int64_t maxNs) {
+    if (ns < minNs || ns > maxNs) {
+        throw std::invalid_argument(
+            fmt::format("{}: expected {} to {}, found {}", name, base::formatDuration(minNs),
+                        base::formatDuration(maxNs), base::formatDuration(ns)));
+    }
+}
+
 void requireRates(GeneratorOptions const& options) {
     std::pair<std::string_view, double> const rates[] = {
-        {"late rate", options.lateRate},
-        {"gap rate", options.gapRate},
-        {"exposure drift rate", options.exposureDriftRate},
-        {"exposure jump rate", options.exposureJumpRate},
-        {"scan rate", options.scanRate},
-        {"strange AF state rate", options.strangeAfStateRate},
-        {"missing AF state rate", options.missingAfStateRate},
-        {"error rate", options.errorRate},
-        {"unsynced rate", options.unsyncedRate},
+        {"--late-rate", options.lateRate},
+        {"--gap-rate", options.gapRate},
+        {"--exposure-drift-rate", options.exposureDriftRate},
+        {"--exposure-jump-rate", options.exposureJumpRate},
+        {"--scan-rate", options.scanRate},
+        {"--strange-af-state-rate", options.strangeAfStateRate},
+        {"--missing-af-state-rate", options.missingAfStateRate},
+        {"--error-rate", options.errorRate},
+        {"--unsynced-rate", options.unsyncedRate},
     };
     for (auto const& [name, rate] : rates) {
         requireRange(name, rate, 0.0, 1.0);
@@ -269,12 +278,12 @@ void requireRates(GeneratorOptions const& options) {
 }
 
 void requireValid(GeneratorOptions const& options) {
-    requireRange<uint32_t>("frames", options.frames, 2, 1'000'000);
-    requireRange("fps", options.fps, 1.0, 960.0);
-    requireRange<int64_t>("start (ns)", options.startNs, 1, 1'000'000'000'000'000'000);
-    requireRange<uint32_t>("first frame number", options.firstFrameNo, 0,
+    requireRange<uint32_t>("--frames", options.frames, 2, 1'000'000);
+    requireRange("--fps", options.fps, 1.0, 960.0);
+    requireTime("--start", options.startNs, 1, 1'000'000'000'000'000'000);
+    requireRange<uint32_t>("--first-frame", options.firstFrameNo, 0,
                            std::numeric_limits<uint32_t>::max() - (options.frames - 1));
-    requireRange<uint32_t>("interval excess (ppm)", options.intervalExcessPpm, 0, 100'000);
+    requireRange<uint32_t>("--interval-excess-ppm", options.intervalExcessPpm, 0, 100'000);
     requireRates(options);
 }
 
@@ -286,8 +295,8 @@ Recording generate(GeneratorOptions const& options) {
     int64_t const intervalNs = durationNs + durationNs * options.intervalExcessPpm / 1'000'000;
     int64_t const exposureNs =
         options.exposureNs.value_or(std::min<int64_t>(10'000'000, durationNs / 3));
-    requireRange<int64_t>("exposure (ns)", exposureNs, 1, durationNs);
-    requireRange<int64_t>("jitter (ns)", options.jitterNs, 0, intervalNs / 10);
+    requireTime("--exposure", exposureNs, 1, durationNs);
+    requireTime("--jitter", options.jitterNs, 0, intervalNs / 10);
 
     TimingGenerator timing(options, intervalNs);
     ExposureGenerator exposure(options, exposureNs, durationNs);

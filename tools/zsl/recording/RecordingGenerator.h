@@ -30,8 +30,8 @@ struct GeneratorOptions {
 
 /// Makes a recording that shows what phones show. Subjects (timing, exposure, focus, faults) draw
 /// from random sequences of their own, so that changing the rate of one leaves the others alone;
-/// the result is the same on every platform. Throws std::invalid_argument naming the option, what
-/// was expected and what was found.
+/// the result is the same on every platform. Throws std::invalid_argument naming the option as the
+/// command line has it, what was expected and what was found.
 Recording generate(GeneratorOptions const& options);
 
 }  // namespace zebcam::tool::recording

@@ -1,5 +1,3 @@
-#include "report/CaptureTracks.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -8,7 +6,8 @@
 #include <tuple>
 #include <utility>
 
-#include "report/Lanes.h"
+#include "report/JsonParts.h"
+#include "report/TraceTracks.h"
 
 namespace zebcam::tool::report {
 
@@ -80,11 +79,8 @@ CaptureShape shapeOf(pipeline::CaptureRecord const& record, size_t capture, int6
 
 namespace {
 
-using Json = TraceEvents::Json;
-
 constexpr char CATEGORY[] = "capture";
 constexpr int64_t ANSWER_ROWS = 500'000;  ///< above the threads of the captures
-constexpr int64_t NS_PER_MS = 1'000'000;
 
 struct Instant {
     int64_t timeNs = 0;
@@ -93,53 +89,21 @@ struct Instant {
     Json args;
 };
 
-template <typename T>
-void addIfKnown(Json& json, char const* key, std::optional<T> const& value) {
-    if (value) {
-        json[key] = *value;
-    }
-}
-
-Json frameArgs(pipeline::CaptureRecord const& capture, size_t index) {
-    pipeline::FrameOutcome const& frame = capture.frames[index];
-    Json args = {{"index", index}, {"served", toString(frame.served)}};
-    addIfKnown(args, "historyFrame", frame.historyFrame);
-    addIfKnown(args, "timestampNs", frame.timestampNs);
-    addIfKnown(args, "lagNs", capture.lagNs(frame));
-    addIfKnown(args, "waitNs", capture.waitNs(frame));
-    addIfKnown(args, "resultNs", frame.resultNs);
-    addIfKnown(args, "reportedTimestampNs", frame.reportedNs);
-    return args;
-}
-
 Json answerArgs(pipeline::CaptureRecord const& capture, Answer const& answer) {
     Json frames = Json::array();
     for (size_t const index : answer.frames) {
-        frames.push_back(frameArgs(capture, index));
+        frames.push_back(withoutNulls(frameJson(capture, index)));
     }
-    return {{"capture", capture.requestNo}, {"frames", std::move(frames)}};
+    return {{"requestNo", capture.requestNo}, {"frames", std::move(frames)}};
 }
 
 Instant refusal(int64_t timeNs, log::TryExplanation const& attempt, uint32_t requestNo,
                 log::Candidate const& frame) {
-    Json args = {
-        {"capture", requestNo}, {"frame", frame.frameNo}, {"reason", frame.criterionName()}};
-    addIfKnown(args, "forIndex", frame.index);
-    auto const addText = [&args](char const* key, std::string const& text) {
-        if (!text.empty()) {
-            args[key] = text;
-        }
-    };
-    addText("policy", attempt.selector);
-    addText("stream", frame.stream);
-    addText("wanted", frame.wanted);
-    addText("found", frame.found);
-    if (!frame.notes.empty()) {
-        args["notes"] = frame.notes;
-    }
+    Json args = {{"requestNo", requestNo}, {"selector", orNull(attempt.selector)}};
+    args.update(candidateJson(frame));
     return {timeNs, "refusal",
             fmt::format("frame {} refused: {}", frame.frameNo, frame.criterionName()),
-            std::move(args)};
+            withoutNulls(args)};
 }
 
 /// The log tells the age of the capture at each try, the replay also the time. A log may lack
@@ -152,7 +116,7 @@ void addRefusals(std::vector<Instant>& out, pipeline::CaptureRecord const& captu
             attempt.ageMs.value_or(recorded != capture.tries.end() ? recorded->ageMs : 0);
         recorded = std::find_if(recorded, capture.tries.end(),
                                 [ageMs](pipeline::TryRecord const& t) { return t.ageMs >= ageMs; });
-        int64_t timeNs = capture.pressNs + ageMs * NS_PER_MS;
+        int64_t timeNs = capture.pressNs + nsOfMs(ageMs);
         if (recorded != capture.tries.end() && recorded->ageMs == ageMs) {
             timeNs = recorded->timeNs;
             ++recorded;
@@ -173,7 +137,7 @@ std::vector<Instant> instantsOf(pipeline::CaptureRecord const& capture, CaptureS
             {capture.pressNs,
              CATEGORY,
              "early shutter",
-             {{"capture", capture.requestNo}, {"timestampNs", *capture.earlyShutterNs}}});
+             {{"requestNo", capture.requestNo}, {"earlyShutterNs", *capture.earlyShutterNs}}});
     }
     if (explanation != nullptr) {
         addRefusals(instants, capture, *explanation);
@@ -188,14 +152,15 @@ std::vector<Instant> instantsOf(pipeline::CaptureRecord const& capture, CaptureS
 }
 
 Json captureArgs(pipeline::CaptureRecord const& capture) {
-    Json args = {{"requestNo", capture.requestNo},
-                 {"pressNs", capture.pressNs},
-                 {"tries", capture.tries.size()}};
-    addIfKnown(args, "earlyShutterNs", capture.earlyShutterNs);
+    Json frames = Json::array();
     for (size_t i = 0; i < capture.frames.size(); ++i) {
-        args["frames"].push_back(frameArgs(capture, i));
+        frames.push_back(withoutNulls(frameJson(capture, i)));
     }
-    return args;
+    return withoutNulls({{"requestNo", capture.requestNo},
+                         {"pressNs", capture.pressNs},
+                         {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+                         {"tries", capture.tries.size()},
+                         {"frames", std::move(frames)}});
 }
 
 void writeSlices(TraceEvents& events, Track track, pipeline::CaptureRecord const& capture,

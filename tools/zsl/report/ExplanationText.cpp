@@ -1,48 +1,29 @@
-#include "report/ExplanationText.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
+
+#include "base/Text.h"
+#include "log/Explanation.h"
+#include "report/TextReport.h"
 
 namespace zebcam::tool::report {
 
+using base::counted;
+
 namespace {
 
-constexpr size_t kColumns = 100;
 constexpr size_t kLabelEnd = 14;
 constexpr size_t kReasonStart = 40;
 
-/// `head`, then `text` from column `start` on, broken at blanks where the line is full.
+// A log's texts can be of any length, and nobody copies them from here.
 std::string row(std::string head, size_t start, std::string_view text) {
-    std::string out;
-    head.resize(std::max(head.size() + 1, start), ' ');
-    while (true) {
-        size_t const room = kColumns - std::min(head.size(), kColumns / 2);
-        if (text.size() <= room) {
-            break;
-        }
-        size_t cut = text.rfind(' ', room);
-        bool const isBlank = cut != std::string_view::npos && cut > 0;
-        cut = isBlank ? cut : room;
-        out += head;
-        out += text.substr(0, cut);
-        out += '\n';
-        text.remove_prefix(isBlank ? cut + 1 : cut);
-        head.assign(start, ' ');
-    }
-    out += head;
-    out += text;
-    out.erase(out.find_last_not_of(' ') + 1);
-    return out + "\n";
+    return base::wrap(std::move(head), text, {.indent = start, .cutsWords = true});
 }
 
 std::string labelled(std::string_view label, std::string_view text) {
     return row(fmt::format("    {}", label), kLabelEnd, text);
-}
-
-std::string counted(size_t count, std::string_view one, std::string_view many) {
-    return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
 void append(std::string& list, std::string_view separator, std::string_view text) {

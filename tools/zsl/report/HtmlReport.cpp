@@ -1,16 +1,14 @@
 #include "report/HtmlReport.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 
 #include "Version.h"
 #include "compare/ComparisonFields.h"
+#include "report/JsonParts.h"
 #include "report/JsonReport.h"
 #include "report/Page.h"
 #include "report/TextReport.h"
@@ -18,8 +16,6 @@
 namespace zebcam::tool::report {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 void writePart(ReportPage::Part part, std::ostream& out) {
     for (std::string_view const piece : part) {
@@ -119,34 +115,6 @@ Json sensorJson(recording::Recording const& recording) {
             {"hasError", column(frames, &F::hasError)}};
 }
 
-Json replayJson(run::ReplayResult const& result, log::Explanation const* explanation) {
-    std::ostringstream text;
-    writeJson(result, explanation, text);
-    return Json::parse(text.str());
-}
-
-Json rowJson(compare::ComparisonRow const& row) {
-    pipeline::ReplayOptions const& options = row.options;
-    Json numbers = nullptr;
-    if (row.numbers) {
-        for (compare::ComparisonField const& field : compare::comparisonFields()) {
-            std::optional<double> const number = compare::asNumber(field.value(*row.numbers));
-            numbers[field.name] = number ? Json(*number) : Json(nullptr);
-        }
-    }
-    std::optional<int64_t> const offsetMs = row.offsetMs();
-    return {{"recording", row.recording},
-            {"policy", options.policy.name()},
-            {"offsetMs", offsetMs ? Json(*offsetMs) : Json(nullptr)},
-            {"framesPerCapture", options.framesPerCapture},
-            {"historyFrames", options.history},
-            {"frameSync", options.frameSync},
-            {"status", row.status()},
-            {"problems", row.problems},
-            {"broken", row.broken},
-            {"numbers", std::move(numbers)}};
-}
-
 std::string comparisonText(std::vector<compare::ComparisonRow> const& rows) {
     std::string text;
     for (compare::ComparisonRow const& row : rows) {
@@ -174,17 +142,14 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
     writePage(result.path + " - replay", textReport(result),
               {{"version", VERSION},
                {"sensor", sensorJson(recording)},
-               {"replay", replayJson(result, explanation)}},
+               {"replay", toJson(result, explanation)}},
               out);
 }
 
-void writeHtmlReport(std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
-    Json comparison = Json::array();
-    for (compare::ComparisonRow const& row : rows) {
-        comparison.push_back(rowJson(row));
-    }
+void writeHtmlReport(compare::ComparisonPlan const& plan,
+                     std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
     writePage("Comparison of policies", comparisonText(rows),
-              {{"version", VERSION}, {"comparison", std::move(comparison)}}, out);
+              {{"version", VERSION}, {"comparison", toJson(plan, rows)}}, out);
 }
 
 }  // namespace zebcam::tool::report

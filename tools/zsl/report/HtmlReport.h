@@ -17,6 +17,7 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
                      log::Explanation const* explanation, std::ostream& out);
 
 /// The same of a comparison.
-void writeHtmlReport(std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
+void writeHtmlReport(compare::ComparisonPlan const& plan,
+                     std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
 
 }  // namespace zebcam::tool::report

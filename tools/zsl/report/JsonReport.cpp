@@ -1,316 +1,51 @@
 #include "report/JsonReport.h"
 
-#include <nlohmann/json.hpp>
-
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <ostream>
-#include <string>
 #include <utility>
 
-#include "Version.h"
+#include "report/JsonParts.h"
 
 namespace zebcam::tool::report {
 
-nlohmann::ordered_json faultJson(pipeline::FaultOptions const& options,
-                                 pipeline::FaultTally const& tally) {
-    using Json = nlohmann::ordered_json;
-    Json rules = Json::array();
-    for (pipeline::FaultRule const& rule : options.rules) {
-        rules.push_back(toString(rule));
-    }
-    Json strikes = Json::object();
-    for (auto const& [kind, count] : tally.strikes) {
-        strikes[std::string(pipeline::traitsOf(kind).name)] = count;
-    }
-    return {{"randomSeed", tally.randomSeed},
-            {"rules", std::move(rules)},
-            {"strikes", std::move(strikes)}};
-}
-
-using Json = nlohmann::ordered_json;
-
 namespace {
 
-template <typename T>
-Json orNull(std::optional<T> const& value) {
-    return value ? Json(*value) : Json(nullptr);
-}
-
-Json orNull(std::string const& text) {
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
-template <typename Items, typename Make>
-Json listOf(Items const& items, Make const& make) {
-    Json list = Json::array();
-    for (auto const& item : items) {
-        list.push_back(make(item));
-    }
-    return list;
-}
-
-Json wantedJson(log::WantedFrame const& frame) {
-    return {{"index", frame.index},
-            {"type", frame.type},
-            {"halImages", frame.streams.halImages},
-            {"halMetas", frame.streams.halMetas},
-            {"appMetas", frame.streams.appMetas}};
-}
-
-Json candidateJson(log::Candidate const& frame) {
-    bool const hasReason = frame.criterion != log::Criterion::None;
-    return {{"frameNo", frame.frameNo},
-            {"verdict", toString(frame.verdict)},
-            {"index", orNull(frame.index)},
-            {"criterion", hasReason ? Json(frame.criterionName()) : Json(nullptr)},
-            {"stream", orNull(frame.stream)},
-            {"wanted", orNull(frame.wanted)},
-            {"found", orNull(frame.found)},
-            {"notes", frame.notes}};
-}
-
-Json servedJson(log::ServedFrame const& frame) {
-    return {{"index", orNull(frame.index)},
-            {"frameNo", orNull(frame.frameNo)},
-            {"source", toString(frame.source)}};
-}
-
-Json orderJson(log::Order const& order) {
-    return {{"order", toString(order.kind)},
-            {"frameNo", order.frameNo},
-            {"fate", toString(order.fate)}};
-}
-
-Json captureJson(log::CaptureExplanation const& capture) {
-    return {{"requestNo", capture.requestNo},
-            {"pid", orNull(capture.pid)},
-            {"outcome", toString(capture.outcome)},
-            {"isCertain", capture.isCertain()},
-            {"waitedMs", orNull(capture.waitedMs)},
-            {"earlyShutterNs", orNull(capture.earlyShutterNs)},
-            {"tries", listOf(capture.tries,
-                             [](log::TryExplanation const& attempt) { return toJson(attempt); })}};
-}
-
-Json countsJson(log::LineCounts const& counts) {
-    return {{"lines", counts.lines},           {"processor", counts.processor},
-            {"foreign", counts.foreign},       {"cut", counts.cut},
-            {"outOfOrder", counts.outOfOrder}, {"interleaved", counts.interleaved},
-            {"unassigned", counts.unassigned}, {"unrecognised", counts.unrecognised},
-            {"errors", counts.errors}};
-}
-
-}  // namespace
-
-Json toJson(log::TryExplanation const& attempt) {
-    Json json = Json::object();
-    if (attempt.line != 0) {
-        json["line"] = attempt.line;
-    }
-    if (attempt.time) {
-        json["time"] = attempt.time->text;
-    }
-    json["ageMs"] = orNull(attempt.ageMs);
-    json["zsdTimestampNs"] = orNull(attempt.zsdTimestampNs);
-    json["selector"] = orNull(attempt.selector);
-    json["historySets"] = orNull(attempt.historySets);
-    json["lockedSets"] = orNull(attempt.lockedSets);
-    json["wanted"] = listOf(attempt.wanted, wantedJson);
-    json["candidates"] = listOf(attempt.candidates, candidateJson);
-    json["served"] = listOf(attempt.served, servedJson);
-    json["parked"] = listOf(attempt.parked, [](auto const& parked) {
-        return Json{{"index", parked.first}, {"frameNo", parked.second}};
-    });
-    json["orders"] = listOf(attempt.orders, orderJson);
-    json["locked"] = listOf(attempt.locked, [](auto const& locked) {
-        return Json{{"selector", locked.first}, {"frames", locked.second}};
-    });
-    json["timedOut"] = attempt.timedOut;
-    json["outcome"] = toString(attempt.outcome);
-    json["remaining"] = orNull(attempt.remaining);
-    json["notes"] = attempt.notes;
-    json["errors"] = attempt.errors;
-    return json;
-}
-
-Json toJson(log::Explanation const& explanation) {
-    Json pending = Json::array();
-    for (log::CaptureExplanation const& capture : explanation.captures) {
-        if (capture.outcome == log::CaptureOutcome::Pending) {
-            pending.push_back(capture.requestNo);
-        }
-    }
-    return {{"captures", listOf(explanation.captures, captureJson)},
-            {"pending", std::move(pending)},
-            {"flushReturns", listOf(explanation.flushReturns,
-                                    [](log::FlushReturn const& returned) {
-                                        return Json{{"line", returned.line},
-                                                    {"selector", returned.selector},
-                                                    {"sets", returned.sets}};
-                                    })},
-            {"errors", listOf(explanation.errors,
-                              [](log::LogError const& error) {
-                                  return Json{{"line", error.line}, {"text", error.text}};
-                              })},
-            {"lines", countsJson(explanation.counts)}};
-}
-
-using Json = nlohmann::ordered_json;
-
-namespace {
-
-constexpr int kFormatVersion = 1;
-
-Json recordingJson(run::ReplayResult const& result) {
-    recording::RecordingFacts const& facts = result.facts;
-    recording::MissingStates const& missing = facts.missing;
-    return {{"path", result.path},
-            {"frames", facts.frames},
-            {"firstTimestampNs", result.firstTimestampNs},
-            {"lengthNs", facts.lengthNs},
-            {"framesPerSecond", facts.meanRateFps},
-            {"medianIntervalNs", facts.medianIntervalNs},
-            {"minIntervalNs", facts.minIntervalNs},
-            {"maxIntervalNs", facts.maxIntervalNs},
-            {"jitterNs", facts.jitterNs},
-            {"gaps", facts.gaps},
-            {"largestGapNs", facts.largestGapNs},
-            {"framesWithError", facts.framesWithError},
-            {"missingStates",
-             {{"afMode", missing.afMode},
-              {"afState", missing.afState},
-              {"lensState", missing.lensState},
-              {"aeStable", missing.aeStable},
-              {"frameSync", missing.frameSync},
-              {"sensorId", missing.sensorId},
-              {"sensorMode", missing.sensorMode}}},
-            {"notes", result.notes}};
-}
-
-Json optionsJson(run::ReplayResult const& result) {
-    pipeline::ReplayOptions const& options = result.options;
-    Json properties = Json::object();
-    for (auto const& [key, value] : options.properties) {
-        properties[key] = value;
-    }
-    return {{"policy", options.policy.name()},
-            {"timeoutMs", options.policy.kind == pipeline::PolicyKind::Multiframe
-                              ? Json(options.timeoutMs)
-                              : Json(nullptr)},
-            {"framesPerCapture", options.framesPerCapture},
-            {"historyFrames", options.history},
-            {"deliveryDelayNs", orNull(options.deliveryDelayNs)},
-            {"reprocessDelayNs", orNull(options.reprocessDelayNs)},
-            {"offsetMs", result.offsetMs},
-            {"frameSync", options.frameSync},
-            {"flushAtNs", options.flushesNs},
-            {"dumpAtNs", options.dumpsNs},
-            {"properties", properties}};
-}
-
-Json frameJson(pipeline::CaptureRecord const& capture, size_t index) {
-    pipeline::FrameOutcome const& frame = capture.frames[index];
-    return {{"index", index},
-            {"served", toString(frame.served)},
-            {"try", orNull(frame.tryIndex)},
-            {"historyFrame", orNull(frame.historyFrame)},
-            {"timestampNs", orNull(frame.timestampNs)},
-            {"lagNs", orNull(capture.lagNs(frame))},
-            {"waitNs", orNull(capture.waitNs(frame))},
-            {"resultNs", orNull(frame.resultNs)},
-            {"reportedTimestampNs", orNull(frame.reportedNs)}};
-}
-
-Json tryJson(pipeline::TryRecord const& attempt, log::TryExplanation const* explanation) {
+Json attemptJson(pipeline::TryRecord const& attempt, log::TryExplanation const* explanation) {
     return {{"timeNs", attempt.timeNs},
-            {"ageMs", attempt.ageMs},
+            {"ageNs", nsOfMs(attempt.ageMs)},
             {"isRetry", attempt.isRetry},
             {"historyFrames", attempt.historyFrames},
             {"inFlightFrames", attempt.inFlightFrames},
             {"lockedFrames", attempt.lockedFrames},
             {"builtFrames", attempt.builtFrames},
-            {"explanation", explanation != nullptr ? toJson(*explanation) : Json(nullptr)}};
+            {"explanation", explanation != nullptr ? tryJson(*explanation) : Json(nullptr)}};
 }
 
 Json captureJson(pipeline::CaptureRecord const& capture,
                  log::CaptureExplanation const* explanation) {
-    Json modes = Json::array();
-    for (auto const& [sensor, mode] : capture.sensorModes) {
-        modes.push_back({{"sensorId", sensor}, {"sensorMode", mode}});
-    }
     Json frames = Json::array();
     for (size_t index = 0; index < capture.frames.size(); ++index) {
         frames.push_back(frameJson(capture, index));
     }
     Json tries = Json::array();
     for (size_t i = 0; i < capture.tries.size(); ++i) {
+        // A capture's tries are those that its log lines tell of, in the same order.
         bool const isExplained = explanation != nullptr && i < explanation->tries.size();
-        tries.push_back(tryJson(capture.tries[i], isExplained ? &explanation->tries[i] : nullptr));
+        tries.push_back(
+            attemptJson(capture.tries[i], isExplained ? &explanation->tries[i] : nullptr));
     }
     return {{"requestNo", capture.requestNo},
             {"pressNs", capture.pressNs},
-            {"requiredSensorModes", std::move(modes)},
+            {"requiredSensorModes",
+             listOf(capture.sensorModes,
+                    [](auto const& required) {
+                        return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
+                    })},
             {"earlyShutterNs", orNull(capture.earlyShutterNs)},
             {"frames", std::move(frames)},
             {"tries", std::move(tries)}};
-}
-
-Json summaryJson(run::ReplayResult const& result) {
-    run::ReplaySummary const& summary = result.summary;
-    base::Spread const& lag = summary.lag;
-    Json lagJson = nullptr;
-    if (lag.count > 0) {
-        lagJson = {{"count", lag.count},
-                   {"minNs", lag.min},
-                   {"medianNs", lag.median},
-                   {"p95Ns", lag.p95},
-                   {"maxNs", lag.max}};
-    }
-    return {{"captures", summary.captures},
-            {"answeredCaptures", summary.answeredCaptures},
-            {"frames", summary.frames},
-            {"atOnce", summary.atOnce},
-            {"waited", summary.waited},
-            {"timedOut", summary.timedOut},
-            {"flushed", summary.flushed},
-            {"unanswered", summary.unanswered},
-            {"withoutHistory", summary.withoutHistory},
-            {"lag", std::move(lagJson)},
-            {"droppedFrames", result.droppedFrames},
-            {"logErrorLines", result.errorLines},
-            {"failures", result.failures},
-            {"isClean", result.isClean()}};
-}
-
-Json ledgerJson(run::ReplayResult const& result) {
-    auto const& totals = result.ledger;
-    Json unsettled = Json::array();
-    for (host::LedgerLine const& line : result.unsettled) {
-        unsettled.push_back({{"frameNo", line.frameNo},
-                             {"requestNo", line.forRequestNo},
-                             {"sinceNs", line.sinceNs},
-                             {"isClone", line.isClone},
-                             {"holder", host::toString(line.holder)}});
-    }
-    return {{"handedOut", totals.handedOut},
-            {"returned", totals.returned},
-            {"released", totals.released},
-            {"consumed", totals.consumed},
-            {"withProcessor", totals.withProcessor},
-            {"withFrameBuilder", totals.withFrameBuilder},
-            {"lost", totals.lost},
-            {"balances", totals.balances()},
-            {"longestHeldNs", result.longestHeldNs},
-            {"unsettled", std::move(unsettled)}};
-}
-
-Json dumpsJson(run::ReplayResult const& result) {
-    Json dumps = Json::array();
-    for (run::DebugDump const& dump : result.dumps) {
-        dumps.push_back({{"timeNs", dump.timeNs}, {"lines", dump.lines}});
-    }
-    return dumps;
 }
 
 Json deviceJson(run::DeviceVerdict const& verdict) {
@@ -324,31 +59,173 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
 
 }  // namespace
 
-void writeJson(run::ReplayResult const& result, log::Explanation const* explanation,
-               std::ostream& out) {
-    // A capture's tries are those that its log lines tell of, in the same order.
+Json toJson(run::ReplayResult const& result, log::Explanation const* explanation) {
     std::map<uint32_t, log::CaptureExplanation const*> reasons;
     if (explanation != nullptr) {
         for (log::CaptureExplanation const& capture : explanation->captures) {
             reasons.emplace(capture.requestNo, &capture);
         }
     }
-    Json captures = Json::array();
-    for (pipeline::CaptureRecord const& capture : result.captures) {
+    auto const explained = [&](pipeline::CaptureRecord const& capture) {
         auto const found = reasons.find(capture.requestNo);
-        captures.push_back(captureJson(capture, found != reasons.end() ? found->second : nullptr));
+        return captureJson(capture, found != reasons.end() ? found->second : nullptr);
+    };
+    Json json = documentOf("replay", result.isClean());
+    json["recording"] =
+        recordingJson(result.path, result.notes, result.facts, result.firstTimestampNs);
+    json["options"] = optionsJson(result.options, result.offsetMs);
+    json["captures"] = listOf(result.captures, explained);
+    json["dumps"] = listOf(result.dumps, [](run::DebugDump const& dump) {
+        return Json{{"timeNs", dump.timeNs}, {"lines", dump.lines}};
+    });
+    json["summary"] = summaryJson(result.summary, result.droppedFrames, result.errorLines);
+    json["ledger"] = ledgerJson(result.ledger, result.longestHeldNs, &result.unsettled);
+    json["faults"] = faultsJson(result.options.faults, result.faults);
+    json["device"] = result.device ? deviceJson(*result.device) : Json(nullptr);
+    json["failures"] = result.failures;
+    return json;
+}
+
+namespace {
+
+Json distributionJson(base::Distribution const& times) {
+    bool const isKnown = times.count() > 0;
+    auto const known = [&](int64_t ns) { return isKnown ? Json(ns) : Json(nullptr); };
+    return {{"count", times.count()},
+            {"minNs", known(times.min())},
+            {"medianNs", known(times.quantile(0.5))},
+            {"p95Ns", known(times.quantile(0.95))},
+            {"p99Ns", known(times.quantile(0.99))},
+            {"maxNs", known(times.max())}};
+}
+
+/// A run without end keeps totals and no frames, so that some of what a replay tells is not known.
+Json liveSummaryJson(run::LiveResult const& result) {
+    Json json = summaryJson(result.summary(), result.droppedFrames, result.errorLines);
+    for (char const* const unknown : {"withoutHistory", "lag", "wait"}) {
+        json[unknown] = nullptr;
     }
-    Json document = {{"format", kFormatVersion},           {"version", VERSION},
-                     {"recording", recordingJson(result)}, {"options", optionsJson(result)},
-                     {"captures", std::move(captures)},    {"dumps", dumpsJson(result)},
-                     {"summary", summaryJson(result)},     {"ledger", ledgerJson(result)}};
-    if (result.faults) {
-        document["faults"] = faultJson(result.options.faults, *result.faults);
+    return json;
+}
+
+Json recorderJson(run::LiveResult const& result) {
+    if (!result.recorder) {
+        return nullptr;
     }
-    if (result.device) {
-        document["device"] = deviceJson(*result.device);
+    return {{"path", *result.options.recordPath},
+            {"end", wordOf(toString(result.recorder->end))},
+            {"writeErrno", result.recorder->writeError},
+            {"operations", result.recorder->operations},
+            {"unrecorded", result.recorder->unrecorded},
+            {"bytesWritten", result.recorder->bytesWritten}};
+}
+
+}  // namespace
+
+Json toJson(run::LiveResult const& result, recording::Recording const& recording) {
+    run::LiveOptions const& options = result.options;
+    Json json = documentOf("live", result.isClean());
+    json["elapsedNs"] = result.status.elapsedNs;
+    json["endedBySignal"] = orNull(result.signal);
+    json["recording"] =
+        recordingJson(recording.path, recording.notes, recording::computeFacts(recording),
+                      recording.frames.front().timestampNs);
+    json["options"] = optionsJson(options.replay, result.offsetMs);
+    json["options"]["durationNs"] = orNull(options.durationNs);
+    json["options"]["pressEveryNs"] = options.pressEveryNs;
+    json["options"]["dumpEveryNs"] = options.dumpEveryNs;
+    json["sensor"] = {{"arrivedFrames", result.status.arrivedFrames},
+                      {"lateness", distributionJson(result.lateness)}};
+    json["times"] = {{"submission", distributionJson(result.times.submission)},
+                     {"retry", distributionJson(result.times.retry)},
+                     {"lockHeld", distributionJson(result.times.lockHeld)}};
+    json["dumpCount"] = result.status.dumps;
+    json["summary"] = liveSummaryJson(result);
+    json["ledger"] = ledgerJson(result.status.ledger, result.longestHeldNs, &result.unsettled);
+    json["faults"] = faultsJson(options.replay.faults, result.faults);
+    json["recorder"] = recorderJson(result);
+    json["failures"] = result.failures;
+    return json;
+}
+
+namespace {
+
+Json refusalsJson(compare::RefusalCounts const& refusals) {
+    Json json = {{"total", refusals.total()}};
+    for (size_t i = 0; i < refusals.byCriterion.size(); ++i) {
+        auto const criterion = static_cast<log::Criterion>(i);
+        if (criterion != log::Criterion::None) {
+            json[wordOf(log::infoOf(criterion).name)] = refusals.byCriterion[i];
+        }
     }
-    // A path need not be UTF-8.
+    return json;
+}
+
+/// A row has the fields of its replay's document that are short enough for a table.
+Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> const& limits) {
+    Json json = {{"recording", {{"path", row.recording}}},
+                 {"options", optionsJson(row.options, row.offsetMs())},
+                 {"status", row.status()},
+                 {"problems", row.problems},
+                 {"brokenLimits", Json::array()},
+                 {"summary", nullptr},
+                 {"refusals", nullptr},
+                 {"ledger", nullptr}};
+    if (!row.numbers) {
+        return json;
+    }
+    compare::RunNumbers const& numbers = *row.numbers;
+    for (compare::Limit const& limit : limits) {
+        if (limit.brokenBy(numbers)) {
+            json["brokenLimits"].push_back(
+                {{"limit", limit.text()},
+                 {"found", orNull(compare::asNumber(limit.field().value(numbers)))}});
+        }
+    }
+    json["summary"] = summaryJson(numbers.summary, numbers.droppedFrames, numbers.errorLines);
+    json["refusals"] = refusalsJson(numbers.refusals);
+    json["ledger"] = ledgerJson(numbers.ledger, numbers.longestHeldNs, nullptr);
+    return json;
+}
+
+}  // namespace
+
+Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::ComparisonRow> const& rows) {
+    bool const isClean = std::all_of(
+        rows.begin(), rows.end(), [](compare::ComparisonRow const& row) { return row.isGood(); });
+    Json json = documentOf("compare", isClean);
+    json["limits"] = listOf(plan.limits, [](compare::Limit const& limit) { return limit.text(); });
+    json["rows"] = listOf(rows, [&](auto const& row) { return rowJson(row, plan.limits); });
+    return json;
+}
+
+Json toJson(recording::GeneratorOptions const& options, recording::Recording const& made) {
+    // What cannot be made or written is an error and leaves no document.
+    Json json = documentOf("generate", true);
+    json["recording"] = recordingJson(made.path, made.notes, recording::computeFacts(made),
+                                      made.frames.front().timestampNs);
+    json["options"] = {{"frames", options.frames},
+                       {"framesPerSecond", options.fps},
+                       {"randomSeed", options.seedValue},
+                       {"startNs", options.startNs},
+                       {"firstFrameNo", options.firstFrameNo},
+                       {"intervalExcessPpm", options.intervalExcessPpm},
+                       {"jitterNs", options.jitterNs},
+                       {"lateRate", options.lateRate},
+                       {"gapRate", options.gapRate},
+                       {"exposureNs", orNull(options.exposureNs)},
+                       {"exposureDriftRate", options.exposureDriftRate},
+                       {"exposureJumpRate", options.exposureJumpRate},
+                       {"scanRate", options.scanRate},
+                       {"strangeAfStateRate", options.strangeAfStateRate},
+                       {"missingAfStateRate", options.missingAfStateRate},
+                       {"errorRate", options.errorRate},
+                       {"unsyncedRate", options.unsyncedRate}};
+    return json;
+}
+
+void writeJson(Json const& document, std::ostream& out) {
+    // A path need not be UTF-8, which JSON must be.
     out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
 }
 

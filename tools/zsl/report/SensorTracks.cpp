@@ -1,45 +1,41 @@
-#include "report/SensorTracks.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <optional>
 
 #include "pipeline/Schedule.h"
-#include "report/Lanes.h"
+#include "report/JsonParts.h"
+#include "report/TraceTracks.h"
 
 namespace zebcam::tool::report {
 
 namespace {
 
-using Json = TraceEvents::Json;
-
 Json argsOf(recording::SensorFrame const& frame, FrameSlice const& slice) {
-    Json args = {{"frame", frame.frameNo},       {"timestampNs", frame.timestampNs},
-                 {"arrivalNs", slice.arrivalNs}, {"exposureNs", frame.exposureNs},
-                 {"readoutNs", frame.readoutNs}, {"durationNs", frame.durationNs}};
-    auto const add = [&args](char const* key, auto const& value) {
-        if (value) {
-            args[key] = *value;
-        }
-    };
-    add("iso", frame.iso);
-    add("focusDistance", frame.focusDistance);
-    add("afMode", frame.afMode);
-    add("afState", frame.afState);
-    add("lensState", frame.lensState);
-    add("aeStable", frame.aeStable);
-    add("frameSync", frame.frameSync);
-    add("sensorId", frame.sensorId);
-    add("sensorMode", frame.sensorMode);
-    args["error"] = frame.hasError;
+    Json args = {{"frameNo", frame.frameNo},
+                 {"timestampNs", frame.timestampNs},
+                 {"arrivalNs", slice.arrivalNs},
+                 {"exposureNs", frame.exposureNs},
+                 {"readoutNs", frame.readoutNs},
+                 {"durationNs", frame.durationNs},
+                 {"iso", orNull(frame.iso)},
+                 {"focusDistance", orNull(frame.focusDistance)},
+                 {"afMode", orNull(frame.afMode)},
+                 {"afState", orNull(frame.afState)},
+                 {"lensState", orNull(frame.lensState)},
+                 {"aeStable", orNull(frame.aeStable)},
+                 {"frameSync", orNull(frame.frameSync)},
+                 {"sensorId", orNull(frame.sensorId)},
+                 {"sensorMode", orNull(frame.sensorMode)},
+                 {"hasError", frame.hasError}};
+    // Rare enough to be told only where they hold.
     if (slice.endNs != slice.arrivalNs) {
         args["isCutShort"] = true;
     }
     if (slice.isLost) {
         args["isLost"] = true;
     }
-    return args;
+    return withoutNulls(args);
 }
 
 }  // namespace

@@ -2,15 +2,72 @@
 
 #include <fmt/format.h>
 
+#include <cstring>
 #include <iterator>
 
 #include "base/Text.h"
-#include "report/ExplanationText.h"
-#include "report/TextBlocks.h"
 
 namespace zebcam::tool::report {
 
+using base::counted;
+
 namespace {
+
+std::string labelled(std::string_view label, std::string_view text) {
+    return base::wrap(std::string(label), text, {.indent = 11});
+}
+
+/// The last lines of a run: what became of its frames and buffer sets, and what went wrong.
+
+std::string servedText(run::ReplaySummary const& summary) {
+    std::string const unanswered =
+        summary.unanswered > 0 ? fmt::format(", {} UNANSWERED", summary.unanswered) : "";
+    std::string const ordinary =
+        summary.withoutHistory > 0
+            ? fmt::format("; {} without a history frame", summary.withoutHistory)
+            : "";
+    return labelled("Served",
+                    fmt::format("{} at once, {} waited, {} timed out, {} flushed{}, of {}{}",
+                                summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
+                                unanswered, counted(summary.frames, "frame", "frames"), ordinary));
+}
+
+/// Each buffer set that did not come back has its time from boot time `startNs` on.
+std::string ledgerText(host::BufferLedger::Totals const& totals,
+                       std::vector<host::LedgerLine> const& unsettled, int64_t startNs) {
+    std::string text = labelled(
+        "Ledger", fmt::format("{} handed out, {} returned, {} consumed, {} released; "
+                              "{} still out, {} lost",
+                              totals.handedOut, totals.returned, totals.consumed, totals.released,
+                              totals.withProcessor + totals.withFrameBuilder, totals.lost));
+    for (host::LedgerLine const& line : unsettled) {
+        text += labelled(
+            "", fmt::format("frame {}, handed out for capture {} at {} s: {}", line.frameNo,
+                            line.forRequestNo, base::formatSeconds(line.sinceNs - startNs),
+                            host::toString(line.holder)));
+    }
+    return text;
+}
+
+std::string troublesText(uint64_t errorLines, std::vector<std::string> const& failures) {
+    std::string text;
+    if (errorLines > 0) {
+        text += labelled(
+            "Log", counted(errorLines, "error line", "error lines") + " (--log error shows them)");
+    }
+    for (std::string const& failure : failures) {
+        text += labelled("Failure", failure);
+    }
+    return text;
+}
+
+std::string resultText(run::ReplaySummary const& summary,
+                       host::BufferLedger::Totals const& ledger) {
+    return labelled("Result",
+                    fmt::format("{} of {} answered, the ledger {}", summary.answeredCaptures,
+                                counted(summary.captures, "capture", "captures"),
+                                ledger.balances() ? "balances" : "DOES NOT BALANCE"));
+}
 
 constexpr char kRow[] = "{:>7}  {:>11}  {:>5}  {:>13}  {:>10}  {:<10}  {:>11}  {:>18}\n";
 
@@ -43,8 +100,6 @@ std::string missingOf(recording::RecordingFacts const& facts) {
 std::string optionalMs(std::optional<int64_t> ns) {
     return ns ? base::formatMs(*ns) : "-";
 }
-
-}  // namespace
 
 std::string factsText(run::ReplayResult const& result) {
     recording::RecordingFacts const& facts = result.facts;
@@ -108,38 +163,16 @@ std::string dumpsText(run::ReplayResult const& result) {
     return text;
 }
 
-std::string summaryText(run::ReplayResult const& result) {
-    run::ReplaySummary const& summary = result.summary;
-    std::string const unanswered =
-        summary.unanswered > 0 ? fmt::format(", {} UNANSWERED", summary.unanswered) : "";
-    std::string const ordinary =
-        summary.withoutHistory > 0
-            ? fmt::format("; {} without a history frame", summary.withoutHistory)
-            : "";
-    std::string text = labelled(
-        "Served", fmt::format("{} at once, {} waited, {} timed out, {} flushed{}, of {}{}",
-                              summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
-                              unanswered, counted(summary.frames, "frame", "frames"), ordinary));
-    base::Spread const& lag = summary.lag;
-    text += labelled("Lag", lag.count == 0
-                                ? "no frame came from the history"
-                                : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "
-                                              "{} ms after the press",
-                                              base::formatMs(lag.min), base::formatMs(lag.median),
-                                              base::formatMs(lag.p95), base::formatMs(lag.max)));
-    text += ledgerText(result.ledger, result.unsettled, result.firstTimestampNs);
-    if (result.errorLines > 0) {
-        text += labelled("Log", counted(result.errorLines, "error line", "error lines") +
-                                    " (--log error shows them)");
-    }
-    for (std::string const& failure : result.failures) {
-        text += labelled("Failure", failure);
-    }
-    return text + labelled("Result",
-                           fmt::format("{} of {} answered, the ledger {}", summary.answeredCaptures,
-                                       counted(summary.captures, "capture", "captures"),
-                                       result.ledger.balances() ? "balances" : "DOES NOT BALANCE"));
+std::string lagText(base::Spread const& lag) {
+    return labelled("Lag", lag.count == 0
+                               ? "no frame came from the history"
+                               : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "
+                                             "{} ms after the press",
+                                             base::formatMs(lag.min), base::formatMs(lag.median),
+                                             base::formatMs(lag.p95), base::formatMs(lag.max)));
 }
+
+}  // namespace
 
 std::string verdictText(run::DeviceVerdict const& verdict) {
     if (verdict.isSame()) {
@@ -168,8 +201,95 @@ std::string textReport(run::ReplayResult const& result, log::Explanation const* 
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";
     }
-    text += summaryText(result);
+    text += servedText(result.summary) + lagText(result.summary.lag) +
+            ledgerText(result.ledger, result.unsettled, result.firstTimestampNs) +
+            troublesText(result.errorLines, result.failures) +
+            resultText(result.summary, result.ledger);
     return result.device ? text + verdictText(*result.device) : text;
+}
+
+namespace {
+
+constexpr double kNsPerUs = 1e3;
+constexpr char kTimeRow[] = "{:<11}{:>8} {:>10} {:>10} {:>10} {:>10}\n";
+
+std::string micros(int64_t ns) {
+    return fmt::format("{:.1f}", static_cast<double>(ns) / kNsPerUs);
+}
+
+std::string timeRow(char const* what, base::Distribution const& times) {
+    return fmt::format(kTimeRow, what, times.count(), micros(times.quantile(0.5)),
+                       micros(times.quantile(0.95)), micros(times.quantile(0.99)),
+                       micros(times.max()));
+}
+
+std::string timesText(run::LiveResult const& result) {
+    return fmt::format(kTimeRow, "Times (us)", "count", "median", "95 %", "99 %", "maximum") +
+           timeRow("submission", result.times.submission) + timeRow("retry", result.times.retry) +
+           timeRow("lock held", result.times.lockHeld);
+}
+
+std::string headText(run::LiveResult const& result) {
+    pipeline::ReplayOptions const& replay = result.options.replay;
+    return labelled("Live", fmt::format("{}, {:.2f} frames/s, {} s{}",
+                                        result.source.empty() ? "generated frames" : result.source,
+                                        result.fps, base::formatSeconds(result.status.elapsedNs),
+                                        result.signal ? fmt::format(" (ended by {})",
+                                                                    strsignal(*result.signal))
+                                                      : "")) +
+           labelled("Captures",
+                    fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
+                                replay.policy.name(),
+                                counted(replay.framesPerCapture, "frame", "frames"),
+                                base::formatMs(result.options.pressEveryNs),
+                                counted(replay.history, "frame", "frames"), result.offsetMs,
+                                replay.frameSync ? ", frame sync" : ""));
+}
+
+std::string sensorText(run::LiveResult const& result) {
+    return labelled(
+        "Sensor",
+        fmt::format(
+            "{} arrived, {} dropped from the history; late by {:.0f} us at most, 95 % by {:.0f} us",
+            counted(result.status.arrivedFrames, "frame", "frames"), result.droppedFrames,
+            static_cast<double>(result.lateness.max()) / kNsPerUs,
+            static_cast<double>(result.lateness.quantile(0.95)) / kNsPerUs));
+}
+
+std::string recorderText(run::LiveResult const& result) {
+    if (!result.recorder) {
+        return "";
+    }
+    auto const& [end, writeError, operations, unrecorded, bytes] = *result.recorder;
+    std::string const why =
+        writeError != 0 ? fmt::format(" ({})", std::strerror(writeError)) : std::string();
+    bool const isWhole = end == NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
+    return labelled(
+        "Recorded",
+        fmt::format("{} operations, {} bytes in {}: {}{}", operations, bytes,
+                    *result.options.recordPath,
+                    isWhole ? "whole" : std::string("ENDED EARLY, ") + toString(end), why));
+}
+
+}  // namespace
+
+std::string statusLine(run::LiveStatus const& status) {
+    return fmt::format(
+        "{:>7} s  {:>7} frames  history {:>3}, in flight {:>2}, locked {:>2}  captures {:>5}, "
+        "waiting {:>3}  lost {}\n",
+        base::formatSeconds(status.elapsedNs), status.arrivedFrames, status.occupancy.history,
+        status.occupancy.inFlight, status.occupancy.locked, status.captures.captures,
+        status.captures.captures - status.captures.answeredCaptures, status.ledger.lost);
+}
+
+std::string liveReport(run::LiveResult const& result) {
+    run::ReplaySummary const summary = result.summary();
+    return headText(result) + sensorText(result) + "\n" + timesText(result) + "\n" +
+           servedText(summary) +
+           ledgerText(result.status.ledger, result.unsettled, result.startNs) +
+           recorderText(result) + (result.faults ? labelled("Faults", result.faults->text()) : "") +
+           troublesText(result.errorLines, result.failures) +
+           resultText(summary, result.status.ledger);
 }
 
 }  // namespace zebcam::tool::report

@@ -8,15 +8,12 @@
 #include <string>
 
 #include "Version.h"
-#include "report/CaptureTracks.h"
-#include "report/SensorTracks.h"
-#include "report/TraceEvents.h"
+#include "report/JsonParts.h"
+#include "report/TraceTracks.h"
 
 namespace zebcam::tool::report {
 
 namespace {
-
-using Json = TraceEvents::Json;
 
 constexpr int SENSOR = 1;
 constexpr int OCCUPANCY = 2;
@@ -116,8 +113,8 @@ Json aboutOf(run::ReplayResult const& result) {
     Json about = {{"recording", result.path},
                   {"version", VERSION},
                   {"policy", result.options.policy.name()},
-                  {"historyFrames", result.options.history},
-                  {"offsetMs", result.offsetMs},
+                  {"historySize", result.options.history},
+                  {"offsetNs", nsOfMs(result.offsetMs)},
                   {"bootTimeOfZeroNs", result.firstTimestampNs}};
     if (result.faults) {
         about["faults"] = result.faults->text();

@@ -416,6 +416,25 @@ LiveResult LiveRun::finish() {
     return mThreads->finish();
 }
 
+ReplaySummary LiveResult::summary() const {
+    pipeline::CaptureTotals const& totals = status.captures;
+    auto const frames = [&](pipeline::Served served) {
+        auto const found = totals.served.find(served);
+        return found != totals.served.end() ? found->second : 0;
+    };
+    return {.captures = totals.captures,
+            .answeredCaptures = totals.answeredCaptures,
+            .frames = totals.frames,
+            .atOnce = frames(pipeline::Served::AtOnce),
+            .waited = frames(pipeline::Served::Waited),
+            .timedOut = frames(pipeline::Served::TimedOut),
+            .flushed = frames(pipeline::Served::Flushed),
+            .unanswered = frames(pipeline::Served::Unanswered),
+            .withoutHistory = 0,
+            .lag = {},
+            .wait = {}};
+}
+
 bool LiveResult::isClean() const {
     return status.captures.answeredCaptures == status.captures.captures &&
            status.ledger.balances() && failures.empty() &&

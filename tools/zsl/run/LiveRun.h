@@ -16,6 +16,7 @@
 #include "pipeline/SimulatedPipeline.h"
 #include "recording/Recording.h"
 #include "run/ProcessorSections.h"
+#include "run/ReplayResult.h"
 
 namespace zebcam::tool::run {
 
@@ -62,6 +63,8 @@ struct LiveResult {
     /// Every capture was answered, the ledger balances, nothing failed and the recording, if any,
     /// is whole.
     bool isClean() const;
+    /// The captures as a replay sums them up; what no totals tell (history, lag, wait) stays 0.
+    ReplaySummary summary() const;
 };
 
 /**

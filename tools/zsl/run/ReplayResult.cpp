@@ -7,6 +7,7 @@ namespace zebcam::tool::run {
 ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
     ReplaySummary summary;
     std::vector<int64_t> lags;
+    std::vector<int64_t> waits;
     for (pipeline::CaptureRecord const& capture : captures) {
         ++summary.captures;
         summary.answeredCaptures += capture.isAnswered() ? 1 : 0;
@@ -35,9 +36,13 @@ ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
             if (std::optional<int64_t> const lag = capture.lagNs(frame)) {
                 lags.push_back(*lag);
             }
+            if (std::optional<int64_t> const wait = capture.waitNs(frame)) {
+                waits.push_back(*wait);
+            }
         }
     }
     summary.lag = base::spreadOf(std::move(lags));
+    summary.wait = base::spreadOf(std::move(waits));
     return summary;
 }
 

@@ -26,6 +26,7 @@ struct ReplaySummary {
     size_t unanswered = 0;
     size_t withoutHistory = 0;  ///< answered as ordinary captures
     base::Spread lag;           ///< of the frames that have a history frame
+    base::Spread wait;          ///< from the press to the answer, of the answered frames
 };
 
 ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures);

@@ -1,45 +1,47 @@
 import {byId, element, show, svgElement, tableHead} from './dom.js';
-import {number, orNone, whole} from './format.js';
+import {ms, number, orNone, whole, words} from './format.js';
 
-const SETTINGS = [['offsetMs', 'Offset'],
-    ['framesPerCapture', 'Frames'], ['historyFrames', 'History'], ['frameSync', 'Frame sync']];
-const REASON = 'refused_';
 const WIDTH = 100;
 
-const count = (field) => (numbers) => orNone(numbers && whole(numbers[field]));
-const time = (field) => (numbers) => number(numbers?.[field], 2);
+/// Settings that are told where they differ.
+const SETTINGS = [
+    {label: 'Offset', text: ({offsetNs}) => orNone(offsetNs === null ? null : offsetNs / 1e6)},
+    {label: 'Frames', text: ({framesPerCapture}) => whole(framesPerCapture)},
+    {label: 'History', text: ({historySize}) => whole(historySize)},
+    {label: 'Frame sync', text: ({frameSync}) => (frameSync ? 'yes' : 'no')},
+];
 
 /// The reasons by frequency, as `time 12, focus 3`.
-function refusals(numbers) {
-    if (!numbers) {
+function refusals(counts) {
+    if (!counts) {
         return orNone(null);
     }
-    const reasons = Object.entries(numbers)
-        .filter(([field, value]) => field.startsWith(REASON) && value > 0)
+    const reasons = Object.entries(counts)
+        .filter(([reason, count]) => reason !== 'total' && count > 0)
         .sort((a, b) => b[1] - a[1])
-        .map(([field, value]) => `${field.slice(REASON.length).replaceAll('_', ' ')} ${whole(value)}`);
+        .map(([reason, count]) => `${words(reason)} ${whole(count)}`);
     return reasons.length > 0 ? reasons.join(', ') : 'none';
 }
 
 const NUMBERS = [
-    {label: 'At once', text: count('at_once')},
-    {label: 'Waited', text: count('waited')},
-    {label: 'Timed out', text: count('timed_out')},
-    {label: 'Flushed', text: count('flushed')},
-    {label: 'Lag min', text: time('min_lag_ms')},
-    {label: 'Lag median', text: time('median_lag_ms')},
-    {label: 'Lag 95 %', text: time('p95_lag_ms')},
-    {label: 'Lag max', text: time('max_lag_ms')},
-    {label: 'Wait median', text: time('median_wait_ms')},
-    {label: 'Wait max', text: time('max_wait_ms')},
-    {label: 'Longest held', text: time('max_held_ms')},
-    {label: 'Refusals', text: refusals, isText: true},
+    {label: 'At once', text: ({summary}) => whole(summary?.atOnce)},
+    {label: 'Waited', text: ({summary}) => whole(summary?.waited)},
+    {label: 'Timed out', text: ({summary}) => whole(summary?.timedOut)},
+    {label: 'Flushed', text: ({summary}) => whole(summary?.flushed)},
+    {label: 'Lag min', text: ({summary}) => ms(summary?.lag.minNs)},
+    {label: 'Lag median', text: ({summary}) => ms(summary?.lag.medianNs)},
+    {label: 'Lag 95 %', text: ({summary}) => ms(summary?.lag.p95Ns)},
+    {label: 'Lag max', text: ({summary}) => ms(summary?.lag.maxNs)},
+    {label: 'Wait median', text: ({summary}) => ms(summary?.wait.medianNs)},
+    {label: 'Wait max', text: ({summary}) => ms(summary?.wait.maxNs)},
+    {label: 'Longest held', text: ({ledger}) => ms(ledger?.longestHeldNs)},
+    {label: 'Refusals', text: (row) => refusals(row.refusals), isText: true},
 ];
 
 /// The place of lags in a drawing that all rows share; null where there are none.
 function lagScale(rows) {
-    const lags = rows.flatMap(({numbers}) => [numbers?.min_lag_ms, numbers?.max_lag_ms])
-        .filter((lag) => lag !== null && lag !== undefined);
+    const lags = rows.filter(({summary}) => summary?.lag.count > 0)
+        .flatMap(({summary}) => [summary.lag.minNs, summary.lag.maxNs]);
     if (lags.length === 0) {
         return null;
     }
@@ -48,12 +50,12 @@ function lagScale(rows) {
     return (lag) => (lag - low) / span * WIDTH;
 }
 
-function lagRange(numbers, scale) {
-    if (!scale || !numbers || numbers.min_lag_ms === null) {
+function lagRange(summary, scale) {
+    if (!scale || !(summary?.lag.count > 0)) {
         return '';
     }
-    const [min, median, p95, max] = ['min_lag_ms', 'median_lag_ms', 'p95_lag_ms', 'max_lag_ms']
-        .map((field) => scale(numbers[field]));
+    const {minNs, medianNs, p95Ns, maxNs} = summary.lag;
+    const [min, median, p95, max] = [minNs, medianNs, p95Ns, maxNs].map(scale);
     const line = (tone, x1, x2, y1, y2) => svgElement('line', {class: tone, x1, x2, y1, y2,
         'vector-effect': 'non-scaling-stroke'});
     return svgElement('svg', {class: 'range', viewBox: `0 0 ${WIDTH} 18`,
@@ -63,16 +65,16 @@ function lagRange(numbers, scale) {
 }
 
 function rowsOf(data, settings, scale) {
-    const {numbers} = data;
-    const cells = settings.map(([key]) => element('td', {},
-        key === 'frameSync' ? (data[key] ? 'yes' : 'no') : orNone(data[key])));
+    const cells = settings.map(({text}) => element('td', {}, text(data.options)));
     const texts = NUMBERS.map((column) => element('td',
-        {class: column.isText ? 'text wrap' : ''}, column.text(numbers)));
+        {class: column.isText ? 'text wrap' : ''}, column.text(data)));
     const row = element('tr', {},
-        element('th', {scope: 'row', class: 'text'}, data.policy), ...cells,
+        element('th', {scope: 'row', class: 'text'}, data.options.policy), ...cells,
         element('td', {class: `text status-${data.status}`}, data.status),
-        element('td', {}, lagRange(numbers, scale)), ...texts);
-    const why = [...data.problems, ...data.broken].join('; ');
+        element('td', {}, lagRange(data.summary, scale)), ...texts);
+    const broken = data.brokenLimits.map(({limit, found}) =>
+        `--fail-if ${limit}: found ${found === null ? 'no value' : number(found, 2)}`);
+    const why = [...data.problems, ...broken].join('; ');
     if (!why) {
         return [row];
     }
@@ -90,17 +92,19 @@ function groupOf(recording, rows, settings, scale) {
 function byRecording(rows) {
     const groups = new Map();
     for (const data of rows) {
-        groups.set(data.recording, [...groups.get(data.recording) ?? [], data]);
+        const {path} = data.recording;
+        groups.set(path, [...groups.get(path) ?? [], data]);
     }
     return [...groups];
 }
 
 export function showComparison(rows) {
-    const runs = rows.filter((data) => data.numbers);
-    const settings = SETTINGS.filter(([key]) => runs.some((data) => data[key] !== runs[0][key]));
+    const runs = rows.filter(({summary}) => summary).map(({options}) => options);
+    const settings = SETTINGS.filter(
+        ({text}) => runs.some((options) => text(options) !== text(runs[0])));
     const scale = lagScale(rows);
     byId('comparison-table').replaceChildren(
-        tableHead([{label: 'Policy', isText: true}, ...settings.map(([, label]) => ({label})),
+        tableHead([{label: 'Policy', isText: true}, ...settings,
             {label: 'Result', isText: true}, {label: 'Lag', isText: true}, ...NUMBERS]),
         ...byRecording(rows).map(([name, group]) => groupOf(name, group, settings, scale)));
     byId('comparison-note').textContent = 'The lag\u2019s line reaches from the least to the most, ' +

@@ -26,8 +26,20 @@ export function axisLabels(values) {
     return values.map((value) => fixed(value, isHalf ? decimals + 1 : decimals));
 }
 
-export const OUTCOMES = ['at once', 'waited', 'timed out', 'flushed', 'unanswered'];
-export const toneOf = (served) => served.replace(' ', '-');
+/// How a frame can be served, in the data's words; the page writes them apart.
+export const OUTCOMES = ['atOnce', 'waited', 'timedOut', 'flushed', 'unanswered'];
+const apart = (word, separator) => word.replace(/[A-Z]/g, (c) => separator + c.toLowerCase());
+export const words = (word) => apart(word, ' ');
+export const toneOf = (word) => apart(word, '-');
+
+/// What a frame was held against, or what it had; empty for nothing.
+export function valueText(value) {
+    if (!value) {
+        return '';
+    }
+    const number = isMissing(value.ns) ? value.value : `${value.ns} ns`;
+    return value.text ?? (value.op ? `${value.op} ${number}` : String(number));
+}
 
 const AF_MODES = ['off', 'auto', 'macro', 'continuous video', 'continuous picture', 'EDOF'];
 const AF_STATES = ['inactive', 'passive scan', 'passive focused', 'active scan', 'focused, locked',

@@ -1,14 +1,11 @@
-import {CaptureTable} from './captures.js';
+import {CaptureTable, showDetails, showRefusals} from './captures.js';
+import {showDistribution} from './chart.js';
 import {showComparison} from './comparison.js';
-import {showDetails} from './details.js';
-import {showDistribution} from './distribution.js';
 import {byId} from './dom.js';
-import {showFacts} from './facts.js';
-import {counted, number, seconds} from './format.js';
+import {counted, number, seconds, whole} from './format.js';
 import {makeModel} from './model.js';
-import {showRefusals} from './refusals.js';
-import {showSummary} from './summary.js';
-import {Timeline} from './timeline/timeline.js';
+import {showFacts, showSummary} from './summary.js';
+import {Timeline} from './timeline.js';
 
 function setHead(kicker, title, lead) {
     byId('kicker').textContent = kicker;
@@ -20,7 +17,7 @@ const baseName = (path) => path.split('/').pop() || path;
 
 /// The capture that somebody most likely wants to know about.
 function mostTelling(captures) {
-    return captures.find((capture) => capture.served !== 'at once') ??
+    return captures.find((capture) => capture.served !== 'atOnce') ??
         captures.find(({tries}) => tries.some(({explanation}) => explanation?.candidates.some(
             (candidate) => candidate.verdict === 'refused'))) ?? captures[0];
 }
@@ -33,7 +30,7 @@ function showReplay(data) {
         `${number(recording.framesPerSecond, 2)} frames/s \u00b7 policy ${options.policy} \u00b7 ` +
         `${counted(model.captures.length, 'capture', 'captures')} of ` +
         `${counted(options.framesPerCapture, 'frame', 'frames')} \u00b7 ZSL offset ` +
-        `${options.offsetMs} ms`);
+        `${whole(options.offsetNs / 1e6)} ms`);
     showSummary(model);
     let table = null;
     const timeline = new Timeline(model, (capture, mayMove) => select(capture, mayMove));
@@ -61,14 +58,14 @@ function main() {
     if (data.replay) {
         showReplay(data);
     } else {
-        const rows = data.comparison;
-        const recordings = new Set(rows.map((row) => row.recording)).size;
+        const {rows} = data.comparison;
+        const recordings = new Set(rows.map((row) => row.recording.path)).size;
         setHead('Zero shutter lag \u00b7 comparison', 'Comparison of policies',
             `${counted(rows.length, 'run', 'runs')} over ` +
             counted(recordings, 'recording', 'recordings'));
-    }
-    if (data.comparison?.length > 0) {
-        showComparison(data.comparison);
+        if (rows.length > 0) {
+            showComparison(rows);
+        }
     }
     byId('footer').textContent = `Written by zsl ${data.version}. ` +
         'Lag: from the press to the start of exposure of the frame that was chosen.';

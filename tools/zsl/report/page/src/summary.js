@@ -1,5 +1,5 @@
-import {byId, element, show, swatch} from './dom.js';
-import {counted, ms, OUTCOMES, toneOf, whole} from './format.js';
+import {byId, definitions, element, show, swatch} from './dom.js';
+import {counted, ms, number, OUTCOMES, seconds, toneOf, whole, words} from './format.js';
 
 function tile(label, field, value, unit, tone) {
     const head = element('div', {class: 'label'}, label);
@@ -24,7 +24,7 @@ function verdict(replay) {
         bad.push(`The buffer ledger does not balance: ${counted(out, 'set', 'sets')} still out, ` +
             `${whole(ledger.lost)} lost.`);
     }
-    bad.push(...summary.failures);
+    bad.push(...replay.failures);
     if (bad.length > 0) {
         return bad.map((text) => element('p', {class: 'bad'}, text));
     }
@@ -32,24 +32,15 @@ function verdict(replay) {
     return [element('p', {}, text)];
 }
 
-const FIELDS = {'at once': 'atOnce', waited: 'waited', 'timed out': 'timedOut', flushed: 'flushed',
-    unanswered: 'unanswered'};
-
-function longestWait(captures) {
-    const waits = captures.flatMap((capture) => capture.frames.map((frame) => frame.waitNs));
-    return waits.reduce((longest, wait) => (wait !== null && wait > (longest ?? -1) ? wait : longest),
-        null);
-}
-
 function tiles(model) {
     const {summary} = model.replay;
     const made = [tile('Answered', 'answeredCaptures', whole(summary.answeredCaptures),
         `of ${whole(summary.captures)}`)];
     for (const outcome of OUTCOMES) {
-        const count = summary[FIELDS[outcome]];
+        const count = summary[outcome];
         if (outcome !== 'unanswered' || count > 0) {
-            const label = outcome[0].toUpperCase() + outcome.slice(1);
-            made.push(tile(label, FIELDS[outcome], whole(count), count === 1 ? 'frame' : 'frames',
+            const label = words(outcome);
+            made.push(tile(label[0].toUpperCase() + label.slice(1), outcome, whole(count), count === 1 ? 'frame' : 'frames',
                 toneOf(outcome)));
         }
     }
@@ -57,11 +48,11 @@ function tiles(model) {
         made.push(tile('No history', 'withoutHistory', whole(summary.withoutHistory),
             summary.withoutHistory === 1 ? 'frame' : 'frames'));
     }
-    if (summary.lag) {
+    if (summary.lag.count > 0) {
         made.push(tile('Median lag', 'lag.medianNs', ms(summary.lag.medianNs), 'ms'));
         made.push(tile('95 % lag', 'lag.p95Ns', ms(summary.lag.p95Ns), 'ms'));
     }
-    made.push(tile('Longest wait', 'longestWait', ms(longestWait(model.captures)), 'ms'));
+    made.push(tile('Longest wait', 'wait.maxNs', ms(summary.wait.maxNs), 'ms'));
     return made;
 }
 
@@ -69,11 +60,91 @@ export function showSummary(model) {
     const {summary} = model.replay;
     byId('verdict').replaceChildren(...verdict(model.replay));
     byId('tiles').replaceChildren(...tiles(model));
-    const shares = OUTCOMES.filter((outcome) => summary[FIELDS[outcome]] > 0).map((outcome) => {
+    const shares = OUTCOMES.filter((outcome) => summary[outcome] > 0).map((outcome) => {
         const share = element('span', {class: toneOf(outcome)});
-        share.style.flexGrow = summary[FIELDS[outcome]];
+        share.style.flexGrow = summary[outcome];
         return share;
     });
     byId('shares').replaceChildren(...shares);
     show('summary');
+}
+
+const STATES = {afMode: 'AF mode', afState: 'AF state', lensState: 'lens state',
+    aeStable: 'AE stable', frameSync: 'frame sync', sensorId: 'sensor id', sensorMode: 'sensor mode'};
+
+function missingText(missing) {
+    return Object.entries(STATES)
+        .filter(([key]) => missing[key] > 0)
+        .map(([key, name]) => `${name} in ${counted(missing[key], 'frame', 'frames')}`)
+        .join(', ');
+}
+
+function recordingFacts(recording) {
+    const gaps = recording.gaps === 0 ? 'none'
+        : `${whole(recording.gaps)}, up to ${ms(recording.largestGapNs)} ms`;
+    return definitions([
+        ['File', recording.path],
+        ['Frames', whole(recording.frames)],
+        ['Length', `${seconds(recording.lengthNs)} s`],
+        ['Rate', `${number(recording.framesPerSecond, 2)} frames/s`],
+        ['Interval', `median ${ms(recording.medianIntervalNs)} ms, from ` +
+            `${ms(recording.minIntervalNs)} to ${ms(recording.maxIntervalNs)} ms`],
+        ['Jitter', `${ms(recording.jitterNs)} ms`],
+        ['Gaps', gaps],
+        ['Missing states', missingText(recording.missingStates)],
+        ['Unusable images', recording.framesWithError > 0 ? whole(recording.framesWithError) : ''],
+        ['Notes', recording.notes.join('; ')],
+    ]);
+}
+
+function faultsText(faults) {
+    const strikes = Object.entries(faults.strikes).map(([kind, count]) => `${kind} ${whole(count)}`);
+    return `${strikes.join(', ')} (random seed ${faults.randomSeed})`;
+}
+
+function settings(options, faults) {
+    const delay = (ns, fallback) => (ns === null ? fallback : `${ms(ns)} ms`);
+    const times = (list) => list.map((ns) => `${seconds(ns)} s`).join(', ');
+    const properties = Object.entries(options.properties).map(([key, value]) => `${key}=${value}`);
+    return definitions([
+        ['Policy', options.policy],
+        ['Time-out', options.timeoutNs === null ? '' : `${whole(options.timeoutNs / 1e6)} ms`],
+        ['Frames per capture', whole(options.framesPerCapture)],
+        ['History', counted(options.historySize, 'frame', 'frames')],
+        ['ZSL offset', `${whole(options.offsetNs / 1e6)} ms`],
+        ['Frame sync', options.frameSync ? 'wanted' : ''],
+        ['Delivery delay', delay(options.deliveryDelayNs, 'the frame\u2019s duration')],
+        ['Reprocessing', delay(options.reprocessDelayNs, 'the median interval')],
+        ['Flushes', times(options.flushAtNs)],
+        ['Properties', properties.join(' ')],
+        ['Faults', faults ? faultsText(faults) : ''],
+    ]);
+}
+
+function ledgerFacts(replay) {
+    const {ledger, summary} = replay;
+    const out = ledger.withProcessor + ledger.withFrameBuilder;
+    return definitions([
+        ['Handed out', whole(ledger.handedOut)],
+        ['Given back', `${whole(ledger.returned)} returned, ${whole(ledger.consumed)} consumed, ` +
+            `${whole(ledger.released)} released`],
+        ['Still out', whole(out)],
+        ['Lost', whole(ledger.lost)],
+        ['Longest held', `${ms(ledger.longestHeldNs)} ms`],
+        ['Left the history', `${counted(summary.droppedFrames, 'frame', 'frames')} unused`],
+        ['Error lines', whole(summary.logErrorLines)],
+    ]);
+}
+
+const titled = (title, body) => element('div', {}, element('h3', {}, title), body);
+
+export function showFacts(replay) {
+    byId('facts-body').replaceChildren(
+        titled('Recording', recordingFacts(replay.recording)),
+        element('div', {}, titled('Replay', settings(replay.options, replay.faults)),
+            titled('Buffer sets', ledgerFacts(replay))));
+    byId('dumps').replaceChildren(...replay.dumps.map((dump) => element('details', {},
+        element('summary', {}, `Dump at ${seconds(dump.timeNs)} s`),
+        element('pre', {}, dump.lines.join('\n')))));
+    show('facts');
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -14,5 +15,8 @@ std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows);
 /// What went wrong: a line for each problem and each broken limit that names recording and
 /// settings. What fails alike under every setting of a recording is told once.
 std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows);
+
+/// A header and a line for each row, with LF line ends; docs/compare.md describes the columns.
+void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
 
 }  // namespace zebcam::tool::report

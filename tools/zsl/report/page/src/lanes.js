@@ -1,7 +1,85 @@
-import {FONT} from '../chart.js';
-import {toneOf} from '../format.js';
-import {theme} from '../theme.js';
-import {BAR_HEIGHT, barY, PRESS_SIZE, pressY} from './lanes.js';
+import {FONT, theme} from './chart.js';
+import {toneOf} from './format.js';
+
+const GAP = 8;
+const BAR_PITCH = 6;
+const FIRST_BAR = 34;
+
+/// The captures' bars lie under their marks, in rows, so that those that overlap show.
+const PRESS_SIZE = 7;
+const BAR_HEIGHT = 4;
+const pressY = (lane) => lane.top + 23;
+const barY = (lane, row) => lane.top + FIRST_BAR + row * BAR_PITCH;
+const pressHeight = (rows) => FIRST_BAR + rows * BAR_PITCH;
+
+/// The lanes of the time line from the top, in CSS pixels from the plot's top.
+export function lanesOf(model) {
+    const wanted = [
+        {name: 'captures', label: 'Captures', height: pressHeight(model.rows)},
+        {name: 'choices', label: 'Chosen', height: 20},
+        ...model.hasReasons ? [{name: 'refusals', label: 'Refused', height: 20}] : [],
+        ...model.kept.length > 0 ? [{name: 'kept', label: 'Set aside', height: 20}] : [],
+        {name: 'frames', label: 'Frames', height: 26},
+        {name: 'focus', label: 'Focus', height: 16},
+        {name: 'exposure', label: 'Exposure', height: 16},
+    ];
+    let top = GAP;
+    return wanted.map((lane) => {
+        const placed = {...lane, top, middle: top + lane.height / 2};
+        top += lane.height + GAP;
+        return placed;
+    });
+}
+
+export function lanesHeight(lanes) {
+    const last = lanes[lanes.length - 1];
+    return last.top + last.height + GAP;
+}
+
+const REACH = 9;
+
+/// The item nearest to `time` among those in ascending time; null when it is not near.
+function nearest(items, time, reach) {
+    let best = null;
+    for (const item of items) {
+        const distance = Math.abs((item.time ?? item.press) - time);
+        if (distance <= reach && (best === null || distance < best.distance)) {
+            best = {distance, item};
+        }
+    }
+    return best?.item ?? null;
+}
+
+function captureAt(model, lane, time, y, reach) {
+    const onMark = y < pressY(lane) + REACH ? nearest(model.captures, time, reach) : null;
+    const isOnBar = ({row}) => y >= barY(lane, row) - 1 && y <= barY(lane, row) + BAR_HEIGHT + 1;
+    return onMark ?? model.captures.find((capture) => isOnBar(capture) && capture.press <= time &&
+        time <= capture.end) ?? null;
+}
+
+function frameAt(model, time) {
+    const {frames, interval} = model;
+    const i = frames.atOrAfter(time + 1e-9) - 1;
+    return i >= 0 && time - frames.times[i] <= interval * 1.25 ? i : null;
+}
+
+/// What lies at a place of the plot, in CSS pixels: {kind, item}; null for nothing.
+export function hit(chart, model, lanes, x, y) {
+    const lane = lanes.find(({top, height}) => y >= top - 4 && y < top + height + 4);
+    if (!lane) {
+        return null;
+    }
+    const time = chart.posToVal(x, 'x');
+    const reach = chart.posToVal(x + REACH, 'x') - time;
+    const items = {choices: model.choices, refusals: model.refusals, kept: model.kept}[lane.name];
+    let item;
+    if (lane.name === 'captures') {
+        item = captureAt(model, lane, time, y, reach);
+    } else {
+        item = items ? nearest(items, time, reach) : frameAt(model, time);
+    }
+    return item === null ? null : {kind: items || lane.name === 'captures' ? lane.name : 'frames', item};
+}
 
 const MAX_CONNECTORS = 300;
 const MIN_FRAME_WIDTH = 3;

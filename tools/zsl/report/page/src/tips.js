@@ -1,6 +1,6 @@
-import {reasonOf} from '../details.js';
-import {definitions, element} from '../dom.js';
-import {afMode, afState, lensState, ms, number, seconds} from '../format.js';
+import {reasonOf} from './captures.js';
+import {definitions, element} from './dom.js';
+import {afMode, afState, lensState, ms, number, seconds, valueText, words} from './format.js';
 
 const MAX_LINES = 8;
 
@@ -15,8 +15,8 @@ function list(lines) {
 function verdictText(candidate) {
     const reason = reasonOf(candidate);
     let why = candidate.verdict === 'refused' ? reason : `${candidate.verdict} ${reason}`.trim();
-    const values = [candidate.wanted && `wanted ${candidate.wanted}`,
-        candidate.found && `found ${candidate.found}`].filter(Boolean).join(', ');
+    const values = [['wanted', candidate.wanted], ['found', candidate.found]]
+        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueText(value)}`).join(', ');
     if (values) {
         why += `: ${values}`;
     }
@@ -41,21 +41,21 @@ function verdictLines(verdicts) {
 
 function captureTip(capture) {
     const frames = capture.frames.map((frame) => {
-        const chosen = frame.historyFrame === null ? 'no history frame'
-            : `history frame ${frame.historyFrame}, ${ms(frame.lagNs)} ms`;
+        const chosen = frame.frameNo === null ? 'no history frame'
+            : `history frame ${frame.frameNo}, ${ms(frame.lagNs)} ms`;
         const waited = frame.waitNs > 0 ? ` after ${ms(frame.waitNs)} ms` : '';
-        return `frame ${frame.index} ${frame.served}${waited}: ${chosen}`;
+        return `frame ${frame.index} ${words(frame.served)}${waited}: ${chosen}`;
     });
     return [element('strong', {}, `Capture ${capture.requestNo}`),
         `pressed at ${seconds(capture.press * 1e9)} s`, list(frames)];
 }
 
 function choiceTip({time, capture, frame}) {
-    return [element('strong', {}, `Frame ${frame.historyFrame} for capture ${capture.requestNo}`),
+    return [element('strong', {}, `Frame ${frame.frameNo} for capture ${capture.requestNo}`),
         definitions([
             ['Time', `${seconds(time * 1e9)} s`],
             ['Lag', `${ms(frame.lagNs)} ms`],
-            ['Served', frame.served],
+            ['Served', words(frame.served)],
             ['Waited', `${ms(frame.waitNs)} ms`],
         ])];
 }

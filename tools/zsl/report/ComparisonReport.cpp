@@ -1,15 +1,17 @@
-#include "report/ComparisonTable.h"
+#include "report/ComparisonReport.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <optional>
+#include <ostream>
 #include <span>
 #include <string_view>
 
 #include "base/Text.h"
-#include "log/Logcat.h"
+#include "compare/ComparisonFields.h"
 
 namespace zebcam::tool::report {
 
@@ -90,7 +92,7 @@ constexpr char kNumbers[] = "{:>6}{:>7}{:>6}{:>6}{:>9}{:>9}{:>9}{:>9}{:>8}{:>8}{
 std::string numbersText(compare::RunNumbers const& numbers) {
     run::ReplaySummary const& summary = numbers.summary;
     base::Spread const& lag = summary.lag;
-    base::Spread const& wait = numbers.wait;
+    base::Spread const& wait = numbers.summary.wait;
     bool const hasLag = lag.count > 0;
     bool const hasWait = wait.count > 0;
     return fmt::format(kNumbers, summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
@@ -102,20 +104,6 @@ std::string numbersText(compare::RunNumbers const& numbers) {
 std::string trimmedLine(std::string line) {
     line.erase(line.find_last_not_of(' ') + 1);
     return line + "\n";
-}
-
-/// `text` behind `indent` blanks, broken after commas.
-std::string wrapped(std::string_view text, size_t indent) {
-    std::string out;
-    size_t const width = kColumns - indent;
-    while (!text.empty()) {
-        size_t cut = text.size() <= width ? text.size() : text.rfind(", ", width - 1);
-        cut = cut == std::string_view::npos ? text.size() : cut;
-        bool const isCut = cut < text.size();
-        out += fmt::format("{:{}}{}{}\n", "", indent, text.substr(0, cut), isCut ? "," : "");
-        text.remove_prefix(isCut ? cut + 2 : cut);
-    }
-    return out;
 }
 
 /// `, offset 50 ms, frames 1`; without what is not known.
@@ -187,7 +175,8 @@ private:
         out += numbersText(*row.numbers) + "\n";
         compare::RefusalCounts const& refusals = row.numbers->refusals;
         if (refusals.total() > 0) {
-            out += wrapped(fmt::format("refused {}: {}", refusals.total(), refusals.text()), 4);
+            out += base::wrap("", fmt::format("refused {}: {}", refusals.total(), refusals.text()),
+                              {.indent = 4, .columns = kColumns, .breakAfter = ", "});
         }
         return out;
     }
@@ -237,6 +226,51 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
         }
     }
     return text;
+}
+
+namespace {
+
+std::string csvField(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
+        return std::string(text);
+    }
+    std::string out = "\"";
+    for (char const c : text) {
+        out += c == '"' ? "\"\"" : std::string(1, c);
+    }
+    return out + "\"";
+}
+
+std::string messageOf(compare::ComparisonRow const& row) {
+    std::string text;
+    for (auto const* const texts : {&row.problems, &row.broken}) {
+        for (std::string const& complaint : *texts) {
+            text += text.empty() ? "" : "; ";
+            text += complaint;
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
+    out << "recording,policy,offset_ms,frames_per_capture,history_frames,status,message";
+    for (compare::ComparisonField const& field : compare::comparisonFields()) {
+        out << ',' << field.name;
+    }
+    out << '\n';
+    for (compare::ComparisonRow const& row : rows) {
+        std::optional<int64_t> const offsetMs = row.offsetMs();
+        out << fmt::format("{},{},{},{},{},{},{}", csvField(row.recording),
+                           csvField(row.options.policy.name()),
+                           offsetMs ? fmt::to_string(*offsetMs) : "", row.options.framesPerCapture,
+                           row.options.history, row.status(), csvField(messageOf(row)));
+        for (compare::ComparisonField const& field : compare::comparisonFields()) {
+            out << ',' << (row.numbers ? compare::asText(field.value(*row.numbers)) : "");
+        }
+        out << '\n';
+    }
 }
 
 }  // namespace zebcam::tool::report

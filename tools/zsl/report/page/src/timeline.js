@@ -1,11 +1,7 @@
-import {axis, makeChart} from '../chart.js';
-import {byId, element, show, svgElement} from '../dom.js';
-import {OUTCOMES, seconds, toneOf, whole} from '../format.js';
-import {hideTooltip, showTooltip} from '../tooltip.js';
-import {theme} from '../theme.js';
-import {drawLanes} from './draw.js';
-import {hit} from './hit.js';
-import {lanesHeight, lanesOf} from './lanes.js';
+import {axis, makeChart, theme} from './chart.js';
+import {byId, element, hideTooltip, show, showTooltip, svgElement} from './dom.js';
+import {OUTCOMES, seconds, toneOf, whole, words} from './format.js';
+import {drawLanes, hit, lanesHeight, lanesOf} from './lanes.js';
 import {Navigation} from './navigation.js';
 import {tipOf} from './tips.js';
 
@@ -35,7 +31,7 @@ function showLegend(model) {
         (_, i) => frames.focus(i) === state || frames.exposure(i) === state);
     const hasError = frames.times.some((_, i) => frames.get('hasError', i));
     byId('timeline-legend').replaceChildren(
-        ...outcomes.map((outcome) => legendEntry('press', toneOf(outcome), `press, ${outcome}`)),
+        ...outcomes.map((outcome) => legendEntry('press', toneOf(outcome), `press, ${words(outcome)}`)),
         legendEntry('choice', '', 'chosen'),
         ...model.refusals.length > 0 ? [legendEntry('refusal', 'refused', 'refused')] : [],
         ...model.kept.length > 0 ? [legendEntry('kept', 'refused', 'in flight or locked')] : [],

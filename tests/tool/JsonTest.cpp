@@ -1,0 +1,204 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "recording/RecordingGenerator.h"
+#include "report/JsonReport.h"
+
+namespace zebcam::tool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Paths = std::set<std::string>;
+
+std::string join(std::string const& path, std::string const& key) {
+    return path.empty() ? key : path + "." + key;
+}
+
+/// The paths of all fields, lists looked through; keys that a user named as the page has them.
+void addPaths(Json const& json, std::string const& path, Paths& paths) {
+    for (auto const& [key, value] : json.items()) {
+        if (json.is_array()) {
+            addPaths(value, path, paths);
+        } else if (json.is_object()) {
+            std::string const name = path.ends_with("properties") ? "KEY"
+                                     : path.ends_with("strikes")  ? "KIND"
+                                                                  : key;
+            paths.insert(join(path, name));
+            addPaths(value, join(path, name), paths);
+        }
+    }
+}
+
+/// What docs/json.md lists, by heading: fields and the heading of what is below each.
+class Page {
+public:
+    Page() {
+        std::ifstream file(std::filesystem::path(__FILE__).parent_path() / "../../docs/json.md");
+        std::regex const field("`([^`]+)`");
+        std::regex const link(R"(\(#([a-z]+)\))");
+        std::string heading;
+        for (std::string line; std::getline(file, line);) {
+            heading = line.starts_with("## ") ? line.substr(3) : heading;
+            std::string const cell =
+                line.starts_with("| `") ? line.substr(0, line.find(" | ")) : "";
+            std::smatch part;
+            std::string const below = std::regex_search(line, part, link) ? part[1].str() : "";
+            for (std::sregex_iterator i(cell.begin(), cell.end(), field), end; i != end; ++i) {
+                mFields[heading].emplace_back(
+                    std::regex_replace((*i)[1].str(), std::regex(R"(\[\])"), ""), below);
+            }
+        }
+    }
+
+    void addPaths(std::string const& heading, std::string const& path, Paths& paths) const {
+        for (auto const& [field, below] : mFields.at(heading)) {
+            for (size_t end = field.find('.'); end != std::string::npos;
+                 end = field.find('.', end + 1)) {
+                paths.insert(join(path, field.substr(0, end)));
+            }
+            paths.insert(join(path, field));
+            if (!below.empty()) {
+                addPaths(below, join(path, field), paths);
+            }
+        }
+    }
+
+private:
+    std::map<std::string, std::vector<std::pair<std::string, std::string>>> mFields;
+};
+
+/// An explanation, captures and results with at least one of everything that can be listed.
+
+log::Explanation fullExplanation() {
+    log::TryExplanation attempt;
+    attempt.ageMs = 30;
+    attempt.wanted = {{}};
+    attempt.candidates.resize(3);
+    attempt.candidates[0].criterion = log::Criterion::Time;
+    attempt.candidates[0].wantedNumber = attempt.candidates[0].foundNumber = 5;
+    attempt.candidates[1].criterion = log::Criterion::Exposure;
+    attempt.candidates[1].wantedNumber = attempt.candidates[1].foundNumber = 1;
+    attempt.candidates[2].criterion = log::Criterion::SensorMode;
+    attempt.candidates[2].wanted = attempt.candidates[2].found = "[0] = 3";
+    attempt.served = {{0, 7, log::Source::TimedOut}};
+    attempt.parked = {{1, 8}};
+    attempt.orders = {{}};
+    attempt.locked = {{"Hoarder", {9}}};
+    log::CaptureExplanation capture;
+    capture.requestNo = 1;
+    capture.tries = {attempt};
+    return {{capture}, {{}}, {{}}, {}};
+}
+
+pipeline::ReplayOptions fullOptions() {
+    pipeline::ReplayOptions options;
+    options.properties = {{"a.b", "1"}};
+    options.faults.rules = {{pipeline::FaultKind::Late, 0.5, {}}};
+    return options;
+}
+
+pipeline::FaultTally const kTally{1, {{pipeline::FaultKind::Late, 2}}};
+
+run::ReplayResult fullReplay() {
+    pipeline::CaptureRecord capture;
+    capture.requestNo = 1;
+    capture.sensorModes = {{0, 3}};
+    capture.frames.resize(1);
+    capture.tries.resize(1);
+    run::ReplayResult result;
+    result.options = fullOptions();
+    result.captures = {capture};
+    result.unsettled = {{}};
+    result.dumps = {{}};
+    result.faults = kTally;
+    result.device.emplace();
+    return result;
+}
+
+run::LiveResult fullLive() {
+    run::LiveResult result;
+    result.options.replay = fullOptions();
+    result.options.recordPath = "a.zslrec";
+    result.recorder.emplace().end = NSCam::v3::pipeline::model::ZslRecordingEnd::MEMORY_FULL;
+    result.unsettled = {{}};
+    result.faults = kTally;
+    return result;
+}
+
+TEST(Json, HasTheFieldsThatItsPageLists) {
+    log::Explanation const explanation = fullExplanation();
+    recording::GeneratorOptions const generator;
+    recording::Recording const recording = recording::generate(generator);
+    compare::ComparisonRow row;
+    row.options = fullOptions();
+    row.numbers.emplace();
+    compare::ComparisonPlan plan;
+    plan.limits = {compare::Limit("frames==0")};
+    std::map<std::string, Json> const documents = {
+        {"replay", report::toJson(fullReplay(), &explanation)},
+        {"live", report::toJson(fullLive(), recording)},
+        {"compare", report::toJson(plan, {row, {}})},
+        {"explain", report::toJson(explanation)},
+        {"generate", report::toJson(generator, recording)}};
+    Page const page;
+    for (auto const& [command, document] : documents) {
+        SCOPED_TRACE(command);
+        EXPECT_EQ(document.at("format"), 2);
+        EXPECT_EQ(document.at("command"), command);
+        Paths listed;
+        page.addPaths("Every document", "", listed);
+        page.addPaths("zsl " + command, "", listed);
+        Paths found;
+        addPaths(document, "", found);
+        for (std::string const& path : found) {
+            EXPECT_EQ(listed.erase(path), 1U) << path << " is not on the page";
+        }
+        // Null there, as the page says, and so without what is below.
+        std::erase_if(listed, [](std::string const& path) {
+            return path.starts_with("summary.lag.") || path.starts_with("summary.wait.") ||
+                   path.starts_with("rows.ledger.unsettled.");
+        });
+        EXPECT_EQ(listed, Paths{}) << "on the page only";
+    }
+}
+
+TEST(Json, HasNumbersWordsAndNulls) {
+    log::Explanation const explanation = fullExplanation();
+    Json const replay = report::toJson(fullReplay(), &explanation);
+    Json const attempt = replay["captures"][0]["tries"][0]["explanation"];
+    EXPECT_EQ(attempt["ageNs"], 30'000'000);
+    EXPECT_EQ(attempt["servedFrames"][0]["source"], "timedOut");
+    Json const candidates = attempt["candidates"];
+    EXPECT_EQ(candidates[0]["wanted"], (Json{{"ns", 5}, {"op", ">="}}));
+    EXPECT_EQ(candidates[1]["found"], (Json{{"value", 1}}));
+    EXPECT_EQ(candidates[2]["criterion"], "sensorMode");
+    EXPECT_EQ(candidates[2]["wanted"], (Json{{"text", "[0] = 3"}}));
+    EXPECT_TRUE(replay["captures"][0]["frames"][0]["frameNo"].is_null());
+    EXPECT_EQ(replay["summary"]["lag"]["count"], 0);
+    EXPECT_TRUE(replay["summary"]["lag"]["p95Ns"].is_null());
+    EXPECT_EQ(replay["faults"]["strikes"], (Json{{"late", 2}}));
+
+    run::LiveResult lived = fullLive();
+    lived.offsetMs = INT64_MAX;  // of a property that holds any number
+    lived.status.captures.served[pipeline::Served::Flushed] = 4;
+    Json const live = report::toJson(lived, recording::generate({}));
+    EXPECT_EQ(live["summary"]["flushed"], 4);
+    EXPECT_EQ(live["summary"]["atOnce"], 0);
+    EXPECT_TRUE(live["summary"]["lag"].is_null());
+    EXPECT_EQ(live["recorder"]["end"], "memoryFull");
+    EXPECT_EQ(live["options"]["offsetNs"], INT64_MAX);
+    EXPECT_FALSE(live["isClean"]);
+    EXPECT_TRUE(live["recording"]["path"].is_null());
+}
+
+}  // namespace
+}  // namespace zebcam::tool

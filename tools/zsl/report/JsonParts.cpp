@@ -1,0 +1,178 @@
+#include "report/JsonParts.h"
+
+#include <cctype>
+#include <limits>
+#include <utility>
+
+#include "Version.h"
+
+namespace zebcam::tool::report {
+
+namespace {
+
+// Raised when a field changes its meaning or goes away, in any of the documents.
+constexpr int kFormat = 2;
+
+Json spreadJson(base::Spread const& spread) {
+    auto const known = [&](int64_t ns) { return spread.count > 0 ? Json(ns) : Json(nullptr); };
+    return {{"count", spread.count},
+            {"minNs", known(spread.min)},
+            {"medianNs", known(spread.median)},
+            {"p95Ns", known(spread.p95)},
+            {"maxNs", known(spread.max)}};
+}
+
+}  // namespace
+
+Json withoutNulls(Json const& object) {
+    Json known = Json::object();
+    for (auto const& [key, value] : object.items()) {
+        if (!value.is_null()) {
+            known[key] = value;
+        }
+    }
+    return known;
+}
+
+std::string wordOf(std::string_view name) {
+    std::string word;
+    bool isStart = false;
+    for (char const c : name) {
+        if (c == ' ') {
+            isStart = true;
+        } else {
+            word += isStart ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
+            isStart = false;
+        }
+    }
+    return word;
+}
+
+int64_t nsOfMs(int64_t ms) {
+    constexpr int64_t kNsPerMs = 1'000'000;
+    // A property or a log line may hold any number.
+    int64_t ns = 0;
+    if (__builtin_mul_overflow(ms, kNsPerMs, &ns)) {
+        return ms < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
+    }
+    return ns;
+}
+
+Json documentOf(char const* command, bool isClean) {
+    return {{"format", kFormat}, {"version", VERSION}, {"command", command}, {"isClean", isClean}};
+}
+
+Json recordingJson(std::string const& path, std::vector<std::string> const& notes,
+                   recording::RecordingFacts const& facts, int64_t firstTimestampNs) {
+    recording::MissingStates const& missing = facts.missing;
+    return {{"path", orNull(path)},
+            {"frames", facts.frames},
+            {"framesWithError", facts.framesWithError},
+            {"firstTimestampNs", firstTimestampNs},
+            {"lengthNs", facts.lengthNs},
+            {"framesPerSecond", facts.meanRateFps},
+            {"medianIntervalNs", facts.medianIntervalNs},
+            {"minIntervalNs", facts.minIntervalNs},
+            {"maxIntervalNs", facts.maxIntervalNs},
+            {"jitterNs", facts.jitterNs},
+            {"gaps", facts.gaps},
+            {"largestGapNs", facts.largestGapNs},
+            {"missingStates",
+             {{"afMode", missing.afMode},
+              {"afState", missing.afState},
+              {"lensState", missing.lensState},
+              {"aeStable", missing.aeStable},
+              {"frameSync", missing.frameSync},
+              {"sensorId", missing.sensorId},
+              {"sensorMode", missing.sensorMode}}},
+            {"notes", notes}};
+}
+
+Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs) {
+    bool const hasTimeout = options.policy.kind == pipeline::PolicyKind::Multiframe;
+    Json properties = Json::object();
+    for (auto const& [key, value] : options.properties) {
+        properties[key] = value;
+    }
+    return {{"policy", options.policy.name()},
+            {"timeoutNs", hasTimeout ? Json(nsOfMs(options.timeoutMs)) : Json(nullptr)},
+            {"framesPerCapture", options.framesPerCapture},
+            {"historySize", options.history},
+            {"deliveryDelayNs", orNull(options.deliveryDelayNs)},
+            {"reprocessDelayNs", orNull(options.reprocessDelayNs)},
+            {"offsetNs", offsetMs ? Json(nsOfMs(*offsetMs)) : Json(nullptr)},
+            {"frameSync", options.frameSync},
+            {"pressAtNs", options.pressesNs},
+            {"flushAtNs", options.flushesNs},
+            {"dumpAtNs", options.dumpsNs},
+            {"properties", std::move(properties)}};
+}
+
+Json summaryJson(run::ReplaySummary const& summary, uint64_t droppedFrames, uint64_t errorLines) {
+    return {{"captures", summary.captures},
+            {"answeredCaptures", summary.answeredCaptures},
+            {"frames", summary.frames},
+            {"atOnce", summary.atOnce},
+            {"waited", summary.waited},
+            {"timedOut", summary.timedOut},
+            {"flushed", summary.flushed},
+            {"unanswered", summary.unanswered},
+            {"withoutHistory", summary.withoutHistory},
+            {"lag", spreadJson(summary.lag)},
+            {"wait", spreadJson(summary.wait)},
+            {"droppedFrames", droppedFrames},
+            {"logErrorLines", errorLines}};
+}
+
+Json ledgerJson(host::BufferLedger::Totals const& totals, int64_t longestHeldNs,
+                std::vector<host::LedgerLine> const* unsettled) {
+    Json lines = nullptr;
+    if (unsettled != nullptr) {
+        lines = listOf(*unsettled, [](host::LedgerLine const& line) {
+            return Json{{"frameNo", line.frameNo},
+                        {"requestNo", line.forRequestNo},
+                        {"sinceNs", line.sinceNs},
+                        {"isClone", line.isClone},
+                        {"holder", wordOf(host::toString(line.holder))}};
+        });
+    }
+    return {{"balances", totals.balances()},
+            {"handedOut", totals.handedOut},
+            {"returned", totals.returned},
+            {"released", totals.released},
+            {"consumed", totals.consumed},
+            {"withProcessor", totals.withProcessor},
+            {"withFrameBuilder", totals.withFrameBuilder},
+            {"lost", totals.lost},
+            {"longestHeldNs", totals.handedOut > 0 ? Json(longestHeldNs) : Json(nullptr)},
+            {"unsettled", std::move(lines)}};
+}
+
+Json faultsJson(pipeline::FaultOptions const& options,
+                std::optional<pipeline::FaultTally> const& tally) {
+    if (!tally) {
+        return nullptr;
+    }
+    Json strikes = Json::object();
+    for (auto const& [kind, count] : tally->strikes) {
+        strikes[std::string(pipeline::traitsOf(kind).name)] = count;
+    }
+    return {{"randomSeed", tally->randomSeed},
+            {"rules", listOf(options.rules, [](auto const& rule) { return toString(rule); })},
+            {"strikes", std::move(strikes)}};
+}
+
+Json frameJson(pipeline::CaptureRecord const& capture, size_t index) {
+    pipeline::FrameOutcome const& frame = capture.frames[index];
+    return {{"index", index},
+            {"served", wordOf(toString(frame.served))},
+            {"try", orNull(frame.tryIndex)},
+            {"frameNo", orNull(frame.historyFrame)},
+            {"timestampNs", orNull(frame.timestampNs)},
+            {"lagNs", orNull(capture.lagNs(frame))},
+            {"waitNs", orNull(capture.waitNs(frame))},
+            {"resultNs", orNull(frame.resultNs)},
+            {"reportedTimestampNs", orNull(frame.reportedNs)}};
+}
+
+}  // namespace zebcam::tool::report
