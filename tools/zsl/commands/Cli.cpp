@@ -42,6 +42,7 @@ int refuse(std::ostream& err, std::string const& command, std::string const& pro
     return kBadInput;
 }
 
+// The parser breaks some of its complaints into lines, and exceptions may hold anything.
 std::string oneLine(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
@@ -61,6 +62,7 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     addGenerateCommand(app, streams, status);
     addExplainCommand(app, streams, status);
     addCompareCommand(app, streams, status);
+    // People ask for it on either side of the command.
     for (CLI::App* const command : app.get_subcommands({})) {
         command->set_version_flag("--version", version);
     }
@@ -68,6 +70,7 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     std::vector<std::string> const commands = commandNames(app);
     bool const isCommand = std::find(commands.begin(), commands.end(), first) != commands.end();
     std::string const command = isCommand ? "zsl " + first : "zsl";
+    // The parser would complain of a missing subcommand, and not say what it met instead.
     if (!isCommand && !first.starts_with('-')) {
         std::string const found = argc > 1 ? ", found " + base::quoteContent(first) : "";
         return refuse(streams.err, command, "expected the command " + anyOf(commands) + found);
@@ -79,9 +82,11 @@ int runCli(int argc, char const* const* argv, CliStreams const& streams) {
     } catch (CLI::ParseError const& error) {
         return refuse(streams.err, command, oneLine(error.what()));
     } catch (std::exception const& error) {
+        // The input is no good, of which --help knows nothing.
         streams.err << command << ": " << oneLine(error.what()) << '\n';
         return kBadInput;
     }
+    // A full disk behind a redirection shows now at the latest.
     if (!streams.out.flush()) {
         streams.err << command << ": standard output cannot be written\n";
         return kBadInput;

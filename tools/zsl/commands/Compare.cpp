@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -31,8 +32,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kStandardStream[] = "-";
+// More is a slip: each is a process that reads a recording.
 constexpr int64_t kMaxJobs = 1'024;
-constexpr int kSignalStatus = 128;
+constexpr int kSignalStatus = 128;  // and the signal, as shells have it
 
 struct Arguments {
     compare::ComparisonPlan plan;
@@ -48,7 +50,7 @@ void requireUsable(Arguments const& arguments) {
     for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
         requireOneOffset(plan.common, offsetMs);
     }
-    std::error_code ignored;
+    std::error_code ignored;  // whoever opens it will say more
     for (pipeline::PolicyOption const& policy : plan.policies) {
         if (policy.kind == pipeline::PolicyKind::Plugin &&
             !fs::exists(policy.pluginPath, ignored)) {
@@ -95,6 +97,7 @@ void complain(std::vector<compare::ComparisonRow> const& rows, std::ostream& err
 int run(Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(arguments);
+    // Before the files: a signal must not end the program while they are half made.
     base::SignalWatch const signals;
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile csv(arguments.csv, streams.out);
@@ -115,7 +118,7 @@ int run(Arguments arguments, CliStreams const& streams) {
     if (!json.isStandard() && !csv.isStandard()) {
         streams.out << report::comparisonTable(rows);
     }
-    streams.out.flush();
+    streams.out.flush();  // complaints come below the table where both go to one place
     complain(rows, streams.err);
     bool const isGood = std::all_of(rows.begin(), rows.end(),
                                     [](compare::ComparisonRow const& row) { return row.isGood(); });
@@ -123,27 +126,21 @@ int run(Arguments arguments, CliStreams const& streams) {
 }
 
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
-    addValue(
-        command, "--policy",
-        [&plan](std::string const& text) { plan.policies.push_back(parsePolicy(text)); },
+    addParsed(
+        command, "--policy", plan.policies, parsePolicy,
         "default, cshot, multiframe or a library with a policy [default: default]; may be repeated",
-        "NAME|PATH.so")
-        ->take_all();
-    addValue(
-        command, "--offset",
-        [&plan](std::string const& text) { plan.offsetsMs.push_back(parseMilliseconds(text)); },
+        "NAME|PATH.so");
+    addParsed(
+        command, "--offset", plan.offsetsMs, parseMilliseconds,
         "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",
-        "T")
-        ->take_all();
+        "T");
     auto const addCounts = [&command](std::string const& name, std::vector<size_t>& counts,
                                       size_t usual, int64_t max, std::string const& help) {
-        addValue(
-            command, name,
-            [&counts, max](std::string const& text) {
-                counts.push_back(static_cast<size_t>(parseWholeNumber(text, 1, max)));
-            },
-            fmt::format("{} [default: {}]; may be repeated", help, usual), "N")
-            ->take_all();
+        auto const parse = [max](std::string const& text) {
+            return static_cast<size_t>(parseWholeNumber(text, 1, max));
+        };
+        addParsed(command, name, counts, parse,
+                  fmt::format("{} [default: {}]; may be repeated", help, usual), "N");
     };
     addCounts("--frames", plan.framesPerCapture, plan.common.framesPerCapture, kMaxFramesPerCapture,
               "Frames of each capture");
@@ -151,37 +148,36 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
               "Frames that the history keeps");
 }
 
+std::chrono::nanoseconds parseTimeLimit(std::string const& text) {
+    std::chrono::nanoseconds const limit(parseDelay(text));
+    if (limit.count() == 0) {
+        throw std::invalid_argument("expected a time longer than 0s, found " +
+                                    base::quoteContent(text));
+    }
+    return limit;
+}
+
 void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
     pool.jobs = std::max(1U, std::thread::hardware_concurrency());
-    addValue(
-        command, "--jobs",
-        [&pool](std::string const& text) {
-            pool.jobs = static_cast<size_t>(parseWholeNumber(text, 1, kMaxJobs));
+    addParsed(
+        command, "--jobs", pool.jobs,
+        [](std::string const& text) {
+            return static_cast<size_t>(parseWholeNumber(text, 1, kMaxJobs));
         },
         "Runs at once [default: one for each core]", "N");
-    addValue(
-        command, "--time-limit",
-        [&pool](std::string const& text) {
-            pool.timeLimit = std::chrono::nanoseconds(parseDelay(text));
-            if (pool.timeLimit.count() == 0) {
-                throw std::invalid_argument("expected a time longer than 0s, found " +
-                                            base::quoteContent(text));
-            }
-        },
-        "Give a run up after this long [default: 600s]", "T");
+    addParsed(command, "--time-limit", pool.timeLimit, parseTimeLimit,
+              "Give a run up after this long [default: 600s]", "T");
 }
 
 void addResultOptions(CLI::App& command, Arguments& arguments) {
-    addValue(
-        command, "--fail-if",
-        [&arguments](std::string const& text) { arguments.plan.limits.emplace_back(text); },
+    addParsed(
+        command, "--fail-if", arguments.plan.limits,
+        [](std::string const& text) { return compare::Limit(text); },
         "Exit with 1 if this holds for a run, as p95_lag_ms>50; may be repeated",
-        "FIELD<|<=|>|>=|==|!=N")
-        ->take_all();
+        "FIELD<|<=|>|>=|==|!=N");
     addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
-    addValue(
-        command, "--csv", [&arguments](std::string const& text) { arguments.csv = text; },
-        "Write CSV, - for standard output instead of the table", "FILE");
+    addParsed(command, "--csv", arguments.csv, std::identity(),
+              "Write CSV, - for standard output instead of the table", "FILE");
     addReportOption(command, arguments.report);
 }
 

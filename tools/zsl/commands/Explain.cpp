@@ -47,7 +47,7 @@ std::string nameOf(std::string const& path) {
 log::Explanation explain(std::istream& in, std::string const& path) {
     log::LogcatReader reader(in);
     log::Explainer explainer;
-    errno = 0;
+    errno = 0;  // streams lose the reason of a failure; the call beneath leaves it here
     for (log::LogRecord record; reader.next(record);) {
         explainer.feed(record);
     }
@@ -61,6 +61,7 @@ log::Explanation explainFile(std::string const& path) {
     if (path == kStandardStream) {
         return explain(std::cin, path);
     }
+    // A folder opens like a file and reads as an empty one.
     if (std::error_code error; std::filesystem::is_directory(path, error)) {
         failToRead(path, "it is a folder");
     }
@@ -93,6 +94,7 @@ std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
 int run(Arguments const& arguments, CliStreams const& streams) {
     base::ResultFile json(arguments.json, streams.out);
     log::Explanation explanation = explainFile(arguments.log);
+    // No error: a log without captures is what a grep for them gives, too.
     if (explanation.counts.processor == 0) {
         streams.err << fmt::format("zsl explain: {}: no line of ZebCam/ZslProc among {} lines\n",
                                    nameOf(arguments.log), explanation.counts.lines);
@@ -124,14 +126,11 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
                      "input [default: -]")
         ->type_name("FILE");
     addJson(*command, arguments->json);
-    addValue(
-        *command, "--request",
-        [arguments](std::string const& text) {
-            arguments->requests.push_back(
-                static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX)));
-        },
-        "Show this capture only; may be repeated", "N")
-        ->take_all();
+    auto const parseRequest = [](std::string const& text) {
+        return static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX));
+    };
+    addParsed(*command, "--request", arguments->requests, parseRequest,
+              "Show this capture only; may be repeated", "N");
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }

@@ -1,13 +1,17 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <charconv>
+#include <cstdint>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "base/ResultFile.h"
 #include "base/Text.h"
@@ -40,6 +44,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     if (arguments.output == "-" && arguments.json == "-") {
         throw CLI::ValidationError("--json", "--output goes to '-' as well");
     }
+    // Both before the work, so that neither is left behind when the other cannot be written.
     base::ResultFile output(arguments.output, streams.out);
     base::ResultFile json(arguments.json, streams.out);
     recording::Recording recording = recording::generate(arguments.options);
@@ -51,70 +56,57 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     return 0;
 }
 
-/// Numbers of one type each; the generator knows their ranges, which partly depend on each other.
-class NumberOptions {
-public:
-    explicit NumberOptions(CLI::App& command) : mCommand(command) {}
-
-    template <typename Whole>
-    void addWhole(std::string const& name, Whole& value, std::string const& help) {
-        auto const max =
-            static_cast<int64_t>(std::min<uint64_t>(std::numeric_limits<Whole>::max(), INT64_MAX));
-        auto const parse = [&value, max](std::string const& text) {
-            value = static_cast<Whole>(parseWholeNumber(text, 0, max));
+/// The generator knows the ranges, which partly depend on each other.
+template <typename Value>
+void addOption(CLI::App& command, std::string const& name, Value& value, std::string const& help) {
+    auto const describe = [&](auto const& usual) {
+        return fmt::format("{} [default: {}]", help, usual);
+    };
+    if constexpr (std::is_same_v<Value, double>) {
+        addParsed(command, name, value, parseNumber, describe(value), "X");
+    } else if constexpr (std::is_same_v<Value, int64_t>) {
+        addParsed(command, name, value, base::parseDuration, describe(base::formatDuration(value)),
+                  "T");
+    } else {
+        constexpr auto kMax = std::min<uint64_t>(std::numeric_limits<Value>::max(), INT64_MAX);
+        auto const parse = [](std::string const& text) {
+            return static_cast<Value>(parseWholeNumber(text, 0, kMax));
         };
-        addValue(mCommand, name, parse, fmt::format("{} [default: {}]", help, value), "N");
+        addParsed(command, name, value, parse, describe(value), "N");
     }
-
-    void addNumber(std::string const& name, double& value, std::string const& help) {
-        auto const parse = [&value](std::string const& text) { value = parseNumber(text); };
-        addValue(mCommand, name, parse, fmt::format("{} [default: {}]", help, value), "X");
-    }
-
-    void addTime(std::string const& name, int64_t& ns, std::string const& help) {
-        auto const parse = [&ns](std::string const& text) { ns = base::parseDuration(text); };
-        addValue(mCommand, name, parse,
-                 fmt::format("{} [default: {}]", help, base::formatDuration(ns)), "T");
-    }
-
-private:
-    CLI::App& mCommand;
-};
+}
 
 void addOptions(CLI::App& command, recording::GeneratorOptions& options) {
-    NumberOptions numbers(command);
-    numbers.addWhole("--frames", options.frames, "Number of frames, 2 to 1000000");
-    numbers.addNumber("--fps", options.fps, "Rate that the sensor reports, 1 to 960");
-    numbers.addWhole("--seed", options.seedValue, "Another value makes another recording");
-    numbers.addTime("--start", options.startNs, "Time of the first frame");
-    numbers.addWhole("--first-frame", options.firstFrameNo, "Number of the first frame");
-    numbers.addWhole("--interval-excess-ppm", options.intervalExcessPpm,
-                     "How much longer the intervals are than reported, up to 100000");
-    numbers.addTime("--jitter", options.jitterNs,
-                    "How far an interval strays, at most a tenth of it");
-    numbers.addNumber("--late-rate", options.lateRate,
-                      "Share of frames that come 1.3 ms late (at most 0.4 of an interval)");
-    numbers.addNumber("--gap-rate", options.gapRate,
-                      "Share of intervals of twice the length, mostly in the first frames");
-    addValue(
-        command, "--exposure",
-        [&options](std::string const& text) { options.exposureNs = base::parseDuration(text); },
-        "Exposure at the start, up to the frame duration [default: 10ms, or a third of a shorter "
-        "frame]",
-        "T");
-    numbers.addNumber("--exposure-drift-rate", options.exposureDriftRate,
-                      "Share of frames whose exposure changes by up to 5 %");
-    numbers.addNumber("--exposure-jump-rate", options.exposureJumpRate,
-                      "Share of frames whose exposure doubles or halves");
-    numbers.addNumber("--scan-rate", options.scanRate,
-                      "Share of frames that begin a focus scan, of those outside one");
-    numbers.addNumber("--strange-af-state-rate", options.strangeAfStateRate,
-                      "Share of frames with the undocumented AF state 101");
-    numbers.addNumber("--missing-af-state-rate", options.missingAfStateRate,
-                      "Share of frames without AF state, evenly spread");
-    numbers.addNumber("--error-rate", options.errorRate, "Share of frames with an unusable image");
-    numbers.addNumber("--unsynced-rate", options.unsyncedRate,
-                      "Share of frames whose sensors are not synchronised");
+    addOption(command, "--frames", options.frames, "Number of frames, 2 to 1000000");
+    addOption(command, "--fps", options.fps, "Rate that the sensor reports, 1 to 960");
+    addOption(command, "--seed", options.seedValue, "Another value makes another recording");
+    addOption(command, "--start", options.startNs, "Time of the first frame");
+    addOption(command, "--first-frame", options.firstFrameNo, "Number of the first frame");
+    addOption(command, "--interval-excess-ppm", options.intervalExcessPpm,
+              "How much longer the intervals are than reported, up to 100000");
+    addOption(command, "--jitter", options.jitterNs,
+              "How far an interval strays, at most a tenth of it");
+    addOption(command, "--late-rate", options.lateRate,
+              "Share of frames that come 1.3 ms late (at most 0.4 of an interval)");
+    addOption(command, "--gap-rate", options.gapRate,
+              "Share of intervals of twice the length, mostly in the first frames");
+    addParsed(command, "--exposure", options.exposureNs, base::parseDuration,
+              "Exposure at the start, up to the frame duration [default: 10ms, or a third of a "
+              "shorter frame]",
+              "T");
+    addOption(command, "--exposure-drift-rate", options.exposureDriftRate,
+              "Share of frames whose exposure changes by up to 5 %");
+    addOption(command, "--exposure-jump-rate", options.exposureJumpRate,
+              "Share of frames whose exposure doubles or halves");
+    addOption(command, "--scan-rate", options.scanRate,
+              "Share of frames that begin a focus scan, of those outside one");
+    addOption(command, "--strange-af-state-rate", options.strangeAfStateRate,
+              "Share of frames with the undocumented AF state 101");
+    addOption(command, "--missing-af-state-rate", options.missingAfStateRate,
+              "Share of frames without AF state, evenly spread");
+    addOption(command, "--error-rate", options.errorRate, "Share of frames with an unusable image");
+    addOption(command, "--unsynced-rate", options.unsyncedRate,
+              "Share of frames whose sensors are not synchronised");
 }
 
 }  // namespace
@@ -123,9 +115,8 @@ void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatu
     auto const arguments = std::make_shared<Arguments>();
     CLI::App* const command = app.add_subcommand(
         "generate", "Write a made-up recording that shows what phones show (a rate is 0 to 1)");
-    addValue(
-        *command, "-o,--output", [arguments](std::string const& text) { arguments->output = text; },
-        "File to write, - for standard output", "FILE")
+    addParsed(*command, "-o,--output", arguments->output, std::identity(),
+              "File to write, - for standard output", "FILE")
         ->required();
     addOptions(*command, arguments->options);
     addJson(*command, arguments->json, "Tell what was made as JSON, - for standard output");

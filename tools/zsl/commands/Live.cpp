@@ -29,9 +29,10 @@ constexpr int64_t kNsPerMs = 1'000'000;
 constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr int64_t kMaxDurationNs = 7 * 24 * 3600 * kNsPerSecond;
 constexpr int64_t kGeneratedNs = 10 * kNsPerSecond;
+// What phones do, from preview to slow motion.
 constexpr int64_t kMinFps = 30;
 constexpr int64_t kMaxFps = 960;
-constexpr int kPollMs = 20;
+constexpr int kPollMs = 20;  // how late a line or the end may be
 
 struct Arguments {
     std::optional<std::string> recording;
@@ -40,12 +41,12 @@ struct Arguments {
     run::LiveOptions options;
 };
 
-int64_t parseTime(std::string const& text, int64_t minNs, int64_t maxNs) {
+int64_t parseTime(std::string const& text) {
     int64_t const ns = base::parseDuration(text);
-    if (ns < minNs || ns > maxNs) {
+    if (ns < kNsPerMs || ns > kMaxDurationNs) {
         throw std::invalid_argument(
-            fmt::format("expected a time from {} to {}, found {}", base::formatDuration(minNs),
-                        base::formatDuration(maxNs), base::formatDuration(ns)));
+            fmt::format("expected a time from {} to {}, found {}", base::formatDuration(kNsPerMs),
+                        base::formatDuration(kMaxDurationNs), base::formatDuration(ns)));
     }
     return ns;
 }
@@ -59,7 +60,7 @@ recording::Recording sourceOf(Arguments& arguments) {
     generator.fps = static_cast<double>(arguments.fps);
     generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
     recording::Recording recording = recording::generate(generator);
-    recording.path.clear();
+    recording.path.clear();  // it is in no file
     if (!arguments.options.durationNs) {
         arguments.options.durationNs = kGeneratedNs;
     }
@@ -76,12 +77,13 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
             try {
                 signals.throwIfAny();
             } catch (base::Interrupted const& interrupted) {
-                return interrupted.signal();
+                return interrupted.signal();  // the wished end of a run, no failure
             }
         }
         run::LiveStatus const status = run.status();
         if (status.elapsedNs >= nextNs) {
             out << report::statusLine(status) << std::flush;
+            // Lines that this thread was too late for are not made up for.
             nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
         }
     }
@@ -114,34 +116,22 @@ void addSourceOptions(CLI::App& command, Arguments& arguments) {
         command.add_option("RECORDING", arguments.recording,
                            "CSV file, - for standard input; without one, frames are generated");
     recording->type_name("FILE");
-    addValue(
-        command, "--fps",
-        [&arguments](std::string const& text) {
-            arguments.fps = parseWholeNumber(text, kMinFps, kMaxFps);
-        },
-        fmt::format("Rate of the generated frames, {} to {} [default: {}]", kMinFps, kMaxFps,
-                    kMinFps),
-        "N")
+    auto const parseFps = [](std::string const& text) {
+        return parseWholeNumber(text, kMinFps, kMaxFps);
+    };
+    addParsed(command, "--fps", arguments.fps, parseFps,
+              fmt::format("Rate of the generated frames, {} to {} [default: {}]", kMinFps, kMaxFps,
+                          kMinFps),
+              "N")
         ->excludes(recording);
-    addValue(
-        command, "--duration",
-        [&arguments](std::string const& text) {
-            arguments.options.durationNs = parseTime(text, kNsPerMs, kMaxDurationNs);
-        },
-        "How long to run; the recording is repeated [default: once through it; generated: 10s]",
-        "T");
-    addValue(
-        command, "--press-every",
-        [&arguments](std::string const& text) {
-            arguments.options.pressEveryNs = parseTime(text, kNsPerMs, kMaxDurationNs);
-        },
-        "Time from press to press [default: 0.5s]", "T");
-    addValue(
-        command, "--dump-every",
-        [&arguments](std::string const& text) {
-            arguments.options.dumpEveryNs = parseTime(text, kNsPerMs, kMaxDurationNs);
-        },
-        "Time from dump to dump [default: 1s]", "T");
+    addParsed(command, "--duration", arguments.options.durationNs, parseTime,
+              "How long to run; the recording is repeated [default: once through it; generated: "
+              "10s]",
+              "T");
+    addParsed(command, "--press-every", arguments.options.pressEveryNs, parseTime,
+              "Time from press to press [default: 0.5s]", "T");
+    addParsed(command, "--dump-every", arguments.options.dumpEveryNs, parseTime,
+              "Time from dump to dump [default: 1s]", "T");
 }
 
 }  // namespace

@@ -5,7 +5,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
+#include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
@@ -48,6 +49,7 @@ int64_t parseDelay(std::string const& text) {
 int64_t parseMilliseconds(std::string const& text) {
     constexpr int64_t kNsPerMs = 1'000'000;
     int64_t const ns = base::parseDuration(text);
+    // The property that it becomes counts in ms.
     if (ns % kNsPerMs != 0) {
         refuse("whole milliseconds", text);
     }
@@ -63,6 +65,7 @@ pipeline::PolicyOption parsePolicy(std::string const& text) {
             return policy;
         }
     }
+    // As dlopen tells a path from a name, so that a misspelt policy is not looked for as a file.
     if (text.find('/') != std::string::npos || text.ends_with(".so")) {
         return {pipeline::PolicyKind::Plugin, text};
     }
@@ -82,6 +85,7 @@ uint32_t parseLogLevel(std::string const& text) {
 }
 
 std::pair<std::string, std::string> parseProperty(std::string const& text) {
+    // The first: a value may hold others.
     size_t const equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
         refuse("KEY=VALUE", text);
@@ -91,8 +95,9 @@ std::pair<std::string, std::string> parseProperty(std::string const& text) {
 
 namespace {
 
+// Bounds against slips that would take all memory or hours.
 constexpr int64_t kMaxCaptures = 100'000;
-constexpr int64_t kMaxTimeoutMs = 86'400'000;
+constexpr int64_t kMaxTimeoutMs = 86'400'000;  // a day
 
 }  // namespace
 
@@ -111,40 +116,37 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
             }
         },
         help);
+    // A list would else take all words that follow.
     return option->type_name(type)->type_size(1)->expected(1)->allow_extra_args(false);
 }
 
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
                       std::string const& help) {
-    return addValue(
-        command, name,
-        [&count, max](std::string const& text) {
-            count = static_cast<size_t>(parseWholeNumber(text, 1, max));
-        },
-        fmt::format("{} [default: {}]", help, count), "N");
+    auto const parse = [max](std::string const& text) {
+        return static_cast<size_t>(parseWholeNumber(text, 1, max));
+    };
+    return addParsed(command, name, count, parse, fmt::format("{} [default: {}]", help, count),
+                     "N");
 }
 
 CLI::Option* addFile(CLI::App& command, std::string const& name, std::optional<std::string>& path,
                      std::string const& help) {
-    auto const parse = [&path](std::string const& text) {
+    auto const parse = [](std::string const& text) {
         if (text.empty() || text == "-") {
             throw std::invalid_argument("expected the name of a file");
         }
-        path = text;
+        return text;
     };
-    return addValue(command, name, parse, help, "FILE");
+    return addParsed(command, name, path, parse, help, "FILE");
 }
 
 void addJson(CLI::App& command, std::optional<std::string>& path, std::string const& help) {
-    addValue(
-        command, "--json", [&path](std::string const& text) { path = text; }, help, "FILE");
+    addParsed(command, "--json", path, std::identity(), help, "FILE");
 }
 
 void addLogOption(CLI::App& command, pipeline::ReplayOptions& options) {
-    addValue(
-        command, "--log",
-        [&options](std::string const& text) { options.logLevel = parseLogLevel(text); },
-        "Print the processor's log: error, warning, info or debug", "LEVEL");
+    addParsed(command, "--log", options.logLevel, parseLogLevel,
+              "Print the processor's log: error, warning, info or debug", "LEVEL");
 }
 
 void addReportOption(CLI::App& command, std::optional<std::string>& path) {
@@ -157,13 +159,9 @@ void addReportOption(CLI::App& command, std::optional<std::string>& path) {
 }
 
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
-    CLI::Option* const press = addValue(
-        command, "--press",
-        [&options](std::string const& text) {
-            options.pressesNs.push_back(base::parseDuration(text));
-        },
-        "Press this long after the first frame (1.2s, 350ms); may be repeated", "T");
-    press->take_all();
+    CLI::Option* const press =
+        addParsed(command, "--press", options.pressesNs, base::parseDuration,
+                  "Press this long after the first frame (1.2s, 350ms); may be repeated", "T");
     addCount(command, "--captures", options.captures, kMaxCaptures,
              "Number of presses, evenly spread, without --press")
         ->excludes(press);
@@ -172,59 +170,41 @@ void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
 void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
              "Frames of each capture");
-    addValue(
-        command, "--policy",
-        [&options](std::string const& text) { options.policy = parsePolicy(text); },
-        "default, cshot, multiframe or a library with a policy [default: default]", "NAME|PATH.so");
-    addValue(
-        command, "--offset",
-        [&options](std::string const& text) { options.offsetMs = parseMilliseconds(text); },
-        "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
+    addParsed(command, "--policy", options.policy, parsePolicy,
+              "default, cshot, multiframe or a library with a policy [default: default]",
+              "NAME|PATH.so");
+    addParsed(command, "--offset", options.offsetMs, parseMilliseconds,
+              "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
     addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
 }
 
 void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options) {
-    addValue(
-        command, "--timeout-ms",
-        [&options](std::string const& text) {
-            options.timeoutMs = parseWholeNumber(text, 0, kMaxTimeoutMs);
-        },
+    addParsed(
+        command, "--timeout-ms", options.timeoutMs,
+        [](std::string const& text) { return parseWholeNumber(text, 0, kMaxTimeoutMs); },
         fmt::format("Time-out of the multiframe policy [default: {}]", options.timeoutMs), "N");
     command.add_flag("--frame-sync", options.frameSync,
                      "Ask for frames whose sensors are synchronised");
 }
 
 void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options) {
-    auto const setTo = [](std::optional<int64_t>& delay) {
-        return [&delay](std::string const& text) { delay = parseDelay(text); };
-    };
-    addValue(command, "--delivery-delay", setTo(options.deliveryDelayNs),
-             "From the end of the readout to the history [default: the frame's duration]", "T");
-    addValue(command, "--reprocess-delay", setTo(options.reprocessDelayNs),
-             "From a served frame to its result [default: the median interval]", "T");
-    addValue(
-        command, "--property",
-        [&options](std::string const& text) { options.properties.push_back(parseProperty(text)); },
-        "Set a system property first; may be repeated", "KEY=VALUE")
-        ->take_all();
+    addParsed(command, "--delivery-delay", options.deliveryDelayNs, parseDelay,
+              "From the end of the readout to the history [default: the frame's duration]", "T");
+    addParsed(command, "--reprocess-delay", options.reprocessDelayNs, parseDelay,
+              "From a served frame to its result [default: the median interval]", "T");
+    addParsed(command, "--property", options.properties, parseProperty,
+              "Set a system property first; may be repeated", "KEY=VALUE");
 }
 
 void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
-    CLI::Option* const fault = addValue(
-        command, "--fault",
-        [&options](std::string const& text) {
-            options.rules.push_back(pipeline::parseFault(text));
-        },
+    CLI::Option* const fault = addParsed(
+        command, "--fault", options.rules, pipeline::parseFault,
         fmt::format("Let something go wrong, at a rate from 0 to 1 or once: {}; may be repeated",
                     pipeline::faultKindNames()),
         "KIND[:RATE|@TIME]");
-    fault->take_all();
-    addValue(
-        command, "--seed",
-        [&options](std::string const& text) {
-            options.randomSeed = static_cast<uint64_t>(
-                parseWholeNumber(text, 0, std::numeric_limits<int64_t>::max()));
-        },
+    addParsed(
+        command, "--seed", options.randomSeed,
+        [](std::string const& text) { return parseWholeNumber(text, 0, INT64_MAX); },
         fmt::format("Random seed: the same one, the same faults [default: {}]", options.randomSeed),
         "N")
         ->needs(fault);

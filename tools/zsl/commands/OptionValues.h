@@ -45,6 +45,20 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
                       std::function<void(std::string const&)> const& parse, std::string const& help,
                       std::string const& type);
 
+/// The same for what `parse` gives: into `target`, or if that is a list at its end, in which case
+/// the option may be repeated.
+template <typename Target, typename Parse>
+CLI::Option* addParsed(CLI::App& command, std::string const& name, Target& target,
+                       Parse const& parse, std::string const& help, std::string const& type) {
+    if constexpr (requires(std::string const& text) { target.push_back(parse(text)); }) {
+        auto const append = [&target, parse](auto const& text) { target.push_back(parse(text)); };
+        return addValue(command, name, append, help, type)->take_all();
+    } else {
+        auto const assign = [&target, parse](auto const& text) { target = parse(text); };
+        return addValue(command, name, assign, help, type);
+    }
+}
+
 /// The same for a whole number from 1 to `max`, which is `count` until then.
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
                       std::string const& help);

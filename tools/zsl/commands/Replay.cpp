@@ -33,7 +33,7 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr size_t kLongRecording = 2'000;
+constexpr size_t kLongRecording = 2'000;  // what is shorter is done before anybody looks
 
 struct Arguments {
     std::string recording;
@@ -43,18 +43,6 @@ struct Arguments {
     bool explain = false;
     pipeline::ReplayOptions options;
 };
-
-void addTimedOptions(CLI::App& command, pipeline::ReplayOptions& options) {
-    auto const addTo = [](std::vector<int64_t>& times) {
-        return [&times](std::string const& text) { times.push_back(base::parseDuration(text)); };
-    };
-    addValue(command, "--flush-at", addTo(options.flushesNs),
-             "Flush this long after the first frame; may be repeated", "T")
-        ->take_all();
-    addValue(command, "--dump-at", addTo(options.dumpsNs),
-             "Print what every debuggee tells then; may be repeated", "T")
-        ->take_all();
-}
 
 /// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
 /// decision, and what a trace shows. What was not asked for costs nothing and stays empty.
@@ -132,6 +120,7 @@ private:
 
 /// Throws CLI::ValidationError for an option whose value a device's recording fixes.
 void requireNoFixedOption(CLI::App const& command, std::string const& path) {
+    // What is only looked at or written; everything else was decided on the device.
     constexpr std::array kFree{"--log", "--json", "--explain", "--trace", "--report", "--help"};
     for (CLI::Option const* const option : command.get_options()) {
         std::string const name = option->get_name();
@@ -163,6 +152,7 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
 
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options, arguments.options.offsetMs);
+    // Before the replay, so that a path that cannot be written is told at once.
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
     base::ResultFile report(arguments.report, streams.out);
@@ -198,7 +188,10 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         ->type_name("FILE");
     addPressOptions(*command, arguments->options);
     addServiceOptions(*command, arguments->options);
-    addTimedOptions(*command, arguments->options);
+    addParsed(*command, "--flush-at", arguments->options.flushesNs, base::parseDuration,
+              "Flush this long after the first frame; may be repeated", "T");
+    addParsed(*command, "--dump-at", arguments->options.dumpsNs, base::parseDuration,
+              "Print what every debuggee tells then; may be repeated", "T");
     addCaptureOptions(*command, arguments->options);
     addPipelineOptions(*command, arguments->options);
     addFaultOptions(*command, arguments->options.faults);

@@ -15,6 +15,7 @@ namespace {
 
 std::vector<Answer> answersOf(pipeline::CaptureRecord const& record, size_t capture, int64_t markNs,
                               int64_t replayEndNs) {
+    // Frames that came back at one instant but end at different ones are drawn apart.
     std::map<std::tuple<int64_t, std::optional<int64_t>, bool>, Answer> answers;
     for (size_t i = 0; i < record.frames.size(); ++i) {
         pipeline::FrameOutcome const& frame = record.frames[i];
@@ -46,12 +47,14 @@ std::vector<Wait> waitsOf(pipeline::CaptureRecord const& record, std::vector<Ans
     int64_t fromNs = record.pressNs;
     size_t owed = record.frames.size();
     for (Answer const& answer : answers) {
+        // An answer in the instant of the press was not waited for.
         if (answer.timeNs > fromNs) {
             waits.push_back({fromNs, answer.timeNs, owed});
             fromNs = answer.timeNs;
         }
         owed -= answer.frames.size();
     }
+    // What is never answered is waited for until the end, so that it is seen.
     if (owed > 0 && replayEndNs > fromNs) {
         waits.push_back({fromNs, replayEndNs, owed});
     }
@@ -70,6 +73,7 @@ CaptureShape shapeOf(pipeline::CaptureRecord const& record, size_t capture, int6
         shape.pressEndNs = std::min(shape.pressEndNs, shape.waits.front().endNs);
         shape.endNs = shape.waits.back().endNs;
     }
+    // Results may come before the mark of the press ends.
     shape.endNs = std::max(shape.endNs, shape.pressEndNs);
     for (Answer const& answer : shape.answers) {
         shape.endNs = std::max(shape.endNs, answer.resultNs.value_or(answer.endNs));
@@ -146,6 +150,7 @@ std::vector<Instant> instantsOf(pipeline::CaptureRecord const& capture, CaptureS
         instants.push_back({answer.timeNs, CATEGORY, answer.isFlush ? "flushed" : "built",
                             answerArgs(capture, answer)});
     }
+    // A track is written in the order of its time.
     std::stable_sort(instants.begin(), instants.end(),
                      [](Instant const& a, Instant const& b) { return a.timeNs < b.timeNs; });
     return instants;
@@ -173,6 +178,7 @@ void writeSlices(TraceEvents& events, Track track, pipeline::CaptureRecord const
     if (!shape.waits.empty()) {
         beginWait(shape.waits.front());
     }
+    // Inside the wait, which an arrow from the press must not bind to.
     events.begin(track, capture.pressNs, CATEGORY, "press", {{"timeNs", capture.pressNs}});
     for (FlowMark const& mark : flows) {
         events.flow(track, mark);
@@ -204,6 +210,7 @@ void writeCaptures(TraceEvents& events, int process,
     for (size_t i = 0; i < captures.size(); ++i) {
         auto const lane =
             static_cast<int64_t>(lanes.take(captures[i].pressNs, shapes[i].endNs).value());
+        // Instants have a row of their own: inside a slice the page would not show them.
         Track const slices = rowOf(process, 2 * lane);
         Track const moments = rowOf(process, 2 * lane + 1);
         if (lane == named) {
@@ -248,7 +255,7 @@ void writeAnswers(TraceEvents& events, int process,
                         capture.requestNo),
             answerArgs(capture, *answer));
         events.end(track, answer->resultNs.value_or(answer->endNs));
-        if (!answer->resultNs) {
+        if (!answer->resultNs) {  // the replay ended first
             continue;
         }
         events.begin(track, *answer->resultNs, CATEGORY,

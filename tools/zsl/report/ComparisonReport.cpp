@@ -17,7 +17,7 @@ namespace zebcam::tool::report {
 
 namespace {
 
-constexpr size_t kColumns = 120;
+constexpr size_t kColumns = 120;  // policy and numbers alone need 97
 constexpr char kNothing[] = "-";
 
 /// A setting that may differ between the rows.
@@ -61,9 +61,10 @@ std::map<std::string, std::string> policyLabels(std::vector<compare::ComparisonR
 std::string legendOf(std::vector<compare::ComparisonRow> const& rows,
                      std::map<std::string, std::string> const& labels) {
     std::map<size_t, std::string> lines;
-    for (size_t i = rows.size(); i-- > 0;) {
-        pipeline::PolicyOption const& policy = rows[i].options.policy;
+    for (compare::ComparisonRow const& row : rows) {
+        pipeline::PolicyOption const& policy = row.options.policy;
         if (policy.kind == pipeline::PolicyKind::Plugin) {
+            // By number, for names sort otherwise.
             std::string const& label = labels.at(policy.name());
             lines[std::stoul(label.substr(label.rfind(' ')))] =
                 fmt::format("{:<11}  {}\n", label, base::printable(policy.name()));
@@ -211,6 +212,7 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
             ++end;
         }
         std::span const runs(&rows[begin], end - begin);
+        // A file that cannot be read fails under every setting, and needs to be told of once.
         bool const isOne = failAlike(runs);
         for (compare::ComparisonRow const& row : isOne ? runs.first(1) : runs) {
             std::string const where =
@@ -231,6 +233,7 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
 namespace {
 
 std::string csvField(std::string_view text) {
+    // Quoted only where it must be, so that simple tools can split the lines.
     if (text.find_first_of(",\"\r\n") == std::string_view::npos) {
         return std::string(text);
     }

@@ -77,11 +77,13 @@ size_t setsWithoutVerdict(log::TryExplanation const& attempt) {
     size_t const sets = attempt.historySets.value_or(0) + attempt.lockedSets.value_or(0);
     auto const judged = std::count_if(
         attempt.candidates.begin(), attempt.candidates.end(), [](log::Candidate const& frame) {
+            // These were let go of before a policy saw them, and are not among the counted sets.
             bool const wasOffered = frame.criterion != log::Criterion::Image &&
                                     frame.criterion != log::Criterion::PureRaw;
             return wasOffered &&
                    (frame.verdict == log::Verdict::Taken || frame.verdict == log::Verdict::Refused);
         });
+    // A log that lacks lines may tell of more verdicts than sets.
     return sets - std::min(sets, static_cast<size_t>(judged));
 }
 
@@ -218,6 +220,7 @@ std::string captureText(log::CaptureExplanation const& capture) {
     if (capture.earlyShutterNs) {
         head += fmt::format(", early shutter {} ns", *capture.earlyShutterNs);
     }
+    // A replay's own log comes from process 0.
     if (capture.pid.value_or(0) != 0) {
         head += fmt::format(", process {}", *capture.pid);
     }

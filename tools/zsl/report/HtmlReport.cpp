@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "Version.h"
-#include "compare/ComparisonFields.h"
+#include "report/ComparisonReport.h"
 #include "report/JsonParts.h"
 #include "report/JsonReport.h"
 #include "report/Page.h"
@@ -47,6 +47,7 @@ std::string escaped(std::string_view text) {
 void writeData(Json const& data, std::ostream& out) {
     std::string const text = data.dump(-1, ' ', true, Json::error_handler_t::replace);
     for (size_t begin = 0; begin < text.size();) {
+        // Piece by piece: the data of a long recording has megabytes.
         size_t const end = std::min(text.find('<', begin), text.size());
         out.write(text.data() + begin, static_cast<std::streamsize>(end - begin));
         if (end < text.size()) {
@@ -70,7 +71,7 @@ void writePage(std::string_view title, std::string_view summary, Json const& dat
 
 /// `value(frame)` of every frame; of a constant column the value once, because most are.
 template <typename Value>
-Json column(std::vector<recording::SensorFrame> const& frames, Value const& value) {
+Json columnOf(std::vector<recording::SensorFrame> const& frames, Value const& value) {
     Json values = Json::array();
     bool isConstant = true;
     for (recording::SensorFrame const& frame : frames) {
@@ -80,59 +81,26 @@ Json column(std::vector<recording::SensorFrame> const& frames, Value const& valu
     return isConstant && !values.empty() ? Json(values.front()) : values;
 }
 
-template <typename T>
-Json column(std::vector<recording::SensorFrame> const& frames, T recording::SensorFrame::*member) {
-    return column(frames, [member](recording::SensorFrame const& frame) { return frame.*member; });
-}
-
-template <typename T>
-Json column(std::vector<recording::SensorFrame> const& frames,
-            std::optional<T> recording::SensorFrame::*member) {
-    return column(frames, [member](recording::SensorFrame const& frame) {
-        return frame.*member ? Json(*(frame.*member)) : Json(nullptr);
-    });
-}
-
 Json sensorJson(recording::Recording const& recording) {
     using F = recording::SensorFrame;
-    std::vector<recording::SensorFrame> const& frames = recording.frames;
-    int64_t const originNs = frames.empty() ? 0 : frames.front().timestampNs;
-    return {{"count", frames.size()},
-            {"frameNo", column(frames, &F::frameNo)},
-            {"timeNs", column(frames, [=](F const& f) { return f.timestampNs - originNs; })},
-            {"exposureNs", column(frames, &F::exposureNs)},
-            {"durationNs", column(frames, &F::durationNs)},
-            {"readoutNs", column(frames, &F::readoutNs)},
-            {"iso", column(frames, &F::iso)},
-            {"focusDistance", column(frames, &F::focusDistance)},
-            {"afMode", column(frames, &F::afMode)},
-            {"afState", column(frames, &F::afState)},
-            {"lensState", column(frames, &F::lensState)},
-            {"aeStable", column(frames, &F::aeStable)},
-            {"frameSync", column(frames, &F::frameSync)},
-            {"sensorId", column(frames, &F::sensorId)},
-            {"sensorMode", column(frames, &F::sensorMode)},
-            {"hasError", column(frames, &F::hasError)}};
-}
-
-std::string comparisonText(std::vector<compare::ComparisonRow> const& rows) {
-    std::string text;
-    for (compare::ComparisonRow const& row : rows) {
-        text += fmt::format("{}, policy {}: {}\n", row.recording, row.options.policy.name(),
-                            row.status());
-        if (row.numbers) {
-            for (compare::ComparisonField const& field : compare::comparisonFields()) {
-                text += fmt::format("    {:<20} {}\n", field.name,
-                                    compare::asText(field.value(*row.numbers)));
-            }
-        }
-        for (auto const* texts : {&row.problems, &row.broken}) {
-            for (std::string const& problem : *texts) {
-                text += fmt::format("    {}\n", problem);
-            }
-        }
-    }
-    return text;
+    auto const column = [&](auto const& value) { return columnOf(recording.frames, value); };
+    int64_t const originNs = recording.frames.empty() ? 0 : recording.frames.front().timestampNs;
+    return {{"count", recording.frames.size()},
+            {"frameNo", column([](F const& f) { return f.frameNo; })},
+            {"timeNs", column([=](F const& f) { return f.timestampNs - originNs; })},
+            {"exposureNs", column([](F const& f) { return f.exposureNs; })},
+            {"durationNs", column([](F const& f) { return f.durationNs; })},
+            {"readoutNs", column([](F const& f) { return f.readoutNs; })},
+            {"iso", column([](F const& f) { return orNull(f.iso); })},
+            {"focusDistance", column([](F const& f) { return orNull(f.focusDistance); })},
+            {"afMode", column([](F const& f) { return orNull(f.afMode); })},
+            {"afState", column([](F const& f) { return orNull(f.afState); })},
+            {"lensState", column([](F const& f) { return orNull(f.lensState); })},
+            {"aeStable", column([](F const& f) { return orNull(f.aeStable); })},
+            {"frameSync", column([](F const& f) { return orNull(f.frameSync); })},
+            {"sensorId", column([](F const& f) { return orNull(f.sensorId); })},
+            {"sensorMode", column([](F const& f) { return orNull(f.sensorMode); })},
+            {"hasError", column([](F const& f) { return f.hasError; })}};
 }
 
 }  // namespace
@@ -148,7 +116,7 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
 
 void writeHtmlReport(compare::ComparisonPlan const& plan,
                      std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
-    writePage("Comparison of policies", comparisonText(rows),
+    writePage("Comparison of policies", comparisonTable(rows) + comparisonComplaints(rows),
               {{"version", VERSION}, {"comparison", toJson(plan, rows)}}, out);
 }
 

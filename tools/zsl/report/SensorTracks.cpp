@@ -51,6 +51,8 @@ std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
         bool const isLost = isFaulty && !result.arrivalsNs[i];
         int64_t const arrivalNs =
             isFaulty ? result.arrivalsNs[i].value_or(times[i].arrivalNs) : times[i].arrivalNs;
+        // A lost frame takes the row that it would have had: a gap there would look like the
+        // sensor's.
         auto const lane = lanes.take(recording.frames[i].timestampNs, arrivalNs);
         bool const isCut = !lane && i + 1 < times.size();
         int64_t const endNs =

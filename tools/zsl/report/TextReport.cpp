@@ -20,6 +20,7 @@ std::string labelled(std::string_view label, std::string_view text) {
 /// The last lines of a run: what became of its frames and buffer sets, and what went wrong.
 
 std::string servedText(run::ReplaySummary const& summary) {
+    // In capitals, for it must not happen; what is usual is told also when it is 0.
     std::string const unanswered =
         summary.unanswered > 0 ? fmt::format(", {} UNANSWERED", summary.unanswered) : "";
     std::string const ordinary =
@@ -51,6 +52,7 @@ std::string ledgerText(host::BufferLedger::Totals const& totals,
 
 std::string troublesText(uint64_t errorLines, std::vector<std::string> const& failures) {
     std::string text;
+    // They need not be anybody's fault, so that they change no status.
     if (errorLines > 0) {
         text += labelled(
             "Log", counted(errorLines, "error line", "error lines") + " (--log error shows them)");
@@ -136,6 +138,7 @@ std::string tableText(run::ReplayResult const& result) {
     fmt::format_to(out, kRow, "capture", "pressed (s)", "frame", "history frame", "lag (ms)",
                    "served", "waited (ms)", "early shutter (ms)");
     for (pipeline::CaptureRecord const& capture : result.captures) {
+        // Relative to the press, like the lag that it foretells.
         std::optional<int64_t> shutter = capture.earlyShutterNs;
         if (shutter) {
             *shutter -= capture.pressNs;

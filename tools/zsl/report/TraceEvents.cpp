@@ -9,23 +9,20 @@ namespace zebcam::tool::report {
 
 namespace {
 
+// The format counts in us; a double holds those of a day to the ns.
 constexpr double NS_PER_US = 1000;
-
-std::string_view letterOf(FlowMark::Phase phase) {
-    switch (phase) {
-        case FlowMark::Phase::Start:
-            return "s";
-        case FlowMark::Phase::Step:
-            return "t";
-        case FlowMark::Phase::End:
-            break;
-    }
-    return "f";
-}
 
 std::string textOf(TraceEvents::Json const& json) {
     // A path need not be UTF-8.
     return json.dump(-1, ' ', false, TraceEvents::Json::error_handler_t::replace);
+}
+
+TraceEvents::Json named(TraceEvents::Json event, std::string_view category, std::string const& name,
+                        TraceEvents::Json args) {
+    event["cat"] = category;
+    event["name"] = name;
+    event["args"] = std::move(args);
+    return event;
 }
 
 }  // namespace
@@ -33,6 +30,8 @@ std::string textOf(TraceEvents::Json const& json) {
 TraceEvents::TraceEvents(std::ostream& out, int64_t originNs) : mOut(out), mOriginNs(originNs) {
     mOut << R"({"displayTimeUnit":"ms","traceEvents":[)";
 }
+
+// Rows are sorted by name where no index is told, and 10 comes before 2.
 
 void TraceEvents::nameProcess(int process, std::string const& name) {
     write({{"ph", "M"}, {"pid", process}, {"name", "process_name"}, {"args", {{"name", name}}}});
@@ -57,11 +56,7 @@ void TraceEvents::nameThread(Track track, std::string const& name, int64_t sortI
 
 void TraceEvents::begin(Track track, int64_t timeNs, std::string_view category,
                         std::string const& name, Json args) {
-    Json json = event("B", track, timeNs);
-    json["cat"] = category;
-    json["name"] = name;
-    json["args"] = std::move(args);
-    write(json);
+    write(named(event("B", track, timeNs), category, name, std::move(args)));
 }
 
 void TraceEvents::end(Track track, int64_t timeNs) {
@@ -71,11 +66,8 @@ void TraceEvents::end(Track track, int64_t timeNs) {
 void TraceEvents::instant(Track track, int64_t timeNs, std::string_view category,
                           std::string const& name, Json args) {
     Json json = event("i", track, timeNs);
-    json["s"] = "t";
-    json["cat"] = category;
-    json["name"] = name;
-    json["args"] = std::move(args);
-    write(json);
+    json["s"] = "t";  // it concerns its track, and is drawn no higher than that
+    write(named(std::move(json), category, name, std::move(args)));
 }
 
 void TraceEvents::counter(int process, int64_t timeNs, std::string const& name, size_t frames) {
@@ -87,11 +79,11 @@ void TraceEvents::counter(int process, int64_t timeNs, std::string const& name, 
 }
 
 void TraceEvents::flow(Track track, FlowMark const& mark) {
-    Json json = event(letterOf(mark.phase), track, mark.timeNs);
+    Json json = event(std::string_view(&mark.phase, 1), track, mark.timeNs);
     json["cat"] = "flow";
     json["name"] = mark.name;
     json["id"] = mark.id;
-    json["bp"] = "e";
+    json["bp"] = "e";  // to the slice that is open then, not to the next that begins
     write(json);
 }
 
@@ -150,16 +142,16 @@ TraceFlows::TraceFlows(recording::Recording const& recording,
 }
 
 void TraceFlows::addFlow(std::vector<Place> places, std::string const& name) {
+    // A press that was never answered has nothing to be tied to.
     if (places.size() < 2) {
         return;
     }
     ++mFlows;
+    // Stable: at one instant the press comes before the frame, and the frame before the result.
     std::stable_sort(places.begin(), places.end(),
                      [](Place const& a, Place const& b) { return a.timeNs < b.timeNs; });
     for (size_t i = 0; i < places.size(); ++i) {
-        auto const phase = i == 0                  ? FlowMark::Phase::Start
-                           : i + 1 < places.size() ? FlowMark::Phase::Step
-                                                   : FlowMark::Phase::End;
+        char const phase = i == 0 ? 's' : i + 1 < places.size() ? 't' : 'f';
         places[i].marks->push_back({phase, mFlows, name, places[i].timeNs});
     }
 }

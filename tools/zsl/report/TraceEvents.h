@@ -29,7 +29,7 @@ constexpr Track rowOf(int process, int64_t row) {
 
 /// Where an arrow goes through a slice: it binds to the innermost one that is open then.
 struct FlowMark {
-    enum class Phase { Start, Step, End } phase = Phase::Start;
+    char phase = 's';  ///< s: the arrow starts, t: it goes on, f: it ends
     uint64_t id = 0;
     std::string name;
     int64_t timeNs = 0;

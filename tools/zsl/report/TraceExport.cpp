@@ -20,7 +20,7 @@ constexpr int OCCUPANCY = 2;
 constexpr int CAPTURES = 3;
 constexpr int PROCESSOR = 4;
 
-constexpr int64_t MARKS_PER_FRAME = 20;
+constexpr int64_t MARKS_PER_FRAME = 20;  // thin enough to tell two in neighbouring frames apart
 
 /// What each try found and what each instant left behind, in the order of time.
 std::vector<run::OccupancySample> occupancyOf(TraceInput const& input) {
@@ -33,6 +33,7 @@ std::vector<run::OccupancySample> occupancyOf(TraceInput const& input) {
         }
     }
     samples.insert(samples.end(), input.occupancy.begin(), input.occupancy.end());
+    // What a try found comes before what its instant left behind.
     std::stable_sort(samples.begin(), samples.end(),
                      [](run::OccupancySample const& a, run::OccupancySample const& b) {
                          return a.bootTimeNs < b.bootTimeNs;
@@ -44,6 +45,7 @@ void writeOccupancy(TraceEvents& events, TraceInput const& input) {
     std::map<std::string, size_t> shown;
     auto const show = [&](int64_t timeNs, std::string const& name, size_t frames) {
         auto const [counter, isNew] = shown.try_emplace(name, frames);
+        // Each try adds a sample, and most find what was there before.
         if (isNew || counter->second != frames) {
             counter->second = frames;
             events.counter(OCCUPANCY, timeNs, name, frames);
@@ -134,6 +136,7 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
         frameEndsNs.push_back(frame.endNs);
         replayEndNs = std::max(replayEndNs, frame.arrivalNs);
     }
+    // A slice of no length would not be drawn, nor could an arrow bind to it.
     int64_t const markNs = std::max<int64_t>(1, recording.medianIntervalNs / MARKS_PER_FRAME);
     std::vector<CaptureShape> shapes;
     for (size_t i = 0; i < captures.size(); ++i) {
