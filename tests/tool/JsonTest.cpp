@@ -171,6 +171,59 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
     }
 }
 
+/// Each value at its own place, in the order of the page.
+TEST(Json, HasTheNumbersOfItsParts) {
+    run::ReplayResult result = fullReplay();
+    result.path = "a.csv";
+    result.firstTimestampNs = 3;
+    result.facts = {11, 12, 13.5, 14, 15, 16, 17, 18, 19, {21, 22, 23, 24, 25, 26, 27}, 28, 29};
+    result.options.policy.kind = pipeline::PolicyKind::Multiframe;
+    result.options.timeoutMs = 31;
+    result.options.history = 32;
+    result.options.deliveryDelayNs = 33;
+    result.offsetMs = -34;
+    result.options.pressesNs = {35, 36};
+    result.options.flushesNs = {37};
+    pipeline::FrameOutcome& frame = result.captures[0].frames[0];
+    frame = {pipeline::Served::TimedOut, 41, 42, 43, 44, 45, 46};
+    result.captures[0].pressNs = 40;
+    result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
+    result.droppedFrames = 65;
+    result.errorLines = 66;
+    result.ledger = {.handedOut = 1, .returned = 2, .released = 3, .consumed = 4};
+    result.ledger.withProcessor = 5;
+    result.ledger.withFrameBuilder = 6;
+    result.ledger.lost = 7;
+    result.longestHeldNs = 71;
+    result.unsettled = {{72, 73, 74, 75, 76, true, host::BufferHolder::FrameBuilder}};
+    Json const replay = report::toJson(result, nullptr);
+    EXPECT_EQ(replay["recording"].dump(),
+              R"({"path":"a.csv","frames":11,"framesWithError":28,"firstTimestampNs":3,)"
+              R"("lengthNs":12,"framesPerSecond":13.5,"medianIntervalNs":14,"minIntervalNs":15,)"
+              R"("maxIntervalNs":16,"jitterNs":17,"gaps":18,"largestGapNs":19,"missingStates":)"
+              R"({"afMode":21,"afState":22,"lensState":23,"aeStable":24,"frameSync":25,)"
+              R"("sensorId":26,"sensorMode":27},"notes":[]})");
+    EXPECT_EQ(replay["options"].dump(),
+              R"({"policy":"multiframe","timeoutNs":31000000,"framesPerCapture":1,)"
+              R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"
+              R"("offsetNs":-34000000,"frameSync":false,"pressAtNs":[35,36],"flushAtNs":[37],)"
+              R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
+    EXPECT_EQ(replay["captures"][0]["frames"][0].dump(),
+              R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"
+              R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46})");
+    EXPECT_EQ(replay["summary"].dump(),
+              R"({"captures":51,"answeredCaptures":52,"frames":53,"atOnce":54,"waited":55,)"
+              R"("timedOut":56,"flushed":57,"unanswered":58,"withoutHistory":59,"lag":{"count":1,)"
+              R"("minNs":61,"medianNs":62,"p95Ns":63,"maxNs":64},"wait":{"count":0,"minNs":null,)"
+              R"("medianNs":null,"p95Ns":null,"maxNs":null},"droppedFrames":65,)"
+              R"("logErrorLines":66})");
+    EXPECT_EQ(replay["ledger"].dump(),
+              R"({"balances":false,"handedOut":1,"returned":2,"released":3,"consumed":4,)"
+              R"("withProcessor":5,"withFrameBuilder":6,"lost":7,"longestHeldNs":71,"unsettled":)"
+              R"([{"frameNo":73,"requestNo":74,"sinceNs":75,"isClone":true,)"
+              R"("holder":"frameBuilder"}]})");
+}
+
 TEST(Json, HasNumbersWordsAndNulls) {
     log::Explanation const explanation = fullExplanation();
     Json const replay = report::toJson(fullReplay(), &explanation);
@@ -182,12 +235,13 @@ TEST(Json, HasNumbersWordsAndNulls) {
     EXPECT_EQ(candidates[1]["found"], (Json{{"value", 1}}));
     EXPECT_EQ(candidates[2]["criterion"], "sensorMode");
     EXPECT_EQ(candidates[2]["wanted"], (Json{{"text", "[0] = 3"}}));
-    EXPECT_TRUE(replay["captures"][0]["frames"][0]["frameNo"].is_null());
-    EXPECT_EQ(replay["summary"]["lag"]["count"], 0);
-    EXPECT_TRUE(replay["summary"]["lag"]["p95Ns"].is_null());
     EXPECT_EQ(replay["faults"]["strikes"], (Json{{"late", 2}}));
 
     run::LiveResult lived = fullLive();
+    lived.status.elapsedNs = 81;
+    lived.signal = 2;
+    lived.status.arrivedFrames = 82;
+    lived.status.dumps = 83;
     lived.offsetMs = INT64_MAX;  // of a property that holds any number
     lived.status.captures.served[pipeline::Served::Flushed] = 4;
     Json const live = report::toJson(lived, recording::generate({}));
@@ -198,6 +252,23 @@ TEST(Json, HasNumbersWordsAndNulls) {
     EXPECT_EQ(live["options"]["offsetNs"], INT64_MAX);
     EXPECT_FALSE(live["isClean"]);
     EXPECT_TRUE(live["recording"]["path"].is_null());
+    EXPECT_EQ(live["elapsedNs"], 81);
+    EXPECT_EQ(live["endedBySignal"], 2);
+    EXPECT_EQ(live["sensor"]["arrivedFrames"], 82);
+    EXPECT_EQ(live["dumpCount"], 83);
+
+    log::Explanation lines = explanation;
+    lines.counts = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+    lines.errors = {{7, "no idea"}};
+    Json const told = report::toJson(lines, "a.log");
+    EXPECT_EQ(told["log"].dump(),
+              R"({"path":"a.log","lines":1,"processorLines":2,"foreignLines":3,"cutLines":4,)"
+              R"("outOfOrderLines":5,"interleavedLines":6,"unassignedLines":7,)"
+              R"("unrecognisedLines":8,"errorLines":9})");
+    EXPECT_EQ(told["errors"][0]["line"], 7);
+    EXPECT_FALSE(told["isClean"]);
+    EXPECT_TRUE(report::toJson(explanation)["isClean"]);
+    EXPECT_TRUE(attempt["line"].is_null());
 }
 
 }  // namespace

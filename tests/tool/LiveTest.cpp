@@ -1,5 +1,6 @@
 #define ATRACE_TAG ATRACE_TAG_CAMERA
 #include <cutils/trace.h>
+#include <errno.h>
 #include <signal.h>
 #include <time.h>
 
@@ -11,6 +12,7 @@
 #include "base/Distribution.h"
 #include "device/DeviceRecordingReader.h"
 #include "pipeline/ReplayOptions.h"
+#include "report/TextReport.h"
 #include "run/DeviceReplay.h"
 #include "run/LiveRun.h"
 #include "tool/SteadyRecording.h"
@@ -237,6 +239,64 @@ TEST_F(Live, RefusesWhatItCannotRun) {
         EXPECT_NE(outcome.err.find(bad.told), std::string::npos) << outcome.err;
         EXPECT_EQ(files(), std::vector<std::string>{"recording.csv"});
     }
+}
+
+TEST(LiveText, TellsWhatBecameOfARun) {
+    run::LiveResult result;
+    result.source = "a.csv";
+    result.fps = 29.94;
+    result.startNs = 1'000'000'000;
+    result.options.replay.framesPerCapture = 2;
+    result.options.replay.frameSync = true;
+    result.options.recordPath = "a.zslrec";
+    result.offsetMs = 20;
+    result.status.elapsedNs = 3'014'000'000;
+    result.status.arrivedFrames = 90;
+    result.status.captures = {
+        3, 2, 6, {{pipeline::Served::AtOnce, 4}, {pipeline::Served::Flushed, 1}}};
+    result.status.ledger.handedOut = 7;
+    result.status.ledger.withFrameBuilder = 1;
+    result.status.occupancy = {8, 2, 1};
+    result.times.submission.add(20);
+    result.times.submission.add(2'500);
+    result.lateness.add(1'500'000);
+    result.droppedFrames = 5;
+    result.unsettled = {{.frameNo = 4, .forRequestNo = 3, .sinceNs = 2'500'000'000}};
+    result.recorder = {.end = NSCam::v3::pipeline::model::ZslRecordingEnd::WRITE_FAILED,
+                       .writeError = ENOSPC,
+                       .operations = 11,
+                       .bytesWritten = 222};
+    result.errorLines = 1;
+    result.failures = {"at 1 s: no idea"};
+    EXPECT_EQ(report::liveReport(result), R"(Live       a.csv, 29.94 frames/s, 3.014 s
+Captures   policy default, 2 frames every 500.00 ms, history of 8 frames, ZSL offset 20 ms, frame
+           sync
+Sensor     90 frames arrived, 5 dropped from the history; late by 1500 us at most, 95 % by 1500 us
+
+Times (us)    count     median       95 %       99 %    maximum
+submission        2        0.0        2.5        2.5        2.5
+retry             0        0.0        0.0        0.0        0.0
+lock held         0        0.0        0.0        0.0        0.0
+
+Served     4 at once, 0 waited, 0 timed out, 1 flushed, of 6 frames
+Ledger     7 handed out, 0 returned, 0 consumed, 0 released; 1 still out, 0 lost
+           frame 4, handed out for capture 3 at 1.500 s: processor
+Recorded   11 operations, 222 bytes in a.zslrec: ENDED EARLY, write failed (No space left on device)
+Log        1 error line (--log error shows them)
+Failure    at 1 s: no idea
+Result     2 of 3 captures answered, the ledger DOES NOT BALANCE
+)");
+    EXPECT_EQ(report::statusLine(result.status),
+              "  3.014 s       90 frames  history   8, in flight  2, locked  1  captures     3, "
+              "waiting   1  lost 0\n");
+    result.source.clear();
+    result.recorder->end = NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
+    result.recorder->writeError = 0;
+    std::string const whole = report::liveReport(result);
+    EXPECT_NE(whole.find("Live       generated frames, 29.94"), std::string::npos);
+    EXPECT_NE(whole.find("222 bytes in a.zslrec: whole\n"), std::string::npos);
+    result.recorder.reset();
+    EXPECT_EQ(report::liveReport(result).find("Recorded"), std::string::npos);
 }
 
 TEST(Distribution, TellsQuantilesToWithinASixteenth) {

@@ -82,6 +82,7 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
         {{"replay", file, "--captures", "0"}, "--captures: expected a whole number from 1"},
         {{"replay", file, "--history", "8x"}, "--history: expected a whole number from 1"},
         {{"replay", file, "--delivery-delay", "-1ms"}, "expected a time from 0s to 3600s"},
+        {{"replay", file, "--delivery-delay", "3600.1s"}, "expected a time from 0s to 3600s"},
         {{"replay", file, "--offset", "1500us"}, "--offset: expected whole milliseconds"},
         {{"replay", file, "--offset", "1ms", "--property", "vendor.debug.camera3.zsl.timestamp=2"},
          "--property sets"},
@@ -112,6 +113,7 @@ TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {
     Outcome const toFile = zsl(arguments);
     EXPECT_EQ(toFile.status, 0);
     EXPECT_NE(toFile.out.find("at once"), std::string::npos);
+    EXPECT_EQ(toFile.out.find("try 1"), std::string::npos) << "nobody asked for reasons";
     arguments.back() = "-";
     Outcome const toOutput = zsl(arguments);
     std::ifstream written(path("result.json"));
@@ -120,6 +122,31 @@ TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {
     EXPECT_EQ(json["captures"][0]["frames"][0]["lagNs"], -200'000'000);
     EXPECT_EQ(json["options"]["timeoutNs"], 3'000'000'000);
     EXPECT_EQ(json["recording"]["path"], file);
+}
+
+TEST_F(ReplayCli, PrintsWhatItsPageShows) {
+    std::filesystem::path const root = std::filesystem::path(__FILE__).parent_path() / "../..";
+    std::ifstream page(root / "docs/replay.md");
+    std::string expected;
+    for (std::string line; std::getline(page, line) && !expected.ends_with("balances\n");) {
+        expected += line.starts_with("    Recording ") || !expected.empty()
+                        ? (line.empty() ? line : line.substr(4)) + "\n"
+                        : "";
+    }
+    std::string const demo = "tools/zsl/demo/demo_30fps.csv";
+    std::string out =
+        zsl({"replay", root / demo, "--captures", "4", "--frames", "2", "--offset", "100ms"}).out;
+    out.replace(out.find(root.string()), root.string().size() + 1, "");
+    EXPECT_EQ(out, expected);
+}
+
+TEST_F(ReplayCli, SaysWhenItsOutputIsFull) {
+    std::string const file = recording(12);
+    std::ostream full(nullptr);
+    std::ostringstream err;
+    char const* const argv[] = {"zsl", "replay", file.c_str()};
+    EXPECT_EQ(commands::runCli(3, argv, {full, err, false}), 2);
+    EXPECT_EQ(err.str(), "zsl replay: standard output cannot be written\n");
 }
 
 TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
@@ -200,7 +227,7 @@ TEST_F(ReplayCli, ExplainsTheWantedCapturesOfALog) {
                            line("[flush] [requestNo:8]: change pending to normal capture (fra"));
     std::string const all = zsl({"explain", log}).out;
     EXPECT_NE(all.find("Capture 7 "), std::string::npos);
-    EXPECT_NE(all.find("Capture 8     flushed, 0 tries"), std::string::npos);
+    EXPECT_NE(all.find("Capture 8     flushed, 0 tries, process 1\n"), std::string::npos);
     std::string const one = zsl({"explain", "--request", "8", log, "--json", path("log.json")}).out;
     EXPECT_EQ(one.find("Capture 7 "), std::string::npos);
     Json const captures = Json::parse(std::ifstream(path("log.json"))).at("captures");
@@ -210,6 +237,7 @@ TEST_F(ReplayCli, ExplainsTheWantedCapturesOfALog) {
     std::tuple<std::vector<std::string>, int, std::string> const table[] = {
         {{path("none.log")}, 2, "none.log: cannot be read: No such file"},
         {{testing::TempDir()}, 2, "cannot be read: it is a folder"},
+        {{"/proc/self/mem"}, 2, "/proc/self/mem: cannot be read: Input/output error"},
         {{write("foreign.log", "a\nb\n")}, 1, "no line of ZebCam/ZslProc among 2 lines"},
         {{log, "--request", "9"}, 1, "--request 9: the log has no line on this capture"},
         {{log, "--request", "x"}, 2, "--request"},
@@ -226,6 +254,20 @@ TEST_F(ReplayCli, ExplainsTheWantedCapturesOfALog) {
         EXPECT_NE((outcome.out + outcome.err).find(message), std::string::npos) << outcome.err;
         EXPECT_FALSE(std::filesystem::exists(path("left.json"))) << message;
     }
+}
+
+TEST(Text, WrapsBetweenWords) {
+    base::Wrapping const narrow{.indent = 4, .columns = 12};
+    EXPECT_EQ(base::wrap("a", "one two three", narrow), "a   one two\n    three\n");
+    EXPECT_EQ(base::wrap("a", "one2two2 three", narrow), "a   one2two2\n    three\n");
+    EXPECT_EQ(base::wrap("a", "of indivisible", narrow), "a   of\n    indivisible\n");
+    EXPECT_EQ(base::wrap("a long head", "one two three", narrow),
+              "a long head one\n    two\n    three\n");
+    EXPECT_EQ(base::wrap("", "", narrow), "\n");
+    EXPECT_EQ(base::wrap("", "x 1, yy 2, z 3", {.indent = 2, .columns = 12, .breakAfter = ", "}),
+              "  x 1, yy 2,\n  z 3\n");
+    EXPECT_EQ(base::wrap("", "indivisible", {.indent = 2, .columns = 8, .cutsWords = true}),
+              "  indivi\n  sible\n");
 }
 
 TEST(Duration, ReadsWhatItWrites) {

@@ -20,6 +20,7 @@
 #include "pipeline/Schedule.h"
 #include "recording/RecordingGenerator.h"
 #include "report/TraceExport.h"
+#include "report/TraceTracks.h"
 #include "run/ProcessorSections.h"
 #include "tool/SteadyRecording.h"
 
@@ -345,6 +346,20 @@ TEST(TraceExport, ShowsThePhasesOfACapture) {
     EXPECT_THAT(texts,
                 ElementsAre("early shutter 1000-1000", "built 1130-1130", "flushed 1150-1150",
                             "early shutter 1040-1040", "flushed 1150-1150"));
+}
+
+TEST(TraceExport, WaitsToTheEndForWhatIsNeverAnswered) {
+    pipeline::CaptureRecord capture;
+    capture.pressNs = 100;
+    capture.frames.resize(2);
+    capture.frames[0].answeredNs = 130;
+    report::CaptureShape const shape = report::shapeOf(capture, 0, 5, 1000);
+    ASSERT_EQ(shape.waits.size(), 2U);
+    EXPECT_EQ(shape.waits[1].beginNs, 130);
+    EXPECT_EQ(shape.waits[1].endNs, 1000);
+    EXPECT_EQ(shape.waits[1].frames, 1U);
+    EXPECT_EQ(shape.pressEndNs, 105);
+    EXPECT_EQ(shape.endNs, 1000);
 }
 
 TEST(TraceExport, TellsWhyFramesWereRefused) {
