@@ -195,7 +195,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
     result.ledger.withFrameBuilder = 6;
     result.ledger.lost = 7;
     result.longestHeldNs = 71;
-    result.unsettled = {{72, 73, 74, 75, 76, true, host::BufferHolder::FrameBuilder}};
+    result.unsettled = {{72, 73, 0, 74, 75, 76, true, host::BufferHolder::FrameBuilder}};
     Json const replay = report::toJson(result, nullptr);
     EXPECT_EQ(replay["recording"].dump(),
               R"({"path":"a.csv","frames":11,"framesWithError":28,"firstTimestampNs":3,)"

@@ -47,7 +47,7 @@ std::string_view trimmed(std::string_view text) {
 int64_t fractionNs(std::string_view digits) {
     int64_t ns = 0;
     int64_t unit = 1'000'000'000;
-    for (char const digit : digits.substr(0, 3)) {
+    for (char const digit : digits.substr(0, 9)) {
         unit /= 10;
         ns += unit * (digit - '0');
     }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <string_view>
 #include <utility>
 
@@ -196,14 +195,9 @@ void TryBuilder::add(ProcessorLine const& line) {
             // The line that says whether this set is bad comes next.
             mIsPureRaw = line.found == line.wanted;
             break;
-        case Kind::BadSet: {
-            Candidate& frame = mTry.candidates.emplace_back();
-            frame.frameNo = line.frameNo;
-            frame.criterion =
-                std::exchange(mIsPureRaw, false) ? Criterion::PureRaw : Criterion::Image;
-            frame.stream = std::exchange(mBadStream, {});
+        case Kind::BadSet:
+            addBadSet(line.frameNo);
             break;
-        }
         case Kind::Selector:
             mTry.selector = line.selector;
             mTry.historySets = line.sets;
@@ -226,11 +220,18 @@ void TryBuilder::add(ProcessorLine const& line) {
             mTry.notes.emplace_back("future ts, use latest");
             break;
         default:
-            addOutcome(line);
+            addChoice(line);
     }
 }
 
-void TryBuilder::addOutcome(ProcessorLine const& line) {
+void TryBuilder::addBadSet(uint32_t frameNo) {
+    Candidate& frame = mTry.candidates.emplace_back();
+    frame.frameNo = frameNo;
+    frame.criterion = std::exchange(mIsPureRaw, false) ? Criterion::PureRaw : Criterion::Image;
+    frame.stream = std::exchange(mBadStream, {});
+}
+
+void TryBuilder::addChoice(ProcessorLine const& line) {
     switch (line.kind) {
         case Kind::Selected:
             mSelected = line.selection;
@@ -249,6 +250,16 @@ void TryBuilder::addOutcome(ProcessorLine const& line) {
         case Kind::OrderNotFound:
             mFates.push_back({line.order, Order::Fate::NotFound, line.frameNo});
             break;
+        case Kind::LeftInFlight:
+            mLeft = line.selection;
+            break;
+        default:
+            addOutcome(line);
+    }
+}
+
+void TryBuilder::addOutcome(ProcessorLine const& line) {
+    switch (line.kind) {
         case Kind::NotInHistory:
             // One set may be asked for twice, for two wanted frames; missing streams tell more.
             mLost.emplace(line.frameNo, false);
@@ -267,9 +278,6 @@ void TryBuilder::addOutcome(ProcessorLine const& line) {
             break;
         case Kind::OutNoHistory:
             mOut.emplace_back();
-            break;
-        case Kind::LeftInFlight:
-            mLeft = line.selection;
             break;
         case Kind::LockedOf:
             mLockedOf = line.selector;
@@ -320,17 +328,24 @@ Selection TryBuilder::chosenSoFar(TryExplanation const* before) const {
     return all;
 }
 
-void TryBuilder::explainServed(Selection const& chosen, TryExplanation const* before) {
-    auto const isLeft = [this](uint64_t index) { return mLeft && mLeft->frames.contains(index); };
-    std::set<uint64_t> rest;
+/// Indices of the wanted frames that were not built before.
+std::set<uint64_t> TryBuilder::openIndices(TryExplanation const* before) const {
+    std::set<uint64_t> indices;
     for (WantedFrame const& frame : mTry.wanted) {
-        rest.insert(frame.index);
+        indices.insert(frame.index);
     }
+    // What an earlier try chose is not wanted from the policy any more.
     if (before != nullptr) {
         for (auto const& [index, frameNo] : before->parked) {
-            rest.insert(index);
+            indices.insert(index);
         }
     }
+    return indices;
+}
+
+void TryBuilder::explainServed(Selection const& chosen, TryExplanation const* before) {
+    auto const isLeft = [this](uint64_t index) { return mLeft && mLeft->frames.contains(index); };
+    std::set<uint64_t> rest = openIndices(before);
     for (auto const& [index, frameNo] : chosen.frames) {
         if (!isLeft(index)) {
             bool const isNew = mSelected && mSelected->frames.contains(index);

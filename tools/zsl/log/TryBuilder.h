@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -72,8 +73,11 @@ public:
     TryExplanation finish(TryExplanation const* before, ProcessorLine const* result);
 
 private:
+    void addBadSet(uint32_t frameNo);
+    void addChoice(ProcessorLine const& line);
     void addOutcome(ProcessorLine const& line);
     Selection chosenSoFar(TryExplanation const* before) const;
+    std::set<uint64_t> openIndices(TryExplanation const* before) const;
     void explainServed(Selection const& chosen, TryExplanation const* before);
     void explainCandidates();
     void explainChoice(Candidate& frame, uint64_t index) const;

@@ -302,7 +302,7 @@ Recording generate(GeneratorOptions const& options) {
     ExposureGenerator exposure(options, exposureNs, durationNs);
     FocusGenerator focus(options);
     base::SeededRandom faults(options.seedValue, FAULTS);
-    Recording recording{"<generated>", {}, {}, 0};
+    Recording recording{"", {}, {}, 0};
     recording.frames.resize(options.frames);
     for (uint32_t i = 0; i < options.frames; ++i) {
         SensorFrame& frame = recording.frames[i];
