@@ -261,8 +261,8 @@ TEST(Text, WrapsBetweenWords) {
     EXPECT_EQ(base::wrap("a", "one two three", narrow), "a   one two\n    three\n");
     EXPECT_EQ(base::wrap("a", "one2two2 three", narrow), "a   one2two2\n    three\n");
     EXPECT_EQ(base::wrap("a", "of indivisible", narrow), "a   of\n    indivisible\n");
-    EXPECT_EQ(base::wrap("a long head", "one two three", narrow),
-              "a long head one\n    two\n    three\n");
+    EXPECT_EQ(base::wrap("a long head", "a b c three", narrow), "a long head a b c\n    three\n")
+        << "half a line is left";
     EXPECT_EQ(base::wrap("", "", narrow), "\n");
     EXPECT_EQ(base::wrap("", "x 1, yy 2, z 3", {.indent = 2, .columns = 12, .breakAfter = ", "}),
               "  x 1, yy 2,\n  z 3\n");

@@ -220,6 +220,7 @@ std::string counted(size_t count, std::string_view one, std::string_view many) {
 
 std::string wrap(std::string head, std::string_view text, Wrapping const& wrapping) {
     auto const& [indent, columns, breakAfter, cutsWords] = wrapping;
+    // A head that reaches into the text pushes it along, a blank between them.
     head.resize(std::max(head.size() + (head.empty() ? 0 : 1), indent), ' ');
     std::string out;
     while (true) {
@@ -231,6 +232,7 @@ std::string wrap(std::string head, std::string_view text, Wrapping const& wrappi
         size_t const visible = breakAfter.size() - 1;
         size_t at = text.rfind(breakAfter, room - visible);
         if (at == 0 || at == std::string_view::npos) {
+            // Nothing fits: the next break is too far right, but better than none.
             at = cutsWords ? std::string_view::npos : text.find(breakAfter, 1);
             if (!cutsWords && at == std::string_view::npos) {
                 break;

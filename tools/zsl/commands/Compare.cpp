@@ -65,6 +65,7 @@ void requireUsable(Arguments const& arguments) {
                             recording, recording == kStandardStream ? "standard input" : "a pipe"));
         }
     }
+    // One file can hold one result.
     if (arguments.json && arguments.csv && *arguments.json == *arguments.csv) {
         throw CLI::ValidationError("--csv",
                                    fmt::format("--json goes to '{}' as well", *arguments.json));
@@ -78,6 +79,7 @@ void fillIn(compare::ComparisonPlan& plan) {
             values.push_back(std::move(value));
         }
     };
+    // Lists of one make every combination a run, whether or not it was asked for.
     orOne(plan.policies, plan.common.policy);
     orOne(plan.offsetsMs, plan.common.offsetMs);
     orOne(plan.framesPerCapture, plan.common.framesPerCapture);

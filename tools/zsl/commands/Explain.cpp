@@ -76,6 +76,7 @@ log::Explanation explainFile(std::string const& path) {
 /// Leaves the wanted captures only; a text says which one is not there.
 std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
                                     std::vector<log::CaptureExplanation>& captures) {
+    // An empty result would look like an answer.
     for (uint32_t const requestNo : requests) {
         bool const isThere =
             std::any_of(captures.begin(), captures.end(),

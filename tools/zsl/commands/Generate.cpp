@@ -31,6 +31,7 @@ struct Arguments {
     recording::GeneratorOptions options;
 };
 
+// Whatever the locale is, unlike std::stod.
 double parseNumber(std::string const& text) {
     double value = 0;
     auto const [rest, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -68,6 +69,7 @@ void addOption(CLI::App& command, std::string const& name, Value& value, std::st
         addParsed(command, name, value, base::parseDuration, describe(base::formatDuration(value)),
                   "T");
     } else {
+        // What is too large must not be cut to fit in silence.
         constexpr auto kMax = std::min<uint64_t>(std::numeric_limits<Value>::max(), INT64_MAX);
         auto const parse = [](std::string const& text) {
             return static_cast<Value>(parseWholeNumber(text, 0, kMax));

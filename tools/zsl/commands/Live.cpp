@@ -61,6 +61,7 @@ recording::Recording sourceOf(Arguments& arguments) {
     generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
     recording::Recording recording = recording::generate(generator);
     recording.path.clear();  // it is in no file
+    // For people who try it: long enough to see, short enough to wait for.
     if (!arguments.options.durationNs) {
         arguments.options.durationNs = kGeneratedNs;
     }
@@ -72,6 +73,7 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
                          std::ostream& out) {
     pollfd signalled{signals.fd(), POLLIN, 0};
     int64_t nextNs = kNsPerSecond;
+    // Polled, for a run ends by itself as well as by a signal.
     while (!run.isOver()) {
         if (poll(&signalled, 1, kPollMs) > 0) {
             try {

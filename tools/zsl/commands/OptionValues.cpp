@@ -210,6 +210,7 @@ void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
         ->needs(fault);
 }
 
+// Either would win in silence, depending on which is set last.
 void requireOneOffset(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs) {
     bool const isSet = std::any_of(
         options.properties.begin(), options.properties.end(),

@@ -81,7 +81,7 @@ public:
 
     /// Ends the observation, before anything else is printed.
     void finish() {
-        mProgress.reset();
+        mProgress.reset();  // its line is wiped
         if (mWantsReasons) {
             mExplanation = mExplainer.finish();
         }
@@ -138,6 +138,7 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
                                                               Observer& observer) {
     pipeline::ReplayOptions options = arguments.options;
     options.logLevel = observer.logLevel();
+    // By its first bytes: people rename files.
     if (device::isDeviceRecording(arguments.recording)) {
         requireNoFixedOption(command, arguments.recording);
         device::DeviceRecording const recording = device::readDeviceRecording(arguments.recording);

@@ -86,6 +86,7 @@ namespace {
 constexpr char CATEGORY[] = "capture";
 constexpr int64_t ANSWER_ROWS = 500'000;  ///< above the threads of the captures
 
+/// Something without length.
 struct Instant {
     int64_t timeNs = 0;
     char const* category = CATEGORY;
@@ -157,6 +158,7 @@ std::vector<Instant> instantsOf(pipeline::CaptureRecord const& capture, CaptureS
 }
 
 Json captureArgs(pipeline::CaptureRecord const& capture) {
+    // All of them, so that a click on the capture tells the whole story.
     Json frames = Json::array();
     for (size_t i = 0; i < capture.frames.size(); ++i) {
         frames.push_back(withoutNulls(frameJson(capture, i)));
@@ -205,7 +207,7 @@ void writeCaptures(TraceEvents& events, int process,
             explanations.emplace(capture.requestNo, &capture);
         }
     }
-    Lanes lanes;
+    Lanes lanes;  // without a limit, so that there is always one
     int64_t named = 0;
     for (size_t i = 0; i < captures.size(); ++i) {
         auto const lane =
@@ -237,6 +239,7 @@ void writeAnswers(TraceEvents& events, int process,
             answers.push_back(&answer);
         }
     }
+    // Lanes are given out in the order of time, across the captures.
     std::stable_sort(answers.begin(), answers.end(),
                      [](Answer const* a, Answer const* b) { return a->timeNs < b->timeNs; });
     Lanes lanes;

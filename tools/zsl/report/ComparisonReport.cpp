@@ -124,6 +124,7 @@ class Table {
 public:
     explicit Table(std::vector<compare::ComparisonRow> const& rows)
         : mRows(rows), mLabels(policyLabels(rows)) {
+        // What all rows share is told once, in the heading: the line has no room for it.
         for (Setting const& setting : kSettings) {
             bool const differs = std::any_of(rows.begin(), rows.end(), [&](auto const& row) {
                 return setting.value(row) != setting.value(rows.front());
@@ -169,6 +170,7 @@ private:
         for (Setting const* const setting : mColumns) {
             out += fmt::format(" {:>{}}", setting->value(row), setting->width);
         }
+        // The reason takes the numbers' place; standard error has it in full.
         if (!row.numbers) {
             out += "  failed: " + base::printable(row.problems.front());
             return (out.size() > kColumns ? out.substr(0, kColumns - 3) + "..." : out) + "\n";
@@ -244,6 +246,7 @@ std::string csvField(std::string_view text) {
     return out + "\"";
 }
 
+// One cell, for CSV knows no lists.
 std::string messageOf(compare::ComparisonRow const& row) {
     std::string text;
     for (auto const* const texts : {&row.problems, &row.broken}) {

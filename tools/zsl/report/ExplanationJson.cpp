@@ -55,6 +55,7 @@ Json lineJson(size_t line) {
 }  // namespace
 
 Json candidateJson(log::Candidate const& frame) {
+    // Only what was refused has one.
     bool const hasReason = frame.criterion != log::Criterion::None;
     return {{"frameNo", frame.frameNo},
             {"verdict", wordOf(toString(frame.verdict))},

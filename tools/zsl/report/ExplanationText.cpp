@@ -89,6 +89,7 @@ size_t setsWithoutVerdict(log::TryExplanation const& attempt) {
 
 std::string historyText(log::TryExplanation const& attempt) {
     std::string text = attempt.selector.empty() ? "unknown selector" : attempt.selector;
+    // Without the line that tells it, the verdicts are all that is known.
     if (attempt.historySets) {
         text += fmt::format(", {} in the history, {} locked", *attempt.historySets,
                             attempt.lockedSets.value_or(0));
@@ -171,6 +172,7 @@ std::string tryText(log::TryExplanation const& attempt, size_t number) {
 std::string countsText(log::LineCounts const& counts) {
     std::string text = fmt::format("{} read, {} of the processor, {} foreign", counts.lines,
                                    counts.processor, counts.foreign);
+    // Of most logs these are 0.
     for (auto const& [name, count] : {std::pair{"errors", counts.errors},
                                       {"cut", counts.cut},
                                       {"out of order", counts.outOfOrder},
@@ -210,6 +212,7 @@ std::string summaryText(log::Explanation const& explanation) {
 
 std::string captureText(log::CaptureExplanation const& capture) {
     std::string head = toString(capture.outcome);
+    // Warnings alone tell of waiting and not of success.
     if (capture.outcome == log::CaptureOutcome::Pending && !capture.isCertain()) {
         head += ", or served (the log has no lines that would tell)";
     }

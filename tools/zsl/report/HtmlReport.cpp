@@ -23,6 +23,7 @@ void writePart(ReportPage::Part part, std::ostream& out) {
     }
 }
 
+// A path may hold any byte.
 std::string escaped(std::string_view text) {
     std::string html;
     for (char const c : text) {

@@ -14,6 +14,7 @@ namespace {
 constexpr int kFormat = 2;
 
 Json spreadJson(base::Spread const& spread) {
+    // 0 would be a lag, and a good one.
     auto const known = [&](int64_t ns) { return spread.count > 0 ? Json(ns) : Json(nullptr); };
     return {{"count", spread.count},
             {"minNs", known(spread.min)},
@@ -89,10 +90,11 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
 }
 
 Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs) {
+    // The others have a fixed one, which no option changes.
     bool const hasTimeout = options.policy.kind == pipeline::PolicyKind::Multiframe;
     Json properties = Json::object();
     for (auto const& [key, value] : options.properties) {
-        properties[key] = value;
+        properties[key] = value;  // of one that is given twice, the last counts
     }
     return {{"policy", options.policy.name()},
             {"timeoutNs", hasTimeout ? Json(nsOfMs(options.timeoutMs)) : Json(nullptr)},
@@ -126,6 +128,7 @@ Json summaryJson(run::ReplaySummary const& summary, uint64_t droppedFrames, uint
 
 Json ledgerJson(host::BufferLedger::Totals const& totals, int64_t longestHeldNs,
                 std::vector<host::LedgerLine> const* unsettled) {
+    // A comparison keeps the totals of its runs only.
     Json lines = nullptr;
     if (unsettled != nullptr) {
         lines = listOf(*unsettled, [](host::LedgerLine const& line) {

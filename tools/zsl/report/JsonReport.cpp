@@ -60,6 +60,7 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
 }  // namespace
 
 Json toJson(run::ReplayResult const& result, log::Explanation const* explanation) {
+    // By number: a log has the captures in the order of their first lines.
     std::map<uint32_t, log::CaptureExplanation const*> reasons;
     if (explanation != nullptr) {
         for (log::CaptureExplanation const& capture : explanation->captures) {
@@ -139,6 +140,7 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
     json["times"] = {{"submission", distributionJson(result.times.submission)},
                      {"retry", distributionJson(result.times.retry)},
                      {"lockHeld", distributionJson(result.times.lockHeld)}};
+    // A run of days takes too many to keep what they say.
     json["dumpCount"] = result.status.dumps;
     json["summary"] = liveSummaryJson(result);
     json["ledger"] = ledgerJson(result.status.ledger, result.longestHeldNs, &result.unsettled);
@@ -175,6 +177,7 @@ Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> cons
         return json;
     }
     compare::RunNumbers const& numbers = *row.numbers;
+    // The row has them as texts for people.
     for (compare::Limit const& limit : limits) {
         if (limit.brokenBy(numbers)) {
             json["brokenLimits"].push_back(

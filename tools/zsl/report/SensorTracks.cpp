@@ -49,11 +49,13 @@ std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
     Lanes lanes(MAX_FRAME_ROWS);
     for (size_t i = 0; i < times.size(); ++i) {
         bool const isLost = isFaulty && !result.arrivalsNs[i];
+        // A fault may have let it arrive at another time than the schedule has.
         int64_t const arrivalNs =
             isFaulty ? result.arrivalsNs[i].value_or(times[i].arrivalNs) : times[i].arrivalNs;
         // A lost frame takes the row that it would have had: a gap there would look like the
         // sensor's.
         auto const lane = lanes.take(recording.frames[i].timestampNs, arrivalNs);
+        // The row for what is too much holds one frame at a time.
         bool const isCut = !lane && i + 1 < times.size();
         int64_t const endNs =
             isCut ? std::min(arrivalNs, recording.frames[i + 1].timestampNs) : arrivalNs;

@@ -81,6 +81,7 @@ std::string gapsOf(recording::RecordingFacts const& facts) {
                        base::formatMs(facts.largestGapNs));
 }
 
+// Most recordings lack none, or one that its phone never tells.
 std::string missingOf(recording::RecordingFacts const& facts) {
     std::string text;
     recording::MissingStates const& missing = facts.missing;
@@ -183,6 +184,7 @@ std::string verdictText(run::DeviceVerdict const& verdict) {
                         fmt::format("same decisions in {} operations: {} of {} frames",
                                     verdict.operations, verdict.sameFrames, verdict.builtFrames));
     }
+    // In capitals: to be the same is what the recording is replayed for.
     std::string text =
         labelled("Device",
                  fmt::format("OTHER DECISIONS in {} of {} operations: {} of {} frames are the same",
@@ -266,6 +268,7 @@ std::string recorderText(run::LiveResult const& result) {
     auto const& [end, writeError, operations, unrecorded, bytes] = *result.recorder;
     std::string const why =
         writeError != 0 ? fmt::format(" ({})", std::strerror(writeError)) : std::string();
+    // Whatever ended it early, what came before can be replayed.
     bool const isWhole = end == NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
     return labelled(
         "Recorded",
@@ -276,6 +279,7 @@ std::string recorderText(run::LiveResult const& result) {
 
 }  // namespace
 
+// In columns, so that what changes is seen from line to line.
 std::string statusLine(run::LiveStatus const& status) {
     return fmt::format(
         "{:>7} s  {:>7} frames  history {:>3}, in flight {:>2}, locked {:>2}  captures {:>5}, "

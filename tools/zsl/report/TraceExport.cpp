@@ -15,6 +15,7 @@ namespace zebcam::tool::report {
 
 namespace {
 
+// The page shows processes by number: what happens first comes first.
 constexpr int SENSOR = 1;
 constexpr int OCCUPANCY = 2;
 constexpr int CAPTURES = 3;
@@ -106,6 +107,7 @@ void writeSections(TraceEvents& events, std::vector<run::ProcessorSection> const
         }
         row->second.add(section);
     }
+    // A section is only known to have ended when the next one begins.
     for (auto& [thread, row] : rows) {
         row.closeTo(0);
     }
