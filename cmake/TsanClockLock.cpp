@@ -1,5 +1,5 @@
-// std::timed_mutex waits with pthread_mutex_clocklock, of which the thread sanitizers of clang 14 and
-// gcc 12 hear nothing; they then take everything under the mutex for a race. They do know this
+// std::timed_mutex waits with pthread_mutex_clocklock, of which the thread sanitizers of clang 14
+// and gcc 12 hear nothing; they then take everything under the mutex for a race. They do know this
 // sibling, which counts in wall-clock time.
 #include <pthread.h>
 
