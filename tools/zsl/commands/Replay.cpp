@@ -159,7 +159,10 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     base::ResultFile report(arguments.report, streams.out);
 
     Observer observer(arguments, streams);
-    auto const& [recording, result] = replayFile(command, arguments, observer);
+    // Not as a structured binding, which clang 14 does not let lambdas capture.
+    auto const replayed = replayFile(command, arguments, observer);
+    recording::Recording const& recording = replayed.first;
+    run::ReplayResult const& result = replayed.second;
     observer.finish();
     log::Explanation const* const reasons = observer.explanation();
 
