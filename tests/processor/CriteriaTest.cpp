@@ -3,7 +3,7 @@
 namespace zebcam::test {
 namespace {
 
-using Change = std::function<void(SensorFrame&, Capture&)>;
+using Change = std::function<void(ExposedFrame&, Capture&)>;
 
 template <typename T = int32_t>
 Change has(StreamId_T stream, uint32_t tag, T value) {
@@ -32,25 +32,25 @@ Change needs(ZslPolicy::RequiredStreams const& streams) {
 }
 
 /// A second HAL result like the first.
-void secondHal(SensorFrame& frame, Capture&) {
+void secondHal(ExposedFrame& frame, Capture&) {
     frame.metas[HAL + 1] = frame.metas[HAL];
 }
-void noImage(SensorFrame& frame, Capture&) {
+void noImage(ExposedFrame& frame, Capture&) {
     frame.images = {YUV};
 }
-void noMeta(SensorFrame& frame, Capture&) {
+void noMeta(ExposedFrame& frame, Capture&) {
     frame.metas.clear();
 }
-void noFocus(SensorFrame& frame, Capture&) {
+void noFocus(ExposedFrame& frame, Capture&) {
     frame.metas.erase(APP);
 }
-void tooOld(SensorFrame& frame, Capture&) {
+void tooOld(ExposedFrame& frame, Capture&) {
     frame.timestamp = SHUTTER - 1;
 }
-void justInTime(SensorFrame& frame, Capture&) {
+void justInTime(ExposedFrame& frame, Capture&) {
     frame.timestamp = SHUTTER;
 }
-void sync(SensorFrame&, Capture& capture) {
+void sync(ExposedFrame&, Capture& capture) {
     capture.params.needFrameSync = true;
 }
 
@@ -121,7 +121,7 @@ Criterion const CRITERIA[] = {
 class CriteriaTest : public ZslTest, public ::testing::WithParamInterface<Criterion> {};
 
 TEST_P(CriteriaTest, DefaultSelectorTakesOrRefuses) {
-    SensorFrame frame(11);
+    ExposedFrame frame(11);
     auto wanted = capture(5);
     GetParam().change(frame, wanted);
     push({frame});
@@ -146,7 +146,7 @@ TEST_F(ZslTest, UnsettledFocusIsToldButNeverRefuses) {
     };
     uint32_t number = 0;
     for (auto const& [mode, state, lens, settled] : cases) {
-        push({SensorFrame(number).focus(mode, state, lens)});
+        push({ExposedFrame(number).focus(mode, state, lens)});
         EXPECT_NE("", submit(capture(++number)));
         auto const text = "afMode=" + std::to_string(mode) + " afState=" + std::to_string(state) +
                           " lensState=" + std::to_string(lens);

@@ -33,7 +33,7 @@ TEST_F(ZslTest, UnlockWithoutProviderKeepsTheFrameLocked) {
 }
 
 TEST_F(ZslTest, EarlyShutterAfterAnAbsurdTimestampWrapsAround) {
-    SensorFrame absurd(12);
+    ExposedFrame absurd(12);
     absurd.timestamp = std::numeric_limits<int64_t>::max();
     absurd.images = {};
     push({absurd});
@@ -136,7 +136,7 @@ private:
 TEST_F(ZslTest, LockThatWasNotObtainedIsUnlockedForTheSelectorOnly) {
     android::sp<BusyBuffer> const result = new BusyBuffer(APP), raw = new BusyBuffer(HAL + 1),
                                   control = new BusyBuffer(HAL_CONTROL + 1);
-    auto set = SensorFrame(11).set();
+    auto set = ExposedFrame(11).set();
     set.halMeta.push_back(raw);
     history->arrive(std::move(set));
     auto answer = choose({{0, NO_FRAME}});

@@ -36,7 +36,7 @@ constexpr uint32_t FROM_HISTORY_IF_SET[] = {0x80000000, 0x80050000, 0x80070000, 
 
 class FrameBuildTest : public ZslTest {
 protected:
-    FrameBuilder const& build(SensorFrame const& frame, Capture& wanted) {
+    FrameBuilder const& build(ExposedFrame const& frame, Capture& wanted) {
         push({frame});
         EXPECT_EQ("[5.0=F11]", submit(wanted));
         return *wanted.frames[0];
@@ -45,7 +45,7 @@ protected:
     /// Value of `tag` (1: the request's, 2: the history's, 0: none) after a build in which the
     /// history, and the request when `inRequest`, has it.
     void expectAppValues(bool inRequest, int kept, int copied, int vendor) {
-        SensorFrame frame(11);
+        ExposedFrame frame(11);
         auto wanted = capture(5);
         auto control = wanted.frames[0]->appMeta(APP_CONTROL);
         auto* pControl = control->tryWriteLock("test");
@@ -102,7 +102,7 @@ TEST_F(FrameBuildTest, VendorTagsOfTheHistoryWhenSet) {
 TEST_F(FrameBuildTest, FaceDetectModeIsDropped) {
     auto wanted = capture(5);
     auto const built =
-        build(SensorFrame(11).tag<uint8_t>(APP, ZEB_STATISTICS_FACE_DETECT_MODE, 1), wanted);
+        build(ExposedFrame(11).tag<uint8_t>(APP, ZEB_STATISTICS_FACE_DETECT_MODE, 1), wanted);
     EXPECT_FALSE(valueOf<uint8_t>(appMetaOf(built), ZEB_STATISTICS_FACE_DETECT_MODE));
     EXPECT_EQ(1U, logged("[prepareAppMeta] remove ZEB_STATISTICS_FACE_DETECT_MODE OK"));
     push({12});
@@ -113,7 +113,7 @@ TEST_F(FrameBuildTest, FaceDetectModeIsDropped) {
 TEST_F(FrameBuildTest, HalControlsOverrideTheHistory) {
     constexpr uint32_t BOTH = 0xc0000100, HISTORY = 0xc0000101, REQUEST = 0xc0000102;
     constexpr StreamId_T UNPAIRED = 0x10000001e;
-    SensorFrame frame(11);
+    ExposedFrame frame(11);
     auto wanted = capture(5);
     for (auto id : {HAL, HAL + 1, HAL + 2, UNPAIRED}) {
         frame.metas[id] = frame.metas[HAL];
@@ -161,7 +161,7 @@ TEST_F(FrameBuildTest, WithoutAppControlThereIsNoAppResult) {
 }
 
 TEST_F(FrameBuildTest, ImagesAreRearmed) {
-    auto const set = SensorFrame(11).set();
+    auto const set = ExposedFrame(11).set();
     android::sp<ImageStreamBuffer> const image =
         static_cast<ImageStreamBuffer*>(set.halImage[0].get());
     android::sp<Utils::UsersManager> const old = new Utils::UsersManager(RAW, "old");

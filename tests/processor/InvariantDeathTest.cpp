@@ -30,7 +30,7 @@ TEST_F(InvariantDeathTest, ChoiceForAServedFrameAborts) {
 /// A metadata buffer that cannot be locked while a frame is built: the thread says so and sleeps.
 struct Unlockable {
     char const* name;
-    std::function<void(SensorFrame&, FrameBuilder&)> change;
+    std::function<void(ExposedFrame&, FrameBuilder&)> change;
     std::string message;
 };
 
@@ -57,7 +57,7 @@ protected:
 };
 
 TEST_P(AssertTest, ThreadSaysSoAndSleepsForEver) {
-    SensorFrame frame(11);
+    ExposedFrame frame(11);
     auto wanted = capture(5).by(answering({choose({{0, 11}})}));
     GetParam().change(frame, *wanted.frames[0]);
     push({frame});

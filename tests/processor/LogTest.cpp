@@ -96,7 +96,7 @@ public:
 
 TEST_F(ZslTest, LockedSetsHaveTheirTextMadeOnlyForALineThatGoesOut) {
     android::sp<AskedBuffer> const image = new AskedBuffer;
-    auto set = SensorFrame(11).set();
+    auto set = ExposedFrame(11).set();
     set.halImage.push_back(image);
     history->arrive(std::move(set));
     history->announce(12);

@@ -8,20 +8,20 @@ constexpr uint32_t CSHOT = ZslPolicy::POLICY_CONTINUOUS_SHOT;
 constexpr uint32_t MULTIFRAME = ZslPolicy::POLICY_MULTIFRAME_BIT;
 
 template <typename... Frames>
-std::vector<SensorFrame> of(Frames... frames) {
-    return {SensorFrame(frames)...};
+std::vector<ExposedFrame> of(Frames... frames) {
+    return {ExposedFrame(frames)...};
 }
 
-SensorFrame unstable(uint32_t n) {
-    return SensorFrame(n).tag(HAL, ZEB_3A_AE_SOFT_STABLE, 0);
+ExposedFrame unstable(uint32_t n) {
+    return ExposedFrame(n).tag(HAL, ZEB_3A_AE_SOFT_STABLE, 0);
 }
-SensorFrame unfocused(uint32_t n) {
-    SensorFrame frame(n);
+ExposedFrame unfocused(uint32_t n) {
+    ExposedFrame frame(n);
     frame.metas[APP].clear();
     return frame;
 }
-SensorFrame imageless(uint32_t n) {
-    SensorFrame frame(n);
+ExposedFrame imageless(uint32_t n) {
+    ExposedFrame frame(n);
     frame.images = {YUV};
     return frame;
 }
@@ -32,7 +32,7 @@ struct Choice {
     uint32_t policy;
     size_t frames;
     int64_t shutterMs;
-    std::vector<SensorFrame> history;
+    std::vector<ExposedFrame> history;
     std::string served;
     std::string says, alsoSays = {};  ///< texts of log lines, once each
 };
@@ -91,7 +91,7 @@ Choice const CHOICES[] = {
 INSTANTIATE_TEST_SUITE_P(Policies, PolicyTest, ::testing::ValuesIn(CHOICES), caseName);
 
 TEST_F(ZslTest, MultiframeAsksForSyncWhenWanted) {
-    push({SensorFrame(1).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(7)), 2});
+    push({ExposedFrame(1).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(7)), 2});
     auto wanted = capture(5).policy(MULTIFRAME, 3000);
     wanted.params.needFrameSync = true;
     EXPECT_EQ("[5.0=F2]", submit(wanted));

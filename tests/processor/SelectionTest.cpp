@@ -13,8 +13,8 @@ Answer cloneOf(uint32_t frameNo) {
     return answer;
 }
 
-SensorFrame withoutImage(uint32_t frameNo) {
-    SensorFrame frame(frameNo);
+ExposedFrame withoutImage(uint32_t frameNo) {
+    ExposedFrame frame(frameNo);
     frame.images = {YUV};
     return frame;
 }
@@ -250,7 +250,7 @@ TEST_F(ZslTest, LockedListBelongsToTheSelectorsNameAndGrowsAtItsEnd) {
 }
 
 TEST_F(ZslTest, StreamsThatAreNotRequiredAreReleased) {
-    SensorFrame frame(11);
+    ExposedFrame frame(11);
     frame.images = {RAW, YUV};
     frame.metas[HAL + 1] = frame.metas[HAL];
     frame.metas[APP + 1] = frame.metas[APP];
@@ -271,11 +271,11 @@ TEST_F(ZslTest, StreamsThatAreNotRequiredAreReleased) {
 }
 
 TEST_F(ZslTest, ProblematicSetsNeverReachASelector) {
-    SensorFrame broken(12);
+    ExposedFrame broken(12);
     broken.hasImageError = true;
     broken.tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 1);
-    push({SensorFrame(11).tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 1), broken,
-          SensorFrame(13).tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 0), 14});
+    push({ExposedFrame(11).tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 1), broken,
+          ExposedFrame(13).tag<int32_t>(HAL, ZEB_P1NODE_PURE_RAW, 0), 14});
     auto const lax = answering({choose({{0, NO_FRAME}})});
     submit(capture(5).by(lax));
     EXPECT_EQ("F11 F13 F14 ", shown(*lax));

@@ -8,7 +8,7 @@ namespace {
 using Shutters = std::vector<std::pair<uint32_t, int64_t>>;
 
 TEST_F(ZslTest, EarlyShutterIsOneBufferWithATime) {
-    push({SensorFrame(11).at(-9), SensorFrame(12).at(-4)});
+    push({ExposedFrame(11).at(-9), ExposedFrame(12).at(-4)});
     submit(capture(5));
     ASSERT_EQ(1U, callback->results.size());
     auto const& result = callback->results[0];

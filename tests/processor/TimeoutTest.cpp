@@ -47,9 +47,9 @@ Patience const PATIENCE[] = {
 INSTANTIATE_TEST_SUITE_P(Ages, PatienceTest, ::testing::ValuesIn(PATIENCE), caseName);
 
 TEST_F(ZslTest, TimedOutFramesTakeTheFirstSetsThatFit) {
-    auto noImage = SensorFrame(9).at(-30);
+    auto noImage = ExposedFrame(9).at(-30);
     noImage.images = {YUV};
-    push({noImage, SensorFrame(10).at(-20), SensorFrame(11).at(-10), SensorFrame(12).at(-5)});
+    push({noImage, ExposedFrame(10).at(-20), ExposedFrame(11).at(-10), ExposedFrame(12).at(-5)});
     auto wanted = capture(5, 3);
     wanted.required(1) = {{YUV}, {HAL}, {APP}};
     EXPECT_EQ("", submit(wanted)) << "all frames are older than the capture";

@@ -54,7 +54,7 @@ MetaStreamBuffer& hostBuffer(android::sp<IMetaStreamBuffer> const& buffer) {
     return dynamic_cast<MetaStreamBuffer&>(*buffer);
 }
 
-SensorFrame::SensorFrame(uint32_t number) : frameNo(number), timestamp(SHUTTER + number * MS) {
+ExposedFrame::ExposedFrame(uint32_t number) : frameNo(number), timestamp(SHUTTER + number * MS) {
     tag<int32_t>(HAL, FRAME_NUMBER_TAG, static_cast<int32_t>(number));
     tag<int32_t>(HAL, ZEB_HAL_REQUEST_SENSOR_ID, 0);
     tag<int32_t>(HAL, ZEB_P1NODE_SENSOR_MODE, 0);
@@ -63,18 +63,18 @@ SensorFrame::SensorFrame(uint32_t number) : frameNo(number), timestamp(SHUTTER +
     focus(AF_MODE_CONTINUOUS_PICTURE, AF_STATE_PASSIVE_FOCUSED, LENS_STATE_STATIONARY);
 }
 
-SensorFrame& SensorFrame::at(int64_t ms) {
+ExposedFrame& ExposedFrame::at(int64_t ms) {
     timestamp = SHUTTER + ms * MS;
     return *this;
 }
 
-SensorFrame& SensorFrame::focus(uint8_t afMode, uint8_t afState, uint8_t lensState) {
+ExposedFrame& ExposedFrame::focus(uint8_t afMode, uint8_t afState, uint8_t lensState) {
     tag(APP, ANDROID_CONTROL_AF_MODE, afMode);
     tag(APP, ANDROID_CONTROL_AF_STATE, afState);
     return tag(APP, ANDROID_LENS_STATE, lensState);
 }
 
-HistoryBufferSet SensorFrame::set() const {
+HistoryBufferSet ExposedFrame::set() const {
     HistoryBufferSet set;
     set.frameNo = set.requestNo = frameNo;
     set.timestamp = timestamp;
@@ -205,7 +205,7 @@ void ZslTest::setProperty(std::string const& key, std::string const& value) {
     mProperties.push_back(key);
 }
 
-void ZslTest::push(std::vector<SensorFrame> const& frames) {
+void ZslTest::push(std::vector<ExposedFrame> const& frames) {
     for (auto const& frame : frames) {
         history->arrive(frame.set());
     }

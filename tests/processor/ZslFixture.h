@@ -68,12 +68,12 @@ MetaStreamBuffer& hostBuffer(android::sp<IMetaStreamBuffer> const& buffer);
 
 /// A sensor frame: by default frame n was exposed n ms after SHUTTER, by sensor 0 in mode 0, with
 /// focus and exposure settled and sensors in sync.
-struct SensorFrame {
-    SensorFrame(uint32_t number);  // NOLINT(google-explicit-constructor): reads as a list
-    SensorFrame& at(int64_t ms);   ///< exposed `ms` after SHUTTER
-    SensorFrame& focus(uint8_t afMode, uint8_t afState, uint8_t lensState);
+struct ExposedFrame {
+    ExposedFrame(uint32_t number);  // NOLINT(google-explicit-constructor): reads as a list
+    ExposedFrame& at(int64_t ms);   ///< exposed `ms` after SHUTTER
+    ExposedFrame& focus(uint8_t afMode, uint8_t afState, uint8_t lensState);
     template <typename T>
-    SensorFrame& tag(StreamId_T stream, uint32_t tag, T value) {
+    ExposedFrame& tag(StreamId_T stream, uint32_t tag, T value) {
         put(metas[stream], tag, value);
         return *this;
     }
@@ -168,7 +168,7 @@ protected:
     void captureLog(LogSettings settings);  ///< into `log`, instead of the camera's debug level
     void setProperty(std::string const& key, std::string const& value);
 
-    void push(std::vector<SensorFrame> const& frames);
+    void push(std::vector<ExposedFrame> const& frames);
     /// A capture of so many MAIN frames, each of which needs RAW, HAL and APP.
     Capture capture(uint32_t requestNo, size_t frames = 1);
     Capture captureOf(uint32_t requestNo, std::vector<uint32_t> const& frameTypes);

@@ -10,7 +10,7 @@ namespace {
 
 constexpr int64_t ABSURD_TIME = std::numeric_limits<int64_t>::max();
 
-void strike(SensorFrame& frame, Fault fault) {
+void strike(ExposedFrame& frame, Fault fault) {
     if (fault == Fault::ImageError) {
         frame.hasImageError = true;
     } else if (fault == Fault::MissingImage) {
@@ -119,7 +119,7 @@ void World::arrive(Event const& event) {
     } else {
         ++mNextFrameNo;
     }
-    SensorFrame frame(frameNo);
+    ExposedFrame frame(frameNo);
     frame.timestamp = mClock.bootTimeNs() - event.frame.ageMs * MS;
     if (event.frame.hasYuv) {
         frame.images.insert(YUV);

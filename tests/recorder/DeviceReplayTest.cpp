@@ -334,7 +334,7 @@ TEST(Recorder, EndsAtAnOperationThatItsMemoryCannotTake) {
         put<double>(large, tag, 0.5);
     }
     for (uint32_t frameNo = 1; frameNo <= 8; ++frameNo) {
-        SensorFrame frame(frameNo);
+        ExposedFrame frame(frameNo);
         frame.metas[APP] += large;
         scene.expose({frame});
     }
@@ -375,7 +375,7 @@ TEST(Recorder, RecordsTheTrueOrderOfSeveralThreads) {
         std::vector<std::thread> threads;
         threads.emplace_back([&] {
             for (uint32_t frameNo = 1; frameNo <= 200; ++frameNo) {
-                SensorFrame frame(frameNo);
+                ExposedFrame frame(frameNo);
                 frame.timestamp = systemTime(SYSTEM_TIME_BOOTTIME);
                 history->arrive(frame.set());
                 recorder->processZslPendingRequest(frameNo);

@@ -96,8 +96,8 @@ void configure(RecordedScene& s) {
     ASSERT_EQ(0, s.zsl->configure(s.config()));
 }
 
-SensorFrame tuned(uint32_t number, uint32_t tag, int32_t value) {
-    return SensorFrame(number).tag<int32_t>(HAL, tag, value);
+ExposedFrame tuned(uint32_t number, uint32_t tag, int32_t value) {
+    return ExposedFrame(number).tag<int32_t>(HAL, tag, value);
 }
 
 std::shared_ptr<ISelector> failing() {
@@ -131,7 +131,7 @@ void playSelector(RecordedScene& s) {
 
 void playTimeouts(RecordedScene& s) {
     configure(s);
-    s.expose({SensorFrame(1).at(-5000), SensorFrame(2).at(-4900)});
+    s.expose({ExposedFrame(1).at(-5000), ExposedFrame(2).at(-4900)});
     s.submit(s.capture(5, 2));
     s.submit(s.capture(6, 3).policy(ZslPolicy::POLICY_MULTIFRAME_BIT, 300));
     s.retry(299);
@@ -188,15 +188,15 @@ void playBrokenCaptures(RecordedScene& s) {
 
 void playCriteria(RecordedScene& s) {
     configure(s);
-    SensorFrame unreadable(6);
+    ExposedFrame unreadable(6);
     unreadable.unlockable = {HAL};
-    SensorFrame synced(8);
+    ExposedFrame synced(8);
     synced.tag<int64_t>(HAL, ZEB_FRAME_SYNC_RESULT, 1);
     synced.tag<int64_t>(HAL + 1, ZEB_FRAME_SYNC_RESULT, 0);
-    SensorFrame bad(1);
+    ExposedFrame bad(1);
     bad.hasImageError = true;
     s.expose({bad, tuned(2, ZEB_P1NODE_PURE_RAW, 1), tuned(3, ZEB_P1NODE_SENSOR_MODE, 4),
-              tuned(4, ZEB_3A_AE_SOFT_STABLE, 0), SensorFrame(5).focus(1, 3, 1), unreadable, 7,
+              tuned(4, ZEB_3A_AE_SOFT_STABLE, 0), ExposedFrame(5).focus(1, 3, 1), unreadable, 7,
               synced, 9});
     Capture picky = s.capture(5, 2).sensorMode(0, 4);
     picky.params.checkPureRaw = true;
@@ -216,7 +216,7 @@ std::vector<Scenario> const& scenarios() {
         {"default",
          [](RecordedScene& s) {
              configure(s);
-             s.expose({1, 2, SensorFrame(3).at(5)});
+             s.expose({1, 2, ExposedFrame(3).at(5)});
              s.submit(s.capture(5));
              s.submit(s.capture(6, 3));
              s.expose({4});
@@ -231,8 +231,8 @@ std::vector<Scenario> const& scenarios() {
         {"offset on the monotonic clock",
          [](RecordedScene& s) {
              configure(s);
-             s.expose({SensorFrame(1).at((MONOTONIC - SHUTTER) / MS - 201),
-                       SensorFrame(2).at((MONOTONIC - SHUTTER) / MS - 199)});
+             s.expose({ExposedFrame(1).at((MONOTONIC - SHUTTER) / MS - 201),
+                       ExposedFrame(2).at((MONOTONIC - SHUTTER) / MS - 199)});
              s.submit(s.capture(5));
          },
          [](RecordedScene& s) {
@@ -249,9 +249,9 @@ std::vector<Scenario> const& scenarios() {
         {"frames that change while they are offered",
          [](RecordedScene& s) {
              configure(s);
-             SensorFrame bad(1);
+             ExposedFrame bad(1);
              bad.hasImageError = true;
-             SensorFrame blurred(2);
+             ExposedFrame blurred(2);
              blurred.focus(1, 3, 1);
              s.expose({bad, blurred});
              s.submit(s.capture(5, 2));

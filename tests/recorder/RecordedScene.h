@@ -51,7 +51,7 @@ public:
     void flush();
     void result(uint32_t requestNo, bool isFrameEnd = true);
 
-    void expose(std::vector<SensorFrame> const& frames) { push(frames); }
+    void expose(std::vector<ExposedFrame> const& frames) { push(frames); }
     using ZslTest::callback;
     using ZslTest::capture;
     using ZslTest::captureOf;

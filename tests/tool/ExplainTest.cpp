@@ -130,22 +130,22 @@ protected:
 
     /// Frames for every criterion, for a capture of two frames that is served on the second try.
     void runEveryCriterion() {
-        SensorFrame noSensor(14);
+        ExposedFrame noSensor(14);
         noSensor.metas[HAL].remove(ZEB_HAL_REQUEST_SENSOR_ID);
-        SensorFrame noImage(15);
+        ExposedFrame noImage(15);
         noImage.images = {YUV};
-        SensorFrame noFocus(16);
+        ExposedFrame noFocus(16);
         noFocus.metas[APP].remove(ANDROID_CONTROL_AF_STATE);
-        SensorFrame error(19);
+        ExposedFrame error(19);
         error.hasImageError = true;
-        SensorFrame unsettled(21);
+        ExposedFrame unsettled(21);
         unsettled.focus(AF_MODE_CONTINUOUS_PICTURE, AF_STATE_PASSIVE_SCAN, LENS_STATE_MOVING);
         unsettled.metas[HAL].remove(ZEB_3A_AE_SOFT_STABLE);
-        push({SensorFrame(11).at(-50), SensorFrame(12).tag(HAL, ZEB_P1NODE_SENSOR_MODE, 3),
-              SensorFrame(13).tag(HAL, ZEB_HAL_REQUEST_SENSOR_ID, 7), noSensor, noImage, noFocus,
-              SensorFrame(17).tag(HAL, ZEB_3A_AE_SOFT_STABLE, 0),
-              SensorFrame(18).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(5)), error,
-              SensorFrame(20).tag(HAL, ZEB_P1NODE_PURE_RAW, 1), unsettled});
+        push({ExposedFrame(11).at(-50), ExposedFrame(12).tag(HAL, ZEB_P1NODE_SENSOR_MODE, 3),
+              ExposedFrame(13).tag(HAL, ZEB_HAL_REQUEST_SENSOR_ID, 7), noSensor, noImage, noFocus,
+              ExposedFrame(17).tag(HAL, ZEB_3A_AE_SOFT_STABLE, 0),
+              ExposedFrame(18).tag(HAL, ZEB_FRAME_SYNC_RESULT, int64_t(5)), error,
+              ExposedFrame(20).tag(HAL, ZEB_P1NODE_PURE_RAW, 1), unsettled});
         Capture wanted = capture(5, 2);
         wanted.sensorMode(0, 0).params.needFrameSync = true;
         wanted.params.checkPureRaw = true;
@@ -225,9 +225,9 @@ TEST_F(ExplainTest, NamesACriterionThatItDoesNotKnowAsTheLogDoes) {
 
 TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
     start();
-    SensorFrame bad(13);
+    ExposedFrame bad(13);
     bad.metas[APP].remove(ANDROID_CONTROL_AF_STATE);
-    push({SensorFrame(11).at(-4), SensorFrame(12).at(-3), bad.at(-2), SensorFrame(14).at(-1)});
+    push({ExposedFrame(11).at(-4), ExposedFrame(12).at(-3), bad.at(-2), ExposedFrame(14).at(-1)});
     Capture wanted = capture(5, 3);
     ASSERT_EQ("", submit(wanted.policy(0x20000, 1000)));
     leavesPending = true;
@@ -245,7 +245,7 @@ TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
 }
 
 TEST_F(ExplainTest, TellsOfOrdersFlightAndTimeout) {
-    push({SensorFrame(11).at(-50)});
+    push({ExposedFrame(11).at(-50)});
     runOrders();
     flush();
     log::Explanation const told = explainOwn();
@@ -331,7 +331,7 @@ TEST_F(ExplainTest, TellsWhatCanBeToldWithoutTheLowerLevels) {
 }
 
 TEST_F(ExplainTest, TellsOfChoicesThatAreNotHandedOver) {
-    SensorFrame noImage(11);
+    ExposedFrame noImage(11);
     noImage.images = {YUV};
     push({noImage});
     Capture wanted = capture(5, 3);
