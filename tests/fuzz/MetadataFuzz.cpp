@@ -54,7 +54,9 @@ void update(Bytes& bytes, Pair& target) {
                                        entryOf<double>,  entryOf<NSCam::Rational>};
     IMetadata::Tag const tag = bytes.next(24);
     uint8_t const type = bytes.next(MAKERS.size());
-    std::vector<int32_t> items(bytes.next(20));
+    // Mostly few, so that entries change between their slot and the payload area.
+    uint8_t const size = bytes.next(60);
+    std::vector<int32_t> items(size < 40 ? size % 5 : size);
     for (int32_t& item : items) {
         item = bytes.next(128);
     }
@@ -110,12 +112,14 @@ void operate(Bytes& bytes, Pair& a, Pair& b) {
             return remove(bytes, a);
         case 4:
             a.metadata += b.metadata;
+            a.metadata += a.metadata;
             for (auto const& [tag, items] : b.model) {
                 a.model[tag] = items;
             }
             return;
         case 5:
             a = b;
+            a.metadata = static_cast<IMetadata const&>(a.metadata);
             return;
         case 6:
             a = std::exchange(b, Pair());
@@ -128,7 +132,7 @@ void operate(Bytes& bytes, Pair& a, Pair& b) {
 
 }  // namespace
 
-/// Two containers do what two maps do.
+/// Two containers do what two maps do, also when they meet themselves.
 int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     Bytes bytes(data, size);
     std::array<Pair, 2> pairs;

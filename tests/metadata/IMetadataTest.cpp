@@ -1,13 +1,59 @@
 #include <gtest/gtest.h>
 #include <metadata/IMetadata.h>
 
-#include <array>
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
 #include <limits>
 #include <map>
+#include <new>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
+
+#include "fuzz/Fuzz.h"
+
+namespace {
+
+/// What this thread asked of the heap, and after how many allocations the heap is to refuse.
+struct Heap {
+    size_t allocations = 0;
+    size_t largest = 0;
+    size_t allowed = SIZE_MAX;
+};
+thread_local Heap heap;
+
+}  // namespace
+
+// Not inlined, lest the compiler takes one half of a pair for the library's.
+[[gnu::noinline]] void* operator new(size_t bytes) {
+    if (heap.allocations >= heap.allowed) {
+        throw std::bad_alloc();
+    }
+    void* const memory = std::malloc(std::max<size_t>(bytes, 1));
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    ++heap.allocations;
+    heap.largest = std::max(heap.largest, bytes);
+    return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+// The array forms too: a sanitizer's do not come by the ones above.
+[[gnu::noinline]] void* operator new[](size_t bytes) {
+    return operator new(bytes);
+}
+[[gnu::noinline]] void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete[](void* memory, size_t) noexcept {
+    std::free(memory);
+}
 
 namespace NSCam {
 namespace {
@@ -15,153 +61,40 @@ namespace {
 using Tag = IMetadata::Tag;
 using Type = IMetadata::Type;
 using IEntry = IMetadata::IEntry;
+using Content = std::map<Tag, std::pair<Type, std::vector<int32_t>>>;
+constexpr Type2Type<int32_t> INT32;
 
-/// What an entry holds, in small integers, which every item type can represent.
-struct ModelEntry {
-    Type type = Type::Byte;
-    std::vector<int32_t> items;
-};
-using Model = std::map<Tag, ModelEntry>;
-
-template <typename T>
-T itemOf(int32_t value) {
-    if constexpr (std::is_same_v<T, Rational>) {
-        return {value, 1};
-    } else {
-        return static_cast<T>(value);
-    }
-}
-
-template <typename T>
-IEntry entryOf(Tag tag, std::vector<int32_t> const& items) {
+IEntry entryOf(Tag tag, size_t items, int32_t value) {
     IEntry entry(tag);
-    for (int32_t const item : items) {
-        entry.push_back(itemOf<T>(item), Type2Type<T>());
+    for (size_t i = 0; i < items; ++i) {
+        entry.push_back(value, INT32);
     }
     return entry;
 }
 
-IEntry toEntry(Tag tag, ModelEntry const& model) {
-    static constexpr std::array<IEntry (*)(Tag, std::vector<int32_t> const&), 6> BY_TYPE{
-        entryOf<uint8_t>, entryOf<int32_t>, entryOf<float>,
-        entryOf<int64_t>, entryOf<double>,  entryOf<Rational>};
-    return BY_TYPE[static_cast<size_t>(model.type)](tag, model.items);
+Content contentOf(IEntry const& entry) {
+    std::vector<int32_t> items;
+    for (size_t i = 0; i < entry.count(); ++i) {
+        items.push_back(entry.itemAt(i, INT32));
+    }
+    return {{entry.tag(), {entry.type(), items}}};
 }
 
-testing::AssertionResult isSame(IEntry const& entry, Tag tag, ModelEntry const& model) {
-    bool same =
-        entry.tag() == tag && entry.type() == model.type && entry.count() == model.items.size();
-    for (size_t i = 0; same && i < model.items.size(); ++i) {
-        same = entry.itemAt(i, Type2Type<int32_t>()) == model.items[i];
+Content contentOf(IMetadata const& metadata) {
+    Content content;
+    for (size_t i = 0; i < metadata.count(); ++i) {
+        content.merge(contentOf(metadata.entryAt(i)));
     }
-    return same ? testing::AssertionSuccess()
-                : testing::AssertionFailure() << "tag " << tag << ": " << entry.count()
-                                              << " items, expected " << model.items.size();
+    return content;
 }
 
-testing::AssertionResult isSame(IMetadata const& metadata, Model const& model) {
-    if (metadata.count() != model.size()) {
-        return testing::AssertionFailure()
-               << metadata.count() << " entries, expected " << model.size();
-    }
-    size_t index = 0;
-    for (auto const& [tag, entry] : model) {
-        for (IEntry const& found : {metadata.entryAt(index), metadata.entryFor(tag)}) {
-            if (auto same = isSame(found, tag, entry); !same) {
-                return same;
-            }
-        }
-        ++index;
-    }
-    return testing::AssertionSuccess();
-}
-
-class RandomOperations {
-public:
-    explicit RandomOperations(unsigned number) : mRandom(number) {}
-
-    /// Does one operation to both and returns its name.
-    std::string step(IMetadata& metadata, Model& model) {
-        Tag const tag = below(40);
-        switch (below(10)) {
-            case 0: {
-                EXPECT_EQ(metadata.remove(tag) == 0, model.erase(tag) == 1);
-                return "remove";
-            }
-            case 1: {
-                Tag const from = below(40);
-                EXPECT_EQ(metadata.update(tag, metadata.entryFor(from)) == 0, model.contains(from));
-                if (model.contains(from)) {
-                    model[tag] = ModelEntry(model[from]);
-                }
-                return "update from a view of itself";
-            }
-            case 2: {
-                auto [other, otherModel] = make();
-                metadata += other;
-                otherModel.merge(model);
-                model = std::move(otherModel);
-                return "merge";
-            }
-            case 3: {
-                IMetadata& self = metadata;
-                metadata += self;
-                metadata = self;
-                return "merge with itself";
-            }
-            case 4: {
-                IMetadata copy(metadata);
-                metadata.clear();
-                metadata = copy;
-                return "copy";
-            }
-            default: {
-                ModelEntry const entry = makeEntry();
-                EXPECT_EQ(metadata.update(tag, toEntry(tag, entry)), 0);
-                model[tag] = entry;
-                return "update";
-            }
-        }
-    }
-
-private:
-    uint32_t below(uint32_t end) {
-        return std::uniform_int_distribution<uint32_t>(0, end - 1)(mRandom);
-    }
-
-    ModelEntry makeEntry() {
-        ModelEntry entry{static_cast<Type>(below(6)), {}};
-        // Mostly few items, so that entries change between the slot and the payload area.
-        for (uint32_t left = 1 + below(below(3) == 0 ? 60 : 4); left > 0; --left) {
-            entry.items.push_back(static_cast<int32_t>(below(256)));
-        }
-        return entry;
-    }
-
-    std::pair<IMetadata, Model> make() {
-        std::pair<IMetadata, Model> made;
-        for (uint32_t left = below(20); left > 0; --left) {
-            Tag const tag = below(40);
-            ModelEntry const entry = makeEntry();
-            made.first.update(tag, toEntry(tag, entry));
-            made.second[tag] = entry;
-        }
-        return made;
-    }
-
-    std::mt19937 mRandom;
-};
-
+/// The fuzzer's rules, over operations that are the same in every run.
 TEST(IMetadata, AgreesWithAMapWhateverIsDoneToIt) {
-    for (unsigned run = 0; run < 20; ++run) {
-        RandomOperations operations(run);
-        IMetadata metadata;
-        Model model;
-        for (unsigned i = 0; i < 300; ++i) {
-            std::string const operation = operations.step(metadata, model);
-            ASSERT_TRUE(isSame(metadata, model)) << operation << ", run " << run << ", step " << i;
-        }
-    }
+    std::mt19937 random;
+    std::vector<uint8_t> operations(100'000);
+    std::generate(operations.begin(), operations.end(),
+                  [&] { return static_cast<uint8_t>(random()); });
+    EXPECT_EQ(0, LLVMFuzzerTestOneInput(operations.data(), operations.size()));
 }
 
 TEST(IMetadata, RefusesWhatItCannotDoAndStaysAsItWas) {
@@ -171,50 +104,48 @@ TEST(IMetadata, RefusesWhatItCannotDoAndStaysAsItWas) {
     EXPECT_TRUE(metadata.isEmpty());
     EXPECT_TRUE(metadata.entryAt(0).isEmpty());
 
-    metadata.update(7, entryOf<int32_t>(7, {1, 2, 3}));
+    metadata.update(7, entryOf(7, 3, 2));
     EXPECT_NE(metadata.update(7, metadata.entryFor(8)), 0);
     EXPECT_TRUE(metadata.entryAt(1).isEmpty());
-    EXPECT_TRUE(isSame(metadata, {{7, {Type::Int32, {1, 2, 3}}}}));
+    EXPECT_EQ(contentOf(metadata), contentOf(entryOf(7, 3, 2)));
 }
 
 TEST(IMetadata, AppendingToAViewLeavesTheContainerAlone) {
-    for (std::vector<int32_t> const& items : {std::vector<int32_t>{3}, std::vector(60, 3)}) {
+    for (size_t const items : {1U, 60U}) {
         IMetadata metadata;
-        metadata.update(1, entryOf<int32_t>(1, items));
+        metadata.update(1, entryOf(1, items, 3));
         IEntry view = metadata.entryFor(1);
         view.push_back(4.75, Type2Type<double>());
         EXPECT_EQ(view.type(), Type::Int32) << "the first item decides";
-        EXPECT_EQ(view.itemAt(items.size(), Type2Type<int32_t>()), 4);
-        EXPECT_TRUE(isSame(metadata, {{1, {Type::Int32, items}}}));
+        EXPECT_EQ(view.itemAt(items, INT32), 4);
+        EXPECT_EQ(contentOf(metadata), contentOf(entryOf(1, items, 3)));
     }
 }
 
 TEST(IMetadata, IsEmptyAndUsableAfterAMove) {
-    Model const model{{7, {Type::Int32, {1, 2, 3}}}, {9, {Type::Byte, {4}}}};
+    Content const content{{7, {Type::Int32, {2, 2, 2}}}, {9, {Type::Int32, {4}}}};
     IMetadata from;
-    for (auto const& [tag, entry] : model) {
-        from.update(tag, toEntry(tag, entry));
-    }
+    from.update(7, entryOf(7, 3, 2));
+    from.update(9, entryOf(9, 1, 4));
     IMetadata to(std::move(from));
-    EXPECT_TRUE(isSame(to, model));
-    EXPECT_TRUE(isSame(from, {}));
+    EXPECT_EQ(contentOf(to), content);
+    EXPECT_TRUE(from.isEmpty());
     from += to;
-    EXPECT_TRUE(isSame(from, model));
-
+    EXPECT_EQ(contentOf(from), content);
     IMetadata& self = to;
     to = std::move(self);
-    EXPECT_TRUE(isSame(to, model)) << "moved onto itself";
+    EXPECT_EQ(contentOf(to), content) << "moved onto itself";
 
-    IEntry entry = toEntry(7, model.at(7));
+    IEntry entry = entryOf(7, 3, 2);
     IEntry const moved(std::move(entry));
-    IEntry taken = toEntry(9, model.at(9));
+    IEntry taken = entryOf(9, 1, 4);
     taken = moved;
     IEntry& itself = taken;
     taken = std::move(itself);
-    EXPECT_TRUE(isSame(taken, 7, model.at(7)));
-    EXPECT_EQ(entry.itemAt(2, Type2Type<int32_t>()), 0);
+    EXPECT_EQ(contentOf(taken), contentOf(entryOf(7, 3, 2)));
+    EXPECT_EQ(entry.itemAt(2, INT32), 0);
     entry.push_back<uint8_t>(5, {});
-    EXPECT_TRUE(isSame(entry, 7, {Type::Byte, {5}}));
+    EXPECT_EQ(contentOf(entry), (Content{{7, {Type::Byte, {5}}}}));
 }
 
 template <typename To, typename From>
@@ -238,6 +169,104 @@ TEST(IMetadataEntry, ConvertsToTheNearestValue) {
     EXPECT_EQ((convert<double>(Rational{7, 0})), 0.0);
     EXPECT_EQ((convert<Rational>(-0.375F)), (Rational{-3, 8}));
     EXPECT_EQ((convert<Rational>(1e12)), (Rational{std::numeric_limits<int32_t>::max(), 1}));
+}
+
+/// Entries of `step`, 2 x `step`, ...; every third one is large.
+IMetadata makeMetadata(size_t entries, IMetadata::Tag step, int32_t value) {
+    IMetadata metadata;
+    for (IMetadata::Tag i = 1; i <= entries; ++i) {
+        metadata.update(i * step, entryOf(i * step, i % 3 == 0 ? 50 : 1, value));
+    }
+    return metadata;
+}
+
+TEST(IMetadataMemory, CopyAndMergeAllocateOnceAndLookupsNever) {
+    IMetadata const some = makeMetadata(100, 2, 1);
+    IMetadata const more = makeMetadata(200, 1, 2);
+
+    heap = {};
+    IMetadata copy(some);
+    EXPECT_EQ(heap.allocations, 1U);
+    copy += more;
+    EXPECT_EQ(heap.allocations, 2U);
+
+    IMetadata full(copy);  // without spare room
+    heap = {};
+    full.update(10, some.entryFor(2));
+    EXPECT_EQ(heap.allocations, 0U) << "a small entry takes the place of another";
+
+    heap = {};
+    int64_t sum = 0;
+    for (IMetadata::Tag tag = 0; tag < 210; ++tag) {
+        sum += copy.entryFor(tag).itemAt(0, INT32) + copy.entryAt(tag).itemAt(0, INT32);
+    }
+    EXPECT_EQ(heap.allocations, 0U);
+    EXPECT_EQ(sum, 200 * 2 + 200 * 2);
+}
+
+TEST(IMetadataMemory, StaysInProportionToWhatItHolds) {
+    constexpr size_t ITEMS = 1000;
+    constexpr size_t LIVE_BYTES = 2 * ITEMS * sizeof(int32_t);
+    IMetadata other;
+    other.update(1, entryOf(1, ITEMS, 1));
+    other.update(2, entryOf(2, ITEMS, 2));
+    std::vector<std::function<void(IMetadata&, size_t)>> const changes{
+        [&](IMetadata& metadata, size_t) { metadata += other; },
+        [&](IMetadata& metadata, size_t i) {
+            metadata.update(1, entryOf(1, 3, 1));
+            metadata.update(1, entryOf(1, ITEMS, 1));
+            metadata.remove(1 + i % 2);
+            metadata.update(1 + i % 2, entryOf(1, ITEMS, 1));
+        },
+    };
+    for (size_t change = 0; change < changes.size(); ++change) {
+        IMetadata metadata = other;
+        heap = {};
+        for (size_t i = 0; i < 200; ++i) {
+            changes[change](metadata, i);
+        }
+        EXPECT_LE(heap.largest, 5 * LIVE_BYTES) << "change " << change;
+        EXPECT_EQ(metadata.count(), 2U);
+        heap = {};
+        IMetadata const compact(metadata);
+        EXPECT_GE(heap.largest, LIVE_BYTES + 2 * 16)
+            << "no room for what is alive, change " << change;
+    }
+}
+
+TEST(IMetadataMemory, AFailedAllocationChangesNothing) {
+    IMetadata const other = makeMetadata(30, 2, 5);
+    IEntry const large = entryOf(9, 60, 6);
+    std::vector<std::function<void(IMetadata&)>> const changes{
+        [&](IMetadata& metadata) { metadata += other; },
+        [&](IMetadata& metadata) { metadata.update(9, large); },
+        [&](IMetadata& metadata) { metadata.update(10, metadata.entryFor(3)); },
+        [&](IMetadata& metadata) {
+            IEntry entry = metadata.entryFor(3);
+            entry.push_back(1, INT32);
+            metadata.update(3, entry);
+        },
+    };
+    IMetadata full = makeMetadata(10, 1, 4);
+    full = IMetadata(full);  // a copy has no spare room
+    Content const before = contentOf(full);
+    for (size_t change = 0; change < changes.size(); ++change) {
+        size_t failures = 0;
+        for (bool done = false; !done;) {
+            IMetadata metadata(full);
+            heap = {.allowed = failures};
+            try {
+                changes[change](metadata);
+                done = true;
+            } catch (std::bad_alloc const&) {
+                ++failures;
+            }
+            heap = {};
+            EXPECT_EQ(contentOf(metadata) == before, !done) << "change " << change;
+            ASSERT_LT(failures, 10U);
+        }
+        EXPECT_GE(failures, 1U) << "change " << change;
+    }
 }
 
 }  // namespace
