@@ -32,27 +32,11 @@ Change needs(ZslPolicy::RequiredStreams const& streams) {
 }
 
 /// A second HAL result like the first.
-void secondHal(ExposedFrame& frame, Capture&) {
-    frame.metas[HAL + 1] = frame.metas[HAL];
-}
-void noImage(ExposedFrame& frame, Capture&) {
-    frame.images = {YUV};
-}
-void noMeta(ExposedFrame& frame, Capture&) {
-    frame.metas.clear();
-}
-void noFocus(ExposedFrame& frame, Capture&) {
-    frame.metas.erase(APP);
-}
-void tooOld(ExposedFrame& frame, Capture&) {
-    frame.timestamp = SHUTTER - 1;
-}
-void justInTime(ExposedFrame& frame, Capture&) {
-    frame.timestamp = SHUTTER;
-}
-void sync(ExposedFrame&, Capture& capture) {
-    capture.params.needFrameSync = true;
-}
+constexpr auto secondHal = [](auto& frame, auto&) { frame.metas[HAL + 1] = frame.metas[HAL]; };
+constexpr auto noImage = [](auto& frame, auto&) { frame.images = {YUV}; };
+constexpr auto noMeta = [](auto& frame, auto&) { frame.metas.clear(); };
+constexpr auto noFocus = [](auto& frame, auto&) { frame.metas.erase(APP); };
+constexpr auto sync = [](auto&, auto& capture) { capture.params.needFrameSync = true; };
 
 constexpr char STREAMS[] = "[operator()] [DefaultSelector] hbs[F11] containsRequiredStreamBuffer X";
 constexpr char MODE[] = "[operator()] [DefaultSelector] hbs[F11] containRequiredSensorMode X";
@@ -72,8 +56,9 @@ struct Criterion {
 };
 
 Criterion const CRITERIA[] = {
-    {"JustInTime", justInTime, true, TAKEN},
-    {"TooOld", tooOld, false, "Ts(99999999999) > zsd(100000000000), shutterDelay=0ms X"},
+    {"JustInTime", [](auto& f, auto&) { f.timestamp = SHUTTER; }, true, TAKEN},
+    {"TooOld", [](auto& f, auto&) { f.timestamp = SHUTTER - 1; }, false,
+     "Ts(99999999999) > zsd(100000000000), shutterDelay=0ms X"},
     {"NoImage", noImage, false, STREAMS},
     {"NoHalMeta", needs({{RAW}, {HAL, HAL + 1}, {APP}}), false, STREAMS},
     {"NoAppMeta", needs({{RAW}, {HAL}, {APP, APP + 1}}), false, STREAMS},

@@ -24,8 +24,8 @@ TEST_F(ZslTest, MissingInputsOfACaptureAreToldAndLivedWith) {
 
 TEST_F(ZslTest, UnlockWithoutProviderKeepsTheFrameLocked) {
     push({11});
-    submit(capture(5).by(answering({choose({{0, NO_FRAME}}, {{11, Answer::LOCK}})})));
-    auto noProvider = capture(6).by(answering({choose({{0, NO_FRAME}}, {{11, Answer::UNLOCK}})}));
+    submit(capture(5).by(answering({order(LOCK, 11)})));
+    auto noProvider = capture(6).by(answering({order(UNLOCK, 11)}));
     noProvider.params.pHistoryBufferProvider = nullptr;
     EXPECT_EQ("[6.0=none]", submit(noProvider));
     EXPECT_EQ(1U, logged("cannot find hbs[F11] to unlock"));
@@ -42,14 +42,15 @@ TEST_F(ZslTest, EarlyShutterAfterAnAbsurdTimestampWrapsAround) {
     leavesPending = true;
 }
 
-TEST_F(ZslTest, MissingMapsCountAsEmpty) {
+TEST_F(ZslTest, MissingMapsCountAsEmptyAndWithoutAppControlThereIsNoAppResult) {
     push({11});
-    auto wanted = capture(5).sensorMode(0, 9);
-    auto params = wanted.params;  // without the maps, so that no mode is required
-    auto const result = zsl->submitZslRequest(std::move(params));
-    ASSERT_EQ(1U, result.size());
-    EXPECT_EQ(true, wanted.frames[0]->builtFromHistory());
-    wanted.frames[0]->finish();
+    auto params = capture(5).sensorMode(0, 9).params;  // without the maps: no mode is required
+    auto const bare = std::make_shared<FrameBuilder>(5, FRAME_TYPE_MAIN);
+    params.vFrameBuilder[0] = bare;
+    EXPECT_EQ(1U, zsl->submitZslRequest(std::move(params)).size());
+    EXPECT_EQ(nullptr, bare->appMeta(APP));
+    EXPECT_NE(nullptr, bare->halMeta(HAL));
+    bare->finish();
 }
 
 TEST_F(ZslTest, CaptureBeforeTheFirstConfigureWaits) {
@@ -73,7 +74,7 @@ class OutburstTest : public ZslTest, public ::testing::WithParamInterface<Outbur
 TEST_P(OutburstTest, EndsWhereItHappensWithOneErrorLine) {
     push({11, 12});
     history->announce(13);
-    auto const selector = answering({choose({{1, 13}}, {{11, Answer::LOCK}})});
+    auto const selector = answering({choose({{1, 13}}, {{11, LOCK}})});
     submit(capture(5, 2).by(selector));
     GetParam().prepare(*selector);
     for (int tries : {1, 2}) {

@@ -100,7 +100,7 @@ TEST_F(ZslTest, LockedSetsHaveTheirTextMadeOnlyForALineThatGoesOut) {
     set.halImage.push_back(image);
     history->arrive(std::move(set));
     history->announce(12);
-    submit(capture(5).by(answering({choose({{0, 12}}, {{11, Answer::LOCK}})})));
+    submit(capture(5).by(answering({choose({{0, 12}}, {{11, LOCK}})})));
     for (uint32_t level : {2U, 3U}) {
         captureLog(LogSettings::camera(level));
         image->asked = 0;

@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include "ZslFixture.h"
 
 namespace zebcam::test {
@@ -9,6 +11,8 @@ TEST_F(ZslTest, PendingCapturesAreServedInOrder) {
     EXPECT_EQ(1U, logged("[submitZslRequest] [requestNo:6]: fail. (selected:#0, preselect:#0, "
                          "remaining:#1) => add to pending [fakeShutter:100000002000; "
                          "pendingReq(#2):R5 R6 ]"));
+    EXPECT_EQ(-ENOSYS, zsl->configure(config()));
+    EXPECT_EQ(1U, logged("[configure] 2 ZSL pending requests not finish yet, 1st-reqNo: 5"));
     push({11, 12});
     EXPECT_EQ("[5.0=F11][6.0=F12]", retry());
     EXPECT_EQ(1U, logged("[processZslPendingRequest] [requestNo:99]: success. (reqNo:6, "
@@ -18,23 +22,15 @@ TEST_F(ZslTest, PendingCapturesAreServedInOrder) {
     EXPECT_TRUE(log.empty()) << log.front().message;
 }
 
-TEST_F(ZslTest, OlderCapturesGoBeforeANewOne) {
-    submit(capture(5, 2));
-    push({11, 12, 13, 14});
-    EXPECT_EQ("[5.0=F11 5.1=F12][6.0=F13]", submit(capture(6)));
-    EXPECT_EQ(1U, callback->results.size());
-}
-
-TEST_F(ZslTest, PartlyServedCaptureKeepsTheRestPending) {
+TEST_F(ZslTest, PartlyServedCaptureKeepsTheRestPendingAndGoesBeforeANewOne) {
     push({11});
     EXPECT_EQ("[5.0=F11]", submit(capture(5, 3)));
-    EXPECT_EQ(1U, callback->results.size());
     push({12});
     EXPECT_EQ("[5.1=F12]", retry());
     EXPECT_EQ(1U, logged("[requestNo:99]: fail. (reqNo:5, selected:#1, preselect:#0, "
                          "remaining:#1) => keep pending (#1)"));
-    push({13});
-    EXPECT_EQ("[5.2=F13]", retry());
+    push({13, 14});
+    EXPECT_EQ("[5.2=F13][6.0=F14]", submit(capture(6)));
     EXPECT_EQ(1U, callback->results.size());
 }
 

@@ -21,9 +21,7 @@ ExposedFrame unfocused(uint32_t n) {
     return frame;
 }
 ExposedFrame imageless(uint32_t n) {
-    ExposedFrame frame(n);
-    frame.images = {YUV};
-    return frame;
+    return ExposedFrame(n).with({YUV});
 }
 
 /// A capture that wants sensor mode 0, submitted so many ms after SHUTTER over a history.

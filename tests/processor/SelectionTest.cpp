@@ -13,17 +13,6 @@ Answer cloneOf(uint32_t frameNo) {
     return answer;
 }
 
-ExposedFrame withoutImage(uint32_t frameNo) {
-    ExposedFrame frame(frameNo);
-    frame.images = {YUV};
-    return frame;
-}
-
-/// Builds the frame from nothing and gives an order.
-Answer order(Answer::OpT what, uint32_t frameNo) {
-    return choose({{0, NO_FRAME}}, {{frameNo, what}});
-}
-
 template <typename... Answers>
 std::vector<Answer> then(Answers... answers) {
     return {answers...};
@@ -68,7 +57,6 @@ TEST_P(OrdersTest, MoveHistoryFrames) {
     leavesPending = true;
 }
 
-constexpr auto LOCK = Answer::LOCK, UNLOCK = Answer::UNLOCK, RELEASE = Answer::RELEASE;
 Orders const ORDERS[] = {
     {"NoFrame", then(choose({{0, NO_FRAME}})), "[5.0=none]", "F11 F12 ", 0,
      "] selectOut: { selected={ 0-[F-1 addMeta(#0)] } ops={ }}"},
@@ -108,19 +96,13 @@ TEST_F(ZslTest, SelectorSeesTheCapture) {
     wanted.params.needFrameSync = true;
     wanted.required(1) = {{YUV}, {HAL}, {}};
     submit(wanted);
-    passMs(1500);
-    clock.advance(499'999);
-    retry();
     auto const& first = selector->seen.at(0);
     EXPECT_TRUE(first.needFrameSync);
-    EXPECT_EQ(1500, selector->seen.at(2).durationMs);
     ASSERT_EQ(1U, first.inflightInfos.size());
     EXPECT_EQ(12U, first.inflightInfos[0].frameNo);
     ASSERT_EQ(2U, first.frameInfos.size());
     EXPECT_EQ(std::set<int64_t>{YUV}, first.frameInfos.at(1).requiredStreams->halImages);
     EXPECT_EQ(7U, first.frameInfos.at(0).requiredSensorModes->at(0));
-    EXPECT_EQ(first.frameInfos.at(0).requiredSensorModes,
-              first.frameInfos.at(1).requiredSensorModes);
     leavesPending = true;
 }
 
@@ -135,23 +117,11 @@ TEST_F(ZslTest, InFlightFrameIsParkedAndServedWhenItArrives) {
     EXPECT_EQ("", retry()) << "still in flight";
     push({12});
     EXPECT_EQ("[5.2=F12]", retry());
-    EXPECT_TRUE(zsl->hasZslPendingRequest());
     push({13});
     EXPECT_EQ("[5.1=F13]", retry());
-    EXPECT_EQ(1U, selector->seen.size());
     EXPECT_EQ(3U, logged("selectOut: no need to trigger selector to select, pre-select only"));
     EXPECT_EQ(1U, logged("update fakeShutter: "));
     EXPECT_EQ(0U, logged("select redundant")) << "a served choice was kept";
-}
-
-TEST_F(ZslTest, ParkedFramesWaitBesideUnservedOnes) {
-    history->announce(12);
-    EXPECT_EQ("", submit(capture(5, 2).by(answering({choose({{1, 12}}), {}, choose({{0, 11}})}))));
-    EXPECT_EQ(1U, logged("fail. (selected:#0, preselect:#1, remaining:#1)"));
-    push({11});
-    EXPECT_EQ("", retry());
-    push({12});
-    EXPECT_EQ("[5.0=F11 5.1=F12]", retry());
 }
 
 TEST_F(ZslTest, OrdersOnFramesInFlightAreCarriedOutOnArrival) {
@@ -203,7 +173,7 @@ private:
 };
 
 TEST_F(ZslTest, SetThatLacksAStreamIsNeitherUsedNorLost) {
-    push({withoutImage(11)});
+    push({ExposedFrame(11).with({YUV})});
     auto const provider = std::make_shared<NotingProvider>(history);
     auto wanted = capture(5).by(answering({cloneOf(11)}));
     wanted.params.pHistoryBufferProvider = provider;
@@ -227,7 +197,7 @@ TEST_F(ZslTest, HistoryGoesBeforeTheLockedListUnlessItLacksAStream) {
     EXPECT_EQ(1U, logged("[getClonedHbs] clone hbs[F11] from history"));
     EXPECT_EQ("[7.0=F11]", submit(capture(7).by(selector)));
     EXPECT_EQ(1U, logged("[getSelectedHbs] get hbs[F11] from history"));
-    push({withoutImage(11)});
+    push({ExposedFrame(11).with({YUV})});
     EXPECT_EQ("[8.0=F11]", submit(capture(8).by(selector)));
     EXPECT_EQ(1U, logged("[getSelectedHbs] get hbs[F11] from locked"));
     EXPECT_EQ(Numbers{11}, history->frameNumbers());
@@ -250,8 +220,7 @@ TEST_F(ZslTest, LockedListBelongsToTheSelectorsNameAndGrowsAtItsEnd) {
 }
 
 TEST_F(ZslTest, StreamsThatAreNotRequiredAreReleased) {
-    ExposedFrame frame(11);
-    frame.images = {RAW, YUV};
+    auto frame = ExposedFrame(11).with({RAW, YUV});
     frame.metas[HAL + 1] = frame.metas[HAL];
     frame.metas[APP + 1] = frame.metas[APP];
     auto const set = frame.set();
@@ -262,10 +231,8 @@ TEST_F(ZslTest, StreamsThatAreNotRequiredAreReleased) {
         EXPECT_FALSE(yuv->isReleased());
         auto wanted = capture(5).by(answering({answer}));
         EXPECT_EQ("[5.0=F11]", submit(wanted));
-        auto const& built = *wanted.frames[0];
-        EXPECT_EQ(1U, built.halImages().size());
-        EXPECT_EQ(nullptr, built.halMeta(HAL + 1));
-        EXPECT_EQ(nullptr, built.appMeta(APP + 1));
+        EXPECT_EQ(nullptr, wanted.frames[0]->halMeta(HAL + 1));
+        EXPECT_EQ(nullptr, wanted.frames[0]->appMeta(APP + 1));
     }
     EXPECT_TRUE(yuv->isReleased());
 }

@@ -68,6 +68,11 @@ ExposedFrame& ExposedFrame::at(int64_t ms) {
     return *this;
 }
 
+ExposedFrame& ExposedFrame::with(std::set<StreamId_T> streams) {
+    images = std::move(streams);
+    return *this;
+}
+
 ExposedFrame& ExposedFrame::focus(uint8_t afMode, uint8_t afState, uint8_t lensState) {
     tag(APP, ANDROID_CONTROL_AF_MODE, afMode);
     tag(APP, ANDROID_CONTROL_AF_STATE, afState);
@@ -128,6 +133,10 @@ Answer choose(std::map<uint64_t, uint32_t> const& frames,
         answer.selected[index].frameNo = frameNo;
     }
     return answer;
+}
+
+Answer order(Answer::OpT what, uint32_t frameNo) {
+    return choose({{0, NO_FRAME}}, {{frameNo, what}});
 }
 
 void RecordingCallback::updateFrame(Result const& result) {
@@ -288,8 +297,11 @@ std::vector<std::string> ZslTest::lines() const {
 }
 
 size_t ZslTest::logged(std::string const& text) const {
-    auto const has = [&](LogLine const& l) { return l.message.find(text) != std::string::npos; };
-    return static_cast<size_t>(std::count_if(log.begin(), log.end(), has));
+    size_t count = 0;
+    for (auto const& line : log) {
+        count += line.message.find(text) != std::string::npos;
+    }
+    return count;
 }
 
 std::string ZslTest::line(std::string const& text) const {

@@ -31,6 +31,7 @@ using namespace NSCam::v3::pipeline::NSPipelineContext;
 using NSCam::ZslPolicy::ISelector;
 using IAppCallback = NSCam::v3::pipeline::IPipelineBufferSetFrameControl::IAppCallback;
 using Answer = ISelector::SelectOutputParams;
+constexpr auto LOCK = Answer::LOCK, UNLOCK = Answer::UNLOCK, RELEASE = Answer::RELEASE;
 
 constexpr StreamId_T RAW = 0x21;
 constexpr StreamId_T YUV = 0x22;
@@ -71,6 +72,7 @@ MetaStreamBuffer& hostBuffer(android::sp<IMetaStreamBuffer> const& buffer);
 struct ExposedFrame {
     ExposedFrame(uint32_t number);  // NOLINT(google-explicit-constructor): reads as a list
     ExposedFrame& at(int64_t ms);   ///< exposed `ms` after SHUTTER
+    ExposedFrame& with(std::set<StreamId_T> streams);  ///< images of these streams only
     ExposedFrame& focus(uint8_t afMode, uint8_t afState, uint8_t lensState);
     template <typename T>
     ExposedFrame& tag(StreamId_T stream, uint32_t tag, T value) {
@@ -126,6 +128,9 @@ std::shared_ptr<ScriptedSelector> answering(std::vector<Answer> answers,
 /// History frame by frame index, and orders by history frame.
 Answer choose(std::map<uint64_t, uint32_t> const& frames,
               std::map<uint32_t, Answer::OpT> const& orders = {});
+
+/// Builds frame 0 from nothing and gives an order.
+Answer order(Answer::OpT what, uint32_t frameNo);
 
 class RecordingCallback final : public IAppCallback {
 public:
