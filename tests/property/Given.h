@@ -12,6 +12,16 @@ public:
     PluginFailure() : std::runtime_error("plug-in") {}
 };
 
+/// Hears of early shutters.
+class World::Listener final : public IAppCallback {
+public:
+    explicit Listener(World& world) : mWorld(world) {}
+    void updateFrame(Result const& result) override { mWorld.hear(*this, result); }
+
+private:
+    World& mWorld;
+};
+
 /// A policy that is given with a capture: answers as the capture says, sense or nonsense, and looks
 /// at what it is shown.
 class World::Given final : public ISelector {

@@ -39,9 +39,11 @@ void strike(ExposedFrame& frame, Fault fault) {
 
 Capture World::makeCapture(Event const& event, Press& press) {
     CaptureSpec const& spec = event.capture;
-    Capture capture;
-    capture.params.requestNo = press.requestNo;
-    capture.params.pHistoryBufferProvider = mHistory;
+    std::vector<uint32_t> types(spec.required.size(), FRAME_TYPE_MAIN);
+    if (has(event.faults, Fault::DummyFrame)) {
+        types.back() = FRAME_TYPE_POSTDUMMY;
+    }
+    Capture capture = captureOf(press.requestNo, types);
     capture.params.checkPureRaw = spec.checkPureRaw;
     capture.params.needFrameSync = spec.frameSync;
     if (has(event.faults, Fault::NoProvider)) {
@@ -81,30 +83,25 @@ void World::prepareFrame(Event const& event, size_t index, Capture& capture, Pre
     ZslPolicy::RequiredStreams required = requiredOf(event.capture.required[index]);
     bool const isLast = index + 1 == event.capture.required.size();
     auto const fails = [&](Fault fault) { return isLast && has(event.faults, fault); };
-    capture.params.vReqResult.push_back(std::make_shared<pipeline::policy::RequestResultParams>());
-    capture.params.vReqResult.back()->required = required;
+    auto& settings = capture.params.vReqResult[index];
+    settings->required = required;
     if (fails(Fault::NoSettings)) {
-        capture.params.vReqResult.back() = nullptr;
+        settings = nullptr;
         required = {};
     }
     if (fails(Fault::NoBuilder)) {
-        capture.params.vFrameBuilder.push_back(nullptr);
+        capture.params.vFrameBuilder[index] = nullptr;
         press.hasFrameWithoutBuilder = true;
         return;
     }
-    bool const isDummy = fails(Fault::DummyFrame);
-    auto const builder = std::make_shared<FrameBuilder>(
-        press.requestNo, isDummy ? FRAME_TYPE_POSTDUMMY : FRAME_TYPE_MAIN);
-    builder->setAppMetaStreamBuffer(APP_CONTROL, metaBuffer(APP_CONTROL));
-    builder->setHalMetaStreamBuffer(HAL_CONTROL, metaBuffer(HAL_CONTROL));
+    auto const& builder = capture.frames[index];
     if (fails(Fault::UnlockableControl)) {
         auto const control = metaBuffer(EXTRA_CONTROL);
         control->setLockable(false);
         builder->setHalMetaStreamBuffer(EXTRA_CONTROL, control);
     }
-    capture.params.vFrameBuilder.push_back(builder);
     mAllBuilders.push_back(builder);
-    if (!isDummy) {
+    if (!fails(Fault::DummyFrame)) {
         mOwners[builder.get()] = press.requestNo;
         press.open.insert(builder.get());
         press.images[builder.get()] = required.halImages;
@@ -120,7 +117,7 @@ void World::arrive(Event const& event) {
         ++mNextFrameNo;
     }
     ExposedFrame frame(frameNo);
-    frame.timestamp = mClock.bootTimeNs() - event.frame.ageMs * MS;
+    frame.timestamp = clock.bootTimeNs() - event.frame.ageMs * MS;
     if (event.frame.hasYuv) {
         frame.images.insert(YUV);
     }
@@ -142,7 +139,7 @@ void World::arrive(Event const& event) {
         mPureRawFrames.insert(frameNo);
     }
     mMayRelease = mMayRelease || !mErrorFrames.empty() || !mPureRawFrames.empty();
-    mHistory->arrive(std::move(set));
+    history->arrive(std::move(set));
 }
 
 }  // namespace zebcam::test

@@ -1,9 +1,9 @@
 #include <fmt/format.h>
+#include <ulog/ULogger.h>
 
 #include <algorithm>
 
 #include "Given.h"
-#include "Listener.h"
 
 namespace zebcam::test {
 
@@ -14,6 +14,11 @@ void World::receive(std::function<ZslFrameBuilders()> const& operation, Press* s
     } catch (PluginFailure const&) {
         throw BrokenRule("an exception of a plug-in left an operation");
     }
+    for (LogLine const& line : log) {
+        mToldThrown += line.level == ::NSCam::Utils::ULog::LOG_LEVEL_ERROR &&
+                       line.message.ends_with(PluginFailure().what());
+    }
+    log.clear();
     require(mToldThrown == mThrown, "an exception of a plug-in cost no error line, or several");
     for (auto const& group : groups) {
         for (auto const& builder : group) {
@@ -98,7 +103,7 @@ void World::checkBuilt(Press const& press, FrameBuilder& builder) {
 
 void World::checkInput(Press const& press, ISelector::SelectInputParams const& in) {
     require(in.requestNo == press.requestNo && !in.frameInfos.empty(), "a wrong question");
-    require(in.durationMs == (mClock.bootTimeNs() - press.sinceNs) / MS, "a wrong duration");
+    require(in.durationMs == (clock.bootTimeNs() - press.sinceNs) / MS, "a wrong duration");
     require(in.zsdTs == press.sinceNs, "a wrong instant");
     for (auto const& [frameNo, frame] : in.historyFrames) {
         require(!mErrorFrames.count(frameNo), "a frame with an image error is offered");
@@ -113,9 +118,9 @@ void World::checkState() {
     require(mBrokenInside.empty(), mBrokenInside);
     checkLedger();
     require(MetaStreamBuffer::outstandingLocks().empty(), "a metadata lock is held");
-    require(mTrace.depth == 0, "a trace section is open");
+    require(trace.depth == 0, "a trace section is open");
     auto const waiting = pending();
-    require(mZsl->hasZslPendingRequest() == !waiting.empty(), "the dump lists other captures");
+    require(zsl->hasZslPendingRequest() == !waiting.empty(), "the dump lists other captures");
     require(std::is_sorted(waiting.begin(), waiting.end()), "the captures are out of order");
     for (auto const& [requestNo, press] : mPresses) {
         bool const waits = std::count(waiting.begin(), waiting.end(), requestNo) != 0;
@@ -127,9 +132,9 @@ void World::checkState() {
 }
 
 void World::checkLedger() {
-    auto const ledger = mHistory->ledger();
+    auto const ledger = history->ledger();
     require(ledger->totals().lost == 0, "a set was lost");
-    require(mHistory->strayReturns() == 0, "a set was given back that was not out");
+    require(history->strayReturns() == 0, "a set was given back that was not out");
     require(mMayRelease || ledger->totals().released == mReleased,
             "a set was let go for good without a reason");
     mReleased = ledger->totals().released;
@@ -142,7 +147,7 @@ void World::checkLedger() {
 
 std::vector<std::string> World::dump() const {
     LinePrinter printer;
-    mZsl->debug(printer, {});
+    zsl->debug(printer, {});
     return printer.lines;
 }
 

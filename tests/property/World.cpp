@@ -1,29 +1,14 @@
 #include "World.h"
 
 #include <fmt/format.h>
-#include <ulog/ULogger.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
 #include "Given.h"
-#include "Listener.h"
 
 namespace zebcam::test {
-namespace {
-
-constexpr int32_t OPEN_ID = 5;
-constexpr size_t CAPACITY = 6;
-
-IMetadata realtime() {
-    IMetadata characteristics;
-    put<uint8_t>(characteristics, ZEB_SENSOR_INFO_TIMESTAMP_SOURCE, 1);
-    return characteristics;
-}
-
-}  // namespace
-
 std::string Tried::summary() const {
     auto const list = [](std::map<std::string, uint64_t> const& counts, std::string const& what) {
         uint64_t total = 0;
@@ -37,18 +22,10 @@ std::string Tried::summary() const {
     return fmt::format("{} cases", cases) + list(events, "events") + list(faults, "faults");
 }
 
-World::World(Tried& tried)
-    : mTried(tried),
-      mLog(LogSettings::camera(::NSCam::Utils::ULog::LOG_LEVEL_DEBUG),
-           [this](LogLine const& line) {
-               mToldThrown += line.level == ::NSCam::Utils::ULog::LOG_LEVEL_ERROR &&
-                              line.message.ends_with(PluginFailure().what());
-           }),
-      mDevice(OPEN_ID, realtime()),
-      mHistory(std::make_shared<HistoryProvider>(CAPACITY)),
-      mZsl(IZslProcessor::createInstance(OPEN_ID, "property")) {
-    constexpr uint64_t CAMERA_TRACE_TAG = 0x400;
-    platform::setTraceSink(&mTrace, CAMERA_TRACE_TAG);
+World::World(Tried& tried) : mTried(tried) {
+    constexpr size_t CAPACITY = 6;
+    history = std::make_shared<HistoryProvider>(CAPACITY);
+    start(false);
     configure(0);
 }
 
@@ -57,7 +34,7 @@ World::~World() {
     for (auto const& builder : mAllBuilders) {
         builder->finish();
     }
-    mZsl.clear();
+    zsl.clear();
     MetaStreamBuffer::forgetLockErrors();
 }
 
@@ -76,49 +53,30 @@ void World::count(Event const& event) {
 
 void World::happen(Event const& event) {
     count(event);
-    switch (event.kind) {
-        case Kind::Submit:
-            submit(event);
-            break;
-        case Kind::Announce:
-            mInFlight.push_back(mNextFrameNo);
-            mHistory->announce(mNextFrameNo++);
-            break;
-        case Kind::Arrive:
-            arrive(event);
-            break;
-        case Kind::Cancel:
-            cancel(event.n);
-            break;
-        case Kind::Retry:
-            receive([this] { return mZsl->processZslPendingRequest(0); });
-            break;
-        case Kind::Result:
-            result(event);
-            break;
-        case Kind::Configure:
-            configure(event.n);
-            break;
-        case Kind::Dump:
-            dump();
-            break;
-        case Kind::Flush:
-            flush();
-            break;
-        case Kind::Pass:
-            mClock.advance(event.n * MS);
-            break;
-        case Kind::History:
-            mHistory->setHasHistory(event.n == 0);
-            break;
-        case Kind::Callback:
-            mListenerThrows = event.n == 1;
-            mListener = event.n == 2 ? nullptr : mListener;
-            break;
-        case Kind::Finish:
-            finishFrames();
-            break;
-    }
+    std::map<Kind, std::function<void()>> const deeds{
+        {Kind::Submit, [&] { submit(event); }},
+        {Kind::Announce,
+         [&] {
+             mInFlight.push_back(mNextFrameNo);
+             history->announce(mNextFrameNo++);
+         }},
+        {Kind::Arrive, [&] { arrive(event); }},
+        {Kind::Cancel, [&] { cancel(event.n); }},
+        {Kind::Retry, [&] { receive([&] { return zsl->processZslPendingRequest(0); }); }},
+        {Kind::Result, [&] { result(event); }},
+        {Kind::Configure, [&] { configure(event.n); }},
+        {Kind::Dump, [&] { dump(); }},
+        {Kind::Flush, [&] { flush(); }},
+        {Kind::Pass, [&] { clock.advance(event.n * MS); }},
+        {Kind::History, [&] { history->setHasHistory(event.n == 0); }},
+        {Kind::Callback,
+         [&] {
+             mListenerThrows = event.n == 1;
+             mListener = event.n == 2 ? nullptr : mListener;
+         }},
+        {Kind::Finish, [&] { finishFrames(); }},
+    };
+    deeds.at(event.kind)();
     checkState();
 }
 
@@ -126,10 +84,10 @@ void World::close() {
     for (auto& [requestNo, press] : mPresses) {
         press.hasFrameWithoutBuilder = false;
     }
-    mHistory->setHasHistory(true);
+    history->setHasHistory(true);
     constexpr int64_t LONGER_THAN_ANY_TIMEOUT_MS = 3001;
-    mClock.advance(LONGER_THAN_ANY_TIMEOUT_MS * MS);
-    receive([this] { return mZsl->processZslPendingRequest(0); });
+    clock.advance(LONGER_THAN_ANY_TIMEOUT_MS * MS);
+    receive([this] { return zsl->processZslPendingRequest(0); });
     require(pending().empty(), "a capture that is too old is still pending");
     flush();
     for (auto const& [requestNo, press] : mPresses) {
@@ -137,7 +95,7 @@ void World::close() {
     }
     finishFrames();
     checkState();
-    require(mHistory->ledger()->totals().balances(), "the ledger does not balance");
+    require(history->ledger()->totals().balances(), "the ledger does not balance");
 }
 
 void World::submit(Event const& event) {
@@ -145,13 +103,13 @@ void World::submit(Event const& event) {
     Press& press = mPresses[requestNo];
     press.requestNo = requestNo;
     press.spec = event.capture;
-    press.sinceNs = mClock.bootTimeNs();
+    press.sinceNs = clock.bootTimeNs();
     Capture capture = makeCapture(event, press);
     capture.params.pStreamIdMap = &capture.modes;
     capture.params.pvRequiredSensorIds = &capture.sensors;
-    mHistory->setCurrentRequest(requestNo);
+    history->setCurrentRequest(requestNo);
     mSubmitted = &press;
-    receive([&] { return mZsl->submitZslRequest(std::move(capture.params)); }, &press);
+    receive([&] { return zsl->submitZslRequest(std::move(capture.params)); }, &press);
     checkSubmitted(press);
     mSubmitted = nullptr;
 }
@@ -161,7 +119,7 @@ void World::cancel(uint32_t n) {
         return;
     }
     auto const frame = mInFlight.begin() + n % mInFlight.size();
-    mHistory->cancel(*frame);
+    history->cancel(*frame);
     mInFlight.erase(frame);
     mTried.fault(Fault::NeverComes);
 }
@@ -193,7 +151,7 @@ void World::result(Event const& event) {
         extra->setLockable(false);
         result.outputAppMetas.insert(result.outputAppMetas.begin(), extra);
     }
-    mZsl->onFrameUpdated(press.requestNo, result);
+    zsl->onFrameUpdated(press.requestNo, result);
     bool const isTold = valueOf<int64_t>(app->snapshot(), ZEB_SENSOR_TIMESTAMP).has_value();
     require(press.shutters == 0 || !isTold, "a result after an early shutter has a timestamp");
     require(press.waited || isTold || isPending, "a result without early shutter lost its time");
@@ -208,7 +166,7 @@ void World::configure(uint32_t how) {
     }
     android::sp<Listener> const listener = new Listener(*this);
     bool const mustRefuse = !pending().empty();
-    int const status = mZsl->configure({.pParsedStreamInfo_P1 = &streams, .pCallback = listener});
+    int const status = zsl->configure({.pParsedStreamInfo_P1 = &streams, .pCallback = listener});
     require(status == (mustRefuse ? -ENOSYS : 0), "configure answered " + std::to_string(status));
     require(dump() == before, "configure changed what is pending");
     if (mustRefuse) {
@@ -221,13 +179,13 @@ void World::configure(uint32_t how) {
 
 void World::flush() {
     auto const before = dump();
-    auto const totals = mHistory->ledger()->totals();
+    auto const totals = history->ledger()->totals();
     bool const isBroken = std::any_of(mPresses.begin(), mPresses.end(), [&](auto const& press) {
         return press.second.hasFrameWithoutBuilder;
     });
     bool gaveSomething = false;
     receive([&] {
-        auto groups = mZsl->flush();
+        auto groups = zsl->flush();
         gaveSomething = !groups.empty();
         return groups;
     });
@@ -236,7 +194,7 @@ void World::flush() {
         require(!gaveSomething && dump() == before, "a flush that was refused changed something");
         return;
     }
-    auto const after = mHistory->ledger()->totals();
+    auto const after = history->ledger()->totals();
     require(after.withProcessor == 0, "sets are with the processor after a flush");
     require(after.released == totals.released + totals.withProcessor,
             "flush did not release exactly what was locked");

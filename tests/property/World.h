@@ -39,15 +39,16 @@ inline void require(bool holds, std::string const& rule) {
 }
 
 /**
- * A processor in virtual time with everything around it, and what must be true of it.
+ * A processor in virtual time with everything around it, as the tests of single cases have it, and
+ * what must be true of it.
  *
  * Keeps its own book of captures, frames, early shutters and orders, and compares it with what can
  * be seen from outside after every event. At most one at a time.
  */
-class World {
+class World : private ZslTest {
 public:
     explicit World(Tried& tried);
-    ~World();
+    ~World() override;
 
     /// Throws BrokenRule.
     void happen(Event const& event);
@@ -57,6 +58,7 @@ public:
 private:
     class Listener;
     class Given;
+    void TestBody() override {}
 
     struct Press {
         uint32_t requestNo = 0;
@@ -99,16 +101,10 @@ private:
     std::vector<std::string> dump() const;
 
     Tried& mTried;
-    platform::VirtualClock mClock{{.bootTimeNs = SHUTTER, .monotonicNs = MONOTONIC}};
-    CountingTrace mTrace;
-    LogCapture mLog;
-    DeviceRegistration mDevice;
-    std::shared_ptr<HistoryProvider> mHistory;
     pipeline::policy::ParsedStreamInfoMap_P1 mStreams;  ///< of the last configure that was taken
     android::sp<Listener> mListener;                    ///< likewise
     bool mListenerThrows = false;
     std::vector<android::sp<Listener>> mRefused;  ///< must never hear anything
-    android::sp<IZslProcessor> mZsl;
 
     std::map<uint32_t, Press> mPresses;
     std::map<IFrameBuilder*, uint32_t> mOwners;
