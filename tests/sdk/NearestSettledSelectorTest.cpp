@@ -1,26 +1,20 @@
 #include <NearestSettledSelector.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <host/StreamInfos.h>
 
 #include <deque>
-#include <optional>
+
+#include "processor/ZslFixture.h"
 
 namespace {
 
-using NSCam::IMetadata;
-using NSCam::Type2Type;
-using NSCam::ZslPolicy::ISelector;
+using namespace zebcam::test;
 using NSCam::ZslPolicy::RequiredStreams;
 using sample::NearestSettledSelector;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-constexpr int64_t MS = 1'000'000;
 constexpr int64_t PRESS = 10'000 * MS;
-constexpr int64_t RAW = 1;
-constexpr int64_t SMALL_RAW = 2;
+constexpr StreamId_T SMALL_RAW = YUV;
 
 /// A history frame as the camera reported it; a value that is not there was not reported.
 struct Reported {
@@ -43,11 +37,9 @@ protected:
     }
 
     template <typename T>
-    static void set(IMetadata& metadata, IMetadata::Tag tag, std::optional<T> value) {
+    static void set(IMetadata& metadata, uint32_t tag, std::optional<T> value) {
         if (value) {
-            IMetadata::IEntry entry(tag);
-            entry.push_back(*value, Type2Type<T>{});
-            metadata.update(tag, entry);
+            put(metadata, tag, *value);
         }
     }
 
@@ -56,9 +48,9 @@ protected:
         ISelector::HistoryFrame frame;
         frame.frameNo = static_cast<uint32_t>(in.historyFrames.size()) + 1;
         frame.timestamp = PRESS + reported.sincePressMs * MS;
-        frame.halImages = {raw.get()};
+        frame.halImages = {imageStream(RAW).get()};
         if (reported.hasSmallRaw) {
-            frame.halImages.insert(smallRaw.get());
+            frame.halImages.insert(imageStream(SMALL_RAW).get());
         }
         IMetadata& app = metadata.emplace_back();
         set(app, NSCam::ANDROID_CONTROL_AF_MODE, reported.afMode);
@@ -69,8 +61,8 @@ protected:
         set(hal, NSCam::ZEB_FRAME_SYNC_RESULT, reported.frameSync);
         set<int32_t>(hal, NSCam::ZEB_HAL_REQUEST_SENSOR_ID, 0);
         set<int32_t>(hal, NSCam::ZEB_P1NODE_SENSOR_MODE, reported.sensorMode);
-        frame.appMetas[appMeta.get()] = reported.isReadable ? &app : nullptr;
-        frame.halMetas[halMeta.get()] = &hal;
+        frame.appMetas[metaStream(APP).get()] = reported.isReadable ? &app : nullptr;
+        frame.halMetas[metaStream(HAL).get()] = &hal;
         in.historyFrames.emplace(frame.frameNo, frame);
     }
 
@@ -94,25 +86,9 @@ protected:
         return result;
     }
 
-    android::sp<zebcam::host::ImageStreamInfo> raw =
-        new zebcam::host::ImageStreamInfo(RAW, "FullRaw");
-    android::sp<zebcam::host::ImageStreamInfo> smallRaw =
-        new zebcam::host::ImageStreamInfo(SMALL_RAW, "ResizedRaw");
-    android::sp<zebcam::host::MetaStreamInfo> appMeta =
-        new zebcam::host::MetaStreamInfo(3, "AppMeta");
-    android::sp<zebcam::host::MetaStreamInfo> halMeta =
-        new zebcam::host::MetaStreamInfo(4, "HalMeta");
     std::deque<IMetadata> metadata;
     ISelector::SelectInputParams in;
 };
-
-TEST_F(NearestSettledSelectorTest, takesTheNearestFrameOnEitherSideOfThePress) {
-    push({.sincePressMs = -50});
-    push({.sincePressMs = -17});
-    push({.sincePressMs = 16});
-    push({.sincePressMs = 49});
-    EXPECT_THAT(chosen(), ElementsAre(Pair(0, 3)));
-}
 
 TEST_F(NearestSettledSelectorTest, passesOverWhatDoesNotFit) {
     struct {
@@ -173,7 +149,7 @@ TEST_F(NearestSettledSelectorTest, givesABurstTheNearestFramesInAscendingOrder) 
     for (int64_t since : {-99, -66, -33, 0, 33}) {
         push({.sincePressMs = since});
     }
-    in.historyFrames.at(3).appMetas[appMeta.get()] = nullptr;
+    in.historyFrames.at(3).appMetas[metaStream(APP).get()] = nullptr;
     EXPECT_THAT(chosen(), ElementsAre(Pair(0, 2), Pair(1, 4), Pair(2, 5)));
 
     in.historyFrames.erase(1);

@@ -1,20 +1,14 @@
 #include <android/log.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <host/LogCapture.h>
 #include <ulog/ULogPrinter.h>
 #include <ulog/ULogger.h>
 
 #include <stdexcept>
-#include <string>
-#include <vector>
+
+#include "processor/ZslFixture.h"
 
 namespace zebcam::test {
 namespace {
 
-using host::LogCapture;
-using host::LogLine;
-using host::LogSettings;
 using NSCam::Utils::ULog::ULogger;
 using NSCam::Utils::ULog::ULogPrinter;
 using testing::ElementsAre;

@@ -1,23 +1,12 @@
 #include <debugutils/IDebuggee.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <host/Debuggees.h>
-#include <host/DeviceRegistration.h>
 #include <metastore/IMetadataProvider.h>
 
-#include <functional>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "stack/StackFixture.h"
+#include "processor/ZslFixture.h"
 
 namespace zebcam::test {
 namespace {
 
-using host::DeviceRegistration;
-using NSCam::IDebuggeeManager;
 using NSCam::NSMetadataProviderManager::valueForByDeviceId;
 using testing::ElementsAre;
 
@@ -47,7 +36,7 @@ TEST(DebuggeeManagerTest, DumpsByPriorityAndLetsADebuggeeDetachMeanwhile) {
         manager->attach(std::make_shared<Debuggee>("early", [&] { manager->detach(late); }), -1);
     late = manager->attach(std::make_shared<Debuggee>("late2"), 5);
     EXPECT_EQ(manager->attach(nullptr, 0), nullptr);
-    Lines printer;
+    LinePrinter printer;
     host::dumpDebuggees(printer, {"--verbose"});
     EXPECT_THAT(printer.lines, ElementsAre("early", "early with 1", "late1", "late1 with 1",
                                            "late2", "late2 with 1"));
@@ -59,21 +48,19 @@ TEST(DebuggeeManagerTest, DumpsByPriorityAndLetsADebuggeeDetachMeanwhile) {
 }
 
 TEST(DeviceRegistrationTest, TheLatestRegistrationHolds) {
-    auto const valueOfDevice = [](int32_t openId) -> std::optional<int32_t> {
-        auto const provider = valueForByDeviceId(openId);
-        return provider == nullptr ? std::nullopt
-                                   : std::optional(valueOf(provider->getStaticCharacteristics()));
-    };
-    auto first = std::make_unique<DeviceRegistration>(3, metadataOf(30));
+    constexpr uint32_t TAG = 0x1234;
+    IMetadata metadata;
+    put<int32_t>(metadata, TAG, 30);
+    auto first = std::make_unique<DeviceRegistration>(3, metadata);
     auto const held = valueForByDeviceId(3);
-    EXPECT_EQ(valueOfDevice(3), 30);
-    auto second = std::make_unique<DeviceRegistration>(3, metadataOf(31));
-    EXPECT_EQ(valueOfDevice(3), 31);
+    auto second = std::make_unique<DeviceRegistration>(3, IMetadata());
     first.reset();
-    EXPECT_EQ(valueOfDevice(3), 31) << "the replaced one took the new one away";
+    auto const latest = valueForByDeviceId(3);
+    ASSERT_NE(latest, nullptr) << "the replaced one took the new one away";
+    EXPECT_TRUE(latest->getStaticCharacteristics().isEmpty());
     second.reset();
-    EXPECT_EQ(valueOfDevice(3), std::nullopt);
-    EXPECT_EQ(valueOf(held->getStaticCharacteristics()), 30) << "a held provider changed";
+    EXPECT_EQ(valueForByDeviceId(3), nullptr);
+    EXPECT_EQ(valueOf<int32_t>(held->getStaticCharacteristics(), TAG), 30) << "it is held";
 }
 
 }  // namespace
