@@ -38,10 +38,6 @@ std::string fileOf(std::string const& entries) {
     return file + entries;
 }
 
-void checkMeta(tool::device::DeviceMeta const& meta, size_t streams) {
-    fuzz::require(!meta.stream || *meta.stream < streams, "a stream that is known");
-}
-
 }  // namespace
 
 /// The input is a file if it begins like one, else the entries of a block. What the reader takes
@@ -62,7 +58,7 @@ int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         }
         for (auto const* metas : {&frame.halMetas, &frame.appMetas}) {
             for (auto const& meta : *metas) {
-                checkMeta(meta, recording.streams.size());
+                fuzz::require(!meta.stream || *meta.stream < recording.streams.size(), "a stream");
             }
         }
     }
