@@ -5,17 +5,16 @@ A room is a folder with what lies below it, apart from rooms of their own there.
 README's section "Layout" say for each room which others it may include.
 
 usage: check_includes.py ROOT     status 1, and a line for each include that is not allowed
-       check_includes.py --arrows ROOT     the arrows that there are, as a table to compare
 """
 
 import collections
+import graphlib
 import pathlib
 import posixpath
 import re
 import sys
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
-SOURCES = ("*.h", "*.cpp")
 # Include paths beside the folders that are called include.
 PRIVATE = ("pipeline", "tools/zsl", "tests", "bench", "sdk/selector")
 EVERYTHING = "everything"  # but those who may include everything themselves
@@ -25,26 +24,22 @@ FOLDERS = re.compile(r"`([^`]+)/`")
 
 def read_table(readme):
     """{room: the rooms that it may include}, from the rows of the section's tables."""
-    section = re.search(r"^## Layout\n(.*?)(?=^## |\Z)", readme, re.DOTALL | re.MULTILINE)
-    if not section:
-        sys.exit("README.md: has no section 'Layout'")
-    table, inner, outer = {}, {}, None
-    for line in section.group(1).splitlines():
+    table, outer, everywhere = {}, None, set()
+    for line in readme.split("\n## Layout\n")[1].split("\n## ")[0].splitlines():
         # The second table is of the rooms within one of the first table's.
         if heading := re.match(r"^Within `([^`]+)/`", line):
             outer = heading.group(1)
-        if row := ROW.match(line):
+        for room in FOLDERS.findall(row.group(1)) if (row := ROW.match(line)) else ():
             targets = set(FOLDERS.findall(row.group(2)))
-            for room in FOLDERS.findall(row.group(1)):
-                (inner if outer else table)[room] = (
-                    {EVERYTHING} if row.group(2).strip() == EVERYTHING else targets)
-    rooms = {f"{outer}/{room}": table[outer] | {f"{outer}/{target}" for target in targets}
-             for room, targets in inner.items()}
-    if outer:
-        table[outer] = table[outer] | set(rooms)
-    table |= rooms
-    others = {room for room, targets in table.items() if EVERYTHING not in targets}
-    return {room: others if EVERYTHING in targets else targets for room, targets in table.items()}
+            if row.group(2).strip() == EVERYTHING:
+                everywhere.add(room)
+            if outer:
+                room, targets = f"{outer}/{room}", {f"{outer}/{target}" for target in targets}
+            table[room] = targets
+    for room in [room for room in table if outer and room.startswith(outer + "/")]:
+        table[room] |= table[outer] - {r for r in table if r.startswith(outer + "/")}
+        table[outer].add(room)
+    return table | {room: set(table) - everywhere for room in everywhere}
 
 
 class Tree:
@@ -54,7 +49,7 @@ class Tree:
         self.root = root
         self.rooms = sorted(rooms, key=len, reverse=True)
         self.files = {path.relative_to(root).as_posix() for top in {r.split("/")[0] for r in rooms}
-                      for kind in SOURCES for path in (root / top).rglob(kind)}
+                      for kind in ("*.h", "*.cpp") for path in (root / top).rglob(kind)}
         self.public = sorted({name.split("/include/")[0] + "/include"
                               for name in self.files if "/include/" in name})
 
@@ -68,79 +63,51 @@ class Tree:
             return beside
         # On the include path: first the own part of the tree, for its names are taken elsewhere too.
         own = "/".join(name.split("/")[:2])
-        for folder in (own, *self.public, *PRIVATE):
-            if f"{folder}/{included}" in self.files:
-                return f"{folder}/{included}"
-        return None
+        paths = (f"{folder}/{included}" for folder in (own, *self.public, *PRIVATE))
+        return next((path for path in paths if path in self.files), None)
 
     def includes(self):
         """(file, line number, included file) of every include of a file of the tree."""
         for name in sorted(self.files):
             text = (self.root / name).read_text(encoding="utf-8")
             for number, line in enumerate(text.splitlines(), 1):
-                if match := INCLUDE.match(line):
-                    if target := self.target_of(name, *match.groups()):
-                        yield name, number, target
+                match = INCLUDE.match(line)
+                if match and (target := self.target_of(name, *match.groups())):
+                    yield name, number, target
 
 
-def circle(edges):
-    """The nodes of one circle in {node: its followers}, the first again at the end; None without."""
-    done, path = set(), []
-
-    def visit(node):
-        if node in path:
-            return path[path.index(node):] + [node]
-        if node in done:
-            return None
-        path.append(node)
-        for follower in sorted(edges.get(node, ())):
-            if found := visit(follower):
-                return found
-        path.pop()
-        done.add(node)
-        return None
-
-    return next(filter(None, map(visit, sorted(edges))), None)
+def circle(what, edges):
+    """Tells of a circle in {node: its followers}, if there is one."""
+    try:
+        graphlib.TopologicalSorter(edges).prepare()
+    except graphlib.CycleError as error:
+        yield f"{what}: " + " -> ".join(reversed(error.args[1]))
 
 
 def faults(tree, table):
-    allowed = {room: targets | {room} for room, targets in table.items()}
-    headers = collections.defaultdict(set)
+    headers = collections.defaultdict(list)
     for name, number, target in tree.includes():
         room, other = tree.room_of(name), tree.room_of(target)
-        if room and other and other not in allowed[room]:
+        if room and other and other not in table[room] | {room}:
             yield f"{name}:{number}: includes {target}, and {room} -> {other} is not allowed"
         if target.endswith(".h") and name.endswith(".h"):
-            headers[name].add(target)
-    for name in sorted(tree.files):
-        if not tree.room_of(name):
-            yield f"{name}: in no room of the README's tables"
-    if found := circle(headers):
-        yield "headers include each other: " + " -> ".join(found)
-    if found := circle(table):
-        yield "the README's tables allow a circle: " + " -> ".join(found)
+            headers[name].append(target)
+    yield from (f"{name}: in no room of the README's tables"
+                for name in sorted(tree.files) if not tree.room_of(name))
+    yield from circle("headers include each other", headers)
+    yield from circle("the README's tables allow a circle", table)
     for room, targets in sorted(table.items()):
-        for missing in sorted(targets - set(table)):
-            yield f"README.md: {room} may include {missing}, which is no room"
+        yield from (f"README.md: {room} may include {missing}, which is no room"
+                    for missing in sorted(targets - set(table)))
 
 
-def main(arguments):
-    root = pathlib.Path(arguments[-1])
+def main(root):
+    root = pathlib.Path(root)
     table = read_table((root / "README.md").read_text(encoding="utf-8"))
-    tree = Tree(root, table)
-    if arguments[0] == "--arrows":
-        arrows = collections.Counter()
-        for name, _, target in tree.includes():
-            if tree.room_of(name) != tree.room_of(target):
-                arrows[tree.room_of(name), tree.room_of(target)] += 1
-        for (room, other), count in sorted(arrows.items(), key=str):
-            mark = "" if other in table.get(room, ()) else "   NOT ALLOWED"
-            print(f"{room} -> {other}  {count}{mark}")
-        return 0
-    found = list(faults(tree, table))
+    found = list(faults(Tree(root, table), table))
     print("\n".join(found))
     return 1 if found else 0
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    sys.exit(main(sys.argv[1]))

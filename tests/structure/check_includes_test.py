@@ -50,40 +50,36 @@ class CheckIncludesTest(unittest.TestCase):
                 path.write_text(text)
             words = io.StringIO()
             with contextlib.redirect_stdout(words):
-                status = check_includes.main([folder])
+                status = check_includes.main(folder)
             return status, words.getvalue().splitlines()
 
     def test_a_sound_tree_is_sound(self):
         self.assertEqual(self.check({}), (0, [""]))
 
     def test_what_is_not_allowed_is_told_with_its_place(self):
-        upward = '// a comment\n#include "run/Run.h"\n'
-        cases = {
-            "upward": ({"tools/zsl/base/Text.cpp": upward}, UPWARD),
-            "spelled relative to its folder": (
-                {"tools/zsl/base/Text.cpp": '\n#  include "../run/Run.h" // why\n'}, UPWARD),
-            "across": ({"pipeline/model/Model.h": '#include "base/Text.h"\n'},
-                       "pipeline/model/Model.h:1: includes tools/zsl/base/Text.h, and "
-                       "pipeline/model -> tools/zsl/base is not allowed"),
-            "of a test": ({"stack/include/pipeline/Shared.h": '#include "bench/Bench.h"\n',
-                           "tests/bench/Bench.h": ""},
-                          "stack/include/pipeline/Shared.h:1: includes tests/bench/Bench.h, and "
-                          "stack/include -> tests is not allowed"),
-            "a circle": ({"tools/zsl/run/Other.h": '#include "Run.h"\n',
-                          "tools/zsl/run/Run.h": '#include "run/Other.h"\n'},
-                         "headers include each other: tools/zsl/run/Other.h -> "
-                         "tools/zsl/run/Run.h -> tools/zsl/run/Other.h"),
-            "without a room": ({"tools/other/New.cpp": ""},
-                               "tools/other/New.cpp: in no room of the README's tables"),
-        }
-        for name, (changed, expected) in cases.items():
-            with self.subTest(name):
+        for changed, expected in (
+                ({"tools/zsl/base/Text.cpp": '// a comment\n#include "run/Run.h"\n'}, UPWARD),
+                ({"tools/zsl/base/Text.cpp": '\n#  include "../run/Run.h" // why\n'}, UPWARD),
+                ({"pipeline/model/Model.h": '#include "base/Text.h"\n'},
+                 "pipeline/model/Model.h:1: includes tools/zsl/base/Text.h, and "
+                 "pipeline/model -> tools/zsl/base is not allowed"),
+                ({"stack/include/pipeline/Shared.h": '#include "bench/Bench.h"\n',
+                  "tests/bench/Bench.h": ""},
+                 "stack/include/pipeline/Shared.h:1: includes tests/bench/Bench.h, and "
+                 "stack/include -> tests is not allowed"),
+                ({"tools/zsl/run/Other.h": '#include "Run.h"\n',
+                  "tools/zsl/run/Run.h": '#include "run/Other.h"\n'},
+                 "headers include each other: tools/zsl/run/Other.h -> "
+                 "tools/zsl/run/Run.h -> tools/zsl/run/Other.h"),
+                ({"tools/other/New.cpp": ""},
+                 "tools/other/New.cpp: in no room of the README's tables")):
+            with self.subTest(expected):
                 self.assertEqual(self.check(changed), (1, [expected]))
 
     def test_the_table_itself_is_checked(self):
         for old, new, expected in (
                 ("interfaces | |", "interfaces | `pipeline/model/` |",
-                 "the README's tables allow a circle: pipeline/model -> stack/include -> pipeline/model"),
+                 "the README's tables allow a circle: stack/include -> pipeline/model -> stack/include"),
                 ("lower room | |", "lower room | `cellar/` |",
                  "README.md: tools/zsl/base may include tools/zsl/cellar, which is no room")):
             with self.subTest(new):
