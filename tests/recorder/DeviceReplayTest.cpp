@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -6,7 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
+#include <cstring>
 #include <map>
 #include <random>
 #include <sstream>
@@ -27,11 +28,8 @@ namespace {
 namespace device = tool::device;
 namespace run = tool::run;
 namespace record = NSCam::v3::pipeline::model::record;
-
-std::string contentOf(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+using testing::HasSubstr;
+using tool::contentOf;
 
 device::DeviceRecording readBytes(std::string const& bytes) {
     std::istringstream in(bytes);
@@ -89,14 +87,14 @@ std::vector<std::string> outcomesIn(device::DeviceRecording const& recording) {
             }
         }
         for (auto const& list : operation.outcome.builders) {
-            text += "[";
+            std::vector<std::string> told;
             for (uint64_t const reference : list) {
-                text += text.back() == '[' ? "" : " ";
-                text += reference == 0 ? "null"
-                                       : names.at(reference - 1) +
-                                             (built.emplace(reference - 1, "=unset").first->second);
+                told.push_back(reference == 0
+                                   ? "null"
+                                   : names.at(reference - 1) +
+                                         built.emplace(reference - 1, "=unset").first->second);
             }
-            text += "]";
+            text += fmt::format("[{}]", fmt::join(told, " "));
         }
         for (bool const isLeft : operation.outcome.timestampsLeft) {
             text += isLeft ? "kept" : "removed";
@@ -109,22 +107,12 @@ std::vector<std::string> outcomesIn(device::DeviceRecording const& recording) {
     return outcomes;
 }
 
-testing::AssertionResult replaysTheSame(device::DeviceRecording const& recording) {
-    run::DeviceReplayResult const result = run::replayDevice(recording);
-    run::DeviceVerdict const& verdict = *result.replay.device;
-    if (!result.replay.isClean()) {
-        return testing::AssertionFailure() << tool::report::verdictText(verdict);
-    }
-    if (verdict.sameFrames != verdict.builtFrames) {
-        return testing::AssertionFailure() << "other frames";
-    }
-    if (!result.replay.ledger.balances() || !result.replay.failures.empty()) {
-        return testing::AssertionFailure()
-               << "lost " << result.replay.ledger.lost << ", with the processor "
-               << result.replay.ledger.withProcessor
-               << testing::PrintToString(result.replay.failures);
-    }
-    return testing::AssertionSuccess();
+void expectSameReplay(device::DeviceRecording const& recording) {
+    run::ReplayResult const result = run::replayDevice(recording).replay;
+    EXPECT_TRUE(result.isClean()) << tool::report::verdictText(*result.device);
+    EXPECT_EQ(result.device->builtFrames, result.device->sameFrames);
+    EXPECT_TRUE(result.ledger.balances());
+    EXPECT_THAT(result.failures, testing::IsEmpty());
 }
 
 class EveryScenario : public testing::TestWithParam<size_t> {};
@@ -149,7 +137,7 @@ TEST_P(EveryScenario, IsTheSameForTheCallerAndInTheReplay) {
         }
     }
     EXPECT_EQ(recorded.outcomes, told);
-    EXPECT_TRUE(replaysTheSame(recording));
+    expectSameReplay(recording);
 }
 
 INSTANTIATE_TEST_SUITE_P(DeviceReplay, EveryScenario, testing::Range<size_t>(0, scenarios().size()),
@@ -170,9 +158,8 @@ TEST(DeviceReplay, TellsWhatIsOtherwise) {
     device::DeviceRecording recording = readBytes(recordingOf(scenarios()[0]));
     for (device::DeviceOperation& operation : recording.operations) {
         for (device::DeviceStep& step : operation.steps) {
-            auto* const built = std::get_if<device::BuiltStep>(&step);
-            if (built != nullptr && built->frameNo == 2U) {
-                built->frameNo = 1;
+            if (auto* const b = std::get_if<device::BuiltStep>(&step); b && b->frameNo == 2U) {
+                b->frameNo = 1;
             }
         }
     }
@@ -181,7 +168,7 @@ TEST(DeviceReplay, TellsWhatIsOtherwise) {
     EXPECT_EQ(1, result.device->operationsThatDiffer);
     EXPECT_EQ(result.device->builtFrames - 1, result.device->sameFrames);
     EXPECT_THAT(tool::report::verdictText(*result.device),
-                testing::HasSubstr("on the device frame 0 of request 6 becomes F1"));
+                HasSubstr("on the device frame 0 of request 6 becomes F1"));
 }
 
 TEST(DeviceReplay, UsesWhatIsWholeOfACutFile) {
@@ -196,7 +183,7 @@ TEST(DeviceReplay, UsesWhatIsWholeOfACutFile) {
             EXPECT_LE(last, cut.operations.size());
             if (last != cut.operations.size()) {
                 last = cut.operations.size();
-                EXPECT_TRUE(replaysTheSame(cut));
+                expectSameReplay(cut);
             }
         } catch (device::DeviceRecordingError const&) {
             EXPECT_EQ(0, last) << "an error although there are whole operations";
@@ -213,28 +200,22 @@ TEST(DeviceReplay, NoticesEveryFlippedBit) {
         try {
             EXPECT_FALSE(readBytes(flipped).notes.empty()) << "bit " << bit;
         } catch (device::DeviceRecordingError const& error) {
-            EXPECT_THAT(error.what(), testing::HasSubstr("expected"));
+            EXPECT_THAT(error.what(), HasSubstr("expected"));
         }
     }
 }
 
 /// The file with its checksums made right again.
 std::string sealed(std::string bytes) {
-    auto const wordAt = [&bytes](size_t at) {
-        uint32_t word = 0;
-        for (size_t i = 0; i < 4; ++i) {
-            word |= uint32_t{static_cast<uint8_t>(bytes[at + i])} << (8 * i);
-        }
-        return word;
-    };
     for (size_t at = record::FILE_HEADER_BYTES; at + record::BLOCK_HEADER_BYTES <= bytes.size();) {
         size_t const begin = at + record::BLOCK_HEADER_BYTES;
-        size_t const size = std::min<size_t>(wordAt(at + 4), bytes.size() - begin);
+        uint32_t size = 0;
+        std::memcpy(&size, &bytes[at + 4], sizeof size);
+        size = std::min(size, static_cast<uint32_t>(bytes.size() - begin));
         record::Crc32 crc;
         crc.add(reinterpret_cast<uint8_t const*>(bytes.data()) + begin, size);
-        for (size_t i = 0; i < 4; ++i) {
-            bytes[at + 8 + i] = static_cast<char>(crc.value() >> (8 * i));
-        }
+        uint32_t const sum = crc.value();
+        std::memcpy(&bytes[at + 8], &sum, sizeof sum);
         at = begin + size;
     }
     return bytes;
@@ -267,19 +248,14 @@ TEST(DeviceReplay, IsDoneByTheTool) {
     play(scenarios()[0], {.path = file.path});
     tool::Outcome const good = tool::zsl({"replay", file.path, "--explain"});
     EXPECT_EQ(0, good.status) << good.err;
-    EXPECT_THAT(good.out, testing::AllOf(testing::HasSubstr("1 waited"), testing::HasSubstr("F4"),
-                                         testing::HasSubstr("same decisions")));
-    for (char const* const fixed : {"--captures=3", "--policy=cshot", "--frame-sync"}) {
-        tool::Outcome const refused = tool::zsl({"replay", file.path, fixed});
-        EXPECT_EQ(2, refused.status);
-        EXPECT_THAT(refused.err, testing::HasSubstr("is a recording of a device, which fixes"));
-    }
+    EXPECT_THAT(good.out, testing::AllOf(HasSubstr("1 waited"), HasSubstr("F4"),
+                                         HasSubstr("same decisions")));
     std::string bytes = contentOf(file.path);
     bytes[8] = 9;
     TempFile const newer("newer.zslrec", bytes);
     tool::Outcome const unknown = tool::zsl({"replay", newer.path});
     EXPECT_EQ(2, unknown.status);
-    EXPECT_THAT(unknown.err, testing::HasSubstr("byte 8: expected version 1, found version 9"));
+    EXPECT_THAT(unknown.err, HasSubstr("byte 8: expected version 1, found version 9"));
 }
 
 TEST(Recorder, EndsEarlyAndLeavesTheCameraAlone) {
@@ -289,39 +265,45 @@ TEST(Recorder, EndsEarlyAndLeavesTheCameraAlone) {
     struct Bound {
         ZslRecorderOptions options;
         ZslRecordingEnd end;
-        char const* note;
-        rlim_t largestFile = RLIM_INFINITY;
-    };
+        int writeError;
+        rlim_t largestFile;
+        bool isReadable;
+    } const bounds[] = {{{.path = file.path, .maxFileBytes = 700},
+                         ZslRecordingEnd::FILE_FULL,
+                         0,
+                         RLIM_INFINITY,
+                         true},
+                        {{.path = file.path, .maxFileBytes = 0},
+                         ZslRecordingEnd::FILE_FULL,
+                         0,
+                         RLIM_INFINITY,
+                         false},
+                        {{.path = file.path},
+                         ZslRecordingEnd::WRITE_FAILED,
+                         EFBIG,
+                         record::FILE_HEADER_BYTES,
+                         false}};
     std::signal(SIGXFSZ, SIG_IGN);  // the write fails instead
     rlimit unlimited{};
     getrlimit(RLIMIT_FSIZE, &unlimited);
-    for (Bound const& bound :
-         {Bound{{.path = file.path, .maxFileBytes = 700},
-                ZslRecordingEnd::FILE_FULL,
-                "operations: file full;"},
-          Bound{{.path = file.path, .maxFileBytes = 0}, ZslRecordingEnd::FILE_FULL, nullptr},
-          Bound{{.path = file.path},
-                ZslRecordingEnd::WRITE_FAILED,
-                nullptr,
-                record::FILE_HEADER_BYTES}}) {
+    for (Bound const& bound : bounds) {
         rlimit const limited{std::min(bound.largestFile, unlimited.rlim_cur), unlimited.rlim_max};
         setrlimit(RLIMIT_FSIZE, &limited);
         Played const recorded = play(scenario, bound.options);
         setrlimit(RLIMIT_FSIZE, &unlimited);
-        EXPECT_EQ(bound.end == ZslRecordingEnd::WRITE_FAILED ? EFBIG : 0,
-                  recorded.status.writeError);
+        EXPECT_EQ(bound.writeError, recorded.status.writeError);
         EXPECT_EQ(bare.outcomes, recorded.outcomes);
         EXPECT_EQ(bound.end, recorded.status.end);
         EXPECT_LT(0, recorded.status.unrecorded);
         EXPECT_GE(std::max<uint64_t>(bound.options.maxFileBytes, 64), contentOf(file.path).size());
-        if (bound.note == nullptr) {
+        if (!bound.isReadable) {
             EXPECT_THROW(device::readDeviceRecording(file.path), device::DeviceRecordingError);
             continue;
         }
         device::DeviceRecording const recording = device::readDeviceRecording(file.path);
         EXPECT_EQ(recorded.status.operations, recording.operations.size());
-        EXPECT_THAT(recording.notes, testing::ElementsAre(testing::HasSubstr(bound.note)));
-        EXPECT_TRUE(replaysTheSame(recording));
+        EXPECT_THAT(recording.notes, testing::ElementsAre(HasSubstr("operations: file full;")));
+        expectSameReplay(recording);
     }
 }
 
@@ -347,14 +329,14 @@ TEST(Recorder, EndsAtAnOperationThatItsMemoryCannotTake) {
     EXPECT_THAT(scene.lines(), testing::Contains(testing::StartsWith(
                                    file.path + ": ends after 1 operations: memory full")));
     EXPECT_THAT(device::readDeviceRecording(file.path).notes,
-                testing::ElementsAre(testing::HasSubstr("ended early, after 1 operations")));
+                testing::ElementsAre(HasSubstr("ended early, after 1 operations")));
 }
 
 TEST(Recorder, IsNotMadeWithoutItsFile) {
     RecordedScene scene;
     for (char const* const path : {"/nonexistent/recording", "/dev/full"}) {
         EXPECT_EQ(nullptr, ZslRecorder::create(0, scene.zsl, {.path = path}));
-        EXPECT_THAT(scene.log.back().message, testing::HasSubstr(path));
+        EXPECT_THAT(scene.log.back().message, HasSubstr(path));
         EXPECT_EQ(LogLine::Output::Android, scene.log.back().output);
     }
     EXPECT_EQ(nullptr, ZslRecorder::create(0, nullptr, {.path = "/nonexistent/recording"}));
@@ -413,7 +395,7 @@ TEST(Recorder, RecordsTheTrueOrderOfSeveralThreads) {
     quiet.reset();
     device::DeviceRecording const recording = device::readDeviceRecording(file.path);
     EXPECT_EQ(1 + 200 + 2 * 101 + 1, recording.operations.size());
-    EXPECT_TRUE(replaysTheSame(recording));
+    expectSameReplay(recording);
 }
 
 }  // namespace

@@ -1,39 +1,9 @@
 #include "recorder/RecordedScene.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace zebcam::test {
-
-void FailingProvider::passOrFail(On call) const {
-    if (call == mOn && !mHasFailed) {
-        mHasFailed = true;
-        throw std::runtime_error("the provider has failed");
-    }
-}
-
-std::optional<std::list<HistoryBufferSet>> FailingProvider::getHistoryBufferSets() {
-    passOrFail(On::History);
-    return mProvider->getHistoryBufferSets();
-}
-
-void FailingProvider::endSelect() {
-    passOrFail(On::EndSelect);
-    mProvider->endSelect();
-}
-
-void FailingProvider::returnBufferSet(ReturnedBufferSet& returned) {
-    mProvider->returnBufferSet(returned);
-}
-
-std::vector<ZslPolicy::InFlightInfo> FailingProvider::getInFlightInfos() const {
-    passOrFail(On::InFlight);
-    return mProvider->getInFlightInfos();
-}
-
-HistoryBufferSet FailingProvider::cloneBufferSet(HistoryBufferSet const& original) {
-    passOrFail(On::Clone);
-    return mProvider->cloneBufferSet(original);
-}
 
 RecordedScene::RecordedScene(ZslRecorderOptions const& options) {
     start(false);
@@ -42,8 +12,6 @@ RecordedScene::RecordedScene(ZslRecorderOptions const& options) {
         zsl = recorder;
     }
 }
-
-RecordedScene::~RecordedScene() = default;
 
 ZslRecorderStatus RecordedScene::end() {
     leavesPending = true;
@@ -63,18 +31,6 @@ void RecordedScene::note(char const* what, std::function<std::string()> const& c
     outcomes.push_back(std::string(what) + " " + outcome);
 }
 
-void RecordedScene::submit(Capture const& wanted) {
-    note("submit", [&] { return ZslTest::submit(wanted); });
-}
-
-void RecordedScene::retry(int64_t afterMs) {
-    note("retry", [&] { return passMs(afterMs); });
-}
-
-void RecordedScene::flush() {
-    note("flush", [&] { return ZslTest::flush(); });
-}
-
 void RecordedScene::result(uint32_t requestNo, bool isFrameEnd) {
     note("result", [&] {
         IMetadata metadata;
@@ -89,6 +45,41 @@ void RecordedScene::result(uint32_t requestNo, bool isFrameEnd) {
 }
 
 namespace {
+
+/// A provider that throws on the first call of one kind.
+class FailingProvider final : public IHistoryBufferProvider {
+public:
+    enum class On { History, InFlight, EndSelect, Clone };
+    FailingProvider(std::shared_ptr<IHistoryBufferProvider> provider, On on)
+        : mProvider(std::move(provider)), mOn(on) {}
+
+    std::string getName() const override { return "Failing"; }
+    void dump(android::Printer&) const override {}
+    void beginSelect() override {}
+    std::optional<std::list<HistoryBufferSet>> getHistoryBufferSets() override {
+        return soundOr(On::History).getHistoryBufferSets();
+    }
+    void endSelect() override { soundOr(On::EndSelect).endSelect(); }
+    void returnBufferSet(ReturnedBufferSet& set) override { mProvider->returnBufferSet(set); }
+    std::vector<ZslPolicy::InFlightInfo> getInFlightInfos() const override {
+        return soundOr(On::InFlight).getInFlightInfos();
+    }
+    HistoryBufferSet cloneBufferSet(HistoryBufferSet const& original) override {
+        return soundOr(On::Clone).cloneBufferSet(original);
+    }
+
+private:
+    IHistoryBufferProvider& soundOr(On call) const {
+        if (call == mOn && !std::exchange(mHasFailed, true)) {
+            throw std::runtime_error("the provider has failed");
+        }
+        return *mProvider;
+    }
+
+    std::shared_ptr<IHistoryBufferProvider> const mProvider;
+    On const mOn;
+    mutable bool mHasFailed = false;
+};
 
 using Orders = std::map<uint32_t, Answer::OpT>;
 

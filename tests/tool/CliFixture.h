@@ -1,10 +1,13 @@
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,13 +16,20 @@
 
 namespace zebcam::tool {
 
+using Arguments = std::vector<std::string>;
+
+inline Arguments plus(Arguments all, Arguments const& more) {
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
 struct Outcome {
     int status = 0;
     std::string out;
     std::string err;
 };
 
-inline Outcome zsl(std::vector<std::string> const& arguments, bool showProgress = false) {
+inline Outcome zsl(Arguments const& arguments, bool showProgress = false) {
     std::vector<char const*> argv = {"zsl"};
     for (std::string const& argument : arguments) {
         argv.push_back(argument.c_str());
@@ -31,9 +41,30 @@ inline Outcome zsl(std::vector<std::string> const& arguments, bool showProgress 
     return {status, out.str(), err.str()};
 }
 
+inline std::string contentOf(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// What an action says when it fails.
+template <typename Action>
+std::string errorOf(Action const& action) {
+    try {
+        action();
+    } catch (std::exception const& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
 /// A test of the command line, with a folder of its own.
 class CliTest : public testing::Test {
 protected:
+    struct Refusal {
+        Arguments arguments;
+        std::string told;
+    };
+
     CliTest() { std::filesystem::create_directories(mFolder); }
     ~CliTest() override { std::filesystem::remove_all(mFolder); }
 
@@ -51,6 +82,19 @@ protected:
             names.push_back(entry.path().filename());
         }
         return names;
+    }
+
+    /// Each of these ends with status 2 and a word on why, and leaves no output.
+    void expectRefused(Arguments const& command, std::vector<Refusal> const& table) const {
+        auto const before = files();
+        for (auto const& [arguments, told] : table) {
+            Outcome const outcome = zsl(plus(command, arguments));
+            EXPECT_EQ(outcome.status, 2) << told;
+            EXPECT_EQ(outcome.out, "") << told;
+            EXPECT_THAT(outcome.err, testing::HasSubstr(told));
+            EXPECT_LE(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 2) << outcome.err;
+            EXPECT_THAT(files(), testing::UnorderedElementsAreArray(before)) << told;
+        }
     }
 
 private:

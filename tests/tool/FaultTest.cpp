@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
@@ -16,6 +15,9 @@
 
 namespace zebcam::tool {
 namespace {
+
+using testing::HasSubstr;
+using testing::Not;
 
 pipeline::ReplayOptions failing(pipeline::ReplayOptions options,
                                 std::vector<std::string> const& faults, uint64_t randomSeed = 1) {
@@ -55,12 +57,8 @@ TEST(Faults, AreParsed) {
         {"callback-gone:1", "found \"callback-gone:1\""},
     };
     for (auto const& [text, expected] : refused) {
-        try {
-            pipeline::parseFault(text);
-            ADD_FAILURE() << text;
-        } catch (std::invalid_argument const& error) {
-            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
-        }
+        EXPECT_THAT(errorOf([&, &fault = text] { pipeline::parseFault(fault); }),
+                    HasSubstr(expected));
     }
 }
 
@@ -199,30 +197,27 @@ TEST(Faults, ResultsLoseEveryStateOrTellOneThatIsAbsurd) {
     };
     std::set<int> seen;
     for (pipeline::ReportedFrame const& told : reported("absurd-metadata:1")) {
-        recording::SensorFrame frame = told.frame;
-        recording::SensorFrame const& truth = recording.frames.at(frame.frameNo - 1);
-        seen.insert(frame.afState == 200 && frame.lensState == 200 ? 1
-                    : frame.aeStable < 0                           ? 2
-                    : frame.frameSync > int64_t{1} << 60           ? 3
-                    : frame.sensorMode > 1'000'000                 ? 4
-                                                                   : 0);
-        frame.afState = truth.afState;
-        frame.lensState = truth.lensState;
-        frame.aeStable = truth.aeStable;
-        frame.frameSync = truth.frameSync;
-        frame.sensorMode = truth.sensorMode;
+        recording::SensorFrame const& frame = told.frame;
+        recording::SensorFrame truth = recording.frames.at(frame.frameNo - 1);
+        if (frame.afState == 200 && frame.lensState == 200) {
+            truth.afState = truth.lensState = 200, seen.insert(1);
+        } else if (frame.aeStable < 0) {
+            truth.aeStable = frame.aeStable, seen.insert(2);
+        } else if (frame.frameSync > int64_t{1} << 60) {
+            truth.frameSync = frame.frameSync, seen.insert(3);
+        } else if (frame.sensorMode > 1'000'000) {
+            truth.sensorMode = frame.sensorMode, seen.insert(4);
+        }
+        EXPECT_NE(frame, recording.frames.at(frame.frameNo - 1));
         EXPECT_EQ(frame, truth);
     }
     EXPECT_EQ(seen, (std::set<int>{1, 2, 3, 4}));
     for (pipeline::ReportedFrame const& told : reported("missing-metadata:1")) {
-        recording::SensorFrame const& truth = recording.frames.at(told.frame.frameNo - 1);
-        recording::SensorFrame bare;
-        bare.frameNo = truth.frameNo;
-        bare.timestampNs = truth.timestampNs;
-        bare.exposureNs = truth.exposureNs;
-        bare.durationNs = truth.durationNs;
-        bare.readoutNs = truth.readoutNs;
-        EXPECT_EQ(told.frame, bare);
+        recording::SensorFrame truth = recording.frames.at(told.frame.frameNo - 1);
+        truth.afMode = truth.afState = truth.lensState = {};
+        truth.aeStable = truth.sensorId = truth.sensorMode = {};
+        truth.frameSync = {};
+        EXPECT_EQ(told.frame, truth);
     }
 }
 
@@ -300,26 +295,17 @@ TEST(Faults, DoNotExcuseOtherFailures) {
 using FaultCli = CliTest;
 
 TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
-    std::string csv =
-        "Frame No.,Timestamp[nanosec],Exposure time[nanosec],Frame readout time[nanosec]\n";
-    for (int i = 1; i <= 20; ++i) {
-        csv += std::to_string(i) + "," + std::to_string(i * 100 * MS) + ",10000000,20000000\n";
-    }
-    std::string const file = write("recording.csv", csv);
-    std::vector<std::string> everyResult = {
-        "replay", file,     "--fault", "lost@1s", "--fault",     "lost@1.2s", "--fault",
-        "late:0", "--seed", "9",       "--trace", path("trace"), "--json",    path("json")};
-    if (report::reportPage() != nullptr) {
-        everyResult.insert(everyResult.end(), {"--report", path("page")});
-    }
-    Outcome const done = zsl(everyResult);
+    std::string const file = steadyFile(path("recording.csv"), 20);
+    Outcome const done = zsl(
+        plus({"replay", file, "--fault", "lost@1s", "--fault", "lost@1.2s", "--fault", "late:0",
+              "--seed", "9", "--trace", path("trace"), "--json", path("json")},
+             report::reportPage() != nullptr ? Arguments{"--report", path("page")} : Arguments()));
     EXPECT_EQ(done.status, 0) << done.err;
-    EXPECT_NE(done.out.find("\nFaults     late 0, lost 2 (random seed 9)\n"), std::string::npos);
-    auto const faults = nlohmann::json::parse(std::ifstream(path("json"))).at("faults");
-    EXPECT_EQ(faults.at("randomSeed"), 9);
-    EXPECT_EQ(faults.at("rules"), (nlohmann::json{"lost@1s", "lost@1.2s", "late:0"}));
-    EXPECT_EQ(faults.at("strikes"), (nlohmann::json{{"late", 0}, {"lost", 2}}));
-    auto const trace = nlohmann::json::parse(std::ifstream(path("trace")));
+    EXPECT_THAT(done.out, HasSubstr("\nFaults     late 0, lost 2 (random seed 9)\n"));
+    auto const faults = nlohmann::json::parse(contentOf(path("json"))).at("faults");
+    EXPECT_EQ(faults.dump(), R"({"randomSeed":9,"rules":["lost@1s","lost@1.2s","late:0"],)"
+                             R"("strikes":{"late":0,"lost":2}})");
+    auto const trace = nlohmann::json::parse(contentOf(path("trace")));
     EXPECT_EQ(trace.at("otherData").at("faults"), "late 0, lost 2 (random seed 9)");
     EXPECT_EQ(std::count_if(trace.at("traceEvents").begin(), trace.at("traceEvents").end(),
                             [](auto const& event) {
@@ -327,22 +313,13 @@ TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
                             }),
               2);
     if (report::reportPage() != nullptr) {
-        std::ostringstream page;
-        page << std::ifstream(path("page")).rdbuf();
-        EXPECT_NE(page.str().find("\"strikes\":{\"late\":0,\"lost\":2}"), std::string::npos);
+        EXPECT_THAT(contentOf(path("page")), HasSubstr("\"strikes\":{\"late\":0,\"lost\":2}"));
     }
-    EXPECT_EQ(zsl({"replay", file}).out.find("\nFaults"), std::string::npos);
-    for (auto const& [arguments, expected] :
-         std::vector<std::pair<std::vector<std::string>, std::string>>{
-             {{"--seed", "2"}, "--seed requires --fault"},
-             {{"--fault", "lost", "--seed", "-1"}, "expected a whole number from 0"},
-             {{"--fault", "lost@3s"}, "--fault 3s: after the recording's last frame"}}) {
-        std::vector<std::string> command = {"replay", file};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        Outcome const refused = zsl(command);
-        EXPECT_EQ(refused.status, 2);
-        EXPECT_NE(refused.err.find(expected), std::string::npos) << refused.err;
-    }
+    EXPECT_THAT(zsl({"replay", file}).out, Not(HasSubstr("\nFaults")));
+    expectRefused({"replay", file},
+                  {{{"--seed", "2"}, "--seed requires --fault"},
+                   {{"--fault", "lost", "--seed", "-1"}, "expected a whole number from 0"},
+                   {{"--fault", "lost@3s"}, "--fault 3s: after the recording's last frame"}});
 }
 
 }  // namespace

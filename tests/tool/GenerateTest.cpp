@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -20,11 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 fs::path const kDemo = fs::path(__FILE__).parent_path() / "../../tools/zsl/demo";
-
-std::string contentOf(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 /// Recordings that differ in rate, chance and length: what holds for one must hold for all.
 class GeneratedRecording : public testing::TestWithParam<recording::GeneratorOptions> {
@@ -48,13 +41,12 @@ INSTANTIATE_TEST_SUITE_P(Rates, GeneratedRecording,
                          testing::Values(optionsOf(30, 1, 0.02), optionsOf(60, 2, 0.2),
                                          optionsOf(960, 3, 0.05), optionsOf(1, 4, 1)));
 
-TEST_P(GeneratedRecording, ReadsBackTheSameAndMakesItselfAgain) {
+TEST_P(GeneratedRecording, ReadsBackTheSameAndVariesWithTheSeed) {
     std::stringstream file;
     recording::writeRecording(recording, file);
     auto const copy = recording::readRecording(file, "copy");
     EXPECT_EQ(copy.frames, frames);
     EXPECT_EQ(copy.medianIntervalNs, recording.medianIntervalNs);
-    EXPECT_EQ(recording::generate(GetParam()).frames, frames);
     auto other = GetParam();
     other.seedValue += uint64_t{1} << 32;
     EXPECT_NE(recording::generate(other).frames, frames);
@@ -79,35 +71,14 @@ TEST_P(GeneratedRecording, KeepsTheGridThroughJitterLatenessAndGaps) {
         bool const isLate = std::abs(deviation) > jitter / 2;
         ASSERT_LE(std::abs(deviation - (isLate ? lateness : 0)), jitter / 2) << "at " << i;
         ASSERT_FALSE(isLate && wasLate) << "at " << i;
+        ASSERT_GT(frames[i].exposureNs, 0) << "at " << i;
+        ASSERT_LE(frames[i].exposureNs, reported) << "at " << i;
         wasLate = isLate;
         late += isLate;
     }
     bool const onlyGaps = GetParam().gapRate == 1;
     EXPECT_EQ(late > 0, !onlyGaps);
     EXPECT_EQ(recording::computeFacts(recording).gaps > 0, !onlyGaps);
-}
-
-TEST_P(GeneratedRecording, ScansWithAMovingLensAndJumpsUnstably) {
-    std::map<size_t, size_t> scans;  // how many took so many frames
-    size_t length = frames[0].afState == 1 ? 1 : 0;
-    for (size_t i = 1; i < frames.size(); ++i) {
-        SCOPED_TRACE(i);
-        bool const moved = frames[i].focusDistance != frames[i - 1].focusDistance;
-        bool const scanning = frames[i].afState == 1;
-        ASSERT_EQ(frames[i].lensState, moved ? 1 : 0);
-        ASSERT_TRUE(scanning || !moved);
-        if (!scanning && length > 0) {
-            ++scans[length];
-        }
-        length = scanning ? length + 1 : 0;
-        auto const before = static_cast<double>(frames[i - 1].exposureNs);
-        auto const change = static_cast<double>(frames[i].exposureNs) / before - 1;
-        ASSERT_GT(frames[i].exposureNs, 0);
-        ASSERT_LE(frames[i].exposureNs, frames[i].durationNs);
-        ASSERT_TRUE(std::abs(change) <= 0.0501 || frames[i].aeStable == 0);
-    }
-    EXPECT_EQ(scans.begin()->first, 2U);
-    EXPECT_EQ(scans.rbegin()->first, 11U);
 }
 
 TEST(Generator, ObeysItsRates) {
@@ -138,12 +109,8 @@ TEST(Generator, ObeysItsRates) {
 class GenerateCommand : public CliTest {};
 
 TEST_F(GenerateCommand, NamesTheOptionThatIsNoGood) {
-    std::string const file = path("r.csv");
-    struct {
-        std::vector<std::string> arguments;
-        std::string error;
-    } const cases[] = {
-        {{"--frames", "1"}, "--frames: expected 2 to 1000000, found 1\n"},
+    std::vector<Refusal> const table = {
+        {{"--frames", "1"}, "zsl generate: --frames: expected 2 to 1000000, found 1\n"},
         {{"--frames", "many"}, "--frames: expected a whole number from 0 to 4294967295, found"},
         {{"--fps", "nan"}, "--fps: expected 1 to 960, found nan"},
         {{"--fps", "30x"}, "--fps: expected a number, found \"30x\""},
@@ -155,21 +122,14 @@ TEST_F(GenerateCommand, NamesTheOptionThatIsNoGood) {
         {{"--start", "0s"}, "--start: expected 0.000000001s to"},
         {{"--seed", "18446744073709551616"}, "--seed: expected a whole number from 0 to 9223"},
         {{"--json", path("no/folder")}, "cannot write '" + path("no/folder") + "': No such file"},
-        {{"--json", "-", "--output", "-"}, "--json: --output goes to '-' as well"},
-        {{"--output", "/nowhere/r.csv"}, "cannot write '/nowhere/r.csv': No such file"},
     };
-    for (auto const& [given, error] : cases) {
-        std::vector<std::string> arguments = given;
-        arguments.insert(arguments.begin(), "generate");
-        if (std::find(given.begin(), given.end(), "--output") == given.end()) {
-            arguments.insert(arguments.end(), {"--output", file});
-        }
-        Outcome const outcome = zsl(arguments);
-        EXPECT_EQ(outcome.status, 2) << error;
-        EXPECT_EQ(outcome.out, "") << error;
-        EXPECT_EQ(outcome.err.find("zsl generate: " + error), 0U) << outcome.err;
-        EXPECT_EQ(files(), std::vector<std::string>{}) << error;
-    }
+    expectRefused({"generate", "--output", path("r.csv")}, table);
+    expectRefused(
+        {"generate"},
+        {
+            {{"--json", "-", "--output", "-"}, "--json: --output goes to '-' as well"},
+            {{"--output", "/nowhere/r.csv"}, "cannot write '/nowhere/r.csv': No such file"},
+        });
 }
 
 TEST_F(GenerateCommand, TellsWhatItMade) {
@@ -178,13 +138,11 @@ TEST_F(GenerateCommand, TellsWhatItMade) {
                                  "--gap-rate", "0.5", "--exposure", "2ms", "--json", "-"});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     auto const json = nlohmann::json::parse(outcome.out);
-    auto const replayed = nlohmann::json::parse(zsl({"replay", file, "--json", "-"}).out);
-    auto made = json["recording"];
-    EXPECT_EQ(made["frames"], 90);
+    auto const& made = json["recording"];
     EXPECT_EQ(made["firstTimestampNs"], 5'000'000'000);
     EXPECT_GT(made["gaps"], 10);
     EXPECT_EQ(json["options"]["exposureNs"], 2'000'000);
-    EXPECT_EQ(made, replayed["recording"]);
+    EXPECT_EQ(made, nlohmann::json::parse(zsl({"replay", file, "--json", "-"}).out)["recording"]);
 }
 
 TEST_F(GenerateCommand, MakesTheDemoRecordingAsItsPageSays) {
@@ -192,11 +150,10 @@ TEST_F(GenerateCommand, MakesTheDemoRecordingAsItsPageSays) {
     std::string const start = "zsl generate --output demo_30fps.csv ";
     auto const at = page.find(start);
     ASSERT_NE(at, std::string::npos);
-    auto const from = at + start.size();
-    std::istringstream options(page.substr(from, page.find('\n', from) - from));
-    std::vector<std::string> arguments = {"generate", "--output", path("demo.csv")};
-    arguments.insert(arguments.end(), std::istream_iterator<std::string>(options), {});
-    Outcome const outcome = zsl(arguments);
+    std::istringstream options(
+        page.substr(at + start.size(), page.find('\n', at) - at - start.size()));
+    Arguments const given{std::istream_iterator<std::string>(options), {}};
+    Outcome const outcome = zsl(plus({"generate", "--output", path("demo.csv")}, given));
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(contentOf(path("demo.csv")), contentOf(kDemo / "demo_30fps.csv"));
 }

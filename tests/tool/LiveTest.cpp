@@ -1,8 +1,8 @@
 #define ATRACE_TAG ATRACE_TAG_CAMERA
 #include <cutils/trace.h>
 #include <errno.h>
+#include <gmock/gmock.h>
 #include <signal.h>
-#include <time.h>
 
 #include <chrono>
 #include <nlohmann/json.hpp>
@@ -21,19 +21,14 @@ namespace zebcam::tool {
 namespace {
 
 using Json = nlohmann::json;
+using testing::AllOf;
+using testing::Each;
+using testing::HasSubstr;
+using testing::Not;
+using testing::Property;
 
 class Live : public CliTest {
 protected:
-    /// Runs `zsl live` at a high rate with many presses, and gives its result.
-    Json live(std::vector<std::string> const& options, int expectedStatus = 0) const {
-        std::vector<std::string> arguments = {"live", "--press-every", "10ms", "--dump-every",
-                                              "20ms", "--json",        "-"};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        Outcome const outcome = zsl(arguments);
-        EXPECT_EQ(outcome.status, expectedStatus) << outcome.out << outcome.err;
-        return Json::parse(outcome.out);
-    }
-
     /// Runs `source` to its end, and gives what its recorder wrote beside the result.
     std::pair<run::LiveResult, device::DeviceRecording> record(recording::Recording const& source,
                                                                run::LiveOptions options) {
@@ -88,21 +83,17 @@ TEST_F(Live, KeepsToItsScheduleThroughThePasses) {
 
 TEST(Results, AreCleanOnlyWithoutAnyFailure) {
     EXPECT_TRUE(run::LiveResult().isClean() && run::ReplayResult().isClean());
-    run::LiveResult faulty[4];
-    faulty[0].status.captures.captures = 1;
-    faulty[1].status.ledger.lost = 1;
-    faulty[2].failures = {"an exception"};
-    faulty[3].recorder.emplace();
-    for (run::LiveResult const& result : faulty) {
-        EXPECT_FALSE(result.isClean()) << &result - faulty;
-    }
-    run::ReplayResult wrong[3];
-    wrong[0].summary.unanswered = 1;
-    wrong[1].ledger.lost = 1;
-    wrong[2].failures = {"an exception"};
-    for (run::ReplayResult const& result : wrong) {
-        EXPECT_FALSE(result.isClean()) << &result - wrong;
-    }
+    run::LiveResult live[4];
+    live[0].status.captures.captures = 1;
+    live[1].status.ledger.lost = 1;
+    live[2].failures = {"an exception"};
+    live[3].recorder.emplace();
+    EXPECT_THAT(live, Each(Property(&run::LiveResult::isClean, false)));
+    run::ReplayResult replayed[3];
+    replayed[0].summary.unanswered = 1;
+    replayed[1].ledger.lost = 1;
+    replayed[2].failures = {"an exception"};
+    EXPECT_THAT(replayed, Each(Property(&run::ReplayResult::isClean, false)));
 }
 
 TEST(SectionRecorder, TimesTheOperations) {
@@ -145,22 +136,24 @@ TEST_F(Live, TellsTheOffsetThatTheProcessorUses) {
         auto const [result, recorded] = record(steadyRecording(12, 10), options);
         EXPECT_EQ(result.offsetMs, offsetMs);
         EXPECT_EQ(run::replayDevice(recorded).replay.offsetMs, offsetMs);
-        EXPECT_NE(mLog.find("zsdOffsetMs(" + std::to_string(offsetMs) + ")"), std::string::npos);
+        EXPECT_THAT(mLog, HasSubstr("zsdOffsetMs(" + std::to_string(offsetMs) + ")"));
     }
 }
 
 TEST_F(Live, ReplaysAsItWasRecorded) {
     std::string const file = path("live.zslrec");
-    for (std::vector<std::string> const& options :
-         {std::vector<std::string>{"--fps", "240", "--offset", "20ms", "--frames", "2"},
+    for (Arguments const& options :
+         {Arguments{"--fps", "240", "--offset", "20ms", "--frames", "2"},
           {"--fps", "960", "--policy", "cshot", "--fault", "late", "--fault", "image-error"},
           {"--fps", "120", "--policy", "multiframe", "--timeout-ms", "40", "--fault", "no-history"},
           {"--fps", "120", "--fault", "policy-nonsense", "--fault", "policy-throws", "--fault",
            "flush", "--fault", "callback-gone@100ms"}}) {
         SCOPED_TRACE(testing::PrintToString(options));
-        std::vector<std::string> arguments = options;
-        arguments.insert(arguments.end(), {"--duration", "300ms", "--record", file});
-        Json const lived = live(arguments);
+        Outcome const outcome = zsl(plus({"live", "--press-every", "10ms", "--dump-every", "20ms",
+                                          "--json", "-", "--duration", "300ms", "--record", file},
+                                         options));
+        EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+        Json const lived = Json::parse(outcome.out);
         EXPECT_GT(lived["summary"]["captures"], 5);
         EXPECT_EQ(lived["summary"]["captures"], lived["summary"]["answeredCaptures"]);
         EXPECT_EQ(lived["times"]["submission"]["count"], lived["summary"]["captures"]);
@@ -175,10 +168,12 @@ TEST_F(Live, ReplaysAsItWasRecorded) {
         EXPECT_EQ(device["operations"], lived["recorder"]["operations"]);
         EXPECT_EQ(device["builtFrames"], device["sameFrames"]);
     }
-    Outcome const refused = zsl({"replay", file, "--press", "1s"});
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_NE(refused.err.find("--press: " + file + " is a recording of a device"),
-              std::string::npos);
+    expectRefused(
+        {"replay", file},
+        {{{"--press", "1s"}, "--press: " + file + " is a recording of a device, which fixes"},
+         {{"--captures=3"}, "--captures: " + file},
+         {{"--policy=cshot"}, "--policy: " + file},
+         {{"--frame-sync"}, "--frame-sync: " + file}});
 }
 
 TEST_F(Live, EndsCleanlyWhenInterrupted) {
@@ -189,22 +184,18 @@ TEST_F(Live, EndsCleanlyWhenInterrupted) {
     sigaddset(&interrupt, SIGINT);
     sigset_t before;
     pthread_sigmask(SIG_BLOCK, &interrupt, &before);
-    sigevent event{};
-    event.sigev_notify = SIGEV_SIGNAL;
-    event.sigev_signo = SIGINT;
-    timer_t timer{};
-    ASSERT_EQ(timer_create(CLOCK_MONOTONIC, &event, &timer), 0);
-    itimerspec const soon{{0, 0}, {0, 400'000'000}};
-    ASSERT_EQ(timer_settime(timer, 0, &soon, nullptr), 0);
+    std::thread user([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        kill(getpid(), SIGINT);
+    });
     Outcome const outcome =
         zsl({"live", "--duration", "3600s", "--press-every", "1ms", "--json", file});
-    timer_delete(timer);
+    user.join();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_NE(outcome.out.find("(ended by Interrupt)"), std::string::npos) << outcome.out;
-    std::ifstream stream(file);
-    Json const result = Json::parse(stream);
+    EXPECT_THAT(outcome.out, AllOf(HasSubstr("(ended by Interrupt)"), Not(HasSubstr("Recorded"))));
+    Json const result = Json::parse(contentOf(file));
     EXPECT_EQ(result["endedBySignal"], SIGINT);
     EXPECT_GT(result["summary"]["flushed"], 0);
     EXPECT_TRUE(result["isClean"]);
@@ -213,32 +204,21 @@ TEST_F(Live, EndsCleanlyWhenInterrupted) {
 TEST_F(Live, RefusesWhatItCannotRun) {
     std::string const missing = path("missing/file");
     std::string const csv = write("recording.csv", "Timestamp[nanosec]\n1\n2\n");
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string told;
+    std::vector<Refusal> const table = {
+        {{"--fps", "29"}, "--fps: expected a whole number from 30 to 960, found \"29\""},
+        {{csv, "--fps", "30"}, "RECORDING excludes --fps"},
+        {{"--duration", "0s"}, "--duration: expected a time from 0.001s to 604800s"},
+        {{"--press-every", "999us"}, "--press-every: expected a time from 0.001s"},
+        {{"--dump-every", "soon"}, "--dump-every: expected"},
+        {{"--record", "-"}, "--record: expected the name of a file"},
+        {{"--record", missing}, missing + ": cannot be written: No such file"},
+        {{"--json", missing}, missing},
+        {{missing}, missing},
+        {{"--policy", missing + ".so"}, "there is no such file"},
+        {{"--fault", "earthquake"}, "--fault: expected"},
+        {{"--press", "1s"}, "--press"},
     };
-    for (Case const& bad : std::vector<Case>{
-             {{"--fps", "29"}, "--fps: expected a whole number from 30 to 960, found \"29\""},
-             {{csv, "--fps", "30"}, "RECORDING excludes --fps"},
-             {{"--duration", "0s"}, "--duration: expected a time from 0.001s to 604800s"},
-             {{"--press-every", "999us"}, "--press-every: expected a time from 0.001s"},
-             {{"--dump-every", "soon"}, "--dump-every: expected"},
-             {{"--record", "-"}, "--record: expected the name of a file"},
-             {{"--record", missing}, missing + ": cannot be written: No such file"},
-             {{"--json", missing}, missing},
-             {{missing}, missing},
-             {{"--policy", missing + ".so"}, "there is no such file"},
-             {{"--fault", "earthquake"}, "--fault: expected"},
-             {{"--press", "1s"}, "--press"}}) {
-        SCOPED_TRACE(testing::PrintToString(bad.arguments));
-        std::vector<std::string> arguments = bad.arguments;
-        arguments.insert(arguments.begin(), "live");
-        Outcome const outcome = zsl(arguments);
-        EXPECT_EQ(outcome.status, 2);
-        EXPECT_EQ(outcome.out, "");
-        EXPECT_NE(outcome.err.find(bad.told), std::string::npos) << outcome.err;
-        EXPECT_EQ(files(), std::vector<std::string>{"recording.csv"});
-    }
+    expectRefused({"live"}, table);
 }
 
 TEST(LiveText, TellsWhatBecameOfARun) {
@@ -293,10 +273,8 @@ Result     2 of 3 captures answered, the ledger DOES NOT BALANCE
     result.recorder->end = NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
     result.recorder->writeError = 0;
     std::string const whole = report::liveReport(result);
-    EXPECT_NE(whole.find("Live       generated frames, 29.94"), std::string::npos);
-    EXPECT_NE(whole.find("222 bytes in a.zslrec: whole\n"), std::string::npos);
-    result.recorder.reset();
-    EXPECT_EQ(report::liveReport(result).find("Recorded"), std::string::npos);
+    EXPECT_THAT(whole, HasSubstr("Live       generated frames, 29.94"));
+    EXPECT_THAT(whole, HasSubstr("222 bytes in a.zslrec: whole\n"));
 }
 
 TEST(Distribution, TellsQuantilesToWithinASixteenth) {

@@ -1,16 +1,16 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 
-#include "recording/RecordingGenerator.h"
-#include "report/JsonReport.h"
 #include "tool/SteadyRecording.h"
 
 namespace zebcam::tool {
 namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::Not;
 
 struct Case {
     char const* name;
@@ -102,13 +102,13 @@ TEST(Replay, ShowsWhatEachTryWasOffered) {
     EXPECT_EQ(samples.front().occupancy, (pipeline::Occupancy{0, 3, 0})) << "after all at START";
     std::vector<pipeline::TryRecord> const& tries = result.captures[1].tries;
     ASSERT_EQ(tries.size(), 4U);
-    EXPECT_EQ(tries[0].historyFrames, (std::vector<uint32_t>{7, 8, 9}));
-    EXPECT_EQ(tries[0].inFlightFrames, (std::vector<uint32_t>{10, 11, 12, 13}));
+    EXPECT_THAT(tries[0].historyFrames, ElementsAre(7, 8, 9));
+    EXPECT_THAT(tries[0].inFlightFrames, ElementsAre(10, 11, 12, 13));
     // Frame 11 goes to the first capture, so that the second is offered less in the same walk.
-    EXPECT_EQ(result.captures[0].tries.back().historyFrames, (std::vector<uint32_t>{9, 10, 11}));
-    EXPECT_EQ(tries[2].historyFrames, (std::vector<uint32_t>{9, 10}));
-    EXPECT_EQ(tries[3].historyFrames, (std::vector<uint32_t>{9, 10, 12}));
-    EXPECT_EQ(tries[3].builtFrames, (std::vector<size_t>{0}));
+    EXPECT_THAT(result.captures[0].tries.back().historyFrames, ElementsAre(9, 10, 11));
+    EXPECT_THAT(tries[2].historyFrames, ElementsAre(9, 10));
+    EXPECT_THAT(tries[3].historyFrames, ElementsAre(9, 10, 12));
+    EXPECT_THAT(tries[3].builtFrames, ElementsAre(0));
 }
 
 TEST(Replay, KeepsThePluginsFramesAccountedFor) {
@@ -142,62 +142,8 @@ TEST(Replay, TellsWhatTheDebuggeesSay) {
     options.dumpsNs = {1100 * MS, 1150 * MS};
     run::ReplayResult const result = run::replay(steadyRecording(), options);
     ASSERT_EQ(result.dumps.size(), 2U);
-    auto const pending = [](run::DebugDump const& dump) {
-        return std::count(dump.lines.begin(), dump.lines.end(), "  requestNo:1");
-    };
-    EXPECT_EQ(pending(result.dumps[0]), 1);
-    EXPECT_EQ(pending(result.dumps[1]), 0);
-}
-
-using Json = nlohmann::ordered_json;
-
-/// The default policy, worked out again from the recording and what a try was offered.
-std::vector<uint32_t> defaultChoice(recording::Recording const& recording, Json const& capture,
-                                    Json const& attempt, int64_t offsetNs, size_t wanted) {
-    std::vector<uint32_t> chosen;
-    for (uint32_t const frameNo : attempt["historyFrames"]) {
-        auto const& frames = recording.frames;
-        recording::SensorFrame const& frame =
-            *std::find_if(frames.begin(), frames.end(),
-                          [&](recording::SensorFrame const& f) { return f.frameNo == frameNo; });
-        if (chosen.size() < wanted && !frame.hasError && frame.afState && frame.aeStable == 1 &&
-            frame.timestampNs >= capture["pressNs"].get<int64_t>() - offsetNs) {
-            chosen.push_back(frameNo);
-        }
-    }
-    return chosen;
-}
-
-TEST(Replay, JsonIsEnoughToDecideAgain) {
-    recording::GeneratorOptions phone;
-    phone.frames = 600;
-    phone.missingAfStateRate = 0.4;
-    phone.errorRate = 0.1;
-    recording::Recording const recording = recording::generate(phone);
-    pipeline::ReplayOptions options;
-    options.captures = 40;
-    options.framesPerCapture = 3;
-    options.offsetMs = 120;
-    Json const json = report::toJson(run::replay(recording, options), nullptr);
-    ASSERT_EQ(json["captures"].size(), 40U);
-    std::set<std::string> kinds;
-    for (Json const& capture : json["captures"]) {
-        size_t wanted = 3;
-        for (size_t i = 0; i < capture["tries"].size(); ++i) {
-            Json const& attempt = capture["tries"][i];
-            std::vector<uint32_t> built;
-            for (size_t const index : attempt["builtFrames"]) {
-                built.push_back(capture["frames"][index]["frameNo"]);
-                kinds.insert(capture["frames"][index]["served"]);
-            }
-            EXPECT_EQ(built, defaultChoice(recording, capture, attempt, 120 * MS, wanted));
-            wanted -= built.size();
-        }
-    }
-    EXPECT_EQ(kinds, (std::set<std::string>{"atOnce", "waited"}));
-    EXPECT_TRUE(json["ledger"]["balances"]);
-    EXPECT_EQ(json, report::toJson(run::replay(recording, options), nullptr))
-        << "the same replay gives the same result";
+    EXPECT_THAT(result.dumps[0].lines, Contains("  requestNo:1"));
+    EXPECT_THAT(result.dumps[1].lines, Not(Contains("  requestNo:1")));
 }
 
 TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
@@ -209,9 +155,8 @@ TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
     EXPECT_EQ(result.captures[3].pressNs, START + 3500 * MS);
     EXPECT_EQ(result.summary.lag.max, 0);
     base::Spread const spread = base::spreadOf({40, 10, -20, 30});
-    EXPECT_EQ(spread.min, -20);
-    EXPECT_EQ(spread.median, 20);
-    EXPECT_EQ(spread.p95, 40);
+    EXPECT_EQ((std::vector{spread.min, spread.median, spread.p95, spread.max}),
+              (std::vector<int64_t>{-20, 20, 40, 40}));
 }
 
 }  // namespace

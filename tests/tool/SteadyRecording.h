@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "recording/RecordingFile.h"
 #include "run/Replay.h"
 
 namespace zebcam::tool {
@@ -29,6 +30,11 @@ inline recording::Recording steadyRecording(uint32_t frames = 60, int64_t interv
         recording.frames.push_back(frame);
     }
     return recording;
+}
+
+inline std::string steadyFile(std::string const& path, uint32_t frames) {
+    recording::writeRecording(steadyRecording(frames), path);
+    return path;
 }
 
 inline pipeline::ReplayOptions pressing(std::vector<int64_t> const& timesMs, size_t frames = 1) {
