@@ -143,17 +143,10 @@ async function checkLayout(page, name) {
 const inMs = (ns) => (ns / 1e6).toFixed(2).replace('-', '\u2212').replace(/^\u2212(0\.00)$/, '$1');
 
 async function checkSummary(page, {summary}) {
-    const expected = {
-        answeredCaptures: String(summary.answeredCaptures),
-        atOnce: String(summary.atOnce),
-        waited: String(summary.waited),
-        timedOut: String(summary.timedOut),
-        flushed: String(summary.flushed),
-        'lag.medianNs': inMs(summary.lag.medianNs),
-        'lag.p95Ns': inMs(summary.lag.p95Ns),
-        'wait.maxNs': inMs(summary.wait.maxNs),
-    };
-    for (const [field, text] of Object.entries(expected)) {
+    for (const field of ['answeredCaptures', 'atOnce', 'waited', 'timedOut', 'flushed',
+        'lag.medianNs', 'lag.p95Ns', 'wait.maxNs']) {
+        const value = field.split('.').reduce((part, key) => part[key], summary);
+        const text = field.endsWith('Ns') ? inMs(value) : String(value);
         assert.equal(await page.textContent(`[data-field="${field}"]`), text, field);
     }
 }
@@ -166,20 +159,11 @@ async function sweep(page, lane, step) {
     const texts = new Set();
     for (let x = plot.x + 1; x < plot.x + plot.width; x += step) {
         await page.mouse.move(x, label.y + label.height / 2);
-        const text = await page.evaluate(() => {
-            const box = document.getElementById('tooltip');
-            return box.hidden ? '' : box.textContent;
-        });
-        texts.add(text);
+        texts.add(await page.evaluate(() => document.querySelector('#tooltip:not([hidden])')
+            ?.textContent ?? ''));
     }
     texts.delete('');
     return [...texts];
-}
-
-function refusals(data) {
-    return data.captures.flatMap((capture) => capture.tries.flatMap((attempt) =>
-        attempt.explanation.candidates.filter((c) => c.verdict === 'refused')
-            .map((c) => ({...c, requestNo: capture.requestNo}))));
 }
 
 for (const name of ['short', 'long']) {
@@ -203,11 +187,13 @@ for (const name of ['short', 'long']) {
     }
 }
 
-test('every refused frame tells its reasons', async () => {
+test('every frame and capture tells what it is, and why it was refused', async () => {
     const {page} = await open('short.html', WINDOWS[0], 'light');
     const data = JSON.parse(readFileSync(join(pages, 'short.json'), 'utf8'));
     const tips = await sweep(page, 'refusals', 4);
-    const refused = refusals(data);
+    const refused = data.captures.flatMap(({requestNo, tries}) => tries
+        .flatMap((attempt) => attempt.explanation.candidates)
+        .filter((c) => c.verdict === 'refused').map((c) => ({...c, requestNo})));
     assert.ok(new Set(refused.map((c) => c.criterion)).size > 1);
     for (const candidate of refused) {
         const tip = tips.find((text) => text.startsWith(`Frame ${candidate.frameNo} refused`));
@@ -218,11 +204,6 @@ test('every refused frame tells its reasons', async () => {
             assert.ok(tip.includes(text), `${text} is missing in: ${tip}`);
         }
     }
-    await page.close();
-});
-
-test('frames and captures tell what they are', async () => {
-    const {page} = await open('short.html', WINDOWS[0], 'dark');
     const frames = await sweep(page, 'frames', 6);
     assert.equal(frames.length, 25);
     assert.ok(frames.every((text) => /Time.*Exposure.*Focus.*AF state/.test(text)), frames[0]);
@@ -237,13 +218,12 @@ test('the time line moves by mouse, keys and buttons', async () => {
     const range = async () => (await page.textContent('#range')).replaceAll('\u2212', '-')
         .match(/-?[\d.]+/g).map(Number);
     const all = await range();
-    const plot = await page.locator('#lanes .u-over').boundingBox();
     await page.locator('#lanes').scrollIntoViewIfNeeded();
+    const plot = await page.locator('#lanes .u-over').boundingBox();
     const drag = async (from, to) => {
-        const box = await page.locator('#lanes .u-over').boundingBox();
-        await page.mouse.move(box.x + box.width * from, box.y + 20);
+        await page.mouse.move(plot.x + plot.width * from, plot.y + 20);
         await page.mouse.down();
-        await page.mouse.move(box.x + box.width * to, box.y + 20, {steps: 5});
+        await page.mouse.move(plot.x + plot.width * to, plot.y + 20, {steps: 5});
         await page.mouse.up();
     };
     assert.ok(plot.width > 1000);
@@ -293,7 +273,7 @@ for (const size of WINDOWS) {
 
 test('without scripts the numbers are there', async () => {
     const browser = await chromium.launch({executablePath: process.env.CHROMIUM, args: FLAGS});
-    const page = await (await browser.newContext({javaScriptEnabled: false})).newPage();
+    const page = await browser.newPage({javaScriptEnabled: false});
     await page.goto(pathToFileURL(join(pages, 'short.html')).href);
     assert.match(await page.innerText('body'), /5 of 5 captures answered, the ledger balances/);
     await browser.close();
