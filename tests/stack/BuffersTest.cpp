@@ -57,13 +57,14 @@ TEST_F(MetaLockTest, TellsOfEveryMisuse) {
 }
 
 TEST(UsersManagerTest, AUserIsReleasedOnce) {
-    NSCam::v3::Utils::UsersManager users(5, nullptr);
-    std::vector<size_t> const ids{users.enqueUser("one"), users.enqueUser("two")};
-    EXPECT_TRUE(users.markReleased(ids[1]));
-    EXPECT_FALSE(users.markReleased(ids[1]));
-    EXPECT_FALSE(users.markReleased(ids.size())) << "an id that was never given";
-    EXPECT_EQ(users.pendingUsers(), 1U);
-    EXPECT_EQ(users.getStreamName(), "");
+    android::sp<NSCam::v3::Utils::UsersManager> const users =
+        new NSCam::v3::Utils::UsersManager(5, nullptr);
+    std::vector<size_t> const ids{users->enqueUser("one"), users->enqueUser("two")};
+    EXPECT_TRUE(users->markReleased(ids[1]));
+    EXPECT_FALSE(users->markReleased(ids[1]));
+    EXPECT_FALSE(users->markReleased(ids.size())) << "an id that was never given";
+    EXPECT_EQ(users->pendingUsers(), 1U);
+    EXPECT_EQ(users->getStreamName(), "");
 }
 
 TEST(FrameBuilderTest, ReplacesInPlaceAndListsInTheOrderOfTheFirstSet) {

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path const kDemo = fs::path(__FILE__).parent_path() / "../../tools/zsl/demo";
+fs::path const kDemo = fs::path(ZSL_ROOT) / "tools/zsl/demo";
 
 /// Recordings that differ in rate, chance and length: what holds for one must hold for all.
 class GeneratedRecording : public testing::TestWithParam<recording::GeneratorOptions> {

@@ -42,7 +42,7 @@ void addPaths(Json const& json, std::string const& path, Paths& paths) {
 class Page {
 public:
     Page() {
-        std::ifstream file(std::filesystem::path(__FILE__).parent_path() / "../../docs/json.md");
+        std::ifstream file(std::filesystem::path(ZSL_ROOT) / "docs/json.md");
         std::regex const field("`([^`]+)`");
         std::regex const link(R"(\(#([a-z]+)\))");
         std::string heading;

@@ -144,13 +144,13 @@ TEST_F(Live, ReplaysAsItWasRecorded) {
     std::string const file = path("live.zslrec");
     for (Arguments const& options :
          {Arguments{"--fps", "240", "--offset", "20ms", "--frames", "2"},
-          {"--fps", "960", "--policy", "cshot", "--fault", "late", "--fault", "image-error"},
+          {"--fps", "480", "--policy", "cshot", "--fault", "late", "--fault", "image-error"},
           {"--fps", "120", "--policy", "multiframe", "--timeout-ms", "40", "--fault", "no-history"},
           {"--fps", "120", "--fault", "policy-nonsense", "--fault", "policy-throws", "--fault",
            "flush", "--fault", "callback-gone@100ms"}}) {
         SCOPED_TRACE(testing::PrintToString(options));
         Outcome const outcome = zsl(plus({"live", "--press-every", "10ms", "--dump-every", "20ms",
-                                          "--json", "-", "--duration", "300ms", "--record", file},
+                                          "--json", "-", "--duration", "200ms", "--record", file},
                                          options));
         EXPECT_EQ(outcome.status, 0) << outcome.out << outcome.err;
         Json const lived = Json::parse(outcome.out);

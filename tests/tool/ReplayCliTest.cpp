@@ -91,7 +91,7 @@ TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {
 }
 
 TEST_F(ReplayCli, PrintsWhatItsPageShows) {
-    std::filesystem::path const root = std::filesystem::path(__FILE__).parent_path() / "../..";
+    std::filesystem::path const root = ZSL_ROOT;
     std::ifstream page(root / "docs/replay.md");
     std::string expected;
     for (std::string line; std::getline(page, line) && !expected.ends_with("balances\n");) {
