@@ -1,6 +1,5 @@
 #include "OperationEncoding.h"
 
-#include <algorithm>
 #include <string>
 
 #include "RecordingProxies.h"
