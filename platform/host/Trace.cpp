@@ -11,14 +11,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <map>
-#include <optional>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
 using zebcam::LockGuard;
-using zebcam::Mutex;
 using zebcam::ReadGuard;
 using zebcam::SharedMutex;
 using zebcam::platform::ITraceSink;
@@ -127,71 +125,63 @@ void setTraceSink(ITraceSink* sink, uint64_t enabledTags) {
     attachments().replaceDirect(sink, enabledTags);
 }
 
-struct TraceFile::Impl {
-    Mutex lock;
-    std::FILE* file GUARDED_BY(lock) = nullptr;
-    bool isFirst GUARDED_BY(lock) = true;
-    std::map<pid_t, unsigned> openSections GUARDED_BY(lock);  ///< by thread
-
-    void write(char phase, pid_t thread, char const* name) REQUIRES(lock) {
-        std::string event = isFirst ? "\n{\"ph\":\"" : ",\n{\"ph\":\"";
-        isFirst = false;
-        event += phase;
-        if (name) {
-            event += "\",\"cat\":\"camera\",\"name\":\"";
-            appendEscaped(event, name);
-        }
-        // The clock that a virtual clock moves, so that a replay's trace shows recorded times. In
-        // microseconds, as the format wants it; a double would lose the nanoseconds.
-        int64_t const ns = systemTime(SYSTEM_TIME_BOOTTIME);
-        std::fprintf(file, "%s\",\"pid\":%d,\"tid\":%d,\"ts\":%" PRId64 ".%03d}", event.c_str(),
-                     static_cast<int>(getpid()), static_cast<int>(thread), ns / 1000,
-                     static_cast<int>(ns % 1000));
-    }
-};
-
-TraceFile::TraceFile(std::string const& path, uint64_t enabledTags)
-    : mImpl(std::make_unique<Impl>()) {
-    mImpl->file = std::fopen(path.c_str(), "we");
-    if (!mImpl->file) {
+TraceFile::TraceFile(std::string const& path, uint64_t enabledTags) {
+    mFile = std::fopen(path.c_str(), "we");
+    if (!mFile) {
         throw std::runtime_error(path + ": cannot create the trace file: " + std::strerror(errno));
     }
     // An event a line, and the list closed at the end: what a killed process leaves behind is
     // still a trace, for the viewers take a list without its end.
-    std::fputc('[', mImpl->file);
+    std::fputc('[', mFile);
     attachments().attach(this, enabledTags);
 }
 
 TraceFile::~TraceFile() {
     attachments().detach(this);  // from here on nobody is in a section of this file
-    for (auto& [thread, depth] : mImpl->openSections) {
+    for (auto& [thread, depth] : mOpenSections) {
         for (; depth > 0; --depth) {
-            mImpl->write('E', thread, nullptr);
+            write('E', thread, nullptr);
         }
     }
     // A destructor cannot throw, and a trace that lacks its end would be taken for the whole.
-    std::fputs("\n]\n", mImpl->file);
-    bool const isBroken = std::ferror(mImpl->file) != 0;
-    if (std::fclose(mImpl->file) != 0 || isBroken) {
+    std::fputs("\n]\n", mFile);
+    bool const isBroken = std::ferror(mFile) != 0;
+    if (std::fclose(mFile) != 0 || isBroken) {
         std::fprintf(stderr, "the trace file could not be written completely\n");
     }
 }
 
+void TraceFile::write(char phase, pid_t thread, char const* name) {
+    std::string event = mIsFirst ? "\n{\"ph\":\"" : ",\n{\"ph\":\"";
+    mIsFirst = false;
+    event += phase;
+    if (name) {
+        event += "\",\"cat\":\"camera\",\"name\":\"";
+        appendEscaped(event, name);
+    }
+    // The clock that a virtual clock moves, so that a replay's trace shows recorded times. In
+    // microseconds, as the format wants it; a double would lose the nanoseconds.
+    int64_t const ns = systemTime(SYSTEM_TIME_BOOTTIME);
+    std::fprintf(mFile, "%s\",\"pid\":%d,\"tid\":%d,\"ts\":%" PRId64 ".%03d}", event.c_str(),
+                 static_cast<int>(getpid()), static_cast<int>(thread), ns / 1000,
+                 static_cast<int>(ns % 1000));
+}
+
 void TraceFile::beginSection(char const* name) {
-    LockGuard const lock(mImpl->lock);
-    ++mImpl->openSections[gettid()];
-    mImpl->write('B', gettid(), name);
+    LockGuard const lock(mLock);
+    ++mOpenSections[gettid()];
+    write('B', gettid(), name);
 }
 
 void TraceFile::endSection() {
-    LockGuard const lock(mImpl->lock);
+    LockGuard const lock(mLock);
     // A section that began before the file has no beginning in it, and its end would close another.
-    auto const it = mImpl->openSections.find(gettid());
-    if (it == mImpl->openSections.end() || it->second == 0) {
+    auto const it = mOpenSections.find(gettid());
+    if (it == mOpenSections.end() || it->second == 0) {
         return;
     }
     --it->second;
-    mImpl->write('E', gettid(), nullptr);
+    write('E', gettid(), nullptr);
 }
 
 namespace {

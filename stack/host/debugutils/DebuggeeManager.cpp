@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <map>
 #include <utility>
 
 namespace zebcam::host {
@@ -22,11 +23,7 @@ public:
         }
         auto cookie = std::make_shared<Cookie>();
         LockGuard const lock(mLock);
-        // Behind those of the same priority: they print in the order of their attachment.
-        auto const place =
-            std::upper_bound(mEntries.begin(), mEntries.end(), priority,
-                             [](int p, Entry const& entry) { return p < entry.priority; });
-        mEntries.insert(place, {std::move(debuggee), priority, cookie});
+        mEntries.emplace(priority, std::pair(cookie, std::move(debuggee)));
         return cookie;
     }
 
@@ -34,10 +31,11 @@ public:
         // Let go of outside the lock: a debuggee's end may detach another one.
         std::shared_ptr<NSCam::IDebuggee> detached;
         LockGuard const lock(mLock);
-        auto const it = std::find_if(mEntries.begin(), mEntries.end(),
-                                     [&](Entry const& entry) { return entry.cookie == cookie; });
+        auto const it = std::find_if(mEntries.begin(), mEntries.end(), [&](auto const& entry) {
+            return entry.second.first == cookie;
+        });
         if (it != mEntries.end()) {
-            detached = std::move(it->debuggee);
+            detached = std::move(it->second.second);
             mEntries.erase(it);
         }
     }
@@ -47,21 +45,17 @@ public:
         LockGuard const lock(mLock);
         std::vector<std::shared_ptr<NSCam::IDebuggee>> result;
         result.reserve(mEntries.size());
-        for (auto const& entry : mEntries) {
-            result.push_back(entry.debuggee);
+        for (auto const& [priority, entry] : mEntries) {
+            result.push_back(entry.second);
         }
         return result;
     }
 
 private:
-    struct Entry {
-        std::shared_ptr<NSCam::IDebuggee> debuggee;
-        int priority;
-        std::shared_ptr<NSCam::IDebuggeeCookie> cookie;
-    };
-
     mutable Mutex mLock;
-    std::vector<Entry> mEntries GUARDED_BY(mLock);  ///< by priority, then by time of attachment
+    /// With their cookies, by priority; those of one priority stay in the order of attachment.
+    std::multimap<int, std::pair<std::shared_ptr<Cookie>, std::shared_ptr<NSCam::IDebuggee>>>
+        mEntries GUARDED_BY(mLock);
 };
 
 /// Never destroyed: debuggees may detach until the last destructor of the process.

@@ -35,6 +35,7 @@ LedgerEntry::LedgerEntry(std::shared_ptr<BufferLedger> ledger, LedgerLine const&
 }
 
 LedgerEntry::~LedgerEntry() {
+    // Without the lock: with the last reference gone nobody else can call.
     if (mEnded) {
         return;
     }
@@ -66,6 +67,7 @@ void LedgerEntry::account(bool inFrameBuilder) {
 
 void LedgerEntry::setEnded(BufferHolder how) {
     LockGuard const lock(mLock);
+    // The first end counts: what happens to the buffers of a returned set is the history's affair.
     if (!std::exchange(mEnded, true)) {
         mLedger->update(mId, how);
     }
@@ -95,6 +97,7 @@ void BufferLedger::update(uint64_t id, BufferHolder holder) {
     }
     line.untilNs = systemTime(SYSTEM_TIME_BOOTTIME);
     mLongestHeldNs = std::max(mLongestHeldNs, line.untilNs - line.sinceNs);
+    // The line stays, so that a report can name the set.
     if (holder == BufferHolder::Lost) {
         ++mTotals.lost;
         return;
@@ -108,6 +111,7 @@ void BufferLedger::update(uint64_t id, BufferHolder holder) {
 BufferLedger::Totals BufferLedger::totals() const {
     LockGuard const lock(mLock);
     Totals totals = mTotals;
+    // Counted when asked: sums that followed each move of a set could drift from the lines.
     for (auto const& [id, line] : mLines) {
         totals.withProcessor += line.holder == BufferHolder::Processor;
         totals.withFrameBuilder += line.holder == BufferHolder::FrameBuilder;
@@ -122,6 +126,7 @@ std::vector<LedgerLine> BufferLedger::unsettled() const {
     for (auto const& [id, line] : mLines) {
         lines.push_back(line);
     }
+    // What may still come back first; both parts stay in the order of the hand-outs.
     std::stable_partition(lines.begin(), lines.end(),
                           [](LedgerLine const& line) { return line.holder != BufferHolder::Lost; });
     return lines;
@@ -132,6 +137,7 @@ int64_t BufferLedger::longestHeldNs() const {
     int64_t longest = mLongestHeldNs;
     int64_t const now = systemTime(SYSTEM_TIME_BOOTTIME);
     for (auto const& [id, line] : mLines) {
+        // What is out counts up to now; the time of a lost set ended with its loss.
         if (line.holder != BufferHolder::Lost) {
             longest = std::max(longest, now - line.sinceNs);
         }

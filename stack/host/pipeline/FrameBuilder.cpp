@@ -87,6 +87,7 @@ android::sp<IMetaStreamBuffer> FrameBuilder::appMeta(StreamId_T streamId) const 
 }
 
 std::shared_ptr<LedgerEntry> FrameBuilder::historyEntry() const {
+    // A frame is built from one set, so that the first image that knows its own will do.
     for (auto const& [streamId, image] : mHalImages) {
         auto const* const hostBuffer = dynamic_cast<ImageStreamBuffer const*>(image.get());
         if (auto entry = hostBuffer != nullptr ? hostBuffer->ledgerEntry() : nullptr) {

@@ -61,6 +61,7 @@ NSCam::IMetadata* MetaStreamBuffer::tryWriteLock(char const* userName) {
 NSCam::IMetadata* MetaStreamBuffer::tryLock(char const* userName, bool isWriter) {
     LockGuard const lock(mLock);
     // Never waits, not for the caller's own lock either: the camera's lock is not recursive.
+    // Readers share; one writer would be the only hold, so that the first tells.
     bool const isShared = !isWriter && (mHolds.empty() || !mHolds.front().isWriter);
     if (!mIsLockable || (!mHolds.empty() && !isShared)) {
         return nullptr;
@@ -115,6 +116,7 @@ NSCam::IMetadata MetaStreamBuffer::snapshot() const {
 
 void MetaStreamBuffer::setLedgerEntry(std::shared_ptr<LedgerEntry> entry) {
     LockGuard const lock(mLock);
+    // Swapped: the old entry, whose end updates the ledger, goes with the parameter, unlocked.
     mpLedgerEntry.swap(entry);
 }
 

@@ -65,33 +65,25 @@ LogSettings LogSettings::camera(uint32_t level) {
     return {NSCam::Utils::ULog::LOG_MODE_CAMERA, level, MODULE_BITS};
 }
 
-struct LogCapture::Impl {
-    Sink sink;
-    LogSettings previousSettings;
-    ULogger* previousLogger = nullptr;
-    int previousMinimumPriority = 0;
-};
-
-LogCapture::LogCapture(LogSettings settings, Sink sink) : mImpl(std::make_unique<Impl>()) {
+LogCapture::LogCapture(LogSettings settings, Sink sink) : mSink(std::move(sink)) {
     if (gIsCapturing.exchange(true)) {
         throw std::logic_error("LogCapture: another one is in use");
     }
-    mImpl->sink = std::move(sink);
     // The sink first and the loggers last: no line reaches a hub that has nowhere to take it.
-    hub().setSink(mImpl->sink ? &mImpl->sink : nullptr);
-    mImpl->previousLogger = ULogger::sULogger.exchange(&hub());
-    mImpl->previousSettings = exchangeSettings(settings);
+    hub().setSink(mSink ? &mSink : nullptr);
+    mLogger = ULogger::sULogger.exchange(&hub());
+    mSettings = exchangeSettings(settings);
     // The Android log of a host drops debug lines unless it is told not to.
-    mImpl->previousMinimumPriority = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    mMinimumPriority = __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
     __android_log_set_logger(takeAndroidLine);
 }
 
 LogCapture::~LogCapture() {
     // The host's log has no way to ask for the logger; this is the one it starts with.
     __android_log_set_logger(__android_log_stderr_logger);
-    __android_log_set_minimum_priority(mImpl->previousMinimumPriority);
-    exchangeSettings(mImpl->previousSettings);
-    ULogger::sULogger = mImpl->previousLogger;
+    __android_log_set_minimum_priority(mMinimumPriority);
+    exchangeSettings(mSettings);
+    ULogger::sULogger = mLogger;
     // Waits for a line that is on its way to the sink, which dies with this object.
     hub().setSink(nullptr);
     gIsCapturing = false;

@@ -4,7 +4,6 @@
 #include <metadata/MetadataTags.h>    // IWYU pragma: export
 
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 
 namespace NSCam {

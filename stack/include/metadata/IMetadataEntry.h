@@ -6,7 +6,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 namespace NSCam {

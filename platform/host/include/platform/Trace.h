@@ -1,7 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+#include <zebcam/ThreadSafety.h>
+
 #include <cstdint>
-#include <memory>
+#include <cstdio>
+#include <map>
 #include <string>
 
 /// The host's trace sink behind the `atrace_*` functions. Off until something is attached.
@@ -40,8 +44,12 @@ public:
     void endSection() override;
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> mImpl;
+    void write(char phase, pid_t thread, char const* name) REQUIRES(mLock);
+
+    Mutex mLock;
+    std::FILE* mFile GUARDED_BY(mLock) = nullptr;
+    bool mIsFirst GUARDED_BY(mLock) = true;
+    std::map<pid_t, unsigned> mOpenSections GUARDED_BY(mLock);  ///< by thread
 };
 
 }  // namespace zebcam::platform

@@ -2,8 +2,11 @@
 
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
+
+namespace NSCam::Utils::ULog {
+class ULogger;
+}
 
 /// The process's logs, camera logger and Android log, in a program's hands.
 namespace zebcam::host {
@@ -43,8 +46,11 @@ public:
     LogCapture& operator=(LogCapture const&) = delete;
 
 private:
-    struct Impl;
-    std::unique_ptr<Impl> mImpl;
+    Sink const mSink;
+    // What there was before
+    LogSettings mSettings;
+    NSCam::Utils::ULog::ULogger* mLogger = nullptr;
+    int mMinimumPriority = 0;
 };
 
 /// Whether `zebcam_testLog` lets lines pass; true at the start.
