@@ -57,6 +57,7 @@ std::string quoteContent(std::string_view content) {
     for (char const c : content) {
         bool const wouldMislead = c == '"' || c == '\\';
         std::string const escaped = (wouldMislead ? "\\" : "") + escape(c);
+        // The quotation mark before it does not count.
         if (text.size() + escaped.size() > kMaxQuoted + 1) {
             return text + "...\"";
         }
@@ -144,6 +145,7 @@ bool addDigit(int64_t& ns, char digit, int64_t weight) {
 }
 
 uint64_t magnitude(int64_t ns) {
+    // Unsigned first: the smallest number has no positive counterpart.
     return ns < 0 ? -static_cast<uint64_t>(ns) : static_cast<uint64_t>(ns);
 }
 

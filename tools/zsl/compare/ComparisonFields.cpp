@@ -24,6 +24,7 @@ std::string RefusalCounts::text() const {
             counts.emplace_back(byCriterion[i], log::infoOf(static_cast<log::Criterion>(i)).name);
         }
     }
+    // Stable: equal counts stay in the order of the criteria, from run to run.
     std::stable_sort(counts.begin(), counts.end(),
                      [](auto const& a, auto const& b) { return a.first > b.first; });
     std::string text;
@@ -171,6 +172,7 @@ std::vector<ComparisonField> makeFields() {
 }  // namespace
 
 std::span<ComparisonField const> comparisonFields() {
+    // Made once and never changed: limits point to their fields.
     static std::vector<ComparisonField> const FIELDS = makeFields();
     return FIELDS;
 }
@@ -206,6 +208,7 @@ std::string asText(FieldValue const& value) {
         return fmt::to_string(*whole);
     }
     std::optional<double> const number = asNumber(value);
+    // The shortest text that reads back as this number.
     return number ? fmt::format("{}", *number) : "";
 }
 

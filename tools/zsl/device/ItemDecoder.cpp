@@ -103,12 +103,14 @@ void EntryDecoder::decodeItem(Decoder& in, record::Item item, DeviceOperation& o
 
 void EntryDecoder::decodeClone(Decoder& in, DeviceOperation& operation) {
     uint64_t const provider = in.number("a provider");
+    // The original's: the clone has the same number among what follows.
     in.number32("a frame number");
     operation.clones.push_back({provider, decodeFrame(in, true)});
 }
 
 void EntryDecoder::decodeSelectionEnd(Decoder& in, DeviceOperation& operation) {
     record::ClockReading const now = in.clock(mClock);
+    // A recorder writes it only after an offer; a file may be anything.
     if (!operation.tries.empty()) {
         operation.tries.back().ended = now;
     }
@@ -119,6 +121,7 @@ void EntryDecoder::decodeOffer(Decoder& in, DeviceOperation& operation) {
     attempt.offered = in.clock(mClock);
     attempt.provider = in.number("a provider");
     size_t const count = in.count("a number of frames");
+    // One more than there are, for no history differs from an empty one.
     if (count == 0) {
         return;
     }
@@ -140,6 +143,7 @@ void EntryDecoder::decodeInFlight(Decoder& in, DeviceOperation& operation) {
     std::vector<uint32_t> frames;
     int64_t last = 0;
     for (size_t left = in.count("a number of frames"); left > 0; --left) {
+        // Numbers of frames are coded by their steps, as times are.
         frames.push_back(static_cast<uint32_t>(in.time(last, "a frame number")));
     }
     if (!operation.tries.empty()) {
@@ -226,6 +230,7 @@ void EntryDecoder::decodeDone(Decoder& in, DeviceOperation& operation) {
     for (size_t lists = in.count("a number of lists"); lists > 0; --lists) {
         auto& list = outcome.builders.emplace_back();
         for (size_t left = in.count("a number of frame builders"); left > 0; --left) {
+            // One more than the builder's number; 0 stands for a frame without one.
             list.push_back(in.below(mFirstBuilder + 1, "a frame builder's number"));
         }
     }
@@ -241,6 +246,7 @@ std::vector<DeviceMeta> EntryDecoder::decodeMetas(Decoder& in) {
         if ((flags & flag::HAS_STREAM) != 0) {
             meta.stream = decodeStream(in);
         }
+        // What could not be locked could not be read either.
         if (meta.isLockable) {
             meta.metadata = decodeMetadata(in);
         }
@@ -261,6 +267,7 @@ IMetadata EntryDecoder::decodeMetadata(Decoder& in) {
             in.fail("a type of items", std::to_string(shape & 7));
         }
         IMetadata::IEntry entry(static_cast<uint32_t>(tag));
+        // No check of the number: each item takes a byte at least, so that the entry ends first.
         for (uint64_t items = shape >> 3; items > 0; --items) {
             decodeMetadataItem(in, type, entry);
         }
@@ -271,6 +278,7 @@ IMetadata EntryDecoder::decodeMetadata(Decoder& in) {
 
 size_t EntryDecoder::decodeFrame(Decoder& in, bool isNew) {
     size_t const known = mRecording.frames.size();
+    // The first number that is not known yet announces a frame, described by what follows.
     auto const index = static_cast<size_t>(in.below(known + 1, "a frame's position"));
     if (index < known) {
         if (isNew) {

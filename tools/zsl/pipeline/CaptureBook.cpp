@@ -38,6 +38,7 @@ std::vector<BuiltFrame> CaptureBook::Operation::take(ZslFrameBuilders const& lis
     for (auto const& list : lists) {
         for (size_t i = 0; i < list.size(); ++i) {
             std::string problem;
+            // What is no builder of ours becomes null, which no capture asked for.
             auto const frame =
                 mBook.find(std::dynamic_pointer_cast<host::FrameBuilder>(list[i]), problem);
             if (frame) {
@@ -119,6 +120,7 @@ void CaptureBook::answer(BuiltFrame const& frame, bool isFlush, size_t remaining
         return;
     }
     Capture& capture = mCaptures[frame.capture];
+    // Of this call only: what other threads try meanwhile comes back from their calls.
     OperationTries const& tries = mOperations[std::this_thread::get_id()];
     auto const tried = tries.find(frame.capture);
     std::optional<size_t> const tryIndex =
@@ -150,6 +152,7 @@ void CaptureBook::book(BuiltFrame const& frame, Served served, std::optional<siz
     }
     --mTotals.served[Served::Unanswered];
     ++mTotals.served[served];
+    // A frame is booked once, so that a capture is whole with its last one and only then.
     mTotals.answeredCaptures += record.isAnswered() ? 1 : 0;
 }
 

@@ -17,6 +17,7 @@ constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr uint64_t kSecondsPerHour = 3600;
 constexpr uint64_t kMostIntervalsLate = 4;
 constexpr uint64_t kMostHalfIntervalsSlow = 6;
+// How many enumerators Absurdity has.
 constexpr uint64_t kAbsurdities = 4;
 
 /// A bijection in which every bit of the input moves every bit of the output (SplitMix64).
@@ -68,6 +69,7 @@ TryFaults FaultInjector::ofTry(size_t capture, size_t attempt, int64_t nowNs) {
     if (strikesCounted(FaultKind::PolicySlow, capture, attempt, nowNs)) {
         auto const more = static_cast<int64_t>(
             pick(FaultKind::PolicySlow, kMostHalfIntervalsSlow, capture, attempt));
+        // Half of the shortest interval may be nothing, and what is counted must have happened.
         faults.policyPauseNs = std::max<int64_t>((1 + more) * mIntervalNs / 2, 1);
     }
     return faults;
@@ -85,6 +87,7 @@ std::optional<FaultKind> FaultInjector::ofPolicy(size_t capture, int64_t pressNs
 }
 
 std::optional<int64_t> FaultInjector::flushAfter(size_t capture, int64_t pressNs) const {
+    // Half an interval later a capture that waits for the next frame is still under way.
     return isDrawn(FaultKind::Flush, capture, 0) ? std::optional(pressNs + mIntervalNs / 2)
                                                  : std::nullopt;
 }
@@ -127,6 +130,7 @@ bool FaultInjector::strikesCounted(FaultKind kind, uint64_t opportunity, uint64_
 
 uint64_t FaultInjector::pick(FaultKind kind, uint64_t limit, uint64_t opportunity,
                              uint64_t part) const {
+    // Mixed once more: how a fault looks has nothing to do with what let it strike.
     return mixed(draw(kind, opportunity, part)) % limit;
 }
 
@@ -140,6 +144,7 @@ FaultTally FaultInjector::tally() const {
     tally.randomSeed = mOptions.randomSeed;
     LockGuard const lock(mLock);
     for (FaultTraits const& traits : FAULT_KINDS) {
+        // What was asked for and never struck is told as 0, all else is left out.
         if (has(traits.kind)) {
             tally.strikes.emplace_back(traits.kind, mStrikes[static_cast<size_t>(traits.kind)]);
         }
@@ -183,6 +188,7 @@ bool FaultInjector::hasBegun(FaultKind kind, int64_t timeNs) const {
 
 uint64_t FaultInjector::draw(FaultKind kind, uint64_t opportunity, uint64_t part) const {
     uint64_t const subject = mixed(mOptions.randomSeed) ^ static_cast<uint64_t>(kind);
+    // One after the other: of a sum other opportunities would have the same draws.
     return mixed(mixed(mixed(subject) ^ opportunity) ^ part);
 }
 

@@ -163,6 +163,7 @@ HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) 
 
     HistoryBufferSet set;
     set.frameNo = frame.frameNo;
+    // The preview makes a request for each frame, and counts alike.
     set.requestNo = frame.frameNo;
     set.timestamp = frame.timestampNs;
     set.halImage.emplace_back(image);

@@ -23,13 +23,16 @@ std::optional<std::list<ObservedProvider::HistoryBufferSet>>
 ObservedProvider::getHistoryBufferSets() {
     TryFaults const faults = mObserver.faults ? mObserver.faults() : TryFaults{};
     mPauseNs = faults.policyPauseNs;
+    // Before the hand-out, which moves the frames from the history to the processor.
     TryRecord offered = offer();
     if (faults.noHistory) {
+        // What is in flight or locked the processor learns all the same.
         offered.historyFrames.clear();
         mObserver.begin(std::move(offered));
         return std::nullopt;
     }
     mObserver.begin(std::move(offered));
+    // The provider is all captures': the ledger books what is handed out next to this one.
     mProvider->setCurrentRequest(mRequestNo);
     return mProvider->getHistoryBufferSets();
 }

@@ -122,6 +122,7 @@ SimulatedPipeline::~SimulatedPipeline() = default;
 
 void SimulatedPipeline::announce(ReportedFrame const& reported) {
     if (mOptions.faults != nullptr) {
+        // Here, because the schedule has frames that a run which ends early never starts on.
         mOptions.faults->count(reported.faults);
     }
     mProvider->announce(reported.frame.frameNo);
@@ -133,6 +134,7 @@ std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported)
         LockGuard const lock(mLock);
         for (auto const* buffers : {&set.halMeta, &set.appMeta}) {
             for (auto const& buffer : *buffers) {
+                // Noted before the history has the frame. The factory's buffers are all the host's.
                 mHeldMetadata.emplace_back(static_cast<host::MetaStreamBuffer*>(buffer.get()));
             }
         }

@@ -16,6 +16,7 @@ constexpr uint8_t kLensMoving = 1;
 std::string describe(RecordingPlace const& place, std::string_view expected,
                      std::string_view found) {
     std::string text = place.path + ":";
+    // What concerns the whole file has no line, and mostly no column.
     if (place.line > 0) {
         text += fmt::format("{}:", place.line);
     }

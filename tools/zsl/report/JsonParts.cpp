@@ -26,6 +26,7 @@ Json spreadJson(base::Spread const& spread) {
 }  // namespace
 
 Json withoutNulls(Json const& object) {
+    // An object even if nothing is left, which a reader expects.
     Json known = Json::object();
     for (auto const& [key, value] : object.items()) {
         if (!value.is_null()) {

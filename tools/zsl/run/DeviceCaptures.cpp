@@ -18,6 +18,7 @@ size_t DeviceCaptures::open(device::SubmitCall const& call, Builders const& buil
     }
     Builders servable;
     for (size_t i = 0; i < builders.size(); ++i) {
+        // Builders go by number, so that those that nobody answers have a place too.
         mPlaces.emplace_back(mSize, std::nullopt);
         if (isServable(call.frames[i])) {
             mPlaces.back().second = servable.size();
@@ -44,6 +45,7 @@ void DeviceCaptures::tellResult(device::ResultCall const& call, std::optional<in
         return;
     }
     auto& [frames, told] = built->second;
+    // Results come in the order of the frames; what comes after the last one is of none.
     if (told < frames.size()) {
         mBook.endResult(frames[told++], reportedNs);
     }
@@ -69,6 +71,8 @@ std::vector<pipeline::CaptureRecord> DeviceCaptures::identify(
             }
             auto const [capture, frame] = mPlaces[built->builder];
             pipeline::FrameOutcome& outcome = records[capture].frames[*frame];
+            // They complete each other: the ledger knows a frame by its images, the recorder by its
+            // time.
             if (outcome.historyFrame) {
                 built->frameNo = outcome.historyFrame;
             } else if (outcome.answeredNs && built->frameNo) {

@@ -12,6 +12,7 @@ namespace zebcam::tool::run {
 
 namespace {
 
+// Decisions build on those before, so that the later differences tell little more.
 constexpr size_t kMostDifferences = 10;
 constexpr int64_t kNsPerS = 1'000'000'000;
 
@@ -114,6 +115,8 @@ private:
         device::DeviceOperation const* const replayed = replayOf(operation);
         for (device::DeviceStep const& step : mRecorded.operations[operation].steps) {
             if (std::holds_alternative<device::BuiltStep>(step)) {
+                // Anywhere in the operation: that steps come in another order is a difference by
+                // itself.
                 ++verdict.builtFrames;
                 verdict.sameFrames +=
                     replayed != nullptr &&
@@ -131,6 +134,7 @@ private:
         }
         device::DeviceOperation const& recorded = mRecorded.operations[operation];
         device::DeviceOperation const& replayed = mReplayed.operations[operation];
+        // First: where the processor asked for more, all that comes after may follow from that.
         if (std::string more = wantedMore(recorded, replayed); !more.empty()) {
             return more;
         }
@@ -141,6 +145,7 @@ private:
                 same < recorded.steps.size() ? describe(recorded.steps[same]) : "nothing more",
                 same < replayed.steps.size() ? describe(replayed.steps[same]) : "nothing more");
         }
+        // Never negative: more tries than the device's were told above.
         if (size_t const left = recorded.tries.size() - replayed.tries.size(); left > 0) {
             return fmt::format("the device asked for the history {} more times", left);
         }

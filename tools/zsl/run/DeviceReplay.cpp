@@ -178,6 +178,8 @@ std::vector<record::ClockReading> candidatesOf(record::ClockReading const& earli
     for (int64_t const border : borders) {
         candidates.push_back(movedOn(earliest, std::midpoint(from, border) - earliestNs));
         from = border;
+        // More are more replays than anybody waits for; the earliest borders are as likely as
+        // others.
         if (candidates.size() == kMostCandidates) {
             break;
         }
@@ -207,6 +209,7 @@ std::vector<UncertainInstant> uncertainInstants(device::DeviceRecording const& r
         int64_t const latestNs = sensorClockNs(recording, known.latest);
         auto const first = frames.lower_bound(earliestNs);
         std::vector<int64_t> borders;
+        // Only a frame that begins between the two readings can lie on either side.
         for (auto frame = first; frame != frames.end() && frame->first < latestNs; ++frame) {
             borders.push_back(frame->first);
         }
