@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "Fuzz.h"
-#include "commands/Cli.h"
+#include "commands/Commands.h"
 
 using namespace zebcam;
 

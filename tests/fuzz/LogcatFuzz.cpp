@@ -4,8 +4,7 @@
 #include "Fuzz.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "report/JsonReport.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 
 using namespace zebcam;
 

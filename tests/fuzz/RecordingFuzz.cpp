@@ -1,7 +1,7 @@
 #include <sstream>
 
 #include "Fuzz.h"
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 
 using namespace zebcam;
 

@@ -18,7 +18,7 @@
 #include "platform/TempFile.h"
 #include "recorder/Crc32.h"
 #include "recorder/RecordedScene.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 #include "run/DeviceReplay.h"
 #include "tool/CliFixture.h"
 

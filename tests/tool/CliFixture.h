@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/Cli.h"
+#include "commands/Commands.h"
 
 namespace zebcam::tool {
 

@@ -13,9 +13,9 @@
 
 #include "CliFixture.h"
 #include "compare/ComparisonFields.h"
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
-#include "report/ComparisonReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool {
 namespace {

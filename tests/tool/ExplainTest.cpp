@@ -11,8 +11,7 @@
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "processor/ZslFixture.h"
-#include "report/JsonReport.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool {
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "pipeline/Schedule.h"
-#include "report/JsonReport.h"
 #include "report/Page.h"
+#include "report/Reports.h"
 #include "tool/CliFixture.h"
 #include "tool/SteadyRecording.h"
 

@@ -9,7 +9,6 @@
 
 #include "CliFixture.h"
 #include "recording/Recording.h"
-#include "recording/RecordingFile.h"
 #include "recording/RecordingGenerator.h"
 
 namespace zebcam::tool {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "recording/RecordingGenerator.h"
-#include "report/JsonReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool {
 namespace {

@@ -12,7 +12,7 @@
 #include "base/Distribution.h"
 #include "device/DeviceRecordingReader.h"
 #include "pipeline/ReplayOptions.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 #include "run/DeviceReplay.h"
 #include "run/LiveRun.h"
 #include "tool/SteadyRecording.h"

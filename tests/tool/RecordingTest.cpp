@@ -7,7 +7,6 @@
 #include "CliFixture.h"
 #include "base/AtomicFile.h"
 #include "recording/Recording.h"
-#include "recording/RecordingFile.h"
 
 namespace zebcam::tool {
 namespace {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 #include "run/Replay.h"
 
 namespace zebcam::tool {

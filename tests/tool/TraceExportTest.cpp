@@ -19,7 +19,7 @@
 #include "log/Explainer.h"
 #include "pipeline/Schedule.h"
 #include "recording/RecordingGenerator.h"
-#include "report/TraceExport.h"
+#include "report/Reports.h"
 #include "report/TraceTracks.h"
 #include "run/ProcessorSections.h"
 #include "tool/SteadyRecording.h"

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "commands/Cli.h"
+#include "commands/Commands.h"
 
 int main(int argc, char** argv) {
     bool const isTerminal = isatty(STDOUT_FILENO) != 0 && isatty(STDERR_FILENO) != 0;

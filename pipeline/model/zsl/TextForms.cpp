@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <iterator>
 #include <string_view>
 
 #include "Streams.h"

@@ -1,4 +1,4 @@
-#include "commands/Cli.h"
+#include "commands/Commands.h"
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>

@@ -1,6 +1,10 @@
 #pragma once
 
-#include <iosfwd>
+#include <fmt/format.h>
+
+#include <cstddef>
+#include <optional>
+#include <ostream>
 
 namespace CLI {
 class App;
@@ -13,6 +17,36 @@ struct CliStreams {
     std::ostream& out;
     std::ostream& err;
     bool showProgress = false;  ///< `err` is a terminal that somebody looks at
+};
+
+/// How far a long work is, on one line of a terminal that is wiped at the end. Silent while nobody
+/// looks, and for less than `leastTotal` items, which are done before anybody could read.
+class Progress {
+public:
+    Progress(std::ostream& err, bool isOn, char const* items, size_t leastTotal = 0)
+        : mErr(err), mIsOn(isOn), mItems(items), mLeastTotal(leastTotal) {}
+    ~Progress() {
+        if (mShown) {
+            mErr << "\r\033[K" << std::flush;
+        }
+    }
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    void operator()(size_t done, size_t total) {
+        // At most a hundred times, for a terminal is slow.
+        if (mIsOn && total >= mLeastTotal && (!mShown || (done - *mShown) * 100 >= total)) {
+            mShown = done;
+            mErr << fmt::format("\r{} of {} {}", done, total, mItems) << std::flush;
+        }
+    }
+
+private:
+    std::ostream& mErr;
+    bool const mIsOn;
+    char const* const mItems;
+    size_t const mLeastTotal;
+    std::optional<size_t> mShown;
 };
 
 /// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
@@ -37,5 +71,10 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 /// `replay`, replays a recording: 0 when every capture was answered and the ledger balances, or all
 /// decisions are the device's; else 1.
 void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
+
+/// The `zsl` command line. Gives the exit status: 0 when all is well, 1 when a command found
+/// something wrong, 2 for arguments or input that are no good (with one line on `err` that says
+/// what, and nothing on `out`).
+int runCli(int argc, char const* const* argv, CliStreams const& streams);
 
 }  // namespace zebcam::tool::commands

@@ -14,16 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "base/AtomicFile.h"
 #include "base/InputError.h"
-#include "base/Progress.h"
-#include "base/ResultFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "compare/Comparison.h"
-#include "report/ComparisonReport.h"
-#include "report/HtmlReport.h"
-#include "report/JsonReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::commands {
 
@@ -106,7 +103,7 @@ int run(Arguments arguments, CliStreams const& streams) {
     base::ResultFile report(arguments.report, streams.out);
     std::vector<compare::ComparisonRow> rows;
     try {
-        base::Progress progress(streams.err, streams.showProgress, "runs");
+        Progress progress(streams.err, streams.showProgress, "runs");
         rows = compare::compare(arguments.plan, arguments.pool, signals,
                                 [&progress](size_t runs, size_t total) { progress(runs, total); });
     } catch (base::Interrupted const& interrupted) {

@@ -13,15 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "base/AtomicFile.h"
 #include "base/InputError.h"
-#include "base/ResultFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "report/JsonReport.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::commands {
 
@@ -101,6 +100,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
                                    nameOf(arguments.log), explanation.counts.lines);
         return kNothingFound;
     }
+    // Before the file is written: a result without the capture would look like an answer.
     if (auto const missing = keepOnly(arguments.requests, explanation.captures)) {
         streams.err << fmt::format("zsl explain: {}: {}\n", nameOf(arguments.log), *missing);
         return kNothingFound;

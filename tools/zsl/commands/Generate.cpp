@@ -13,13 +13,13 @@
 #include <string>
 #include <type_traits>
 
-#include "base/ResultFile.h"
+#include "base/AtomicFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
-#include "report/JsonReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::commands {
 

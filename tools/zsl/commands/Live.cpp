@@ -3,22 +3,20 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 
-#include "base/ResultFile.h"
+#include "base/AtomicFile.h"
 #include "base/SignalWatch.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
-#include "report/JsonReport.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 #include "run/LiveRun.h"
 
 namespace zebcam::tool::commands {

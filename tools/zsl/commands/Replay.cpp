@@ -11,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "base/Progress.h"
-#include "base/ResultFile.h"
+#include "base/AtomicFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
@@ -20,11 +19,8 @@
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "pipeline/ProcessorLog.h"
-#include "recording/RecordingFile.h"
-#include "report/HtmlReport.h"
-#include "report/JsonReport.h"
-#include "report/TextReport.h"
-#include "report/TraceExport.h"
+#include "recording/Recording.h"
+#include "report/Reports.h"
 #include "run/DeviceReplay.h"
 #include "run/ProcessorSections.h"
 #include "run/Replay.h"
@@ -109,7 +105,7 @@ private:
 
     uint32_t const mShownLevel;
     std::ostream& mErr;
-    std::optional<base::Progress> mProgress;
+    std::optional<Progress> mProgress;
     bool const mWantsReasons;
     log::Explainer mExplainer;
     std::optional<log::Explanation> mExplanation;

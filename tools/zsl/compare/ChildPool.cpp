@@ -1,4 +1,4 @@
-#include "compare/ChildPool.h"
+#include "compare/Comparison.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -9,7 +9,7 @@
 
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 #include "run/Replay.h"
 
 namespace zebcam::tool::compare {
@@ -56,6 +56,7 @@ void unpack(std::string_view data, ComparisonRow& row) {
     std::memcpy(&row.numbers.emplace(), data.data(), sizeof(RunNumbers));
     data.remove_prefix(sizeof(RunNumbers));
     while (!data.empty()) {
+        // It is there: pack() ends every problem with one.
         size_t const end = data.find(kEndOfProblem);
         row.problems.emplace_back(data.substr(0, end));
         data.remove_prefix(end + 1);
@@ -123,6 +124,7 @@ std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions 
         }
     };
     if (progress) {
+        // Somebody who looks should see at once how much there is to do.
         progress(0, rows.size());
     }
     runInChildren(

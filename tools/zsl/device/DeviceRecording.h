@@ -115,8 +115,6 @@ struct ResultCall {
     std::vector<ResultMeta> appMetas;
 };
 
-struct FlushCall {};
-
 /// One attempt to serve a capture, as its provider saw it.
 struct DeviceTry {
     uint64_t provider = 0;
@@ -179,7 +177,8 @@ struct DeviceOperation {
     record::Operation kind{};
     record::ClockReading begun;
     record::ClockReading ended;
-    std::variant<ConfigureCall, SubmitCall, RetryCall, ResultCall, FlushCall> call;
+    /// Of a flush nothing.
+    std::variant<std::monostate, ConfigureCall, SubmitCall, RetryCall, ResultCall> call;
     std::optional<record::ClockReading> submissionRead;
     std::optional<std::string> callbackFailure;  ///< what the result callback threw
     std::vector<DeviceTry> tries;

@@ -14,7 +14,9 @@ namespace flag = record::flag;
 
 namespace {
 
+// The sum and the difference of two such times still fit 64 bits.
 constexpr int64_t kFarthestTimeNs = int64_t{1} << 62;
+// Six bits are the most that any kind of flags has.
 constexpr uint64_t kAnyFlags = 64;
 
 /// Wraps around, for the steps in a damaged file may be anything.
@@ -74,6 +76,7 @@ uint64_t Decoder::below(uint64_t limit, std::string_view what) {
 
 size_t Decoder::count(std::string_view what) {
     uint64_t const value = number(what);
+    // Checked before anybody makes room for so many: in a damaged file it may be any number.
     size_t const left = mBytes.size() - mAt;
     if (value > left) {
         fail(what, fmt::format("{} in the {} bytes that are left of the entry", value, left));
@@ -114,6 +117,7 @@ record::ClockReading Decoder::clock(record::ClockReading& last) {
     now.bootNs = time(last.bootNs, "a boot time");
     now.monotonicNs = sumOf(time(last.monotonicNs, "a monotonic time"), now.bootNs);
     now.wallNs = sumOf(time(last.wallNs, "a wall-clock time"), now.bootNs);
+    // The boot time and the distance from it were in range, their sum need not be.
     requireTime(now.monotonicNs, "a monotonic time");
     requireTime(now.wallNs, "a wall-clock time");
     return now;
@@ -124,6 +128,7 @@ void EntryDecoder::decode(Decoder& in) {
     if (mIsComplete) {
         in.fail("nothing after the end of the recording", "another entry");
     }
+    // The clock readings of all other entries are steps from the header's.
     if ((kind == record::Entry::HEADER) == mHasHeader) {
         in.fail(mHasHeader ? "one header" : "the header first",
                 fmt::format("entry {}", static_cast<unsigned>(kind)));
@@ -134,6 +139,7 @@ void EntryDecoder::decode(Decoder& in) {
             break;
         case record::Entry::OPERATION: {
             DeviceOperation operation = decodeOperation(in);
+            // Only of a whole operation: of one that breaks off nothing counts.
             mRecording.builders = mFirstBuilder;
             mRecording.operations.push_back(std::move(operation));
             break;
@@ -144,6 +150,7 @@ void EntryDecoder::decode(Decoder& in) {
         default:
             in.fail("a known entry", fmt::format("entry {}", static_cast<unsigned>(kind)));
     }
+    // A byte too many means that what came before was misread.
     if (!in.isAtEnd()) {
         in.fail("the end of the entry", "more bytes");
     }
@@ -153,6 +160,7 @@ void EntryDecoder::decodeHeader(Decoder& in) {
     mRecording.begun = in.clock(mClock);
     mRecording.openId = in.signedNumber("an open id");
     int64_t const source = in.signedNumber("a timestamp source");
+    // -1: the device's characteristics did not tell.
     if (source < -1 || source > std::numeric_limits<uint8_t>::max()) {
         in.fail("a timestamp source", std::to_string(source));
     }
@@ -160,6 +168,7 @@ void EntryDecoder::decodeHeader(Decoder& in) {
         mRecording.timestampSource = static_cast<uint8_t>(source);
     }
     for (size_t left = in.count("a number of properties"); left > 0; --left) {
+        // Two statements: the arguments of a call are read from the file in any order.
         std::string key = in.text("a property's key");
         mRecording.properties.emplace_back(std::move(key), in.text("a property's value"));
     }
@@ -196,7 +205,6 @@ DeviceOperation EntryDecoder::decodeOperation(Decoder& in) {
             operation.call = decodeResult(in);
             break;
         case record::Operation::FLUSH:
-            operation.call = FlushCall{};
             break;
         default:
             in.fail("a known operation",
@@ -215,6 +223,7 @@ ConfigureCall EntryDecoder::decodeConfigure(Decoder& in) {
     ConfigureCall call;
     call.hasCallback = in.yesOrNo("whether there is a callback");
     size_t const sensors = in.count("a number of sensors");
+    // One more than there are, for no list differs from an empty one.
     if (sensors == 0) {
         return call;
     }
@@ -257,6 +266,7 @@ SubmitCall EntryDecoder::decodeSubmit(Decoder& in) {
     for (size_t left = in.count("a number of frames"); left > 0; --left) {
         call.frames.push_back(decodeRequestedFrame(in));
     }
+    // A frame without a builder takes a number too, so that frames are found by theirs.
     call.firstBuilder = mFirstBuilder;
     mFirstBuilder += call.frames.size();
     return call;

@@ -1,7 +1,6 @@
 #include "log/Explanation.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 namespace zebcam::tool::log {

@@ -6,7 +6,6 @@
 #include <ulog/ULogger.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <string>
 #include <string_view>

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <optional>
 
 #include "base/InputError.h"
 #include "base/Text.h"

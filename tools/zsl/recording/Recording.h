@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -90,5 +91,20 @@ RecordingFacts computeFacts(Recording const& recording);
 /// The median interval in ns, the mean of the middle two (rounded down) for an even number of
 /// intervals; 0 without two frames. The times must ascend.
 int64_t medianIntervalNs(std::vector<SensorFrame> const& frames);
+
+/// Reads a recording, a CSV file with a header line and a line for each sensor frame
+/// (docs/recordings.md describes the columns and their defaults). The path `-` is standard input.
+/// Throws RecordingError for whatever cannot be read in full: nothing is half-read.
+Recording readRecording(std::string const& path);
+
+/// The same from a stream; `name` stands for the path in errors and in the result.
+Recording readRecording(std::istream& in, std::string const& name);
+
+/// Writes every column that the reader knows, so that reading gives the same frames back. A state
+/// without value becomes an empty cell. Errors are left in the stream's state.
+void writeRecording(Recording const& recording, std::ostream& out);
+
+/// The same into a file, which appears whole or not at all. Throws OutputError.
+void writeRecording(Recording const& recording, std::string const& path);
 
 }  // namespace zebcam::tool::recording

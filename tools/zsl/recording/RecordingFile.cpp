@@ -1,4 +1,4 @@
-#include "recording/RecordingFile.h"
+#include "recording/Recording.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -11,7 +11,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iostream>
 #include <limits>
 #include <optional>

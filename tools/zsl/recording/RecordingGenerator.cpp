@@ -5,16 +5,56 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
 
-#include "base/SeededRandom.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::recording {
 
 namespace {
+
+/// A random sequence that is the same on every platform: the standard's engine and its seeding are
+/// laid down to the bit, its distributions are not, so these are our own and work in integers.
+class SeededRandom {
+public:
+    /// Sequences of one value but different subjects have nothing in common.
+    SeededRandom(uint64_t seedValue, uint32_t subject) : mEngine(engineOf(seedValue, subject)) {}
+
+    /// True in a share of `rate` (0 to 1) of the calls.
+    bool chance(double rate) {
+        constexpr double kUnit = 1.0 / (uint64_t{1} << 53);
+        return static_cast<double>(mEngine() >> 11) * kUnit < rate;
+    }
+
+    /// Uniform from `min` to `max`, both included. The bias of the remainder is far below what a
+    /// recording could show.
+    int64_t uniform(int64_t min, int64_t max) {
+        auto const span = static_cast<uint64_t>(max - min) + 1;
+        return min + static_cast<int64_t>(mEngine() % span);
+    }
+
+    /// Bell-shaped around 0 and never beyond `limit`, with a standard deviation of `limit` / 3.5.
+    int64_t bell(int64_t limit) {
+        constexpr int kTerms = 4;
+        int64_t sum = 0;
+        for (int i = 0; i < kTerms; ++i) {
+            sum += uniform(-limit, limit);
+        }
+        return sum / kTerms;
+    }
+
+private:
+    static std::mt19937_64 engineOf(uint64_t seedValue, uint32_t subject) {
+        std::seed_seq sequence{static_cast<uint32_t>(seedValue),
+                               static_cast<uint32_t>(seedValue >> 32), subject};
+        return std::mt19937_64(sequence);
+    }
+
+    std::mt19937_64 mEngine;
+};
 
 // Each subject has a random sequence of its own.
 enum Subject : uint32_t { TIMING, EXPOSURE, FOCUS, FAULTS };
@@ -54,7 +94,7 @@ private:
     void advance();
 
     GeneratorOptions const& mOptions;
-    base::SeededRandom mRandom;
+    SeededRandom mRandom;
     int64_t mIntervalNs;
     int64_t mLatenessNs;       ///< of a late frame
     double mStartGapRate;      ///< of the first intervals
@@ -76,7 +116,7 @@ private:
     void drift();
 
     GeneratorOptions const& mOptions;
-    base::SeededRandom mRandom;
+    SeededRandom mRandom;
     int64_t mExposureNs;
     int64_t mMinNs;
     int64_t mMaxNs;
@@ -97,7 +137,7 @@ private:
     void moveLens();
 
     GeneratorOptions const& mOptions;
-    base::SeededRandom mRandom;
+    SeededRandom mRandom;
     int64_t mPosition;          ///< in steps
     int64_t mScanFrames = 0;    ///< still to come
     bool mWasScanning = false;  ///< in the last frame; a scan settles before the next begins
@@ -235,7 +275,7 @@ void FocusGenerator::moveLens() {
 }
 
 /// Images that are unusable and sensors that are not synchronised.
-void addFaults(GeneratorOptions const& options, base::SeededRandom& random, SensorFrame& frame) {
+void addFaults(GeneratorOptions const& options, SeededRandom& random, SensorFrame& frame) {
     constexpr int64_t kSynced = 0;
     constexpr int64_t kNotSynced = 1;
     frame.hasError = random.chance(options.errorRate);
@@ -301,7 +341,7 @@ Recording generate(GeneratorOptions const& options) {
     TimingGenerator timing(options, intervalNs);
     ExposureGenerator exposure(options, exposureNs, durationNs);
     FocusGenerator focus(options);
-    base::SeededRandom faults(options.seedValue, FAULTS);
+    SeededRandom faults(options.seedValue, FAULTS);
     Recording recording{"", {}, {}, 0};
     recording.frames.resize(options.frames);
     for (uint32_t i = 0; i < options.frames; ++i) {

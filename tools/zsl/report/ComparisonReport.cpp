@@ -1,4 +1,4 @@
-#include "report/ComparisonReport.h"
+#include "report/Reports.h"
 
 #include <fmt/format.h>
 

@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "report/JsonParts.h"
-#include "report/JsonReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::report {
 
@@ -19,6 +19,7 @@ Json valueJson(log::Criterion criterion, std::optional<int64_t> number, std::str
 Json wantedJson(log::Candidate const& frame) {
     Json json = valueJson(frame.criterion, frame.wantedNumber, frame.wanted);
     if (frame.wantedNumber) {
+        // A time must have been reached; any other number must be the same.
         json["op"] = frame.criterion == log::Criterion::Time ? ">=" : "==";
     }
     return json;

@@ -6,7 +6,7 @@
 
 #include "base/Text.h"
 #include "log/Explanation.h"
-#include "report/TextReport.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::report {
 
@@ -14,6 +14,7 @@ using base::counted;
 
 namespace {
 
+// The same columns in every block, so that tries can be compared at a glance.
 constexpr size_t kLabelEnd = 14;
 constexpr size_t kReasonStart = 40;
 
@@ -134,6 +135,7 @@ std::string resultText(log::TryExplanation const& attempt) {
 }
 
 std::string tryText(log::TryExplanation const& attempt, size_t number) {
+    // In the order in which a try goes: what was wanted, what was there, what came of it.
     std::string text = headText(attempt, number);
     text += labelled("selector", historyText(attempt));
     for (log::WantedFrame const& frame : attempt.wanted) {

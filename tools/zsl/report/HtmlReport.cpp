@@ -1,17 +1,14 @@
-#include "report/HtmlReport.h"
+#include "report/Reports.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <string>
+#include <ostream>
 #include <string_view>
 
 #include "Version.h"
-#include "report/ComparisonReport.h"
 #include "report/JsonParts.h"
-#include "report/JsonReport.h"
 #include "report/Page.h"
-#include "report/TextReport.h"
 
 namespace zebcam::tool::report {
 

@@ -1,8 +1,7 @@
-#include "report/JsonReport.h"
+#include "report/Reports.h"
 
 #include <algorithm>
 #include <map>
-#include <optional>
 #include <ostream>
 #include <utility>
 
@@ -156,6 +155,7 @@ Json refusalsJson(compare::RefusalCounts const& refusals) {
     Json json = {{"total", refusals.total()}};
     for (size_t i = 0; i < refusals.byCriterion.size(); ++i) {
         auto const criterion = static_cast<log::Criterion>(i);
+        // Frames without a criterion were not refused.
         if (criterion != log::Criterion::None) {
             json[wordOf(log::infoOf(criterion).name)] = refusals.byCriterion[i];
         }

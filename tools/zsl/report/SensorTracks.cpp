@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "pipeline/Schedule.h"
 #include "report/JsonParts.h"

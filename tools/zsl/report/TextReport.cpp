@@ -1,4 +1,4 @@
-#include "report/TextReport.h"
+#include "report/Reports.h"
 
 #include <fmt/format.h>
 
@@ -206,6 +206,7 @@ std::string textReport(run::ReplayResult const& result, log::Explanation const* 
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";
     }
+    // At the end, where a terminal shows it: what most people run a replay for.
     text += servedText(result.summary) + lagText(result.summary.lag) +
             ledgerText(result.ledger, result.unsettled, result.firstTimestampNs) +
             troublesText(result.errorLines, result.failures) +

@@ -103,12 +103,6 @@ void TraceEvents::write(Json const& event) {
     mIsFirst = false;
 }
 
-/// A point of an arrow and the list of marks that it belongs to.
-struct TraceFlows::Place {
-    int64_t timeNs;
-    std::vector<FlowMark>* marks;
-};
-
 TraceFlows::TraceFlows(recording::Recording const& recording,
                        std::vector<int64_t> const& frameEndsNs,
                        std::vector<pipeline::CaptureRecord> const& captures)
@@ -149,10 +143,11 @@ void TraceFlows::addFlow(std::vector<Place> places, std::string const& name) {
     ++mFlows;
     // Stable: at one instant the press comes before the frame, and the frame before the result.
     std::stable_sort(places.begin(), places.end(),
-                     [](Place const& a, Place const& b) { return a.timeNs < b.timeNs; });
+                     [](Place const& a, Place const& b) { return a.first < b.first; });
     for (size_t i = 0; i < places.size(); ++i) {
         char const phase = i == 0 ? 's' : i + 1 < places.size() ? 't' : 'f';
-        places[i].marks->push_back({phase, mFlows, name, places[i].timeNs});
+        auto const& [timeNs, marks] = places[i];
+        marks->push_back({phase, mFlows, name, timeNs});
     }
 }
 

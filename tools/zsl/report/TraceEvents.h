@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "pipeline/CaptureRecord.h"
@@ -93,7 +94,8 @@ public:
     }
 
 private:
-    struct Place;
+    /// A point of an arrow in time, and the marks that it goes to.
+    using Place = std::pair<int64_t, std::vector<FlowMark>*>;
     void addFlow(std::vector<Place> places, std::string const& name);
 
     uint64_t mFlows = 0;

@@ -1,11 +1,10 @@
-#include "report/TraceExport.h"
+#include "report/Reports.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <map>
-#include <string>
 
 #include "Version.h"
 #include "report/JsonParts.h"

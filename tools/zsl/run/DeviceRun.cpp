@@ -113,6 +113,7 @@ public:
             tellListener(i, operations);
         }
         DeviceRunResult result;
+        // Its own thread writes the file, which is whole only then.
         mRecorder->finish();
         result.replayed = device::readDeviceRecording(mFile.path());
         result.replay.captures = mCaptures.identify(result.replayed);
@@ -202,6 +203,7 @@ private:
     model::ZslFrameBuilders submit(device::DeviceOperation const& operation,
                                    device::SubmitCall const& call) {
         if (!call.callbackLives) {
+            // The device's had died by then; the processor knows it weakly only.
             mShutters = nullptr;
         }
         size_t const position = mCaptures.size();
@@ -249,8 +251,7 @@ private:
                 beginTry(capture, limitMs, std::move(offer));
             };
             params.pHistoryBufferProvider = std::make_shared<ScriptedProvider>(
-                mScript, *call.provider, submission,
-                ScriptedProvider::Observer{.begin = begin, .end = [this] { endTry(); }});
+                mScript, *call.provider, submission, begin, [this] { endTry(); });
         }
         return params;
     }

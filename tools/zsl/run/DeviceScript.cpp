@@ -82,6 +82,7 @@ std::vector<size_t> servingOperations(device::DeviceRecording const& recording) 
         }
         for (device::DeviceStep const& step : operation.steps) {
             auto const* const built = std::get_if<device::BuiltStep>(&step);
+            // The decoder lets no builder through that was not submitted before.
             if (built != nullptr && left[captureOf[built->builder]] > 0 &&
                 --left[captureOf[built->builder]] == 0) {
                 served[captureOf[built->builder]] = i;
@@ -109,6 +110,7 @@ void DeviceScript::set(record::ClockReading const& now) {
 }
 
 void DeviceScript::passOrFail(ProviderCall call) {
+    // By their count: a call that the device did not make throws nothing.
     uint64_t const count = ++mCalls.at(static_cast<size_t>(call));
     for (device::DeviceFault const& fault : operation().faults) {
         if (fault.call == call && fault.count == count) {
@@ -147,9 +149,9 @@ void DeviceScript::enterSelection(device::DeviceTry const& attempt,
 std::optional<size_t> DeviceScript::nextClone(uint64_t provider) {
     auto const& clones = operation().clones;
     while (mClones < clones.size()) {
-        device::DeviceClone const& clone = clones[mClones++];
-        if (clone.provider == provider) {
-            return clone.frame;
+        auto const& [cloner, frame] = clones[mClones++];
+        if (cloner == provider) {
+            return frame;
         }
     }
     return std::nullopt;
@@ -187,7 +189,7 @@ ScriptedProvider::getHistoryBufferSets() {
     if (mTry != nullptr) {
         offer.inFlightFrames = mTry->inFlight;
     }
-    mObserver.begin(std::move(offer));
+    mOnBegin(std::move(offer));
     if (mTry == nullptr || !mTry->frames) {
         return std::nullopt;
     }
@@ -196,7 +198,7 @@ ScriptedProvider::getHistoryBufferSets() {
 
 void ScriptedProvider::endSelect() {
     mScript.buffers.unlockAll();
-    mObserver.end();
+    mOnEnd();
     mScript.passOrFail(ProviderCall::END_SELECT);
 }
 

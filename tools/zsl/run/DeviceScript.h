@@ -94,19 +94,15 @@ private:
 class ScriptedProvider final
     : public NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider {
 public:
-    /// Hear that an attempt begins, with its age and frames, and that it ends.
-    struct Observer {
-        std::function<void(pipeline::TryRecord)> begin;
-        std::function<void()> end;
-    };
-
-    /// `number` is the provider's in the recording.
+    /// `number` is the provider's in the recording. `onBegin` hears that an attempt begins, with
+    /// its age and frames, `onEnd` that it ends.
     ScriptedProvider(DeviceScript& script, uint64_t number, DeviceSubmission const& submission,
-                     Observer observer)
+                     std::function<void(pipeline::TryRecord)> onBegin, std::function<void()> onEnd)
         : mScript(script),
           mNumber(number),
           mSubmission(submission),
-          mObserver(std::move(observer)) {}
+          mOnBegin(std::move(onBegin)),
+          mOnEnd(std::move(onEnd)) {}
 
     std::string getName() const override { return "DeviceReplay"; }
     void dump(android::Printer& printer) const override;
@@ -121,7 +117,8 @@ private:
     DeviceScript& mScript;
     uint64_t const mNumber;
     DeviceSubmission const mSubmission;
-    Observer const mObserver;
+    std::function<void(pipeline::TryRecord)> const mOnBegin;
+    std::function<void()> const mOnEnd;
     device::DeviceTry const* mTry = nullptr;  ///< the running or last one
 };
 

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "compare/Comparison.h"
+#include "log/Explanation.h"
+#include "recording/Recording.h"
+#include "recording/RecordingGenerator.h"
+#include "run/LiveRun.h"
+#include "run/ProcessorSections.h"
+#include "run/Replay.h"
+
+/// What the commands tell, in each form that they tell it in. Where an explanation may be null it
+/// is of the replay's log, and without it nothing says why frames were refused. What is written to
+/// a stream leaves its errors in the stream's state.
+namespace zebcam::tool::report {
+
+// For people: plain text of at most 100 columns, but for names that are longer themselves.
+
+/// A replay: facts, table, reasons if there are any, dumps, summary.
+std::string textReport(run::ReplayResult const& result,
+                       log::Explanation const* explanation = nullptr);
+
+/// Whether a device decided as its replay does; the last part of the above.
+std::string verdictText(run::DeviceVerdict const& verdict);
+
+/// One line on how a live run stands.
+std::string statusLine(run::LiveStatus const& status);
+
+/// What is told once a live run is over.
+std::string liveReport(run::LiveResult const& result);
+
+/// An explained log: a block for each capture with a table for each try, then what is left pending,
+/// given back and wrong, and the counts. Its words are cut where they fill a line.
+std::string explanationText(log::Explanation const& explanation);
+
+/// One capture; a part of the above.
+std::string captureText(log::CaptureExplanation const& capture);
+
+/// The rows of a comparison: a table for each recording, with the settings that differ. Plain text
+/// of at most 120 columns, but for paths that are longer themselves.
+std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows);
+
+/// What went wrong: a line for each problem and each broken limit that names recording and
+/// settings. What fails alike under every setting of a recording is told once.
+std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows);
+
+// For programs. docs/json.md lists every field; a field is always there, and null where it does not
+// apply.
+
+nlohmann::ordered_json toJson(run::ReplayResult const& result, log::Explanation const* explanation);
+
+/// `recording` is what the run played; without a path it was generated.
+nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording);
+
+nlohmann::ordered_json toJson(compare::ComparisonPlan const& plan,
+                              std::vector<compare::ComparisonRow> const& rows);
+
+/// `path` is that of the log, empty for standard input.
+nlohmann::ordered_json toJson(log::Explanation const& explanation, std::string const& path = "");
+
+nlohmann::ordered_json toJson(recording::GeneratorOptions const& options,
+                              recording::Recording const& made);
+
+/// Writes a document for people to read as well.
+void writeJson(nlohmann::ordered_json const& document, std::ostream& out);
+
+/// A header and a line for each row, with LF line ends; docs/compare.md describes the columns.
+void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
+
+// To be looked at.
+
+/// Writes a replay as one HTML page that needs nothing else to open. docs/report.md says what it
+/// shows.
+void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
+                     log::Explanation const* explanation, std::ostream& out);
+
+/// The same of a comparison.
+void writeHtmlReport(compare::ComparisonPlan const& plan,
+                     std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
+
+/// What a trace shows. Everything is on loan.
+struct TraceInput {
+    recording::Recording const& recording;
+    run::ReplayResult const& result;
+    log::Explanation const* explanation;
+    std::vector<run::OccupancySample> const& occupancy;
+    std::vector<run::ProcessorSection> const& sections;
+};
+
+/// Writes a replay as a trace for ui.perfetto.dev, in the Trace Event Format. docs/trace.md says
+/// what the tracks show.
+void writeTrace(TraceInput const& input, std::ostream& out);
+
+}  // namespace zebcam::tool::report
