@@ -21,6 +21,7 @@ auto findSlot(Slots& slots, StreamId_T streamId) {
 template <typename Slots>
 void setSlot(Slots& slots, StreamId_T streamId, android::sp<IMetaStreamBuffer> const& buffer) {
     auto const it = findSlot(slots, streamId);
+    // As with images, nothing in the place of a buffer takes it out.
     if (buffer == nullptr) {
         if (it != slots.end()) {
             slots.erase(it);

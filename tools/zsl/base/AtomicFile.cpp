@@ -83,6 +83,7 @@ void AtomicFile::commit() {
     }
     std::error_code error;
     if (fs::file_status const old = fs::status(mTarget, error); fs::exists(old)) {
+        // A file that is replaced stays open to whom it was open.
         fs::permissions(mTemporary, old.permissions(), error);
     }
     if (std::rename(mTemporary.c_str(), mTarget.c_str()) != 0) {

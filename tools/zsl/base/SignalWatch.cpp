@@ -27,6 +27,7 @@ SignalWatch::SignalWatch() {
     sigprocmask(SIG_BLOCK, &watched, &mBefore);
     mFd = signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK);
     if (mFd < 0) {
+        // Kept: the call that clears up may change it.
         int const reason = errno;
         restoreMask();
         throw std::system_error(reason, std::generic_category(), "signalfd");

@@ -29,6 +29,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Only the last line is shown, and a run may print without end.
 constexpr size_t kKeptOutput = 4096;
 
 /// Status of a child whose task threw; its result is the exception's text.
@@ -135,6 +136,7 @@ Child::Child(size_t task, ChildPoolOptions const& options, base::SignalWatch con
         failWith("fork");
     }
     if (mPid == 0) {
+        // With this process it ends too, even where nobody is left to clear it away.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         // The parent may have ended before the call above, which then waits in vain.
         if (getppid() != parent) {
@@ -181,6 +183,7 @@ bool Child::read() {
     if (mOutput.size() > kKeptOutput) {
         mOutput.erase(0, mOutput.size() - kKeptOutput);
     }
+    // The system closes its end of the pipe when it ends, however it does.
     return mResultPipe.drain(mResult) && Clock::now() < mDeadline;
 }
 
@@ -251,6 +254,7 @@ void waitForAny(std::list<Child> const& children, base::SignalWatch const& signa
 
 void runInChildren(size_t tasks, ChildPoolOptions const& options, base::SignalWatch const& signals,
                    ChildTask const& task, ChildListener const& onEnd) {
+    // A list, because a child owns a process and is not moved.
     std::list<Child> children;
     for (size_t next = 0; next < tasks || !children.empty();) {
         // In order, so that with one job the tasks end in order too.

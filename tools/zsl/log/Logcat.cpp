@@ -217,6 +217,7 @@ std::string toThreadtime(LogRecord const& record, int64_t timeNs) {
                     record.priority != 0 ? record.priority : 'D', record.tag);
     std::string text;
     std::string_view rest = record.message;
+    // Once at least: an empty message is a line too.
     do {
         size_t const end = std::min(rest.find('\n'), rest.size());
         text += header;

@@ -81,6 +81,7 @@ FaultRule parseFault(std::string const& text) {
         return rule;
     }
     std::string_view const value = whole.substr(end + 1);
+    // The number's own complaint would not say that there is one thing too many.
     if (value.find_first_of(":@") != std::string_view::npos) {
         refuse("a rate or a time, not both", text);
     }

@@ -182,6 +182,7 @@ SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions c
         recording::SensorFrame frame = frames[i];
         frame.timestampNs += shiftNs;
         frame.frameNo += pass * numbers;
+        // Counted on from pass to pass, so that each meets faults of its own.
         FrameFaults const faults =
             injector != nullptr
                 ? injector->ofFrame(uint64_t{pass} * times.size() + i, frame.timestampNs)
@@ -197,6 +198,7 @@ SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions c
             made.events.push_back({arrivalNs + intervalNs, SensorEventKind::Arrival, i});
         }
     }
+    // Frames overlap: some arrive after the next ones were announced.
     std::sort(made.events.begin(), made.events.end());
     return made;
 }

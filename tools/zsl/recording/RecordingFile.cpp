@@ -281,6 +281,7 @@ private:
         SensorFrame frame;
         frame.durationNs = kUnknownTime;
         frame.readoutNs = kUnknownTime;
+        // Counted where no column has the number.
         frame.frameNo = mRecording.frames.empty() ? 1 : mRecording.frames.back().frameNo + 1;
         for (ColumnTraits const& traits : kTraits) {
             if (traits.store != nullptr) {
@@ -394,6 +395,7 @@ void writeRecording(Recording const& recording, std::ostream& out) {
             if (kTraits[i].load != nullptr) {
                 append(line, kTraits[i].load(frame));
             } else {
+                // The only column that is no whole number.
                 append(line, frame.focusDistance);
             }
             line.append(1, i + 1 < kWrittenColumns ? ',' : '\n');

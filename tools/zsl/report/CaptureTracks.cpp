@@ -28,6 +28,7 @@ std::vector<Answer> answersOf(pipeline::CaptureRecord const& record, size_t capt
         answer.capture = capture;
         answer.timeNs = *frame.answeredNs;
         answer.resultNs = frame.resultNs;
+        // What has no result is drawn to the end, so that it is seen to lack it.
         answer.endNs =
             frame.resultNs ? *frame.resultNs + markNs : std::max(replayEndNs, *frame.answeredNs);
         answer.isFlush = isFlush;

@@ -27,6 +27,7 @@ SectionRecorder::~SectionRecorder() {
 
 void SectionRecorder::beginSection(char const* name) {
     LockGuard const lock(mLock);
+    // A number is taken from how many there are before the new one is in.
     Thread& thread =
         mThreads.try_emplace(std::this_thread::get_id(), Thread{mThreads.size(), {}}).first->second;
     ProcessorSection const section{

@@ -163,6 +163,7 @@ private:
 
     void reprocess(std::vector<pipeline::BuiltFrame> const& frames) {
         for (pipeline::BuiltFrame const& frame : frames) {
+            // From now, not from when the event was due: what served it may have come late.
             mQueue.push({mClock.bootTimeNs() + mReprocessNs, EventKind::Result, mBuilt.size()});
             mBuilt.push_back(frame);
         }
