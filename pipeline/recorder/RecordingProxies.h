@@ -98,8 +98,9 @@ private:
 
 class RecordingCallback final : public IPipelineBufferSetFrameControl::IAppCallback {
 public:
-    RecordingCallback(android::wp<IAppCallback> callback, std::shared_ptr<RecordingSession> session)
-        : mCallback(std::move(callback)), mSession(std::move(session)) {}
+    RecordingCallback(android::wp<IAppCallback> const& callback,
+                      std::shared_ptr<RecordingSession> session)
+        : mCallback(callback), mSession(std::move(session)) {}
 
     bool lives() const { return mCallback.promote() != nullptr; }
     void updateFrame(Result const& result) override;

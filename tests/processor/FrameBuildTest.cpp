@@ -146,7 +146,8 @@ TEST_F(FrameBuildTest, ImagesAreRearmed) {
     auto const set = ExposedFrame(11).set();
     android::sp<ImageStreamBuffer> const image =
         static_cast<ImageStreamBuffer*>(set.halImage[0].get());
-    android::sp<Utils::UsersManager> const old = new Utils::UsersManager(RAW, "old");
+    android::sp<NSCam::v3::Utils::UsersManager> const old =
+        new NSCam::v3::Utils::UsersManager(RAW, "old");
     image->setUsersManager(old);
     history->arrive(set);
     auto wanted = capture(5);

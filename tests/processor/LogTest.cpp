@@ -88,7 +88,7 @@ public:
     IImageStreamInfo* getStreamInfo() const override { return ++asked, imageStream(YUV).get(); }
     bool hasError() const override { return false; }
     void reset() override {}
-    void setUsersManager(android::sp<Utils::UsersManager> const&) override {}
+    void setUsersManager(android::sp<NSCam::v3::Utils::UsersManager> const&) override {}
     void releaseBuffer() override {}
 
     mutable int asked = 0;
