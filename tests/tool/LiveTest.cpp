@@ -178,6 +178,8 @@ TEST_F(Live, ReplaysAsItWasRecorded) {
 
 TEST_F(Live, EndsCleanlyWhenInterrupted) {
     std::string const file = path("result.json");
+    // A shell that starts the tests in the background has them ignore the signal.
+    auto const ignored = std::signal(SIGINT, SIG_DFL);
     // Blocked here, the signal waits for whoever watches for it.
     sigset_t interrupt;
     sigemptyset(&interrupt);
@@ -192,6 +194,7 @@ TEST_F(Live, EndsCleanlyWhenInterrupted) {
         zsl({"live", "--duration", "3600s", "--press-every", "1ms", "--json", file});
     user.join();
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    std::signal(SIGINT, ignored);
 
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_THAT(outcome.out, AllOf(HasSubstr("(ended by Interrupt)"), Not(HasSubstr("Recorded"))));
