@@ -89,6 +89,25 @@ bool multiframeAccepts(ISelector::SelectInputParams const& in, ISelector::Histor
     return true;
 }
 
+/// For each frame asked for, in order, the oldest frame after the one before it that `isAccepted`.
+template <typename Judge>
+std::map<uint64_t, ISelector::ZslFrameResult> firstThatPass(ISelector::SelectInputParams const& in,
+                                                            Judge isAccepted) {
+    std::map<uint64_t, ISelector::ZslFrameResult> selected;
+    auto requested = in.frameInfos.begin();
+    for (auto const& [frameNo, hf] : in.historyFrames) {
+        if (requested == in.frameInfos.end()) {
+            break;
+        }
+        if (isAccepted(hf, requested->second)) {
+            // The next one is asked of the rest of the history: no set serves two.
+            selected.emplace(requested->first, ISelector::ZslFrameResult{hf.frameNo, false, {}});
+            ++requested;
+        }
+    }
+    return selected;
+}
+
 /// Position of the first frame from the capture's instant on; the newest when all are older. The
 /// history's timestamps ascend with its frame numbers.
 size_t findZsdFrame(Frames const& frames, int64_t zsdTs) {
@@ -149,20 +168,17 @@ std::map<uint64_t, ISelector::ZslFrameResult> findRun(ISelector::SelectInputPara
 ISelector::SelectOutputParams ZslProcessor::DefaultSelector::select(
     SelectInputParams const& in) const {
     SelectOutputParams out;
-    auto requested = in.frameInfos.begin();
-    for (auto const& [frameNo, hf] : in.historyFrames) {
-        if (requested == in.frameInfos.end()) {
-            break;
+    out.selected = firstThatPass(in, [&](HistoryFrame const& hf, ZslFrameInfo const& info) {
+        bool const isAccepted = defaultAccepts(in, hf, info);
+        if (isAccepted) {
+            ZSL_LOGI_AS("select", "[DefaultSelector] zslReqNo(%u) hbs[F%u] O => select",
+                        in.requestNo, hf.frameNo);
+        } else {
+            ZSL_LOGW_AS("select", "[DefaultSelector] zslReqNo(%u) hbs[F%u] X", in.requestNo,
+                        hf.frameNo);
         }
-        if (!defaultAccepts(in, hf, requested->second)) {
-            ZSL_LOGW("[DefaultSelector] zslReqNo(%u) hbs[F%u] X", in.requestNo, hf.frameNo);
-            continue;
-        }
-        // The next frame is asked of the rest of the history: order is kept, and no set serves two.
-        ZSL_LOGI("[DefaultSelector] zslReqNo(%u) hbs[F%u] O => select", in.requestNo, hf.frameNo);
-        out.selected.emplace(requested->first, ZslFrameResult{hf.frameNo, false, {}});
-        ++requested;
-    }
+        return isAccepted;
+    });
     ZSL_LOGD("[DefaultSelector] zslReqNo(%u) durationMs(%ld) #select(%zu/%zu)", in.requestNo,
              in.durationMs, out.selected.size(), in.frameInfos.size());
     return out;
@@ -171,20 +187,18 @@ ISelector::SelectOutputParams ZslProcessor::DefaultSelector::select(
 ISelector::SelectOutputParams ZslProcessor::CShotSelector::select(
     SelectInputParams const& in) const {
     SelectOutputParams out;
-    auto requested = in.frameInfos.begin();
-    for (auto const& [frameNo, hf] : in.historyFrames) {
-        if (requested == in.frameInfos.end()) {
-            break;
+    out.selected = firstThatPass(in, [&](HistoryFrame const& hf, ZslFrameInfo const& info) {
+        bool const isAccepted = cshotAccepts(hf, info);
+        if (isAccepted) {
+            // At warning level, unlike the others' choices: log readers know it there.
+            ZSL_LOGW_AS("select", "[CShotSelector] zslReqNo(%u) hbs[F%u] O => select", in.requestNo,
+                        hf.frameNo);
+        } else {
+            ZSL_LOGW_AS("select", "[CShotSelector] zslReqNo(%u) hbs[F%u] X", in.requestNo,
+                        hf.frameNo);
         }
-        if (!cshotAccepts(hf, requested->second)) {
-            ZSL_LOGW("[CShotSelector] zslReqNo(%u) hbs[F%u] X", in.requestNo, hf.frameNo);
-            continue;
-        }
-        // At warning level, unlike the others' choices: log readers know it there.
-        ZSL_LOGW("[CShotSelector] zslReqNo(%u) hbs[F%u] O => select", in.requestNo, hf.frameNo);
-        out.selected.emplace(requested->first, ZslFrameResult{hf.frameNo, false, {}});
-        ++requested;
-    }
+        return isAccepted;
+    });
     ZSL_LOGD("[CShotSelector] zslReqNo(%u) durationMs(%ld) #select(%zu/%zu)", in.requestNo,
              in.durationMs, out.selected.size(), in.frameInfos.size());
     return out;
