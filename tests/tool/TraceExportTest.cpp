@@ -49,6 +49,7 @@ struct ReadTrace {
         for (auto const& [track, stack] : open) {
             EXPECT_TRUE(stack.empty()) << "open at the end";
             EXPECT_EQ(names.count(track), 1U) << "track " << track.second << " has no name";
+            EXPECT_EQ(processes.count(track.first), 1U) << track.first << " has no name";
         }
         for (auto& [id, marks] : flows) {
             std::stable_sort(marks.begin(), marks.end(), [](Json const& a, Json const& b) {
@@ -68,6 +69,8 @@ struct ReadTrace {
         if (phase == "M") {
             if (event.at("name") == "thread_name") {
                 EXPECT_TRUE(names.emplace(track, event.at("args").at("name")).second);
+            } else if (event.at("name") == "process_name") {
+                EXPECT_TRUE(processes.insert(track.first).second);
             }
             return;
         }
@@ -135,6 +138,7 @@ struct ReadTrace {
 
     Json root;
     std::map<TrackId, std::string> names;
+    std::set<int> processes;
     std::map<TrackId, std::vector<size_t>> open;
     std::map<TrackId, int64_t> lastNs;
     std::map<TrackId, std::vector<Slice>> slices;
