@@ -2,9 +2,14 @@
 
 #include <iostream>
 
+#include "base/TextStyle.h"
 #include "commands/Commands.h"
+
+using zebcam::tool::base::styleFor;
 
 int main(int argc, char** argv) {
     bool const isTerminal = isatty(STDOUT_FILENO) != 0 && isatty(STDERR_FILENO) != 0;
-    return zebcam::tool::commands::runCli(argc, argv, {std::cout, std::cerr, isTerminal});
+    return zebcam::tool::commands::runCli(
+        argc, argv,
+        {std::cout, std::cerr, isTerminal, styleFor(STDOUT_FILENO), styleFor(STDERR_FILENO)});
 }

@@ -220,19 +220,54 @@ std::string counted(size_t count, std::string_view one, std::string_view many) {
     return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
+namespace {
+
+/// How many bytes at the front of `text` show at most `columns` columns, and how many they show.
+std::pair<size_t, size_t> measure(std::string_view text, size_t columns) {
+    size_t shown = 0;
+    size_t at = 0;
+    while (at < text.size()) {
+        size_t next = at + 1;
+        bool isShown = true;
+        if (text[at] == '\033') {
+            next = std::min(text.find('m', at), text.size() - 1) + 1;
+            isShown = false;
+        }
+        // A character goes with the bytes that continue it.
+        while (isShown && next < text.size() && (text[next] & 0xc0) == 0x80) {
+            ++next;
+        }
+        if (isShown && shown == columns) {
+            break;
+        }
+        shown += isShown ? 1 : 0;
+        at = next;
+    }
+    return {at, shown};
+}
+
+}  // namespace
+
+size_t shownWidth(std::string_view text) {
+    return measure(text, std::string_view::npos).second;
+}
+
 std::string wrap(std::string head, std::string_view text, Wrapping const& wrapping) {
     auto const& [indent, columns, breakAfter, cutsWords] = wrapping;
     // A head that reaches into the text pushes it along, a blank between them.
-    head.resize(std::max(head.size() + (head.empty() ? 0 : 1), indent), ' ');
+    size_t const shown = shownWidth(head);
+    size_t start = std::max(shown + (head.empty() ? 0 : 1), indent);
+    head.append(start - shown, ' ');
     std::string out;
     while (true) {
         // However long the head is, half a line is left for the text.
-        size_t const room = columns - std::min(head.size(), columns / 2);
-        if (text.size() <= room) {
+        size_t const room = columns - std::min(start, columns / 2);
+        size_t const fitting = measure(text, room).first;
+        if (text.size() <= fitting) {
             break;
         }
         size_t const visible = breakAfter.size() - 1;
-        size_t at = text.rfind(breakAfter, room - visible);
+        size_t at = text.rfind(breakAfter, fitting - std::min(visible, fitting));
         if (at == 0 || at == std::string_view::npos) {
             // Nothing fits: the next break is too far right, but better than none.
             at = cutsWords ? std::string_view::npos : text.find(breakAfter, 1);
@@ -242,10 +277,11 @@ std::string wrap(std::string head, std::string_view text, Wrapping const& wrappi
         }
         bool const isCut = at == std::string_view::npos;
         out += head;
-        out += text.substr(0, isCut ? room : at + visible);
+        out += text.substr(0, isCut ? fitting : at + visible);
         out += '\n';
-        text.remove_prefix(isCut ? room : at + breakAfter.size());
+        text.remove_prefix(isCut ? fitting : at + breakAfter.size());
         head.assign(indent, ' ');
+        start = indent;
     }
     out += head;
     out += text;

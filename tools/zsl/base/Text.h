@@ -46,6 +46,9 @@ bool match(std::string_view text, std::string_view form, FormFields fields);
 /// `1 frame`, `2 frames`.
 std::string counted(size_t count, std::string_view one, std::string_view many);
 
+/// The columns that `text` takes on a terminal: a colour takes none, a character in UTF-8 one.
+size_t shownWidth(std::string_view text);
+
 /// How wrap() breaks a text into lines.
 struct Wrapping {
     size_t indent = 0;  ///< column at which the text begins, in every line

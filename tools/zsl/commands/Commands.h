@@ -6,17 +6,21 @@
 #include <optional>
 #include <ostream>
 
+#include "base/TextStyle.h"
+
 namespace CLI {
 class App;
 }
 
 namespace zebcam::tool::commands {
 
-/// Where a command's text goes.
+/// Where a command's text goes, and how it is set there.
 struct CliStreams {
     std::ostream& out;
     std::ostream& err;
     bool showProgress = false;  ///< `err` is a terminal that somebody looks at
+    base::TextStyle outStyle{};
+    base::TextStyle errStyle{};
 };
 
 /// How far a long work is, on one line of a terminal that is wiped at the end. Silent while nobody

@@ -115,7 +115,7 @@ int run(Arguments arguments, CliStreams const& streams) {
     csv.put([&](std::ostream& out) { report::writeCsv(rows, out); });
     report.put([&](std::ostream& out) { report::writeHtmlReport(arguments.plan, rows, out); });
     if (!json.isStandard() && !csv.isStandard()) {
-        streams.out << report::comparisonTable(rows);
+        streams.out << report::comparisonTable(rows, streams.outStyle);
     }
     streams.out.flush();  // complaints come below the table where both go to one place
     complain(rows, streams.err);

@@ -108,7 +108,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     std::string const path = arguments.log == kStandardStream ? "" : arguments.log;
     json.put([&](std::ostream& out) { report::writeJson(report::toJson(explanation, path), out); });
     if (!json.isStandard()) {
-        streams.out << report::explanationText(explanation);
+        streams.out << report::explanationText(explanation, streams.outStyle);
     } else {
         streams.out << report::toJson(explanation).dump(2) << '\n';
     }

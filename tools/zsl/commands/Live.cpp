@@ -68,7 +68,7 @@ recording::Recording sourceOf(Arguments& arguments) {
 
 /// Tells once a second how the run stands, until it is over or a signal comes, which it gives.
 std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signals,
-                         std::ostream& out) {
+                         std::ostream& out, base::TextStyle const& style) {
     pollfd signalled{signals.fd(), POLLIN, 0};
     int64_t nextNs = kNsPerSecond;
     // Polled, for a run ends by itself as well as by a signal.
@@ -82,7 +82,7 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
         }
         run::LiveStatus const status = run.status();
         if (status.elapsedNs >= nextNs) {
-            out << report::statusLine(status) << std::flush;
+            out << report::statusLine(status, style) << std::flush;
             // Lines that this thread was too late for are not made up for.
             nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
         }
@@ -99,13 +99,14 @@ int run(Arguments& arguments, CliStreams const& streams) {
     run::LiveRun live(recording, arguments.options,
                       [&streams](std::string const& lines) { streams.err << lines; });
     live.start();
-    std::optional<int> const signal =
-        watch(live, signals, json.isStandard() ? streams.err : streams.out);
+    std::optional<int> const signal = json.isStandard()
+                                          ? watch(live, signals, streams.err, streams.errStyle)
+                                          : watch(live, signals, streams.out, streams.outStyle);
     run::LiveResult result = live.finish();
     result.signal = signal;
     // The text first: a run may have lasted for days, and the file may be refused.
     if (!json.isStandard()) {
-        streams.out << '\n' << report::liveReport(result) << std::flush;
+        streams.out << '\n' << report::liveReport(result, streams.outStyle) << std::flush;
     }
     json.put([&](std::ostream& out) { report::writeJson(report::toJson(result, recording), out); });
     return result.isClean() ? 0 : 1;

@@ -170,7 +170,8 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     report.put(
         [&](std::ostream& out) { report::writeHtmlReport(recording, result, reasons, out); });
     if (!json.isStandard()) {
-        streams.out << report::textReport(result, arguments.explain ? reasons : nullptr);
+        streams.out << report::textReport(result, arguments.explain ? reasons : nullptr,
+                                          streams.outStyle);
     }
     return result.isClean() ? 0 : 1;
 }

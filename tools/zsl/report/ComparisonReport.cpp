@@ -199,7 +199,8 @@ bool failAlike(std::span<compare::ComparisonRow const> rows) {
 
 }  // namespace
 
-std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows) {
+std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows,
+                            base::TextStyle const& /*style*/) {
     return Table(rows).text();
 }
 

@@ -212,7 +212,7 @@ std::string summaryText(log::Explanation const& explanation) {
 
 }  // namespace
 
-std::string captureText(log::CaptureExplanation const& capture) {
+std::string captureText(log::CaptureExplanation const& capture, base::TextStyle const& /*style*/) {
     std::string head = toString(capture.outcome);
     // Warnings alone tell of waiting and not of success.
     if (capture.outcome == log::CaptureOutcome::Pending && !capture.isCertain()) {
@@ -236,10 +236,10 @@ std::string captureText(log::CaptureExplanation const& capture) {
     return text;
 }
 
-std::string explanationText(log::Explanation const& explanation) {
+std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style) {
     std::string text;
     for (log::CaptureExplanation const& capture : explanation.captures) {
-        text += captureText(capture) + "\n";
+        text += captureText(capture, style) + "\n";
     }
     return text + summaryText(explanation);
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/TextStyle.h"
 #include "compare/Comparison.h"
 #include "log/Explanation.h"
 #include "recording/Recording.h"
@@ -19,31 +20,33 @@
 /// a stream leaves its errors in the stream's state.
 namespace zebcam::tool::report {
 
-// For people: plain text of at most 100 columns, but for names that are longer themselves.
+// For people: text as wide as the style has it, but for names that are longer themselves.
 
 /// A replay: facts, table, reasons if there are any, dumps, summary.
 std::string textReport(run::ReplayResult const& result,
-                       log::Explanation const* explanation = nullptr);
+                       log::Explanation const* explanation = nullptr,
+                       base::TextStyle const& style = {});
 
 /// Whether a device decided as its replay does; the last part of the above.
-std::string verdictText(run::DeviceVerdict const& verdict);
+std::string verdictText(run::DeviceVerdict const& verdict, base::TextStyle const& style = {});
 
 /// One line on how a live run stands.
-std::string statusLine(run::LiveStatus const& status);
+std::string statusLine(run::LiveStatus const& status, base::TextStyle const& style = {});
 
 /// What is told once a live run is over.
-std::string liveReport(run::LiveResult const& result);
+std::string liveReport(run::LiveResult const& result, base::TextStyle const& style = {});
 
 /// An explained log: a block for each capture with a table for each try, then what is left pending,
 /// given back and wrong, and the counts. Its words are cut where they fill a line.
-std::string explanationText(log::Explanation const& explanation);
+std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style = {});
 
 /// One capture; a part of the above.
-std::string captureText(log::CaptureExplanation const& capture);
+std::string captureText(log::CaptureExplanation const& capture, base::TextStyle const& style = {});
 
 /// The rows of a comparison: a table for each recording, with the settings that differ. Plain text
 /// of at most 120 columns, but for paths that are longer themselves.
-std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows);
+std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows,
+                            base::TextStyle const& style = {});
 
 /// What went wrong: a line for each problem and each broken limit that names recording and
 /// settings. What fails alike under every setting of a recording is told once.

@@ -3,75 +3,94 @@
 #include <fmt/format.h>
 
 #include <cstring>
-#include <iterator>
+#include <utility>
 
+#include "base/Table.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::report {
 
 using base::counted;
+using base::TextStyle;
+using base::Tone;
 
 namespace {
 
-std::string labelled(std::string_view label, std::string_view text) {
-    return base::wrap(std::string(label), text, {.indent = 11});
+std::string labelled(TextStyle const& style, std::string_view label, std::string_view text,
+                     Tone tone = Tone::Heading) {
+    return base::wrap(style.paint(label, tone), text, {.indent = 11, .columns = style.columns});
+}
+
+/// How many frames it happened to, in its colour if it did at all.
+std::string tally(TextStyle const& style, size_t count, std::string_view what, Tone tone) {
+    return style.paint(fmt::format("{} {}", count, what), count > 0 ? tone : Tone::Plain);
 }
 
 /// The last lines of a run: what became of its frames and buffer sets, and what went wrong.
 
-std::string servedText(run::ReplaySummary const& summary) {
+std::string servedText(TextStyle const& style, run::ReplaySummary const& summary) {
     // In capitals, for it must not happen; what is usual is told also when it is 0.
     std::string const unanswered =
-        summary.unanswered > 0 ? fmt::format(", {} UNANSWERED", summary.unanswered) : "";
+        summary.unanswered > 0 ? ", " + tally(style, summary.unanswered, "UNANSWERED", Tone::Bad)
+                               : "";
     std::string const ordinary =
         summary.withoutHistory > 0
             ? fmt::format("; {} without a history frame", summary.withoutHistory)
             : "";
-    return labelled("Served",
-                    fmt::format("{} at once, {} waited, {} timed out, {} flushed{}, of {}{}",
-                                summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
+    return labelled(style, "Served",
+                    fmt::format("{}, {}, {}, {}{}, of {}{}",
+                                tally(style, summary.atOnce, "at once", Tone::Good),
+                                tally(style, summary.waited, "waited", Tone::Plain),
+                                tally(style, summary.timedOut, "timed out", Tone::Doubtful),
+                                tally(style, summary.flushed, "flushed", Tone::Doubtful),
                                 unanswered, counted(summary.frames, "frame", "frames"), ordinary));
 }
 
 /// Each buffer set that did not come back has its time from boot time `startNs` on.
-std::string ledgerText(host::BufferLedger::Totals const& totals,
+std::string ledgerText(TextStyle const& style, host::BufferLedger::Totals const& totals,
                        std::vector<host::LedgerLine> const& unsettled, int64_t startNs) {
-    std::string text = labelled(
-        "Ledger", fmt::format("{} handed out, {} returned, {} consumed, {} released; "
-                              "{} still out, {} lost",
-                              totals.handedOut, totals.returned, totals.consumed, totals.released,
-                              totals.withProcessor + totals.withFrameBuilder, totals.lost));
+    std::string text =
+        labelled(style, "Ledger",
+                 fmt::format("{} handed out, {} returned, {} consumed, {} released; "
+                             "{} still out, {} lost",
+                             totals.handedOut, totals.returned, totals.consumed, totals.released,
+                             totals.withProcessor + totals.withFrameBuilder, totals.lost));
     for (host::LedgerLine const& line : unsettled) {
-        text += labelled(
-            "", fmt::format("frame {}, handed out for capture {} at {} s: {}", line.frameNo,
-                            line.forRequestNo, base::formatSeconds(line.sinceNs - startNs),
-                            host::toString(line.holder)));
+        text +=
+            labelled(style, "",
+                     fmt::format("frame {}, handed out for capture {} at {} s: {}", line.frameNo,
+                                 line.forRequestNo, base::formatSeconds(line.sinceNs - startNs),
+                                 host::toString(line.holder)));
     }
     return text;
 }
 
-std::string troublesText(uint64_t errorLines, std::vector<std::string> const& failures) {
+std::string troublesText(TextStyle const& style, uint64_t errorLines,
+                         std::vector<std::string> const& failures) {
     std::string text;
     // They need not be anybody's fault, so that they change no status.
     if (errorLines > 0) {
         text += labelled(
-            "Log", counted(errorLines, "error line", "error lines") + " (--log error shows them)");
+            style, "Log",
+            counted(errorLines, "error line", "error lines") + " (--log error shows them)");
     }
     for (std::string const& failure : failures) {
-        text += labelled("Failure", failure);
+        text += labelled(style, "Failure", failure, Tone::Bad);
     }
     return text;
 }
 
-std::string resultText(run::ReplaySummary const& summary,
+std::string resultText(TextStyle const& style, run::ReplaySummary const& summary,
                        host::BufferLedger::Totals const& ledger) {
-    return labelled("Result",
-                    fmt::format("{} of {} answered, the ledger {}", summary.answeredCaptures,
-                                counted(summary.captures, "capture", "captures"),
-                                ledger.balances() ? "balances" : "DOES NOT BALANCE"));
+    bool const areAnswered = summary.answeredCaptures == summary.captures;
+    std::string const answers = fmt::format("{} of {} answered", summary.answeredCaptures,
+                                            counted(summary.captures, "capture", "captures"));
+    return labelled(
+        style, "Result",
+        fmt::format("{}, the ledger {}", style.paint(answers, areAnswered ? Tone::Good : Tone::Bad),
+                    ledger.balances() ? style.paint("balances", Tone::Good)
+                                      : style.paint("DOES NOT BALANCE", Tone::Bad)));
 }
-
-constexpr char kRow[] = "{:>7}  {:>11}  {:>5}  {:>13}  {:>10}  {:<10}  {:>11}  {:>18}\n";
 
 std::string gapsOf(recording::RecordingFacts const& facts) {
     if (facts.gaps == 0) {
@@ -104,40 +123,62 @@ std::string optionalMs(std::optional<int64_t> ns) {
     return ns ? base::formatMs(*ns) : "-";
 }
 
-std::string factsText(run::ReplayResult const& result) {
+std::string factsText(TextStyle const& style, run::ReplayResult const& result) {
     recording::RecordingFacts const& facts = result.facts;
-    std::string text = labelled("Recording", result.path);
-    text += labelled(
-        "", fmt::format("{} frames in {} s, {:.2f} frames/s, median interval {} ms, {}",
-                        facts.frames, base::formatSeconds(facts.lengthNs), facts.meanRateFps,
-                        base::formatMs(facts.medianIntervalNs), gapsOf(facts)));
+    std::string text = labelled(style, "Recording", result.path);
+    text +=
+        labelled(style, "",
+                 fmt::format("{} frames in {} s, {:.2f} frames/s, median interval {} ms, {}",
+                             facts.frames, base::formatSeconds(facts.lengthNs), facts.meanRateFps,
+                             base::formatMs(facts.medianIntervalNs), gapsOf(facts)));
     if (std::string const missing = missingOf(facts); !missing.empty()) {
-        text += labelled("", "missing: " + missing);
+        text += labelled(style, "", "missing: " + missing);
     }
     if (facts.framesWithError > 0) {
-        text += labelled(
-            "", counted(facts.framesWithError, "frame", "frames") + " with an unusable image");
+        text +=
+            labelled(style, "",
+                     counted(facts.framesWithError, "frame", "frames") + " with an unusable image");
     }
     for (std::string const& note : result.notes) {
-        text += labelled("", "note: " + note);
+        text += labelled(style, "", "note: " + note);
     }
     pipeline::ReplayOptions const& options = result.options;
-    text +=
-        labelled("Replay", fmt::format("policy {}, {} of {}, history of {}, "
-                                       "ZSL offset {} ms{}",
-                                       options.policy.name(),
-                                       counted(result.summary.captures, "capture", "captures"),
-                                       counted(options.framesPerCapture, "frame", "frames"),
-                                       counted(options.history, "frame", "frames"), result.offsetMs,
-                                       options.frameSync ? ", frame sync" : ""));
-    return text + (result.faults ? labelled("Faults", result.faults->text()) : "");
+    text += labelled(
+        style, "Replay",
+        fmt::format("policy {}, {} of {}, history of {}, "
+                    "ZSL offset {} ms{}",
+                    options.policy.name(), counted(result.summary.captures, "capture", "captures"),
+                    counted(options.framesPerCapture, "frame", "frames"),
+                    counted(options.history, "frame", "frames"), result.offsetMs,
+                    options.frameSync ? ", frame sync" : ""));
+    return text + (result.faults ? labelled(style, "Faults", result.faults->text()) : "");
 }
 
-std::string tableText(run::ReplayResult const& result) {
-    fmt::memory_buffer text;
-    auto const out = std::back_inserter(text);
-    fmt::format_to(out, kRow, "capture", "pressed (s)", "frame", "history frame", "lag (ms)",
-                   "served", "waited (ms)", "early shutter (ms)");
+Tone toneOf(pipeline::Served served) {
+    switch (served) {
+        case pipeline::Served::AtOnce:
+            return Tone::Good;
+        case pipeline::Served::Waited:
+            return Tone::Plain;
+        case pipeline::Served::TimedOut:
+        case pipeline::Served::Flushed:
+            return Tone::Doubtful;
+        case pipeline::Served::Unanswered:
+            return Tone::Bad;
+    }
+    return Tone::Plain;
+}
+
+std::string tableText(TextStyle const& style, run::ReplayResult const& result) {
+    using enum base::Table::Kind;
+    base::Table table({{.title = "capture", .isKey = true},
+                       {.title = "pressed (s)"},
+                       {.title = "frame"},
+                       {.title = "history frame"},
+                       {.title = "lag (ms)", .width = 10},
+                       {.title = "served", .kind = Text, .width = 10},
+                       {.title = "waited (ms)"},
+                       {.title = "early shutter (ms)"}});
     for (pipeline::CaptureRecord const& capture : result.captures) {
         // Relative to the press, like the lag that it foretells.
         std::optional<int64_t> shutter = capture.earlyShutterNs;
@@ -146,14 +187,16 @@ std::string tableText(run::ReplayResult const& result) {
         }
         for (size_t index = 0; index < capture.frames.size(); ++index) {
             pipeline::FrameOutcome const& frame = capture.frames[index];
-            fmt::format_to(out, kRow, capture.requestNo,
-                           base::formatSeconds(capture.pressNs - result.firstTimestampNs), index,
-                           frame.historyFrame ? std::to_string(*frame.historyFrame) : "-",
-                           optionalMs(capture.lagNs(frame)), toString(frame.served),
-                           optionalMs(capture.waitNs(frame)), optionalMs(shutter));
+            table.addRow({std::to_string(capture.requestNo),
+                          base::formatSeconds(capture.pressNs - result.firstTimestampNs),
+                          std::to_string(index),
+                          frame.historyFrame ? std::to_string(*frame.historyFrame) : "-",
+                          optionalMs(capture.lagNs(frame)),
+                          style.paint(toString(frame.served), toneOf(frame.served)),
+                          optionalMs(capture.waitNs(frame)), optionalMs(shutter)});
         }
     }
-    return fmt::to_string(text);
+    return table.text(style);
 }
 
 std::string dumpsText(run::ReplayResult const& result) {
@@ -167,83 +210,91 @@ std::string dumpsText(run::ReplayResult const& result) {
     return text;
 }
 
-std::string lagText(base::Spread const& lag) {
-    return labelled("Lag", lag.count == 0
-                               ? "no frame came from the history"
-                               : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "
-                                             "{} ms after the press",
-                                             base::formatMs(lag.min), base::formatMs(lag.median),
-                                             base::formatMs(lag.p95), base::formatMs(lag.max)));
+std::string lagText(TextStyle const& style, base::Spread const& lag) {
+    return labelled(style, "Lag",
+                    lag.count == 0
+                        ? "no frame came from the history"
+                        : fmt::format("minimum {}, median {}, 95th percentile {}, maximum "
+                                      "{} ms after the press",
+                                      base::formatMs(lag.min), base::formatMs(lag.median),
+                                      base::formatMs(lag.p95), base::formatMs(lag.max)));
 }
 
 }  // namespace
 
-std::string verdictText(run::DeviceVerdict const& verdict) {
+std::string verdictText(run::DeviceVerdict const& verdict, TextStyle const& style) {
     if (verdict.isSame()) {
-        return labelled("Device",
-                        fmt::format("same decisions in {} operations: {} of {} frames",
-                                    verdict.operations, verdict.sameFrames, verdict.builtFrames));
+        return labelled(style, "Device",
+                        fmt::format("{} in {} operations: {} of {} frames",
+                                    style.paint("same decisions", Tone::Good), verdict.operations,
+                                    verdict.sameFrames, verdict.builtFrames));
     }
     // In capitals: to be the same is what the recording is replayed for.
-    std::string text =
-        labelled("Device",
-                 fmt::format("OTHER DECISIONS in {} of {} operations: {} of {} frames are the same",
-                             verdict.operationsThatDiffer, verdict.operations, verdict.sameFrames,
-                             verdict.builtFrames));
+    std::string text = labelled(
+        style, "Device",
+        fmt::format("{} in {} of {} operations: {} of {} frames are the same",
+                    style.paint("OTHER DECISIONS", Tone::Bad), verdict.operationsThatDiffer,
+                    verdict.operations, verdict.sameFrames, verdict.builtFrames));
     for (std::string const& difference : verdict.differences) {
-        text += labelled("", difference);
+        text += labelled(style, "", difference);
     }
     return text;
 }
 
-std::string textReport(run::ReplayResult const& result, log::Explanation const* explanation) {
-    std::string text = factsText(result) + "\n" + tableText(result) + "\n";
+std::string textReport(run::ReplayResult const& result, log::Explanation const* explanation,
+                       TextStyle const& style) {
+    std::string text = factsText(style, result) + "\n" + tableText(style, result) + "\n";
     if (explanation != nullptr) {
         for (log::CaptureExplanation const& capture : explanation->captures) {
-            text += captureText(capture) + "\n";
+            text += captureText(capture, style) + "\n";
         }
     }
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";
     }
     // At the end, where a terminal shows it: what most people run a replay for.
-    text += servedText(result.summary) + lagText(result.summary.lag) +
-            ledgerText(result.ledger, result.unsettled, result.firstTimestampNs) +
-            troublesText(result.errorLines, result.failures) +
-            resultText(result.summary, result.ledger);
-    return result.device ? text + verdictText(*result.device) : text;
+    text += servedText(style, result.summary) + lagText(style, result.summary.lag) +
+            ledgerText(style, result.ledger, result.unsettled, result.firstTimestampNs) +
+            troublesText(style, result.errorLines, result.failures) +
+            resultText(style, result.summary, result.ledger);
+    return result.device ? text + verdictText(*result.device, style) : text;
 }
 
 namespace {
 
 constexpr double kNsPerUs = 1e3;
-constexpr char kTimeRow[] = "{:<11}{:>8} {:>10} {:>10} {:>10} {:>10}\n";
-
 std::string micros(int64_t ns) {
     return fmt::format("{:.1f}", static_cast<double>(ns) / kNsPerUs);
 }
 
-std::string timeRow(char const* what, base::Distribution const& times) {
-    return fmt::format(kTimeRow, what, times.count(), micros(times.quantile(0.5)),
-                       micros(times.quantile(0.95)), micros(times.quantile(0.99)),
-                       micros(times.max()));
+std::string timesText(TextStyle const& style, run::LiveResult const& result) {
+    using enum base::Table::Kind;
+    base::Table table({{.title = "Times (us)", .kind = Text, .width = 11, .isKey = true},
+                       {.title = "count", .width = 6},
+                       {.title = "median", .width = 9},
+                       {.title = "95 %", .width = 9},
+                       {.title = "99 %", .width = 9},
+                       {.title = "maximum", .width = 9}});
+    for (auto const& [what, times] : {std::pair{"submission", &result.times.submission},
+                                      {"retry", &result.times.retry},
+                                      {"lock held", &result.times.lockHeld}}) {
+        table.addRow({what, std::to_string(times->count()), micros(times->quantile(0.5)),
+                      micros(times->quantile(0.95)), micros(times->quantile(0.99)),
+                      micros(times->max())});
+    }
+    return table.text(style);
 }
 
-std::string timesText(run::LiveResult const& result) {
-    return fmt::format(kTimeRow, "Times (us)", "count", "median", "95 %", "99 %", "maximum") +
-           timeRow("submission", result.times.submission) + timeRow("retry", result.times.retry) +
-           timeRow("lock held", result.times.lockHeld);
-}
-
-std::string headText(run::LiveResult const& result) {
+std::string headText(TextStyle const& style, run::LiveResult const& result) {
     pipeline::ReplayOptions const& replay = result.options.replay;
-    return labelled("Live", fmt::format("{}, {:.2f} frames/s, {} s{}",
-                                        result.source.empty() ? "generated frames" : result.source,
-                                        result.fps, base::formatSeconds(result.status.elapsedNs),
-                                        result.signal ? fmt::format(" (ended by {})",
-                                                                    strsignal(*result.signal))
-                                                      : "")) +
-           labelled("Captures",
+    return labelled(
+               style, "Live",
+               fmt::format(
+                   "{}, {:.2f} frames/s, {} s{}",
+                   result.source.empty() ? "generated frames" : result.source, result.fps,
+                   base::formatSeconds(result.status.elapsedNs),
+                   result.signal ? fmt::format(" (ended by {})", strsignal(*result.signal)) : "")) +
+           labelled(style, "Captures",
                     fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
                                 replay.policy.name(),
                                 counted(replay.framesPerCapture, "frame", "frames"),
@@ -252,9 +303,9 @@ std::string headText(run::LiveResult const& result) {
                                 replay.frameSync ? ", frame sync" : ""));
 }
 
-std::string sensorText(run::LiveResult const& result) {
+std::string sensorText(TextStyle const& style, run::LiveResult const& result) {
     return labelled(
-        "Sensor",
+        style, "Sensor",
         fmt::format(
             "{} arrived, {} dropped from the history; late by {:.0f} us at most, 95 % by {:.0f} us",
             counted(result.status.arrivedFrames, "frame", "frames"), result.droppedFrames,
@@ -262,7 +313,7 @@ std::string sensorText(run::LiveResult const& result) {
             static_cast<double>(result.lateness.quantile(0.95)) / kNsPerUs));
 }
 
-std::string recorderText(run::LiveResult const& result) {
+std::string recorderText(TextStyle const& style, run::LiveResult const& result) {
     if (!result.recorder) {
         return "";
     }
@@ -272,7 +323,7 @@ std::string recorderText(run::LiveResult const& result) {
     // Whatever ended it early, what came before can be replayed.
     bool const isWhole = end == NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
     return labelled(
-        "Recorded",
+        style, "Recorded",
         fmt::format("{} operations, {} bytes in {}: {}{}", operations, bytes,
                     *result.options.recordPath,
                     isWhole ? "whole" : std::string("ENDED EARLY, ") + toString(end), why));
@@ -281,23 +332,29 @@ std::string recorderText(run::LiveResult const& result) {
 }  // namespace
 
 // In columns, so that what changes is seen from line to line.
-std::string statusLine(run::LiveStatus const& status) {
+std::string statusLine(run::LiveStatus const& status, TextStyle const& style) {
+    constexpr size_t kWhole = 98;
+    std::string const sets = style.columns < kWhole
+                                 ? ""
+                                 : fmt::format(", in flight {:>2}, locked {:>2}",
+                                               status.occupancy.inFlight, status.occupancy.locked);
     return fmt::format(
-        "{:>7} s  {:>7} frames  history {:>3}, in flight {:>2}, locked {:>2}  captures {:>5}, "
-        "waiting {:>3}  lost {}\n",
-        base::formatSeconds(status.elapsedNs), status.arrivedFrames, status.occupancy.history,
-        status.occupancy.inFlight, status.occupancy.locked, status.captures.captures,
-        status.captures.captures - status.captures.answeredCaptures, status.ledger.lost);
+        "{:>7} s  {:>7} frames  history {:>3}{}  captures {:>5}, waiting {:>3}  {}\n",
+        base::formatSeconds(status.elapsedNs), status.arrivedFrames, status.occupancy.history, sets,
+        status.captures.captures, status.captures.captures - status.captures.answeredCaptures,
+        status.ledger.lost > 0 ? style.paint(fmt::format("lost {}", status.ledger.lost), Tone::Bad)
+                               : "lost 0");
 }
 
-std::string liveReport(run::LiveResult const& result) {
+std::string liveReport(run::LiveResult const& result, TextStyle const& style) {
     run::ReplaySummary const summary = result.summary();
-    return headText(result) + sensorText(result) + "\n" + timesText(result) + "\n" +
-           servedText(summary) +
-           ledgerText(result.status.ledger, result.unsettled, result.startNs) +
-           recorderText(result) + (result.faults ? labelled("Faults", result.faults->text()) : "") +
-           troublesText(result.errorLines, result.failures) +
-           resultText(summary, result.status.ledger);
+    return headText(style, result) + sensorText(style, result) + "\n" + timesText(style, result) +
+           "\n" + servedText(style, summary) +
+           ledgerText(style, result.status.ledger, result.unsettled, result.startNs) +
+           recorderText(style, result) +
+           (result.faults ? labelled(style, "Faults", result.faults->text()) : "") +
+           troublesText(style, result.errorLines, result.failures) +
+           resultText(style, summary, result.status.ledger);
 }
 
 }  // namespace zebcam::tool::report
