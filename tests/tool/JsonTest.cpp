@@ -176,7 +176,19 @@ TEST(Json, HasTheNumbersOfItsParts) {
     run::ReplayResult result = fullReplay();
     result.path = "a.csv";
     result.firstTimestampNs = 3;
-    result.facts = {11, 12, 13.5, 14, 15, 16, 17, 18, 19, {21, 22, 23, 24, 25, 26, 27}, 28, 29};
+    result.facts = {11,
+                    12,
+                    13.5,
+                    14,
+                    15,
+                    16,
+                    17,
+                    18,
+                    19,
+                    {21, 22, 23, 24, 25, 26, 27},
+                    28,
+                    29,
+                    {recording::Column::Exposure, recording::Column::AfMode}};
     result.options.policy.kind = pipeline::PolicyKind::Multiframe;
     result.options.timeoutMs = 31;
     result.options.history = 32;
@@ -206,7 +218,8 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("lengthNs":12,"framesPerSecond":13.5,"medianIntervalNs":14,"minIntervalNs":15,)"
               R"("maxIntervalNs":16,"jitterNs":17,"gaps":18,"largestGapNs":19,"missingStates":)"
               R"({"afMode":21,"afState":22,"lensState":23,"aeStable":24,"frameSync":25,)"
-              R"("sensorId":26,"sensorMode":27},"notes":[]})");
+              R"("sensorId":26,"sensorMode":27},"absentColumns":["exposureNs","afMode"],)"
+              R"("notes":[]})");
     EXPECT_EQ(replay["options"].dump(),
               R"({"policy":"multiframe","timeoutNs":31000000,"framesPerCapture":1,)"
               R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"

@@ -51,10 +51,9 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
         {"ISO,a\n1,2\n",
          "r.csv:1: expected a column \"Timestamp[nanosec]\" or \"Frame timestamp[nanosec]\", found "
          "neither in a line that begins with \"ISO\""},
-        {"Frame timestamp[nanosec],Timestamp[nanosec]\n1,1\n", "found both"},
+        {"Frame timestamp[nanosec],Timestamp[nanosec]\n1,1\n", "found two, as columns 1 and 2"},
         {"ISO,Timestamp[nanosec],ISO\n1,1,1\n",
-         "r.csv:1: column \"ISO\": expected one column of that name, found two, as columns 1 and "
-         "3"},
+         "r.csv:1: column \"ISO\": expected one such column, found two, as columns 1 and 3"},
         {withColumn("ISO", {"1"}) + "2000\n",
          "r.csv:3: expected 2 cells as in the header, found 1"},
         {t + "1000\n1000\n",
@@ -116,12 +115,7 @@ TEST(RecordingReader, FillsInWhatTheRecordingLacks) {
     // Intervals 100, 300, 102, 101: the median is the mean of 101 and 102, rounded down.
     auto const bare = read("Timestamp[nanosec]\n1000\n1100\n1400\n1502\n1603\n");
     EXPECT_EQ(bare.medianIntervalNs, 101);
-    recording::SensorFrame expected = frameOf(3, 1400, 101);
-    expected.afMode = expected.afState = expected.lensState = uint8_t{0};
-    expected.aeStable = 1;
-    expected.frameSync = 0;
-    expected.sensorId = expected.sensorMode = 0;
-    EXPECT_EQ(bare.frames[2], expected);
+    EXPECT_EQ(bare.frames[2], frameOf(3, 1400, 101)) << "and asserts no state";
 
     auto const times = read(
         "Timestamp[nanosec],Exposure time[nanosec],Sensor frame duration[nanosec],Frame readout "
@@ -216,10 +210,9 @@ TEST_F(OutputFiles, ReportWhatCannotBeWritten) {
 
 TEST(RecordingFactsTest, CountsWhatARecordingShows) {
     // Intervals 100, 104, 156, 157, 98: only 157 is more than 1.5 times the median, 104.
-    auto recording = read(
-        "Timestamp[nanosec],Focus distance,AF state,Error\n"
-        "1000,1,,0\n1100,2,2,1\n1204,3,,0\n1360,3,2,0\n1517,3,2,1\n1615,3,2,0\n");
-    recording.frames[5].aeStable.reset();
+    auto const recording = read(
+        "Timestamp[nanosec],Focus distance,AF state,Error,AE stable\n1000,1,,0,1\n1100,2,2,1,1\n"
+        "1204,3,,0,0\n1360,3,2,0,1\n1517,3,2,1,1\n1615,3,2,0,\n");
     auto const facts = recording::computeFacts(recording);
     EXPECT_DOUBLE_EQ(facts.meanRateFps, 5e9 / 615);
     EXPECT_THAT((std::vector{facts.medianIntervalNs, facts.minIntervalNs, facts.maxIntervalNs,
@@ -228,6 +221,9 @@ TEST(RecordingFactsTest, CountsWhatARecordingShows) {
     EXPECT_EQ(facts.gaps, 1u);
     EXPECT_EQ(facts.missing.afState, 2u);
     EXPECT_EQ(facts.missing.aeStable, 1u);
+    EXPECT_EQ(facts.missing.sensorMode, 0u) << "has no column, which is told apart";
+    EXPECT_TRUE(recording.lacks(recording::Column::SensorMode));
+    EXPECT_FALSE(recording.lacks(recording::Column::LensState)) << "seen in the distance";
     EXPECT_EQ(facts.framesWithError, 2u);
     EXPECT_EQ(facts.focusMoves, 2u);
     EXPECT_EQ(recording::computeFacts({}).lengthNs, 0) << "no frames, no times";

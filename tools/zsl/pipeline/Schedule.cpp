@@ -28,8 +28,20 @@ int64_t lengthOf(recording::Recording const& recording) {
     return recording.frames.back().timestampNs - recording.frames.front().timestampNs;
 }
 
-bool tellsMode(recording::SensorFrame const& frame) {
-    return frame.sensorId && frame.sensorMode;
+/// Puts in what no frame of `recording` tells and without which the processor would refuse them
+/// all. A state that only some frames lack stays missing: that is what the phone reported.
+void assumeAbsent(recording::Recording const& recording, recording::SensorFrame& frame) {
+    using recording::Column;
+    auto const assume = [&recording](Column column, auto& state) {
+        if (recording.lacks(column)) {
+            state = 0;
+        }
+    };
+    assume(Column::AfMode, frame.afMode);
+    assume(Column::AfState, frame.afState);
+    assume(Column::LensState, frame.lensState);
+    assume(Column::SensorId, frame.sensorId);
+    assume(Column::SensorMode, frame.sensorMode);
 }
 
 }  // namespace
@@ -86,6 +98,11 @@ std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording
         frames.begin(), frames.end(),
         frames.front().timestampNs + pressNs % passLengthNs(recording),
         [](int64_t time, recording::SensorFrame const& frame) { return time < frame.timestampNs; });
+    using recording::Column;
+    auto const tellsMode = [&recording](recording::SensorFrame const& frame) {
+        return (frame.sensorId || recording.lacks(Column::SensorId)) &&
+               (frame.sensorMode || recording.lacks(Column::SensorMode));
+    };
     // A capture is asked for in the mode that the preview has just now. A frame without both
     // values says nothing of it; before the first one that does, the sensor is taken to have been
     // in that one's.
@@ -100,8 +117,8 @@ std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording
     if (decides == nullptr) {
         return {};
     }
-    return {
-        {static_cast<uint32_t>(*decides->sensorId), static_cast<uint32_t>(*decides->sensorMode)}};
+    return {{static_cast<uint32_t>(decides->sensorId.value_or(0)),
+             static_cast<uint32_t>(decides->sensorMode.value_or(0))}};
 }
 
 namespace {
@@ -180,6 +197,7 @@ SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions c
     made.events.reserve(2 * times.size());
     for (size_t i = 0; i < times.size(); ++i) {
         recording::SensorFrame frame = frames[i];
+        assumeAbsent(recording, frame);
         frame.timestampNs += shiftNs;
         frame.frameNo += pass * numbers;
         // Counted on from pass to pass, so that each meets faults of its own.

@@ -33,12 +33,12 @@ int64_t passLengthNs(recording::Recording const& recording);
 /// What a capture requires that is pressed `pressNs` after the first frame of a recording, which
 /// may be repeated: the mode of the sensor at that moment, by sensor id. Of the frames whose
 /// exposure has begun in that pass the newest that tells both decides, before those the oldest;
-/// empty when no frame does.
+/// empty when no frame does. A recording without these columns is one of sensor 0 in mode 0.
 std::map<uint32_t, uint32_t> sensorModesAt(recording::Recording const& recording, int64_t pressNs);
 
 /// A sensor frame as the pipeline gets to know it.
 struct ReportedFrame {
-    recording::SensorFrame frame;  ///< with the faults in it
+    recording::SensorFrame frame;  ///< with what is assumed of it, and the faults in it
     FrameFaults faults;            ///< what has struck it
 };
 
@@ -66,9 +66,10 @@ struct SensorEvents {
 };
 
 /// The events of one run through a recording, with the faults that `injector` (null: none) has for
-/// its frames. The first frame of the first pass is exposed at boot time `startNs`; each pass goes
-/// on in time and frame numbers where the one before ended, and its last events may lie after the
-/// next one's first. `options` tell the delivery delay.
+/// its frames. Of columns that the recording lacks the frames report what lets the processor
+/// decide: focus off and at rest, sensor 0 in mode 0. The first frame of the first pass is exposed
+/// at boot time `startNs`; each pass goes on in time and frame numbers where the one before ended,
+/// and its last events may lie after the next one's first. `options` tell the delivery delay.
 SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions const& options,
                           FaultInjector* injector, int64_t startNs, uint32_t pass = 0);
 

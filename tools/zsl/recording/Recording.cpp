@@ -52,17 +52,19 @@ void addIntervals(RecordingFacts& facts, std::vector<int64_t> intervals) {
     facts.jitterNs = base::spreadOf(std::move(intervals)).p95;
 }
 
-void addStates(RecordingFacts& facts, SensorFrame const& frame) {
-    MissingStates& missing = facts.missing;
-    missing.afMode += !frame.afMode;
-    missing.afState += !frame.afState;
-    missing.lensState += !frame.lensState;
-    missing.aeStable += !frame.aeStable;
-    missing.frameSync += !frame.frameSync;
-    missing.sensorId += !frame.sensorId;
-    missing.sensorMode += !frame.sensorMode;
-    facts.framesWithError += frame.hasError;
-    facts.focusMoves += frame.lensState == kLensMoving;
+void countMissing(RecordingFacts& facts, Recording const& recording) {
+    auto const count = [&recording](Column column, auto SensorFrame::*state) -> size_t {
+        // What a phone never tells is said once, not of every frame.
+        auto const isMissing = [state](SensorFrame const& frame) { return !(frame.*state); };
+        return recording.lacks(column) ? 0 : std::ranges::count_if(recording.frames, isMissing);
+    };
+    facts.missing = {.afMode = count(Column::AfMode, &SensorFrame::afMode),
+                     .afState = count(Column::AfState, &SensorFrame::afState),
+                     .lensState = count(Column::LensState, &SensorFrame::lensState),
+                     .aeStable = count(Column::AeStable, &SensorFrame::aeStable),
+                     .frameSync = count(Column::FrameSync, &SensorFrame::frameSync),
+                     .sensorId = count(Column::SensorId, &SensorFrame::sensorId),
+                     .sensorMode = count(Column::SensorMode, &SensorFrame::sensorMode)};
 }
 
 }  // namespace
@@ -72,12 +74,19 @@ RecordingError::RecordingError(RecordingPlace const& place, std::string_view exp
     : std::runtime_error(describe(place, expected, found)) {
 }
 
+bool Recording::lacks(Column column) const {
+    return std::find(absent.begin(), absent.end(), column) != absent.end();
+}
+
 RecordingFacts computeFacts(Recording const& recording) {
     RecordingFacts facts;
+    facts.absent = recording.absent;
     auto const& frames = recording.frames;
     facts.frames = frames.size();
+    countMissing(facts, recording);
     for (SensorFrame const& frame : frames) {
-        addStates(facts, frame);
+        facts.framesWithError += frame.hasError;
+        facts.focusMoves += frame.lensState == kLensMoving;
     }
     if (frames.size() >= 2) {
         addIntervals(facts, intervalsOf(frames));

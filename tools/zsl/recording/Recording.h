@@ -11,8 +11,32 @@
 
 namespace zebcam::tool::recording {
 
-/// One sensor frame of a recording. Times are in ns. A state without value was missing from the
-/// frame's result.
+/// The columns of a recording, in the order in which they are written.
+enum class Column : uint8_t {
+    FrameNo,
+    Timestamp,
+    Exposure,
+    Duration,
+    Readout,
+    Iso,
+    FocusDistance,
+    AfMode,
+    AfState,
+    LensState,
+    AeStable,
+    FrameSync,
+    SensorId,
+    SensorMode,
+    Error,
+};
+inline constexpr size_t COLUMN_COUNT = static_cast<size_t>(Column::Error) + 1;
+
+/// The name in a header line, for instance `AF mode`, and the name for programs: `afMode`.
+std::string_view headerOf(Column column);
+std::string_view wordOf(Column column);
+
+/// One sensor frame of a recording. Times are in ns. A state without value was not told: it is
+/// missing from the frame's result, or from the recording as a whole.
 struct SensorFrame {
     uint32_t frameNo = 0;
     int64_t timestampNs = 0;  ///< start of exposure
@@ -39,6 +63,11 @@ struct Recording {
     std::vector<SensorFrame> frames;
     std::vector<std::string> notes;  ///< for the user, for instance about ignored columns
     int64_t medianIntervalNs = 0;
+    /// What the recording does not tell of any frame, ascending. Numbers and times of the frames
+    /// are then counted and worked out; states have no value.
+    std::vector<Column> absent = {};
+
+    bool lacks(Column column) const;
 };
 
 /// Where in a recording something is wrong. Line 0 means the file as a whole, an empty column the
@@ -57,7 +86,7 @@ public:
     RecordingError(RecordingPlace const& place, std::string_view expected, std::string_view found);
 };
 
-/// In how many frames each state is missing.
+/// In how many frames each state is missing whose column the recording has.
 struct MissingStates {
     size_t afMode = 0;
     size_t afState = 0;
@@ -82,7 +111,8 @@ struct RecordingFacts {
     int64_t largestGapNs = 0;  ///< 0 without gaps
     MissingStates missing;
     size_t framesWithError = 0;
-    size_t focusMoves = 0;  ///< frames whose lens state is MOVING
+    size_t focusMoves = 0;            ///< frames whose lens state is MOVING
+    std::vector<Column> absent = {};  ///< as the recording's
 };
 
 /// The facts of `recording`, computed from its frames alone. Without two frames every time is 0.
@@ -100,7 +130,7 @@ Recording readRecording(std::string const& path);
 /// The same from a stream; `name` stands for the path in errors and in the result.
 Recording readRecording(std::istream& in, std::string const& name);
 
-/// Writes every column that the reader knows, so that reading gives the same frames back. A state
+/// Writes every column but the absent ones, so that reading gives the same frames back. A state
 /// without value becomes an empty cell. Errors are left in the stream's state.
 void writeRecording(Recording const& recording, std::ostream& out);
 

@@ -26,38 +26,19 @@ namespace zebcam::tool::recording {
 
 namespace {
 
-/// The columns of a recording, in the order in which they are written.
-enum class Column : size_t {
-    FrameNo,
-    Timestamp,
-    Exposure,
-    Duration,
-    Readout,
-    Iso,
-    FocusDistance,
-    AfMode,
-    AfState,
-    LensState,
-    AeStable,
-    FrameSync,
-    SensorId,
-    SensorMode,
-    Error,
-    FrameTimestamp,  ///< another name of Timestamp, read but not written
-};
-constexpr size_t kColumns = static_cast<size_t>(Column::FrameTimestamp) + 1;
-constexpr size_t kWrittenColumns = kColumns - 1;
+/// Another name of the timestamps, which is read but not written.
+constexpr std::string_view kFrameTimestamp = "Frame timestamp[nanosec]";
 
 /// What is known of a column of whole numbers. The focus distance is none: it has a name only.
 struct ColumnTraits {
     Column column;
     std::string_view name;  ///< of common Android capture loggers, where they have it
+    std::string_view word;  ///< for programs
     int64_t min = 0;
     int64_t max = 0;
     /// An empty cell says that the frame's result had no such value, or, of a time, that it is to
     /// be worked out.
     bool mayBeEmpty = true;
-    std::optional<int64_t> withoutColumn = {};  ///< value where the recording lacks the column
     void (*store)(SensorFrame& frame, int64_t value) = nullptr;
     std::optional<int64_t> (*load)(SensorFrame const& frame) = nullptr;
 };
@@ -91,44 +72,45 @@ std::optional<int64_t> load(SensorFrame const& frame) {
 
 /// Of a column whose cells must be full.
 template <auto Member>
-constexpr ColumnTraits fact(Column column, std::string_view name, int64_t min, int64_t max) {
-    return {column, name, min, max, false, {}, store<Member>, load<Member>};
+constexpr ColumnTraits fact(Column column, std::string_view name, std::string_view word,
+                            int64_t min, int64_t max) {
+    return {column, name, word, min, max, false, store<Member>, load<Member>};
 }
 
 template <auto Member>
-constexpr ColumnTraits duration(Column column, std::string_view name) {
-    return {column, name, 0, kHourNs, true, {}, store<Member>, load<Member>};
+constexpr ColumnTraits duration(Column column, std::string_view name, std::string_view word) {
+    return {column, name, word, 0, kHourNs, true, store<Member>, load<Member>};
 }
 
 template <auto Member>
-constexpr ColumnTraits state(Column column, std::string_view name, int64_t min, int64_t max,
-                             std::optional<int64_t> withoutColumn = {}) {
-    return {column, name, min, max, true, withoutColumn, store<Member>, load<Member>};
+constexpr ColumnTraits state(Column column, std::string_view name, std::string_view word,
+                             int64_t min, int64_t max) {
+    return {column, name, word, min, max, true, store<Member>, load<Member>};
 }
 
 using F = SensorFrame;
-constexpr std::array<ColumnTraits, kColumns> kTraits = {{
-    fact<&F::frameNo>(Column::FrameNo, "Frame No.", 0, kMax<uint32_t>),
-    fact<&F::timestampNs>(Column::Timestamp, "Timestamp[nanosec]", 1, kMaxTimestampNs),
-    duration<&F::exposureNs>(Column::Exposure, "Exposure time[nanosec]"),
-    duration<&F::durationNs>(Column::Duration, "Sensor frame duration[nanosec]"),
-    duration<&F::readoutNs>(Column::Readout, "Frame readout time[nanosec]"),
-    state<&F::iso>(Column::Iso, "ISO", 0, kMax<int32_t>),
-    {.column = Column::FocusDistance, .name = "Focus distance"},
-    state<&F::afMode>(Column::AfMode, "AF mode", 0, kMax<uint8_t>, 0),
-    state<&F::afState>(Column::AfState, "AF state", 0, kMax<uint8_t>, 0),
-    state<&F::lensState>(Column::LensState, "Lens state", 0, kMax<uint8_t>),
-    state<&F::aeStable>(Column::AeStable, "AE stable", kMin<int32_t>, kMax<int32_t>, 1),
-    state<&F::frameSync>(Column::FrameSync, "Frame sync", kMin<int64_t>, kMax<int64_t>, 0),
-    state<&F::sensorId>(Column::SensorId, "Sensor id", 0, kMax<int32_t>, 0),
-    state<&F::sensorMode>(Column::SensorMode, "Sensor mode", 0, kMax<int32_t>, 0),
-    fact<&F::hasError>(Column::Error, "Error", 0, 1),
-    fact<&F::timestampNs>(Column::FrameTimestamp, "Frame timestamp[nanosec]", 1, kMaxTimestampNs),
+using C = Column;
+constexpr std::array<ColumnTraits, COLUMN_COUNT> kTraits = {{
+    fact<&F::frameNo>(C::FrameNo, "Frame No.", "frameNo", 0, kMax<uint32_t>),
+    fact<&F::timestampNs>(C::Timestamp, "Timestamp[nanosec]", "timestampNs", 1, kMaxTimestampNs),
+    duration<&F::exposureNs>(C::Exposure, "Exposure time[nanosec]", "exposureNs"),
+    duration<&F::durationNs>(C::Duration, "Sensor frame duration[nanosec]", "durationNs"),
+    duration<&F::readoutNs>(C::Readout, "Frame readout time[nanosec]", "readoutNs"),
+    state<&F::iso>(C::Iso, "ISO", "iso", 0, kMax<int32_t>),
+    {.column = C::FocusDistance, .name = "Focus distance", .word = "focusDistance"},
+    state<&F::afMode>(C::AfMode, "AF mode", "afMode", 0, kMax<uint8_t>),
+    state<&F::afState>(C::AfState, "AF state", "afState", 0, kMax<uint8_t>),
+    state<&F::lensState>(C::LensState, "Lens state", "lensState", 0, kMax<uint8_t>),
+    state<&F::aeStable>(C::AeStable, "AE stable", "aeStable", kMin<int32_t>, kMax<int32_t>),
+    state<&F::frameSync>(C::FrameSync, "Frame sync", "frameSync", kMin<int64_t>, kMax<int64_t>),
+    state<&F::sensorId>(C::SensorId, "Sensor id", "sensorId", 0, kMax<int32_t>),
+    state<&F::sensorMode>(C::SensorMode, "Sensor mode", "sensorMode", 0, kMax<int32_t>),
+    fact<&F::hasError>(C::Error, "Error", "hasError", 0, 1),
 }};
 
 static_assert(std::ranges::adjacent_find(kTraits, std::ranges::greater_equal{},
                                          &ColumnTraits::column) == kTraits.end() &&
-                  kTraits.back().column == Column::FrameTimestamp,
+                  kTraits.back().column == Column::Error,
               "traits are found by the position of their column");
 
 constexpr ColumnTraits const& traitsOf(Column column) {
@@ -201,7 +183,7 @@ public:
         }
         mRecording.medianIntervalNs = medianIntervalNs(frames);
         fillInTimes(frames, mRecording.medianIntervalNs);
-        if (!has(Column::LensState)) {
+        if (!has(Column::LensState) && has(Column::FocusDistance)) {
             deriveLensStates(frames);
         }
         return std::move(mRecording);
@@ -226,51 +208,66 @@ private:
                 unknown.push_back(base::quoteContent(mCells[i]));
             }
         }
-        checkTimestamps();
+        requireTimestamps();
         if (!unknown.empty()) {
             mRecording.notes.push_back(
                 fmt::format("unknown columns are ignored: {}", fmt::join(unknown, ", ")));
         }
-        std::vector<std::string> missing;
-        for (size_t i = 0; i < kWrittenColumns; ++i) {
-            if (!mIndex[i] && kTraits[i].column != Column::Timestamp) {
-                missing.push_back(base::quoteContent(kTraits[i].name));
+        noteAbsent();
+    }
+
+    void noteAbsent() {
+        std::vector<std::string> names;
+        for (ColumnTraits const& traits : kTraits) {
+            // Whether the lens moves is seen in its distance.
+            bool const isDerived = traits.column == Column::LensState && has(Column::FocusDistance);
+            if (!has(traits.column) && !isDerived) {
+                mRecording.absent.push_back(traits.column);
+                names.push_back(base::quoteContent(traits.name));
             }
         }
-        if (!missing.empty()) {
+        if (!names.empty()) {
             mRecording.notes.push_back(
-                fmt::format("missing columns get their defaults: {}", fmt::join(missing, ", ")));
+                fmt::format("missing columns get their defaults: {}", fmt::join(names, ", ")));
         }
     }
 
     /// False for a column that nobody knows.
     bool place(std::string const& name, size_t at) {
         auto const known =
-            std::find_if(kTraits.begin(), kTraits.end(),
-                         [&name](ColumnTraits const& traits) { return traits.name == name; });
+            std::find_if(kTraits.begin(), kTraits.end(), [&name](ColumnTraits const& traits) {
+                return traits.name == name ||
+                       (traits.column == Column::Timestamp && name == kFrameTimestamp);
+            });
         if (known == kTraits.end()) {
             return false;
         }
         auto& slot = mIndex[static_cast<size_t>(known->column)];
         if (slot) {
             // Which of the two is meant cannot be told.
-            fail(name, "one column of that name",
+            fail(name, "one such column",
                  fmt::format("two, as columns {} and {}", *slot + 1, at + 1));
         }
         slot = at;
+        if (known->column == Column::Timestamp) {
+            mTimestampName = name;
+        }
         return true;
     }
 
-    void checkTimestamps() const {
-        bool const isTwice = has(Column::Timestamp);
-        if (isTwice == has(Column::FrameTimestamp)) {
+    void requireTimestamps() const {
+        if (!has(Column::Timestamp)) {
             throw RecordingError(
                 here(),
                 fmt::format("a column \"{}\" or \"{}\"", traitsOf(Column::Timestamp).name,
-                            traitsOf(Column::FrameTimestamp).name),
-                isTwice ? "both"
-                        : "neither in a line that begins with " + base::quoteContent(mCells[0]));
+                            kFrameTimestamp),
+                "neither in a line that begins with " + base::quoteContent(mCells[0]));
         }
+    }
+
+    /// As the recording has it.
+    std::string_view nameOf(ColumnTraits const& traits) const {
+        return traits.column == Column::Timestamp ? mTimestampName : traits.name;
     }
 
     SensorFrame readFrame() const {
@@ -295,9 +292,6 @@ private:
     void readNumber(ColumnTraits const& traits, SensorFrame& frame) const {
         auto const at = index(traits.column);
         if (!at) {
-            if (traits.withoutColumn) {
-                traits.store(frame, *traits.withoutColumn);
-            }
             return;
         }
         std::string const& cell = mCells[*at];
@@ -306,7 +300,8 @@ private:
         }
         auto const value = parse<int64_t>(cell);
         if (!value || *value < traits.min || *value > traits.max) {
-            fail(traits.name, fmt::format("a whole number from {} to {}", traits.min, traits.max),
+            fail(nameOf(traits),
+                 fmt::format("a whole number from {} to {}", traits.min, traits.max),
                  describeCell(cell));
         }
         traits.store(frame, *value);
@@ -330,9 +325,7 @@ private:
         int64_t const first = previous.timestampNs + 1;
         int64_t const last = previous.timestampNs + kHourNs;
         if (frame.timestampNs < first || frame.timestampNs > last) {
-            Column const column =
-                has(Column::Timestamp) ? Column::Timestamp : Column::FrameTimestamp;
-            fail(traitsOf(column).name,
+            fail(mTimestampName,
                  fmt::format("a time after {} of the row before, by an hour at most",
                              previous.timestampNs),
                  fmt::format("{}", frame.timestampNs));
@@ -348,7 +341,8 @@ private:
     CsvLines mLines;
     std::vector<std::string> mCells;  ///< of the line that was read last
     size_t mHeaderCells = 0;
-    std::array<std::optional<size_t>, kColumns> mIndex;  ///< position in a line, by column
+    std::array<std::optional<size_t>, COLUMN_COUNT> mIndex;  ///< position in a line, by column
+    std::string mTimestampName;                              ///< that column's, in this file
     Recording mRecording;
 };
 
@@ -363,6 +357,14 @@ void append(std::string& line, std::optional<Number> value) {
 }
 
 }  // namespace
+
+std::string_view headerOf(Column column) {
+    return traitsOf(column).name;
+}
+
+std::string_view wordOf(Column column) {
+    return traitsOf(column).word;
+}
 
 Recording readRecording(std::istream& in, std::string const& name) {
     return Reader(in, name).read();
@@ -385,22 +387,28 @@ Recording readRecording(std::string const& path) {
 }
 
 void writeRecording(Recording const& recording, std::ostream& out) {
-    for (size_t i = 0; i < kWrittenColumns; ++i) {
-        out << kTraits[i].name << (i + 1 < kWrittenColumns ? ',' : '\n');
-    }
+    std::vector<ColumnTraits const*> columns;
     std::string line;
+    for (ColumnTraits const& traits : kTraits) {
+        // The timestamps always are there, so that no line is empty.
+        if (!recording.lacks(traits.column)) {
+            line.append(columns.empty() ? "" : ",").append(traits.name);
+            columns.push_back(&traits);
+        }
+    }
+    out << line << '\n';
     for (SensorFrame const& frame : recording.frames) {
         line.clear();
-        for (size_t i = 0; i < kWrittenColumns; ++i) {
-            if (kTraits[i].load != nullptr) {
-                append(line, kTraits[i].load(frame));
+        for (ColumnTraits const* const traits : columns) {
+            line.append(traits == columns.front() ? "" : ",");
+            if (traits->load != nullptr) {
+                append(line, traits->load(frame));
             } else {
                 // The only column that is no whole number.
                 append(line, frame.focusDistance);
             }
-            line.append(1, i + 1 < kWrittenColumns ? ',' : '\n');
         }
-        out << line;
+        out << line << '\n';
     }
 }
 

@@ -67,6 +67,10 @@ Json documentOf(char const* command, bool isClean) {
 Json recordingJson(std::string const& path, std::vector<std::string> const& notes,
                    recording::RecordingFacts const& facts, int64_t firstTimestampNs) {
     recording::MissingStates const& missing = facts.missing;
+    Json absent = Json::array();
+    for (recording::Column const column : facts.absent) {
+        absent.push_back(recording::wordOf(column));
+    }
     return {{"path", orNull(path)},
             {"frames", facts.frames},
             {"framesWithError", facts.framesWithError},
@@ -87,6 +91,7 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
               {"frameSync", missing.frameSync},
               {"sensorId", missing.sensorId},
               {"sensorMode", missing.sensorMode}}},
+            {"absentColumns", std::move(absent)},
             {"notes", notes}};
 }
 
