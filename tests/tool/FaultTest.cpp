@@ -153,7 +153,7 @@ TEST(Faults, DoToCapturesWhatTheyShould) {
 
 std::string jsonOf(pipeline::ReplayOptions const& options) {
     std::ostringstream json;
-    report::writeJson(report::toJson(run::replay(steadyRecording(), options), nullptr), json);
+    report::writeJson(report::toJson({}, run::replay(steadyRecording(), options), nullptr), json);
     return json.str();
 }
 

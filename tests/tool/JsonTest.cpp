@@ -144,7 +144,7 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
     compare::ComparisonPlan plan;
     plan.limits = {compare::Limit("frames==0")};
     std::map<std::string, Json> const documents = {
-        {"replay", report::toJson(fullReplay(), &explanation)},
+        {"replay", report::toJson({}, fullReplay(), &explanation)},
         {"live", report::toJson(fullLive(), recording)},
         {"compare", report::toJson(plan, {row, {}})},
         {"explain", report::toJson(explanation)},
@@ -212,7 +212,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
                      .withFrameBuilder = 6};
     result.longestHeldNs = 71;
     result.unsettled = {{72, 73, 0, 74, 75, 76, true, host::BufferHolder::FrameBuilder}};
-    Json const replay = report::toJson(result, nullptr);
+    Json const replay = report::toJson({}, result, nullptr);
     EXPECT_EQ(replay["recording"].dump(),
               R"({"path":"a.csv","frames":11,"framesWithError":28,"firstTimestampNs":3,)"
               R"("lengthNs":12,"framesPerSecond":13.5,"medianIntervalNs":14,"minIntervalNs":15,)"
@@ -247,7 +247,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
 
 TEST(Json, HasNumbersWordsAndNulls) {
     log::Explanation const explanation = fullExplanation();
-    Json const replay = report::toJson(fullReplay(), &explanation);
+    Json const replay = report::toJson({}, fullReplay(), &explanation);
     Json const attempt = replay["captures"][0]["tries"][0]["explanation"];
     EXPECT_EQ(attempt["ageNs"], 30'000'000);
     EXPECT_EQ(attempt["servedFrames"][0]["source"], "timedOut");

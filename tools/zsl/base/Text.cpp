@@ -216,6 +216,18 @@ std::string formatSeconds(int64_t ns) {
     return roundedTo(ns, kNsPerSecond, 3, 1'000'000);
 }
 
+std::string formatBriefMs(int64_t ns) {
+    constexpr int64_t kShown = 5'000;  // rounds to 0.01 ms
+    std::string text = ns == 0 || ns >= kShown || ns <= -kShown
+                           ? roundedTo(ns, 1'000'000, 2, 10'000)
+                           : roundedTo(ns, 1'000'000, 6, 1);
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.')) {
+        text.pop_back();
+    }
+    return text;
+}
+
 std::string counted(size_t count, std::string_view one, std::string_view many) {
     return fmt::format("{} {}", count, count == 1 ? one : many);
 }

@@ -29,6 +29,10 @@ std::string formatDuration(int64_t ns);
 std::string formatMs(int64_t ns);
 std::string formatSeconds(int64_t ns);
 
+/// `ns` in ms without needless zeros: with up to two decimals, or with as many as are needed for
+/// what is not 0 not to read as 0.
+std::string formatBriefMs(int64_t ns);
+
 /// Where match() puts the fields of a form, by their names.
 using FormField = std::pair<std::string_view,
                             std::variant<char*, uint32_t*, int64_t*, uint64_t*, std::string_view*>>;

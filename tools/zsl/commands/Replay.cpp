@@ -162,7 +162,9 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     observer.finish();
     log::Explanation const* const reasons = observer.explanation();
 
-    json.put([&](std::ostream& out) { report::writeJson(report::toJson(result, reasons), out); });
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(recording, result, reasons), out);
+    });
     trace.put([&](std::ostream& out) {
         report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections()},
                            out);
@@ -170,7 +172,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     report.put(
         [&](std::ostream& out) { report::writeHtmlReport(recording, result, reasons, out); });
     if (!json.isStandard()) {
-        streams.out << report::textReport(result, arguments.explain ? reasons : nullptr,
+        streams.out << report::textReport(recording, result, arguments.explain ? reasons : nullptr,
                                           streams.outStyle);
     }
     return result.isClean() ? 0 : 1;

@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "report/Answers.h"
 #include "report/JsonParts.h"
 #include "report/TraceTracks.h"
 
@@ -202,12 +203,7 @@ void writeCaptures(TraceEvents& events, int process,
                    std::vector<pipeline::CaptureRecord> const& captures,
                    std::vector<CaptureShape> const& shapes, log::Explanation const* explanation,
                    TraceFlows const& flows) {
-    std::map<uint32_t, log::CaptureExplanation const*> explanations;
-    if (explanation != nullptr) {
-        for (log::CaptureExplanation const& capture : explanation->captures) {
-            explanations.emplace(capture.requestNo, &capture);
-        }
-    }
+    auto const explanations = explanationsOf(captures, explanation);
     Lanes lanes;  // without a limit, so that there is always one
     int64_t named = 0;
     for (size_t i = 0; i < captures.size(); ++i) {
@@ -222,9 +218,7 @@ void writeCaptures(TraceEvents& events, int process,
             events.nameThread(moments, fmt::format("events {}", lane + 1), 2 * lane + 1);
         }
         writeSlices(events, slices, captures[i], shapes[i], flows.atPress(i));
-        auto const found = explanations.find(captures[i].requestNo);
-        for (Instant& instant : instantsOf(captures[i], shapes[i],
-                                           found != explanations.end() ? found->second : nullptr)) {
+        for (Instant& instant : instantsOf(captures[i], shapes[i], explanations[i])) {
             events.instant(moments, instant.timeNs, instant.category, instant.name,
                            std::move(instant.args));
         }

@@ -212,7 +212,8 @@ std::string summaryText(log::Explanation const& explanation) {
 
 }  // namespace
 
-std::string captureText(log::CaptureExplanation const& capture, base::TextStyle const& /*style*/) {
+std::string captureText(log::CaptureExplanation const& capture, std::string_view answer,
+                        base::TextStyle const& /*style*/) {
     std::string head = toString(capture.outcome);
     // Warnings alone tell of waiting and not of success.
     if (capture.outcome == log::CaptureOutcome::Pending && !capture.isCertain()) {
@@ -230,6 +231,12 @@ std::string captureText(log::CaptureExplanation const& capture, base::TextStyle 
         head += fmt::format(", process {}", *capture.pid);
     }
     std::string text = row(fmt::format("Capture {}", capture.requestNo), kLabelEnd, head);
+    // First what it comes to, then how it is known.
+    for (size_t begin = 0; begin < answer.size();) {
+        size_t const end = std::min(answer.find('\n', begin), answer.size());
+        text += row("", kLabelEnd, answer.substr(begin, end - begin));
+        begin = end + 1;
+    }
     for (size_t i = 0; i < capture.tries.size(); ++i) {
         text += tryText(capture.tries[i], i + 1);
     }
@@ -239,7 +246,7 @@ std::string captureText(log::CaptureExplanation const& capture, base::TextStyle 
 std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style) {
     std::string text;
     for (log::CaptureExplanation const& capture : explanation.captures) {
-        text += captureText(capture, style) + "\n";
+        text += captureText(capture, {}, style) + "\n";
     }
     return text + summaryText(explanation);
 }

@@ -105,10 +105,10 @@ Json sensorJson(recording::Recording const& recording) {
 
 void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
                      log::Explanation const* explanation, std::ostream& out) {
-    writePage(result.path + " - replay", textReport(result),
+    writePage(result.path + " - replay", textReport(recording, result),
               {{"version", VERSION},
                {"sensor", sensorJson(recording)},
-               {"replay", toJson(result, explanation)}},
+               {"replay", toJson(recording, result, explanation)}},
               out);
 }
 

@@ -1,10 +1,10 @@
 #include "report/Reports.h"
 
 #include <algorithm>
-#include <map>
 #include <ostream>
 #include <utility>
 
+#include "report/Answers.h"
 #include "report/JsonParts.h"
 
 namespace zebcam::tool::report {
@@ -22,8 +22,8 @@ Json attemptJson(pipeline::TryRecord const& attempt, log::TryExplanation const* 
             {"explanation", explanation != nullptr ? tryJson(*explanation) : Json(nullptr)}};
 }
 
-Json captureJson(pipeline::CaptureRecord const& capture,
-                 log::CaptureExplanation const* explanation) {
+Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation const* explanation,
+                 std::string const& answer) {
     Json frames = Json::array();
     for (size_t index = 0; index < capture.frames.size(); ++index) {
         frames.push_back(frameJson(capture, index));
@@ -43,6 +43,7 @@ Json captureJson(pipeline::CaptureRecord const& capture,
                         return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
                     })},
             {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+            {"answer", orNull(answer)},
             {"frames", std::move(frames)},
             {"tries", std::move(tries)}};
 }
@@ -58,23 +59,21 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
 
 }  // namespace
 
-Json toJson(run::ReplayResult const& result, log::Explanation const* explanation) {
-    // By number: a log has the captures in the order of their first lines.
-    std::map<uint32_t, log::CaptureExplanation const*> reasons;
-    if (explanation != nullptr) {
-        for (log::CaptureExplanation const& capture : explanation->captures) {
-            reasons.emplace(capture.requestNo, &capture);
-        }
+Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
+            log::Explanation const* explanation) {
+    auto const reasons = explanationsOf(result.captures, explanation);
+    std::vector<std::string> const answers = explanation != nullptr
+                                                 ? answersOf(recording, result, *explanation)
+                                                 : std::vector<std::string>(result.captures.size());
+    Json captures = Json::array();
+    for (size_t i = 0; i < result.captures.size(); ++i) {
+        captures.push_back(captureJson(result.captures[i], reasons[i], answers[i]));
     }
-    auto const explained = [&](pipeline::CaptureRecord const& capture) {
-        auto const found = reasons.find(capture.requestNo);
-        return captureJson(capture, found != reasons.end() ? found->second : nullptr);
-    };
     Json json = documentOf("replay", result.isClean());
     json["recording"] =
         recordingJson(result.path, result.notes, result.facts, result.firstTimestampNs);
     json["options"] = optionsJson(result.options, result.offsetMs);
-    json["captures"] = listOf(result.captures, explained);
+    json["captures"] = std::move(captures);
     json["dumps"] = listOf(result.dumps, [](run::DebugDump const& dump) {
         return Json{{"timeNs", dump.timeNs}, {"lines", dump.lines}};
     });

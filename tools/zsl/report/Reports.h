@@ -4,6 +4,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/TextStyle.h"
@@ -23,7 +24,7 @@ namespace zebcam::tool::report {
 // For people: text as wide as the style has it, but for names that are longer themselves.
 
 /// A replay: facts, table, reasons if there are any, dumps, summary.
-std::string textReport(run::ReplayResult const& result,
+std::string textReport(recording::Recording const& recording, run::ReplayResult const& result,
                        log::Explanation const* explanation = nullptr,
                        base::TextStyle const& style = {});
 
@@ -40,8 +41,9 @@ std::string liveReport(run::LiveResult const& result, base::TextStyle const& sty
 /// given back and wrong, and the counts. Its words are cut where they fill a line.
 std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style = {});
 
-/// One capture; a part of the above.
-std::string captureText(log::CaptureExplanation const& capture, base::TextStyle const& style = {});
+/// One capture; a part of the above. `answer`: what it comes to, if that is known.
+std::string captureText(log::CaptureExplanation const& capture, std::string_view answer = {},
+                        base::TextStyle const& style = {});
 
 /// The rows of a comparison: a table for each recording, with the settings that differ. Plain text
 /// of at most 120 columns, but for paths that are longer themselves.
@@ -55,7 +57,8 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
 // For programs. docs/json.md lists every field; a field is always there, and null where it does not
 // apply.
 
-nlohmann::ordered_json toJson(run::ReplayResult const& result, log::Explanation const* explanation);
+nlohmann::ordered_json toJson(recording::Recording const& recording,
+                              run::ReplayResult const& result, log::Explanation const* explanation);
 
 /// `recording` is what the run played; without a path it was generated.
 nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording);

@@ -7,6 +7,7 @@
 
 #include "base/Table.h"
 #include "base/Text.h"
+#include "report/Answers.h"
 
 namespace zebcam::tool::report {
 
@@ -241,12 +242,14 @@ std::string verdictText(run::DeviceVerdict const& verdict, TextStyle const& styl
     return text;
 }
 
-std::string textReport(run::ReplayResult const& result, log::Explanation const* explanation,
-                       TextStyle const& style) {
+std::string textReport(recording::Recording const& recording, run::ReplayResult const& result,
+                       log::Explanation const* explanation, TextStyle const& style) {
     std::string text = factsText(style, result) + "\n" + tableText(style, result) + "\n";
     if (explanation != nullptr) {
-        for (log::CaptureExplanation const& capture : explanation->captures) {
-            text += captureText(capture, style) + "\n";
+        auto const reasons = explanationsOf(result.captures, explanation);
+        auto const answers = answersOf(recording, result, *explanation);
+        for (size_t i = 0; i < reasons.size(); ++i) {
+            text += reasons[i] != nullptr ? captureText(*reasons[i], answers[i], style) + "\n" : "";
         }
     }
     if (!result.dumps.empty()) {
