@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include "pipeline/Schedule.h"
 #include "report/Page.h"
 #include "report/Reports.h"
+#include "run/Verdict.h"
 #include "tool/CliFixture.h"
 #include "tool/SteadyRecording.h"
 
@@ -279,6 +281,57 @@ TEST(Faults, AllAtOnceLoseNoFrameAndNoBuffer) {
             }
         }
     }
+}
+
+/// `LEVEL WORD COUNT/TOTAL` of each reason.
+std::string reasonsOf(run::Verdict const& verdict) {
+    std::string text;
+    for (run::VerdictReason const& reason : verdict.reasons) {
+        text += fmt::format("{}{} {} {}/{}", text.empty() ? "" : ", ", toString(reason.level),
+                            reason.word, reason.count, reason.total);
+    }
+    return text;
+}
+
+TEST(Verdict, TellsWhatWasAnsweredAndIsStillNotGood) {
+    struct {
+        std::vector<std::string> faults;
+        pipeline::ReplayOptions options;
+        char const* reasons;
+    } const table[] = {
+        {{}, pressing({1000, 2000}), "good answered 2/2"},
+        {{"policy-throws@0s"},
+         pressing({1000, 2000, 3000}),
+         "doubtful longLag 1/3, doubtful timedOut 1/3, good answered 3/3, good injectedFaults 1/1"},
+        {{"flush@1.1s"},
+         pressing({1000}),
+         "bad flushed 1/1, good answered 1/1, good injectedFaults 1/1"},
+        {{"wrong-clock"},
+         pressing({1000}),
+         "bad wrongClock 1/1, bad timedOut 1/1, good answered 1/1, good injectedFaults 60/60"},
+    };
+    for (auto const& [faults, options, reasons] : table) {
+        run::ReplayResult const result = run::replay(steadyRecording(), failing(options, faults));
+        EXPECT_EQ(reasonsOf(verdictOf(result)), reasons);
+    }
+}
+
+TEST(Verdict, HoldsAReplayAgainstItsDevice) {
+    run::ReplayResult result;
+    result.summary.captures = result.summary.answeredCaptures = 1;
+    result.summary.frames = 2;
+    result.device = {9, 2, 2, 0, {}};
+    EXPECT_EQ(reasonsOf(verdictOf(result)), "good sameDecisions 2/2, good answered 1/1");
+    // A device's recording may end while the processor has something.
+    result.summary.unanswered = 1;
+    result.ledger.handedOut = 5;
+    result.ledger.withProcessor = 1;
+    EXPECT_EQ(reasonsOf(verdictOf(result)),
+              "doubtful unanswered 1/2, doubtful unbalancedLedger 1/5, good sameDecisions 2/2");
+    result.device = {9, 2, 1, 3, {"at 1 s: F7 for F8"}};
+    run::Verdict const verdict = verdictOf(result);
+    EXPECT_EQ(reasonsOf(verdict).substr(0, 23), "bad otherDecisions 3/9,");
+    EXPECT_EQ(verdict.reasons.front().details, result.device->differences);
 }
 
 TEST(Faults, DoNotExcuseOtherFailures) {

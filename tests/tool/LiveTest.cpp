@@ -251,7 +251,11 @@ TEST(LiveText, TellsWhatBecameOfARun) {
                        .bytesWritten = 222};
     result.errorLines = 1;
     result.failures = {"at 1 s: no idea"};
-    EXPECT_EQ(report::liveReport(result), R"(Live       a.csv, 29.94 frames/s, 3.014 s
+    EXPECT_EQ(report::liveReport(result), R"(Verdict    BAD: 1 kind of failure
+           at 1 s: no idea
+           BAD: the recording ended early: write failed
+           BAD: the buffer ledger does not balance: 1 set still out, 0 lost
+Live       a.csv, 29.94 frames/s, 3.014 s
 Captures   policy default, 2 frames every 500.00 ms, history of 8 frames, ZSL offset 20 ms, frame
            sync
 Sensor     90 frames arrived, 5 dropped from the history; late by 1500 us at most, 95 % by 1500 us
@@ -267,7 +271,7 @@ Ledger     7 handed out, 0 returned, 0 consumed, 0 released; 1 still out, 0 lost
 Recorded   11 operations, 222 bytes in a.zslrec: ENDED EARLY, write failed (No space left on device)
 Log        1 error line (--log error shows them)
 Failure    at 1 s: no idea
-Result     2 of 3 captures answered, the ledger DOES NOT BALANCE
+Result     BAD: 2 of 3 captures answered, the ledger DOES NOT BALANCE
 )");
     EXPECT_EQ(report::statusLine(result.status),
               "  3.014 s       90 frames  history   8, in flight  2, locked  1  captures     3, "

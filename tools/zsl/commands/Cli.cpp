@@ -50,7 +50,9 @@ std::string oneLine(std::string text) {
 
 }  // namespace
 
-int runCli(int argc, char const* const* argv, CliStreams const& streams) {
+int runCli(int argc, char const* const* argv, CliStreams const& given) {
+    CliStreams streams = given;
+    streams.provenance = base::provenanceOf(argc, argv);
     CLI::App app("Replays recordings of a phone's sensor through the zero-shutter-lag processor",
                  "zsl");
     std::string const version = fmt::format("zsl {} ({})", VERSION, REVISION);

@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 
+#include "base/Provenance.h"
 #include "base/TextStyle.h"
 
 namespace CLI {
@@ -21,6 +22,7 @@ struct CliStreams {
     bool showProgress = false;  ///< `err` is a terminal that somebody looks at
     base::TextStyle outStyle{};
     base::TextStyle errStyle{};
+    base::Provenance provenance = {};  ///< runCli fills it in
 };
 
 /// How far a long work is, on one line of a terminal that is wiped at the end. Silent while nobody

@@ -110,10 +110,13 @@ int run(Arguments arguments, CliStreams const& streams) {
         streams.err << "zsl compare: " << interrupted.what() << '\n';
         return kSignalStatus + interrupted.signal();
     }
-    json.put(
-        [&](std::ostream& out) { report::writeJson(report::toJson(arguments.plan, rows), out); });
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(arguments.plan, rows, streams.provenance), out);
+    });
     csv.put([&](std::ostream& out) { report::writeCsv(rows, out); });
-    report.put([&](std::ostream& out) { report::writeHtmlReport(arguments.plan, rows, out); });
+    report.put([&](std::ostream& out) {
+        report::writeHtmlReport(arguments.plan, rows, streams.provenance, out);
+    });
     if (!json.isStandard() && !csv.isStandard()) {
         streams.out << report::comparisonTable(rows, streams.outStyle);
     }

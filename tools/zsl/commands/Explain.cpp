@@ -106,7 +106,9 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         return kNothingFound;
     }
     std::string const path = arguments.log == kStandardStream ? "" : arguments.log;
-    json.put([&](std::ostream& out) { report::writeJson(report::toJson(explanation, path), out); });
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(explanation, path, streams.provenance), out);
+    });
     if (!json.isStandard()) {
         streams.out << report::explanationText(explanation, streams.outStyle);
     } else {

@@ -52,7 +52,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     recording.path = output.isStandard() ? "" : arguments.output;
     output.put([&](std::ostream& out) { recording::writeRecording(recording, out); });
     json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(arguments.options, recording), out);
+        report::writeJson(report::toJson(arguments.options, recording, streams.provenance), out);
     });
     return 0;
 }

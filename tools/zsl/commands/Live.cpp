@@ -108,7 +108,9 @@ int run(Arguments& arguments, CliStreams const& streams) {
     if (!json.isStandard()) {
         streams.out << '\n' << report::liveReport(result, streams.outStyle) << std::flush;
     }
-    json.put([&](std::ostream& out) { report::writeJson(report::toJson(result, recording), out); });
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(result, recording, streams.provenance), out);
+    });
     return result.isClean() ? 0 : 1;
 }
 

@@ -163,14 +163,16 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     log::Explanation const* const reasons = observer.explanation();
 
     json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(recording, result, reasons), out);
+        report::writeJson(report::toJson(recording, result, reasons, streams.provenance), out);
     });
     trace.put([&](std::ostream& out) {
-        report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections()},
+        report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections(),
+                            streams.provenance},
                            out);
     });
-    report.put(
-        [&](std::ostream& out) { report::writeHtmlReport(recording, result, reasons, out); });
+    report.put([&](std::ostream& out) {
+        report::writeHtmlReport(recording, result, reasons, streams.provenance, out);
+    });
     if (!json.isStandard()) {
         streams.out << report::textReport(recording, result, arguments.explain ? reasons : nullptr,
                                           streams.outStyle);

@@ -6,7 +6,9 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
+#include <cctype>
 #include <exception>
+#include <iterator>
 #include <sstream>
 #include <type_traits>
 #include <unordered_map>
@@ -351,8 +353,21 @@ std::vector<std::string> SimulatedPipeline::failures(int64_t startNs) const {
     };
     {
         LockGuard const lock(mLock);
-        for (auto const& [timeNs, text] : mFailures) {
-            add(timeNs, text);
+        std::vector<Failure> kinds;
+        for (auto const& [kind, failure] : mFailures) {
+            kinds.push_back(failure);
+        }
+        std::stable_sort(kinds.begin(), kinds.end(),
+                         [](Failure const& a, Failure const& b) { return a.firstNs < b.firstNs; });
+        for (Failure const& failure : kinds) {
+            if (failure.count == 1) {
+                add(failure.firstNs, failure.text);
+            } else {
+                failures.push_back(fmt::format("{} times, from {} to {} s: {}", failure.count,
+                                               base::formatSeconds(failure.firstNs - startNs),
+                                               base::formatSeconds(failure.lastNs - startNs),
+                                               failure.text));
+            }
         }
     }
     if (uint64_t const strays = mProvider->strayReturns(); strays > 0) {
@@ -366,8 +381,16 @@ std::vector<std::string> SimulatedPipeline::failures(int64_t startNs) const {
 }
 
 void SimulatedPipeline::fail(std::string text) {
+    // Captures and frames have numbers, by which the failures of one kind differ.
+    std::string kind;
+    std::copy_if(text.begin(), text.end(), std::back_inserter(kind),
+                 [](unsigned char c) { return std::isdigit(c) == 0; });
+    int64_t const timeNs = nowNs();
     LockGuard const lock(mLock);
-    mFailures.emplace_back(nowNs(), std::move(text));
+    Failure& failure =
+        mFailures.try_emplace(kind, Failure{std::move(text), 0, timeNs, 0}).first->second;
+    ++failure.count;
+    failure.lastNs = timeNs;
 }
 
 }  // namespace zebcam::tool::pipeline

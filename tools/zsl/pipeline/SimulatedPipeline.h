@@ -88,11 +88,20 @@ public:
     uint64_t errorLines() const { return mLog.errorLines(); }
     /// Exceptions (of policies, too, but for those of faults) and frames that came back wrongly so
     /// far, and what must not be at the end: metadata locks that are held, buffer sets that came
-    /// back without having been out. Each with its time from boot time `startNs` on.
+    /// back without having been out. Each with its time from boot time `startNs` on; those that
+    /// differ in numbers only are one, with how often, and from when to when.
     std::vector<std::string> failures(int64_t startNs) const;
 
 private:
     class ShutterListener;
+
+    /// A failure, as often as it came.
+    struct Failure {
+        std::string text;  ///< of the first
+        uint64_t count = 0;
+        int64_t firstNs = 0;  ///< boot time
+        int64_t lastNs = 0;
+    };
 
     template <typename Call>
     void guard(char const* what, Call call);
@@ -117,8 +126,8 @@ private:
     std::shared_ptr<host::HistoryProvider> const mProvider;
     CaptureBook mBook;
     mutable Mutex mLock;  ///< a leaf
-    /// With their boot times.
-    std::vector<std::pair<int64_t, std::string>> mFailures GUARDED_BY(mLock);
+    /// By their texts without numbers. A policy may fail at each frame of a run of days.
+    std::map<std::string, Failure> mFailures GUARDED_BY(mLock);
     /// Results that somebody else holds whenever a policy looks at them; borrowed.
     std::vector<android::wp<host::MetaStreamBuffer>> mHeldMetadata GUARDED_BY(mLock);
     android::sp<ShutterListener> mListener GUARDED_BY(mLock);           ///< null once it is gone

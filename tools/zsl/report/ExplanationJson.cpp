@@ -114,7 +114,8 @@ Json tryJson(log::TryExplanation const& attempt) {
             {"errors", attempt.errors}};
 }
 
-Json toJson(log::Explanation const& explanation, std::string const& path) {
+Json toJson(log::Explanation const& explanation, std::string const& path,
+            base::Provenance const& provenance) {
     Json pending = Json::array();
     for (log::CaptureExplanation const& capture : explanation.captures) {
         if (capture.outcome == log::CaptureOutcome::Pending) {
@@ -122,7 +123,7 @@ Json toJson(log::Explanation const& explanation, std::string const& path) {
         }
     }
     // A log may end anywhere: a capture that is still waiting then is nothing bad.
-    Json json = documentOf("explain", explanation.counts.errors == 0);
+    Json json = documentOf("explain", explanation.counts.errors == 0, provenance);
     json["log"] = logJson(path, explanation.counts);
     json["captures"] = listOf(explanation.captures, captureJson);
     json["pending"] = std::move(pending);

@@ -104,18 +104,20 @@ Json sensorJson(recording::Recording const& recording) {
 }  // namespace
 
 void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
-                     log::Explanation const* explanation, std::ostream& out) {
+                     log::Explanation const* explanation, base::Provenance const& provenance,
+                     std::ostream& out) {
     writePage(result.path + " - replay", textReport(recording, result),
               {{"version", VERSION},
                {"sensor", sensorJson(recording)},
-               {"replay", toJson(recording, result, explanation)}},
+               {"replay", toJson(recording, result, explanation, provenance)}},
               out);
 }
 
 void writeHtmlReport(compare::ComparisonPlan const& plan,
-                     std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
+                     std::vector<compare::ComparisonRow> const& rows,
+                     base::Provenance const& provenance, std::ostream& out) {
     writePage("Comparison of policies", comparisonTable(rows) + comparisonComplaints(rows),
-              {{"version", VERSION}, {"comparison", toJson(plan, rows)}}, out);
+              {{"version", VERSION}, {"comparison", toJson(plan, rows, provenance)}}, out);
 }
 
 }  // namespace zebcam::tool::report

@@ -60,8 +60,27 @@ int64_t nsOfMs(int64_t ms) {
     return ns;
 }
 
-Json documentOf(char const* command, bool isClean) {
-    return {{"format", kFormat}, {"version", VERSION}, {"command", command}, {"isClean", isClean}};
+Json documentOf(char const* command, bool isClean, base::Provenance const& provenance) {
+    return {{"format", kFormat},
+            {"version", VERSION},
+            {"command", command},
+            {"run",
+             {{"revision", orNull(provenance.revision)},
+              {"commandLine", orNull(provenance.commandLine)},
+              {"date", orNull(provenance.date)}}},
+            {"isClean", isClean}};
+}
+
+Json verdictJson(run::Verdict const& verdict) {
+    return {{"level", toString(verdict.level())},
+            {"reasons", listOf(verdict.reasons, [](run::VerdictReason const& reason) {
+                 return Json{{"level", toString(reason.level)},
+                             {"word", reason.word},
+                             {"count", reason.count},
+                             {"total", reason.total},
+                             {"text", reason.text},
+                             {"details", reason.details}};
+             })}};
 }
 
 Json recordingJson(std::string const& path, std::vector<std::string> const& notes,

@@ -9,11 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Provenance.h"
 #include "log/Explanation.h"
 #include "pipeline/CaptureRecord.h"
 #include "pipeline/ReplayOptions.h"
 #include "recording/Recording.h"
 #include "run/ReplayResult.h"
+#include "run/Verdict.h"
 
 namespace zebcam::tool::report {
 
@@ -50,7 +52,9 @@ std::string wordOf(std::string_view name);
 int64_t nsOfMs(int64_t ms);
 
 /// The head of a document; `isClean` is whether nothing happened that must not.
-Json documentOf(char const* command, bool isClean);
+Json documentOf(char const* command, bool isClean, base::Provenance const& provenance);
+
+Json verdictJson(run::Verdict const& verdict);
 
 /// An empty path: there is no file.
 Json recordingJson(std::string const& path, std::vector<std::string> const& notes,

@@ -60,7 +60,7 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
 }  // namespace
 
 Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
-            log::Explanation const* explanation) {
+            log::Explanation const* explanation, base::Provenance const& provenance) {
     auto const reasons = explanationsOf(result.captures, explanation);
     std::vector<std::string> const answers = explanation != nullptr
                                                  ? answersOf(recording, result, *explanation)
@@ -69,7 +69,8 @@ Json toJson(recording::Recording const& recording, run::ReplayResult const& resu
     for (size_t i = 0; i < result.captures.size(); ++i) {
         captures.push_back(captureJson(result.captures[i], reasons[i], answers[i]));
     }
-    Json json = documentOf("replay", result.isClean());
+    Json json = documentOf("replay", result.isClean(), provenance);
+    json["verdict"] = verdictJson(verdictOf(result));
     json["recording"] =
         recordingJson(result.path, result.notes, result.facts, result.firstTimestampNs);
     json["options"] = optionsJson(result.options, result.offsetMs);
@@ -121,9 +122,11 @@ Json recorderJson(run::LiveResult const& result) {
 
 }  // namespace
 
-Json toJson(run::LiveResult const& result, recording::Recording const& recording) {
+Json toJson(run::LiveResult const& result, recording::Recording const& recording,
+            base::Provenance const& provenance) {
     run::LiveOptions const& options = result.options;
-    Json json = documentOf("live", result.isClean());
+    Json json = documentOf("live", result.isClean(), provenance);
+    json["verdict"] = verdictJson(verdictOf(result));
     json["elapsedNs"] = result.status.elapsedNs;
     json["endedBySignal"] = orNull(result.signal);
     json["recording"] =
@@ -192,18 +195,20 @@ Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> cons
 
 }  // namespace
 
-Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::ComparisonRow> const& rows) {
+Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::ComparisonRow> const& rows,
+            base::Provenance const& provenance) {
     bool const isClean = std::all_of(
         rows.begin(), rows.end(), [](compare::ComparisonRow const& row) { return row.isGood(); });
-    Json json = documentOf("compare", isClean);
+    Json json = documentOf("compare", isClean, provenance);
     json["limits"] = listOf(plan.limits, [](compare::Limit const& limit) { return limit.text(); });
     json["rows"] = listOf(rows, [&](auto const& row) { return rowJson(row, plan.limits); });
     return json;
 }
 
-Json toJson(recording::GeneratorOptions const& options, recording::Recording const& made) {
+Json toJson(recording::GeneratorOptions const& options, recording::Recording const& made,
+            base::Provenance const& provenance) {
     // What cannot be made or written is an error and leaves no document.
-    Json json = documentOf("generate", true);
+    Json json = documentOf("generate", true, provenance);
     json["recording"] = recordingJson(made.path, made.notes, recording::computeFacts(made),
                                       made.frames.front().timestampNs);
     json["options"] = {{"frames", options.frames},

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/Provenance.h"
 #include "base/TextStyle.h"
 #include "compare/Comparison.h"
 #include "log/Explanation.h"
@@ -58,19 +59,24 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
 // apply.
 
 nlohmann::ordered_json toJson(recording::Recording const& recording,
-                              run::ReplayResult const& result, log::Explanation const* explanation);
+                              run::ReplayResult const& result, log::Explanation const* explanation,
+                              base::Provenance const& provenance = {});
 
 /// `recording` is what the run played; without a path it was generated.
-nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording);
+nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording,
+                              base::Provenance const& provenance = {});
 
 nlohmann::ordered_json toJson(compare::ComparisonPlan const& plan,
-                              std::vector<compare::ComparisonRow> const& rows);
+                              std::vector<compare::ComparisonRow> const& rows,
+                              base::Provenance const& provenance = {});
 
 /// `path` is that of the log, empty for standard input.
-nlohmann::ordered_json toJson(log::Explanation const& explanation, std::string const& path = "");
+nlohmann::ordered_json toJson(log::Explanation const& explanation, std::string const& path = "",
+                              base::Provenance const& provenance = {});
 
 nlohmann::ordered_json toJson(recording::GeneratorOptions const& options,
-                              recording::Recording const& made);
+                              recording::Recording const& made,
+                              base::Provenance const& provenance = {});
 
 /// Writes a document for people to read as well.
 void writeJson(nlohmann::ordered_json const& document, std::ostream& out);
@@ -83,11 +89,13 @@ void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out
 /// Writes a replay as one HTML page that needs nothing else to open. docs/report.md says what it
 /// shows.
 void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
-                     log::Explanation const* explanation, std::ostream& out);
+                     log::Explanation const* explanation, base::Provenance const& provenance,
+                     std::ostream& out);
 
 /// The same of a comparison.
 void writeHtmlReport(compare::ComparisonPlan const& plan,
-                     std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
+                     std::vector<compare::ComparisonRow> const& rows,
+                     base::Provenance const& provenance, std::ostream& out);
 
 /// What a trace shows. Everything is on loan.
 struct TraceInput {
@@ -96,6 +104,7 @@ struct TraceInput {
     log::Explanation const* explanation;
     std::vector<run::OccupancySample> const& occupancy;
     std::vector<run::ProcessorSection> const& sections;
+    base::Provenance provenance = {};
 };
 
 /// Writes a replay as a trace for ui.perfetto.dev, in the Trace Event Format. docs/trace.md says

@@ -8,6 +8,7 @@
 #include "base/Table.h"
 #include "base/Text.h"
 #include "report/Answers.h"
+#include "run/Verdict.h"
 
 namespace zebcam::tool::report {
 
@@ -81,16 +82,44 @@ std::string troublesText(TextStyle const& style, uint64_t errorLines,
     return text;
 }
 
-std::string resultText(TextStyle const& style, run::ReplaySummary const& summary,
+/// In capitals where somebody must look, and in colour where there is some.
+std::string shownLevel(TextStyle const& style, run::Level level) {
+    switch (level) {
+        case run::Level::Good:
+            return style.paint("good", Tone::Good);
+        case run::Level::Doubtful:
+            return style.paint("doubtful", Tone::Doubtful);
+        case run::Level::Bad:
+            break;
+    }
+    return style.paint("BAD", Tone::Bad);
+}
+
+/// The first lines: how the run is to be taken, and why.
+std::string verdictLines(TextStyle const& style, run::Verdict const& verdict) {
+    std::string text;
+    for (run::VerdictReason const& reason : verdict.reasons) {
+        text += labelled(style, text.empty() ? "Verdict" : "",
+                         fmt::format("{}: {}", shownLevel(style, reason.level), reason.text));
+        if (!reason.details.empty()) {
+            bool const isAll = reason.details.size() == 1;
+            text += labelled(style, "", (isAll ? "" : "first: ") + reason.details.front());
+        }
+    }
+    return text;
+}
+
+/// The last line, which repeats the verdict: the head of a long table is out of sight.
+std::string resultText(TextStyle const& style, run::Level level, run::ReplaySummary const& summary,
                        host::BufferLedger::Totals const& ledger) {
     bool const areAnswered = summary.answeredCaptures == summary.captures;
     std::string const answers = fmt::format("{} of {} answered", summary.answeredCaptures,
                                             counted(summary.captures, "capture", "captures"));
-    return labelled(
-        style, "Result",
-        fmt::format("{}, the ledger {}", style.paint(answers, areAnswered ? Tone::Good : Tone::Bad),
-                    ledger.balances() ? style.paint("balances", Tone::Good)
-                                      : style.paint("DOES NOT BALANCE", Tone::Bad)));
+    return labelled(style, "Result",
+                    fmt::format("{}: {}, the ledger {}", shownLevel(style, level),
+                                style.paint(answers, areAnswered ? Tone::Good : Tone::Bad),
+                                ledger.balances() ? style.paint("balances", Tone::Good)
+                                                  : style.paint("DOES NOT BALANCE", Tone::Bad)));
 }
 
 std::string gapsOf(recording::RecordingFacts const& facts) {
@@ -244,7 +273,9 @@ std::string verdictText(run::DeviceVerdict const& verdict, TextStyle const& styl
 
 std::string textReport(recording::Recording const& recording, run::ReplayResult const& result,
                        log::Explanation const* explanation, TextStyle const& style) {
-    std::string text = factsText(style, result) + "\n" + tableText(style, result) + "\n";
+    run::Verdict const verdict = verdictOf(result);
+    std::string text = verdictLines(style, verdict) + factsText(style, result) + "\n" +
+                       tableText(style, result) + "\n";
     if (explanation != nullptr) {
         auto const reasons = explanationsOf(result.captures, explanation);
         auto const answers = answersOf(recording, result, *explanation);
@@ -259,7 +290,7 @@ std::string textReport(recording::Recording const& recording, run::ReplayResult 
     text += servedText(style, result.summary) + lagText(style, result.summary.lag) +
             ledgerText(style, result.ledger, result.unsettled, result.firstTimestampNs) +
             troublesText(style, result.errorLines, result.failures) +
-            resultText(style, result.summary, result.ledger);
+            resultText(style, verdict.level(), result.summary, result.ledger);
     return result.device ? text + verdictText(*result.device, style) : text;
 }
 
@@ -351,13 +382,14 @@ std::string statusLine(run::LiveStatus const& status, TextStyle const& style) {
 
 std::string liveReport(run::LiveResult const& result, TextStyle const& style) {
     run::ReplaySummary const summary = result.summary();
-    return headText(style, result) + sensorText(style, result) + "\n" + timesText(style, result) +
-           "\n" + servedText(style, summary) +
+    run::Verdict const verdict = verdictOf(result);
+    return verdictLines(style, verdict) + headText(style, result) + sensorText(style, result) +
+           "\n" + timesText(style, result) + "\n" + servedText(style, summary) +
            ledgerText(style, result.status.ledger, result.unsettled, result.startNs) +
            recorderText(style, result) +
            (result.faults ? labelled(style, "Faults", result.faults->text()) : "") +
            troublesText(style, result.errorLines, result.failures) +
-           resultText(style, summary, result.status.ledger);
+           resultText(style, verdict.level(), summary, result.status.ledger);
 }
 
 }  // namespace zebcam::tool::report

@@ -15,10 +15,11 @@ namespace zebcam::tool::report {
 namespace {
 
 // The page shows processes by number: what happens first comes first.
-constexpr int SENSOR = 1;
-constexpr int OCCUPANCY = 2;
-constexpr int CAPTURES = 3;
-constexpr int PROCESSOR = 4;
+constexpr int VERDICT = 1;
+constexpr int SENSOR = 2;
+constexpr int OCCUPANCY = 3;
+constexpr int CAPTURES = 4;
+constexpr int PROCESSOR = 5;
 
 constexpr int64_t MARKS_PER_FRAME = 20;  // thin enough to tell two in neighbouring frames apart
 
@@ -112,9 +113,24 @@ void writeSections(TraceEvents& events, std::vector<run::ProcessorSection> const
     }
 }
 
-Json aboutOf(run::ReplayResult const& result) {
+/// A slice above all others, as long as the replay.
+void writeVerdict(TraceEvents& events, run::ReplayResult const& result, int64_t endNs) {
+    run::Verdict const verdict = verdictOf(result);
+    Track const track = rowOf(VERDICT, 0);
+    events.nameThread(track, "verdict", 0);
+    events.begin(track, result.firstTimestampNs, "verdict",
+                 fmt::format("{}: {}", toString(verdict.level()), verdict.reasons.front().text),
+                 verdictJson(verdict));
+    events.end(track, std::max(endNs, result.firstTimestampNs + 1));
+}
+
+Json aboutOf(run::ReplayResult const& result, base::Provenance const& provenance) {
     Json about = {{"recording", result.path},
                   {"version", VERSION},
+                  {"revision", orNull(provenance.revision)},
+                  {"commandLine", orNull(provenance.commandLine)},
+                  {"date", orNull(provenance.date)},
+                  {"verdict", toString(verdictOf(result).level())},
                   {"policy", result.options.policy.name()},
                   {"historySize", result.options.history},
                   {"offsetNs", nsOfMs(result.offsetMs)},
@@ -122,7 +138,7 @@ Json aboutOf(run::ReplayResult const& result) {
     if (result.faults) {
         about["faults"] = result.faults->text();
     }
-    return about;
+    return withoutNulls(about);
 }
 
 }  // namespace
@@ -146,10 +162,12 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
     TraceFlows const flows(recording, frameEndsNs, captures);
 
     TraceEvents events(out, input.result.firstTimestampNs);
+    events.nameProcess(VERDICT, "verdict");
     events.nameProcess(SENSOR, "sensor");
     events.nameProcess(OCCUPANCY, "occupancy");
     events.nameProcess(CAPTURES, "captures");
     events.nameProcess(PROCESSOR, "processor");
+    writeVerdict(events, input.result, replayEndNs);
     // A press, the frame and the result may fall on one instant: the arrow then follows the order
     // of the file.
     writeCaptures(events, CAPTURES, captures, shapes, input.explanation, flows);
@@ -157,7 +175,7 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
     writeAnswers(events, CAPTURES, captures, shapes, flows);
     writeOccupancy(events, input);
     writeSections(events, input.sections);
-    events.finish(aboutOf(input.result));
+    events.finish(aboutOf(input.result, input.provenance));
 }
 
 }  // namespace zebcam::tool::report

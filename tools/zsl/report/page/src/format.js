@@ -1,15 +1,25 @@
 const NONE = '\u2013';
 const MINUS = '\u2212';
 
-function fixed(value, decimals) {
-    const text = Math.abs(value).toFixed(decimals);
-    return value < 0 && Number(text) !== 0 ? MINUS + text : text;
+/// Half away from zero, as in the text: toFixed() rounds the nearest double, which may lie below.
+function fixed(value, decimals, unit = 1) {
+    const steps = Math.round(Math.abs(value) / (unit / 10 ** decimals));
+    const text = (steps / 10 ** decimals).toFixed(decimals);
+    return value < 0 && steps !== 0 ? MINUS + text : text;
 }
 
 const isMissing = (value) => value === null || value === undefined;
 
-export const ms = (ns) => (isMissing(ns) ? NONE : fixed(ns / 1e6, 2));
-export const seconds = (ns) => (isMissing(ns) ? NONE : fixed(ns / 1e9, 3));
+export const ms = (ns) => (isMissing(ns) ? NONE : fixed(ns, 2, 1e6));
+export const seconds = (ns) => (isMissing(ns) ? NONE : fixed(ns, 3, 1e9));
+const LONG_TIMES = [[3600e9, 'h'], [60e9, 'min'], [10e9, 's']];
+
+/// A time and its unit, which grows with it so that the number stays short.
+export function timeAndUnit(ns) {
+    const [unit, name] = LONG_TIMES.find(([least]) => Math.abs(ns ?? 0) >= least) ?? [1e6, 'ms'];
+    return [isMissing(ns) ? NONE : fixed(ns, 2, name === 's' ? 1e9 : unit), name];
+}
+
 export const number = (value, decimals) => (isMissing(value) ? NONE : fixed(value, decimals));
 export const orNone = (value) => (isMissing(value) || value === '' ? NONE : String(value));
 export const whole = (value) => (isMissing(value) ? NONE : value.toLocaleString('en-US'));

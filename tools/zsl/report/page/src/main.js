@@ -6,6 +6,7 @@ import {counted, number, seconds, whole} from './format.js';
 import {makeModel} from './model.js';
 import {showFacts, showSummary} from './summary.js';
 import {Timeline} from './timeline.js';
+import {showProvenance, showVerdict} from './verdict.js';
 
 function setHead(kicker, title, lead) {
     byId('kicker').textContent = kicker;
@@ -31,6 +32,8 @@ function showReplay(data) {
         `${counted(model.captures.length, 'capture', 'captures')} of ` +
         `${counted(options.framesPerCapture, 'frame', 'frames')} \u00b7 ZSL offset ` +
         `${whole(options.offsetNs / 1e6)} ms`);
+    showProvenance(data.replay, [data.replay.device ? 'recording of a device' : '']);
+    showVerdict(data.replay.verdict);
     showSummary(model);
     let table = null;
     const timeline = new Timeline(model, (capture, mayMove) => select(capture, mayMove));
@@ -63,6 +66,7 @@ function main() {
         setHead('Zero shutter lag \u00b7 comparison', 'Comparison of policies',
             `${counted(rows.length, 'run', 'runs')} over ` +
             counted(recordings, 'recording', 'recordings'));
+        showProvenance(data.comparison);
         if (rows.length > 0) {
             showComparison(rows);
         }

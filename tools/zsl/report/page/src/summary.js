@@ -1,5 +1,5 @@
 import {byId, definitions, element, show, swatch} from './dom.js';
-import {counted, ms, number, OUTCOMES, seconds, toneOf, whole, words} from './format.js';
+import {counted, ms, number, OUTCOMES, seconds, timeAndUnit, toneOf, whole, words} from './format.js';
 
 function tile(label, field, value, unit, tone) {
     const head = element('div', {class: 'label'}, label);
@@ -11,25 +11,6 @@ function tile(label, field, value, unit, tone) {
         text.append(element('span', {class: 'unit'}, ` ${unit}`));
     }
     return element('div', {class: 'tile'}, head, text);
-}
-
-function verdict(replay) {
-    const {summary, ledger} = replay;
-    const bad = [];
-    if (summary.unanswered > 0) {
-        bad.push(`${counted(summary.unanswered, 'frame was', 'frames were')} never answered.`);
-    }
-    if (!ledger.balances) {
-        const out = ledger.withProcessor + ledger.withFrameBuilder;
-        bad.push(`The buffer ledger does not balance: ${counted(out, 'set', 'sets')} still out, ` +
-            `${whole(ledger.lost)} lost.`);
-    }
-    bad.push(...replay.failures);
-    if (bad.length > 0) {
-        return bad.map((text) => element('p', {class: 'bad'}, text));
-    }
-    const text = 'Every capture was answered and the buffer ledger balances.';
-    return [element('p', {}, text)];
 }
 
 function tiles(model) {
@@ -49,16 +30,15 @@ function tiles(model) {
             summary.withoutHistory === 1 ? 'frame' : 'frames'));
     }
     if (summary.lag.count > 0) {
-        made.push(tile('Median lag', 'lag.medianNs', ms(summary.lag.medianNs), 'ms'));
-        made.push(tile('95 % lag', 'lag.p95Ns', ms(summary.lag.p95Ns), 'ms'));
+        made.push(tile('Median lag', 'lag.medianNs', ...timeAndUnit(summary.lag.medianNs)));
+        made.push(tile('95 % lag', 'lag.p95Ns', ...timeAndUnit(summary.lag.p95Ns)));
     }
-    made.push(tile('Longest wait', 'wait.maxNs', ms(summary.wait.maxNs), 'ms'));
+    made.push(tile('Longest wait', 'wait.maxNs', ...timeAndUnit(summary.wait.maxNs)));
     return made;
 }
 
 export function showSummary(model) {
     const {summary} = model.replay;
-    byId('verdict').replaceChildren(...verdict(model.replay));
     byId('tiles').replaceChildren(...tiles(model));
     const shares = OUTCOMES.filter((outcome) => summary[outcome] > 0).map((outcome) => {
         const share = element('span', {class: toneOf(outcome)});
