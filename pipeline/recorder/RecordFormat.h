@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 /**
  * The layout of a recording, for whoever writes or reads one.
@@ -51,6 +53,13 @@
 namespace NSCam::v3::pipeline::model::record {
 
 constexpr std::array<uint8_t, 8> MAGIC{'Z', 'S', 'L', 'R', 'E', 'C', '\r', '\n'};
+/// Whether bytes begin as a recording does.
+constexpr bool hasMagic(std::string_view bytes) {
+    return bytes.size() >= MAGIC.size() &&
+           std::equal(MAGIC.begin(), MAGIC.end(), bytes.begin(),
+                      [](uint8_t a, char b) { return a == static_cast<uint8_t>(b); });
+}
+
 constexpr uint32_t VERSION = 1;
 constexpr size_t FILE_HEADER_BYTES = MAGIC.size() + 4;
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <iostream>
 #include <map>
 #include <random>
 #include <sstream>
@@ -251,6 +252,18 @@ TEST(DeviceReplay, IsDoneByTheTool) {
     EXPECT_THAT(good.out, testing::AllOf(HasSubstr("1 waited"), HasSubstr("F4"),
                                          HasSubstr("same decisions")));
     std::string bytes = contentOf(file.path);
+    std::istringstream piped(bytes);
+    std::streambuf* const input = std::cin.rdbuf(piped.rdbuf());
+    tool::Outcome const fromPipe = tool::zsl({"replay", "-"});
+    std::cin.rdbuf(input);
+    EXPECT_EQ(0, fromPipe.status) << fromPipe.err;
+    EXPECT_THAT(fromPipe.out, HasSubstr("same decisions"));
+    for (std::string const command : {"live", "compare"}) {
+        EXPECT_EQ(tool::zsl({command, file.path}).err.substr(0, 200),
+                  "zsl " + command + ": " + file.path +
+                      ": expected a CSV file, found a recording of a device, which zsl replay "
+                      "takes\n");
+    }
     bytes[8] = 9;
     TempFile const newer("newer.zslrec", bytes);
     tool::Outcome const unknown = tool::zsl({"replay", newer.path});

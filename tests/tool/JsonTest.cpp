@@ -194,7 +194,9 @@ TEST(Json, HasTheNumbersOfItsParts) {
     result.options.history = 32;
     result.options.deliveryDelayNs = 33;
     result.offsetMs = -34;
+    result.options.input.fromNs = 38;
     result.options.pressesNs = {35, 36};
+    result.options.pressBootTimesNs = {39};
     result.options.flushesNs = {37};
     pipeline::FrameOutcome& frame = result.captures[0].frames[0];
     frame = {pipeline::Served::TimedOut, 41, 42, 43, 44, 45, 46};
@@ -223,7 +225,8 @@ TEST(Json, HasTheNumbersOfItsParts) {
     EXPECT_EQ(replay["options"].dump(),
               R"({"policy":"multiframe","timeoutNs":31000000,"framesPerCapture":1,)"
               R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"
-              R"("offsetNs":-34000000,"frameSync":false,"pressAtNs":[35,36],"flushAtNs":[37],)"
+              R"("offsetNs":-34000000,"frameSync":false,"fromNs":38,"toNs":null,"anyRate":false,)"
+              R"("pressAtNs":[35,36],"pressAtBootNs":[39],"flushAtNs":[37],)"
               R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
     EXPECT_EQ(replay["captures"][0]["frames"][0].dump(),
               R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"

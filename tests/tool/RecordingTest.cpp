@@ -17,9 +17,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
+recording::InputOptions const kAnyRate{.anyRate = true, .fromNs = {}, .toNs = {}};
+
 recording::Recording read(std::string const& content) {
     std::istringstream in(content);
-    return recording::readRecording(in, "r.csv");
+    return recording::readRecording(in, "r.csv", kAnyRate);
 }
 
 /// A frame without exposure time or any state.
@@ -67,12 +69,23 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
         {t + "99999999999999999999\n", "found \"99999999999999999999\""},
         {t + std::string((1 << 20) + 1, '7'),
          "r.csv:2: expected a line of at most 1 MiB, found a longer one"},
-        {t + "1e9\n", "found \"1e9\""},
+        {t + "28670339410000.5\n", "found \"28670339410000.5\""},
+        {t + "1e19\n", "found \"1e19\""},
+        {"1000,5\n2000,6\n", "put the columns' names before it, as in \"Timestamp[nanosec],Frame"},
+        {"time,ISO\n1,2\n", "if \"time\" has them, name it \"Timestamp[nanosec]\" (or micros"},
+        {"a|Timestamp[nanosec]\n1|2\n", "if \"a|Timestamp[nanosec]\" has them, name it"},
+        {"a|b\n1|2\n", "the separator looks like \"|\" and must be a comma, a semicolon or a tab"},
+        {"timestamp_ns,timestamp_us\n1,1\n", "found two, as columns 1 and 2"},
+        {"timestamp\n0.7\n1.4\n",
+         "r.csv:3: column \"timestamp\": expected a unit in the column's name, as in "
+         "\"Timestamp[nanosec]\" (or microsec, millisec, sec), found an interval of 0.7 that fits "
+         "several"},
+        {"timestamp[sec]\n0\n", "expected a time from 1 to 4611686018427387903 ns, found \"0\""},
         {t + "12abc\n", "found \"12abc\""},
         {withColumn("Frame No.", {"5", "5"}),
          "r.csv:3: column \"Frame No.\": expected a number greater than 5 of the row before, found "
          "5"},
-        {withColumn("Frame No.", {"4294967296"}), "from 0 to 4294967295"},
+        {withColumn("Frame No.", {"4294967295"}), "from 0 to 4294967294"},
         {withColumn("Frame No.", {"1", ""}), "found an empty cell"},
         {withColumn("Frame readout time[nanosec]", {"3600000000001"}),
          "column \"Frame readout time[nanosec]\": expected a whole number from 0 to 3600000000000"},
@@ -82,6 +95,7 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
         {withColumn("Focus distance", {"nan"}),
          "r.csv:2: column \"Focus distance\": expected a number of diopters, 0 or more, found "},
         {withColumn("Focus distance", {"-0.5"}), "found \"-0.5\""},
+        {withColumn("Focus distance", {"1e308"}), "found \"1e308\""},
         {t + nul, "r.csv:3: expected text without control characters, found \"\\x00\\x01\""},
         {t + std::string(100, 'z'), "found \"" + std::string(40, 'z') + "...\""},
         {withColumn("ISO", {"\"a\"\"\xff\\\""}), "found \"a\\\"\\xff\\\\\""},
@@ -109,6 +123,57 @@ TEST(RecordingReader, AcceptsTheCommonFormsOfCsv) {
         EXPECT_EQ(read(form).frames, expected.frames) << form;
         EXPECT_EQ(read(form).notes, expected.notes) << form;
     }
+}
+
+TEST(RecordingReader, ReadsOtherShapesAndSaysHow) {
+    // Frames of 33.4 ms from 28670.33941 s on.
+    std::tuple<std::string, std::string> const shapes[] = {
+        {"28670339410000\n28670372810000\n", "no header: every line is read as a timestamp"},
+        {"28670.339410000\n28670.372810000\n", "read as seconds, which their interval fits alone"},
+        {"t\n2.867033941e10\n28670372810.0\n", "read as microseconds, which"},
+        {"28670339.41\n28670372.81\n", "read as milliseconds, which"},
+        {"timestamp;x\n28670339410000;0,5\n28670372810000;0,5\n", "separated by semicolons"},
+        {"28670339410000\n28670372810000\n", "read as nanoseconds, which"},
+        {"x\ttimestamp_us\n\t28670339410\n\t28670372810\n", "separated by tabs"},
+        {"timestamp[nanosec]\n28670339410000.0\n2.867037281e13\n",
+         "other names of columns: \"timestamp[nanosec]\" for \"Timestamp[nanosec]\""},
+        {"x,Timestamp [microsec]\n,28670339410\n,28670372810\n",
+         "\"Timestamp [microsec]\" for \"Timestamp[nanosec]\" in microseconds"},
+        {"# by a logger\n\n#timestamp [ns],x\n28670339410000,a\n28670372810000,b\n",
+         "\"timestamp [ns]\" for"},
+        {"# by a logger\nSensor timestamp (s),x\n28670.33941,\n28670.3728100000004,\n",
+         "\"Sensor timestamp (s)\" for \"Timestamp[nanosec]\" in seconds"},
+    };
+    for (auto const& [content, note] : shapes) {
+        std::istringstream in(content);
+        auto const recording = recording::readRecording(in, "r.csv");
+        EXPECT_THAT(recording.frames, ElementsAre(frameOf(1, 28'670'339'410'000, 33'400'000),
+                                                  frameOf(2, 28'670'372'810'000, 33'400'000)))
+            << content;
+        EXPECT_THAT(recording.notes, testing::Contains(HasSubstr(note))) << content;
+    }
+    auto const times =
+        read("timestamp_ms,Exposure Time (us),iso,focus_distance\n1,20.5,7,1e-300\n2,,8,0\n");
+    EXPECT_EQ(times.frames[0].exposureNs, 20'500);
+    EXPECT_EQ(times.frames[1].iso, 8);
+    EXPECT_EQ(times.frames[0].focusDistance, 0.0F) << "too small for a float";
+}
+
+TEST(RecordingReader, RefusesRatesThatNoSensorHas) {
+    auto const refusal = [](std::string const& content) {
+        std::istringstream in(content);
+        return errorOf([&] { recording::readRecording(in, "r.csv"); });
+    };
+    std::string const t = "Timestamp[nanosec]\n";
+    EXPECT_EQ(refusal(t + "28670339\n28670372\n28670406\n"),
+              "r.csv: expected 1 to 2000 frames/s, found 3.0303e+07; the timestamps look like "
+              "milliseconds: name the column \"Timestamp[millisec]\", or give --any-rate");
+    EXPECT_THAT(refusal("timestamp_us\n28670339410000\n28670372810000\n"),
+                HasSubstr("look like nanoseconds"));
+    EXPECT_EQ(refusal(t + "1000000\n1500000\n"), "no error");
+    EXPECT_EQ(refusal(t + "1000000\n1001000000\n"), "no error");
+    EXPECT_THAT(refusal(t + "1000000\n2001000000\n"),
+                HasSubstr("if that is right, give --any-rate"));
 }
 
 TEST(RecordingReader, FillsInWhatTheRecordingLacks) {
@@ -144,7 +209,7 @@ recording::Recording extremes() {
     lowest.focusDistance = 1.17549435e-38f;
     lowest.aeStable = INT32_MIN;
     lowest.frameSync = INT64_MIN;
-    recording::SensorFrame highest = frameOf(UINT32_MAX, 3'600'000'000'000, 3'600'000'000'000);
+    recording::SensorFrame highest = frameOf(UINT32_MAX - 1, 3'600'000'000'000, 3'600'000'000'000);
     highest.exposureNs = highest.durationNs;
     highest.iso = highest.aeStable = highest.sensorId = highest.sensorMode = INT32_MAX;
     highest.focusDistance = 0.1f;
@@ -159,7 +224,7 @@ using OutputFiles = CliTest;
 TEST_F(OutputFiles, AppearWholeOrNotAtAll) {
     std::string const file = path("r.csv");
     recording::writeRecording(extremes(), file);
-    recording::Recording const copy = recording::readRecording(file);
+    recording::Recording const copy = recording::readRecording(file, kAnyRate);
     EXPECT_EQ(copy.frames, extremes().frames);
     EXPECT_EQ(copy.medianIntervalNs, extremes().medianIntervalNs);
     EXPECT_THAT(copy.notes, IsEmpty());

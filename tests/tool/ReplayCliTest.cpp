@@ -57,6 +57,16 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
         {{"replay", file, "--press", "-1ms"}, "--press -0.001s: before the recording's first"},
         {{"replay", file, "--press", "1.1001s"}, "last frame (expected 0s to 1.1s)"},
         {{"replay", file, "--dump-at", "2s"}, "--dump-at 2s: after"},
+        {{"replay", file, "--press", "@4999.95s"}, "--press @4999950000000: before the recording"},
+        {{"replay", file, "--press", "@5001.3"},
+         "@5001300000000: after the recording's last frame "
+         "(expected @5000000000001 to @5001100000001)"},
+        {{"replay", file, "--press", "@noon"}, "--press: expected a boot time after @"},
+        {{"replay", file, "--from", "2s"}, "--from 2s: outside of the recording (expected 0s to 1"},
+        {{"replay", file, "--to", "-1s"}, "--to -1s: outside of the recording"},
+        {{"replay", file, "--from", "0.5s", "--to", "0.51s"},
+         "recording.csv: expected at least two frames from 0.5s to 0.51s, found 1"},
+        {{"replay", file, "--to", "0.5s", "--press", "0.6s"}, "expected 0s to 0.5s"},
         {{"replay", file, "--press", "5"}, "--press: expected a time with its unit"},
         {{"replay", file, "--captures", "0"}, "--captures: expected a whole number from 1"},
         {{"replay", file, "--history", "8x"}, "--history: expected a whole number from 1"},
@@ -77,6 +87,18 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
         {{"replay", file, "--policy", selectors + "refuser.so"}, "create() threw: not today"},
     };
     expectRefused({}, table);
+}
+
+TEST_F(ReplayCli, TakesAPartAndPressesByItsClock) {
+    Arguments const part = {"replay", mRecording, "--from", "300ms", "--to", "1s", "--json", "-"};
+    Json const byClock = Json::parse(zsl(plus(part, {"--press", "@5000.800000001"})).out);
+    EXPECT_EQ(byClock["recording"]["frames"], 8);
+    EXPECT_EQ(byClock["recording"]["firstTimestampNs"], START + 300 * MS);
+    EXPECT_THAT(byClock["recording"]["notes"].dump(), HasSubstr("8 of 12 frames, from 0.3s to 1s"));
+    EXPECT_EQ(byClock["captures"][0]["pressNs"], START + 800 * MS);
+    // What is left out has no part in it: the same as a file that begins there.
+    Json const byPart = Json::parse(zsl(plus(part, {"--press", "500ms"})).out);
+    EXPECT_EQ(byPart["captures"], byClock["captures"]);
 }
 
 TEST_F(ReplayCli, WritesJsonToAFileOrInsteadOfTheText) {

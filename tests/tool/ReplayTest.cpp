@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "pipeline/Schedule.h"
 #include "tool/SteadyRecording.h"
 
 namespace zebcam::tool {
@@ -156,6 +157,9 @@ TEST(Replay, SpreadsCapturesEvenlyAndMeasuresLag) {
     // Presses at 500, 1500, 2500 and 3500 ms, each the start of a frame.
     EXPECT_EQ(result.captures[0].pressNs, START + 500 * MS);
     EXPECT_EQ(result.captures[3].pressNs, START + 3500 * MS);
+    options.captures = 3;
+    EXPECT_EQ(pipeline::pressTimes(steadyRecording(2), options),
+              (std::vector<int64_t>{16'666'666, 50'000'000, 83'333'333}));
     EXPECT_EQ(result.summary.lag.max, 0);
     base::Spread const spread = base::spreadOf({40, 10, -20, 30});
     EXPECT_EQ((std::vector{spread.min, spread.median, spread.p95, spread.max}),

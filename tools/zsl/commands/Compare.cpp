@@ -201,6 +201,7 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         ->required()
         ->type_name("FILE");
     addSettings(*command, arguments->plan);
+    addInputOptions(*command, arguments->plan.common.input);
     addPressOptions(*command, arguments->plan.common);
     addCaptureOptions(*command, arguments->plan.common);
     addPipelineOptions(*command, arguments->plan.common);

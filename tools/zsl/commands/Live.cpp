@@ -52,7 +52,7 @@ int64_t parseTime(std::string const& text) {
 /// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
 recording::Recording sourceOf(Arguments& arguments) {
     if (arguments.recording) {
-        return recording::readRecording(*arguments.recording);
+        return recording::readRecording(*arguments.recording, arguments.options.replay.input);
     }
     recording::GeneratorOptions generator;
     generator.fps = static_cast<double>(arguments.fps);
@@ -144,6 +144,7 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
     CLI::App* const command = app.add_subcommand(
         "live", "Run the pipeline in real time, with threads of its own, and tell how it fares");
     addSourceOptions(*command, *arguments);
+    addInputOptions(*command, arguments->options.replay.input);
     addServiceOptions(*command, arguments->options.replay);
     addCaptureOptions(*command, arguments->options.replay);
     addPipelineOptions(*command, arguments->options.replay);

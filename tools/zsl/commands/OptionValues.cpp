@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "base/Decimal.h"
 #include "base/Text.h"
 #include "report/Page.h"
 
@@ -44,6 +45,18 @@ int64_t parseDelay(std::string const& text) {
         refuse("a time from 0s to " + base::formatDuration(kMaxDelayNs), text);
     }
     return ns;
+}
+
+int64_t parseBootTime(std::string const& text) {
+    bool const hasUnit = text.ends_with('s');
+    bool const hasPoint = text.find('.') != std::string::npos;
+    constexpr int kSeconds = 9;
+    std::optional<int64_t> const ns =
+        hasUnit ? base::parseDuration(text) : base::scaledDecimal(text, hasPoint ? kSeconds : 0);
+    if (!ns) {
+        refuse("a boot time after @, in seconds with a point (28670.539810) or in ns", text);
+    }
+    return *ns;
 }
 
 int64_t parseMilliseconds(std::string const& text) {
@@ -158,10 +171,29 @@ void addReportOption(CLI::App& command, std::optional<std::string>& path) {
     });
 }
 
+void addInputOptions(CLI::App& command, recording::InputOptions& options) {
+    addParsed(command, "--from", options.fromNs, base::parseDuration,
+              "Take the part from so long after the first frame; times count from its first", "T");
+    addParsed(command, "--to", options.toNs, base::parseDuration,
+              "Take the part up to so long after the first frame", "T");
+    command.add_flag("--any-rate", options.anyRate,
+                     "Take a recording below 1 or above 2000 frames/s too");
+}
+
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+    auto const parse = [&options](std::string const& text) {
+        if (text.starts_with('@')) {
+            options.pressBootTimesNs.push_back(parseBootTime(text.substr(1)));
+        } else {
+            options.pressesNs.push_back(base::parseDuration(text));
+        }
+    };
     CLI::Option* const press =
-        addParsed(command, "--press", options.pressesNs, base::parseDuration,
-                  "Press this long after the first frame (1.2s, 350ms); may be repeated", "T");
+        addValue(command, "--press", parse,
+                 "Press this long after the first frame (1.2s, 350ms) or at a boot time "
+                 "(@28670.53981); may be repeated",
+                 "T|@T")
+            ->take_all();
     addCount(command, "--captures", options.captures, kMaxCaptures,
              "Number of presses, evenly spread, without --press")
         ->excludes(press);

@@ -21,6 +21,9 @@ int64_t parseWholeNumber(std::string const& text, int64_t min, int64_t max);
 /// A time from 0 to an hour, in ns.
 int64_t parseDelay(std::string const& text);
 
+/// A boot time in ns: with a unit, in seconds with a point as logs have it, or in whole ns.
+int64_t parseBootTime(std::string const& text);
+
 /// A time in whole ms, in ms.
 int64_t parseMilliseconds(std::string const& text);
 
@@ -77,6 +80,9 @@ void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
 
 /// --report, which not every build can write.
 void addReportOption(CLI::App& command, std::optional<std::string>& path);
+
+/// --from, --to, --any-rate.
+void addInputOptions(CLI::App& command, recording::InputOptions& options);
 
 /// --press, --captures.
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/AtomicFile.h"
+#include "base/InputFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
@@ -135,14 +136,17 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
     pipeline::ReplayOptions options = arguments.options;
     options.logLevel = observer.logLevel();
     // By its first bytes: people rename files.
-    if (device::isDeviceRecording(arguments.recording)) {
-        requireNoFixedOption(command, arguments.recording);
-        device::DeviceRecording const recording = device::readDeviceRecording(arguments.recording);
+    base::InputFile file(arguments.recording);
+    if (record::hasMagic(file.start())) {
+        requireNoFixedOption(command, file.name());
+        device::DeviceRecording const recording =
+            device::readDeviceRecording(file.stream(), file.name());
         run::DeviceReplayResult replayed =
             run::replayDevice(recording, options.logLevel, observer.listener());
         return {std::move(replayed.frames), std::move(replayed.replay)};
     }
-    recording::Recording recording = recording::readRecording(arguments.recording);
+    recording::Recording recording =
+        recording::readRecording(file.stream(), file.name(), options.input);
     run::ReplayResult result = run::replay(recording, options, observer.listener());
     return {std::move(recording), std::move(result)};
 }
@@ -191,6 +195,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
                      "CSV file, - for standard input, or a recording of a device")
         ->required()
         ->type_name("FILE");
+    addInputOptions(*command, arguments->options.input);
     addPressOptions(*command, arguments->options);
     addServiceOptions(*command, arguments->options);
     addParsed(*command, "--flush-at", arguments->options.flushesNs, base::parseDuration,

@@ -65,7 +65,8 @@ void unpack(std::string_view data, ComparisonRow& row) {
 
 std::string runOne(ComparisonRow const& row) {
     // Read in the child: a file that breaks off is a failure of its rows and of no other.
-    recording::Recording const recording = recording::readRecording(row.recording);
+    recording::Recording const recording =
+        recording::readRecording(row.recording, row.options.input);
     pipeline::ReplayOptions options = row.options;
     // Debug lines add the values that were found, which nobody counts.
     options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_INFO;

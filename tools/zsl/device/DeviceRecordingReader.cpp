@@ -134,19 +134,6 @@ private:
 
 }  // namespace
 
-bool isDeviceRecording(std::string const& path) {
-    // Not from a pipe, which could be read only once.
-    std::error_code failure;
-    if (!std::filesystem::is_regular_file(path, failure)) {
-        return false;
-    }
-    std::ifstream file(path, std::ios::binary);
-    std::array<char, record::MAGIC.size()> start{};
-    file.read(start.data(), start.size());
-    return file && std::equal(start.begin(), start.end(), record::MAGIC.begin(),
-                              [](char a, uint8_t b) { return static_cast<uint8_t>(a) == b; });
-}
-
 DeviceRecording readDeviceRecording(std::string const& path) {
     std::ifstream file(path, std::ios::binary);
     if (!file) {

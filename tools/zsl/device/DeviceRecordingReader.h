@@ -7,10 +7,6 @@
 
 namespace zebcam::tool::device {
 
-/// Whether a file begins as a recording of a device does. False for what cannot be read and for
-/// pipes.
-bool isDeviceRecording(std::string const& path);
-
 /**
  * Reads a recording that a recorder wrote. Where it was cut off or a block is damaged, what came
  * before is used and a note says so. Throws DeviceRecordingError, with file, place, and what was

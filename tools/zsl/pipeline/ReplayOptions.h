@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "recording/Recording.h"
+
 namespace zebcam::tool::pipeline {
 
 /// What may go wrong around the processor.
@@ -132,8 +134,11 @@ inline constexpr char OFFSET_PROPERTY[] = "vendor.debug.camera3.zsl.timestamp";
 inline constexpr int64_t DEFAULT_TIMEOUT_MS = 3000;
 
 /// What to replay. Times count from the recording's first frame; delays are an hour at most.
+/// Without any press there are `captures` of them, evenly spread.
 struct ReplayOptions {
-    std::vector<int64_t> pressesNs;  ///< empty: `captures` presses, evenly spread
+    recording::InputOptions input;
+    std::vector<int64_t> pressesNs;
+    std::vector<int64_t> pressBootTimesNs;  ///< presses by the recording's own clock
     size_t captures = 10;
     size_t framesPerCapture = 1;
     size_t history = 8;                       ///< frames that the provider keeps

@@ -15,12 +15,22 @@ namespace {
 /// How many frames before its exposure a frame is requested of the sensor.
 constexpr int64_t kFramesInFlight = 2;
 
+constexpr char kBefore[] = "before the recording's first frame";
+constexpr char kAfter[] = "after the recording's last frame";
+
 void requireWithin(char const* option, int64_t timeNs, int64_t lengthNs) {
     if (timeNs < 0 || timeNs > lengthNs) {
-        throw base::InputError(fmt::format(
-            "{} {}: {} (expected 0s to {})", option, base::formatDuration(timeNs),
-            timeNs < 0 ? "before the recording's first frame" : "after the recording's last frame",
-            base::formatDuration(lengthNs)));
+        throw base::InputError(
+            fmt::format("{} {}: {} (expected 0s to {})", option, base::formatDuration(timeNs),
+                        timeNs < 0 ? kBefore : kAfter, base::formatDuration(lengthNs)));
+    }
+}
+
+void requireBootTimeWithin(char const* option, int64_t timeNs, int64_t firstNs, int64_t lastNs) {
+    if (timeNs < firstNs || timeNs > lastNs) {
+        // In ns, as recordings and logs have them.
+        throw base::InputError(fmt::format("{} @{}: {} (expected @{} to @{})", option, timeNs,
+                                           timeNs < firstNs ? kBefore : kAfter, firstNs, lastNs));
     }
 }
 
@@ -77,11 +87,17 @@ std::vector<int64_t> pressTimes(recording::Recording const& recording,
     for (int64_t const time : presses) {
         requireWithin("--press", time, length);
     }
+    int64_t const startNs = recording.frames.front().timestampNs;
+    for (int64_t const time : options.pressBootTimesNs) {
+        requireBootTimeWithin("--press", time, startNs, startNs + length);
+        presses.push_back(time - startNs);
+    }
     if (presses.empty()) {
         // In the middle of as many equal parts, so that each has frames before and after it.
-        int64_t const half = length / static_cast<int64_t>(2 * options.captures);
-        for (size_t i = 0; i < options.captures; ++i) {
-            presses.push_back(half * static_cast<int64_t>(2 * i + 1));
+        auto const halves = static_cast<int64_t>(2 * options.captures);
+        for (int64_t i = 1; i < halves; i += 2) {
+            // To the ns: a rounded half would drift off its part with thousands of captures.
+            presses.push_back(length / halves * i + length % halves * i / halves);
         }
     }
     std::stable_sort(presses.begin(), presses.end());

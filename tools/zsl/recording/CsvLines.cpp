@@ -45,9 +45,45 @@ bool CsvLines::next(std::vector<std::string>& cells) {
     // The parser gives no cells for a blank line, and such lines mean nothing.
     while (cells.empty() && readLine(text)) {
         rejectBinary(text);
-        split(text, cells);
+        if (mSeparator != '\0' || takeHead(text)) {
+            split(text, cells);
+        }
     }
     return !cells.empty();
+}
+
+std::vector<std::string> CsvLines::comment() {
+    std::vector<std::string> cells;
+    std::string_view text = mComment;
+    text.remove_prefix(std::min(text.find_first_not_of('#'), text.size()));
+    if (text.find_first_not_of(kBlanks) != std::string_view::npos) {
+        split(text, cells);
+    }
+    return cells;
+}
+
+// True for the first line that is neither blank nor a comment, by which the separator is known.
+bool CsvLines::takeHead(std::string_view text) {
+    if (text.find_first_not_of(kBlanks) == std::string_view::npos) {
+        return false;
+    }
+    if (text.starts_with('#')) {
+        mComment = text;
+        mCommentLine = mLine;
+        return false;
+    }
+    // Names may hold semicolons; a comma beside one in numbers stands for the point.
+    constexpr std::string_view kNumeric = "0123456789+-.,;\t eE";
+    bool const isNumeric = text.find_first_not_of(kNumeric) == std::string_view::npos;
+    for (char const separator : std::string_view(isNumeric ? ";\t," : ",;\t")) {
+        if (text.find(separator) != std::string_view::npos) {
+            mSeparator = separator;
+            break;
+        }
+    }
+    mSeparator = mSeparator == '\0' ? ',' : mSeparator;
+    csv_set_delim(&mParser, static_cast<unsigned char>(mSeparator));
+    return true;
 }
 
 bool CsvLines::readLine(std::string_view& text) {

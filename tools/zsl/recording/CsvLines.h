@@ -11,7 +11,9 @@
 namespace zebcam::tool::recording {
 
 /// The cells of a CSV stream line by line, so that every complaint has a line number and no more
-/// than one line is held. A cell therefore cannot span lines. Throws RecordingError.
+/// than one line is held. A cell therefore cannot span lines. The first line tells what separates
+/// cells: a comma, a semicolon or a tab. Lines before it that begin with # are passed over. Throws
+/// RecordingError.
 class CsvLines {
 public:
     /// `in` is borrowed for the lifetime of this object; `name` is the path in errors.
@@ -27,7 +29,15 @@ public:
     /// Number of the line that next() gave last, from 1; 0 before the first.
     size_t line() const { return mLine; }
 
+    char separator() const { return mSeparator; }
+
+    /// The cells of the last line that was passed over, without its #, and its number; none and 0
+    /// without one.
+    std::vector<std::string> comment();
+    size_t commentLine() const { return mCommentLine; }
+
 private:
+    bool takeHead(std::string_view text);
     bool readLine(std::string_view& text);
     void rejectBinary(std::string_view text) const;
     void split(std::string_view text, std::vector<std::string>& cells);
@@ -37,6 +47,9 @@ private:
     std::vector<char> mBuffer;
     csv_parser mParser{};
     size_t mLine = 0;
+    char mSeparator = '\0';  ///< until the first line
+    std::string mComment;
+    size_t mCommentLine = 0;
 };
 
 }  // namespace zebcam::tool::recording

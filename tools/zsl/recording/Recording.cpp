@@ -6,6 +6,8 @@
 #include <cstdlib>
 
 #include "base/Distribution.h"
+#include "base/InputError.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::recording {
 
@@ -76,6 +78,40 @@ RecordingError::RecordingError(RecordingPlace const& place, std::string_view exp
 
 bool Recording::lacks(Column column) const {
     return std::find(absent.begin(), absent.end(), column) != absent.end();
+}
+
+Recording partOf(Recording recording, InputOptions const& options) {
+    if (!options.fromNs && !options.toNs) {
+        return recording;
+    }
+    auto& frames = recording.frames;
+    int64_t const startNs = frames.front().timestampNs;
+    int64_t const lengthNs = frames.back().timestampNs - startNs;
+    for (auto const& [option, time] :
+         {std::pair{"--from", options.fromNs}, {"--to", options.toNs}}) {
+        if (time.value_or(0) < 0 || time.value_or(0) > lengthNs) {
+            throw base::InputError(
+                fmt::format("{} {}: outside of the recording (expected 0s to {})", option,
+                            base::formatDuration(*time), base::formatDuration(lengthNs)));
+        }
+    }
+    int64_t const fromNs = options.fromNs.value_or(0);
+    int64_t const toNs = options.toNs.value_or(lengthNs);
+    size_t const all = frames.size();
+    std::erase_if(frames, [=](SensorFrame const& frame) {
+        int64_t const timeNs = frame.timestampNs - startNs;
+        return timeNs < fromNs || timeNs > toNs;
+    });
+    std::string const part =
+        fmt::format("from {} to {}", base::formatDuration(fromNs), base::formatDuration(toNs));
+    if (frames.size() < 2) {
+        throw base::InputError(fmt::format("{}: expected at least two frames {}, found {}",
+                                           recording.path, part, frames.size()));
+    }
+    recording.medianIntervalNs = medianIntervalNs(frames);
+    recording.notes.push_back(fmt::format("{} of {} frames, {}; times count from the first of them",
+                                          frames.size(), all, part));
+    return recording;
 }
 
 RecordingFacts computeFacts(Recording const& recording) {

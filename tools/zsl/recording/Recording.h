@@ -35,6 +35,9 @@ inline constexpr size_t COLUMN_COUNT = static_cast<size_t>(Column::Error) + 1;
 std::string_view headerOf(Column column);
 std::string_view wordOf(Column column);
 
+/// The number beyond means "no frame" to the camera stack.
+inline constexpr uint32_t MAX_FRAME_NO = UINT32_MAX - 1;
+
 /// One sensor frame of a recording. Times are in ns. A state without value was not told: it is
 /// missing from the frame's result, or from the recording as a whole.
 struct SensorFrame {
@@ -69,6 +72,20 @@ struct Recording {
 
     bool lacks(Column column) const;
 };
+
+/// More is a stream that does not end.
+inline constexpr size_t MAX_FRAMES = 1'000'000;
+
+/// What to make of a recording.
+struct InputOptions {
+    bool anyRate = false;           ///< also what no sensor does: below 1 or above 2000 frames/s
+    std::optional<int64_t> fromNs;  ///< from the first frame: what comes before is left out
+    std::optional<int64_t> toNs;    ///< so is what comes after
+};
+
+/// The part of `recording` that `options` ask for. Throws InputError when it begins or ends outside
+/// of the recording or has less than two frames.
+Recording partOf(Recording recording, InputOptions const& options);
 
 /// Where in a recording something is wrong. Line 0 means the file as a whole, an empty column the
 /// whole line.
@@ -122,13 +139,14 @@ RecordingFacts computeFacts(Recording const& recording);
 /// intervals; 0 without two frames. The times must ascend.
 int64_t medianIntervalNs(std::vector<SensorFrame> const& frames);
 
-/// Reads a recording, a CSV file with a header line and a line for each sensor frame
-/// (docs/recordings.md describes the columns and their defaults). The path `-` is standard input.
-/// Throws RecordingError for whatever cannot be read in full: nothing is half-read.
-Recording readRecording(std::string const& path);
+/// Reads a recording, a CSV file with a line for each sensor frame (docs/recordings.md describes
+/// what it may look like). The path `-` is standard input. Throws RecordingError or InputError for
+/// whatever cannot be read in full: nothing is half-read.
+Recording readRecording(std::string const& path, InputOptions const& options = {});
 
 /// The same from a stream; `name` stands for the path in errors and in the result.
-Recording readRecording(std::istream& in, std::string const& name);
+Recording readRecording(std::istream& in, std::string const& name,
+                        InputOptions const& options = {});
 
 /// Writes every column but the absent ones, so that reading gives the same frames back. A state
 /// without value becomes an empty cell. Errors are left in the stream's state.

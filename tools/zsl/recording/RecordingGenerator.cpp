@@ -318,11 +318,11 @@ void requireRates(GeneratorOptions const& options) {
 }
 
 void requireValid(GeneratorOptions const& options) {
-    requireRange<uint32_t>("--frames", options.frames, 2, 1'000'000);
+    requireRange<uint32_t>("--frames", options.frames, 2, MAX_FRAMES);
     requireRange("--fps", options.fps, 1.0, 960.0);
     requireTime("--start", options.startNs, 1, 1'000'000'000'000'000'000);
     requireRange<uint32_t>("--first-frame", options.firstFrameNo, 0,
-                           std::numeric_limits<uint32_t>::max() - (options.frames - 1));
+                           MAX_FRAME_NO - (options.frames - 1));
     requireRange<uint32_t>("--interval-excess-ppm", options.intervalExcessPpm, 0, 100'000);
     requireRates(options);
 }

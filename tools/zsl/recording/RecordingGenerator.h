@@ -9,11 +9,11 @@ namespace zebcam::tool::recording {
 
 /// What to generate. A rate is a share from 0 to 1.
 struct GeneratorOptions {
-    uint32_t frames = 300;                ///< 2 to 1000000
+    uint32_t frames = 300;                ///< 2 to MAX_FRAMES
     double fps = 30;                      ///< the rate that the sensor reports, 1 to 960
     uint64_t seedValue = 1;               ///< the same options and value make the same recording
     int64_t startNs = 1'000'000'000'000;  ///< time of the first frame, 1 ns to 10^18 ns
-    uint32_t firstFrameNo = 1;            ///< the last number must fit 32 bits
+    uint32_t firstFrameNo = 1;            ///< the last one is MAX_FRAME_NO at most
     uint32_t intervalExcessPpm = 2000;    ///< how much longer than reported the intervals are
     int64_t jitterNs = 56'000;            ///< how far an interval strays, at most a tenth of one
     double lateRate = 0.01;               ///< frames 1.3 ms late, which the next one repays

@@ -224,8 +224,11 @@ std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows
                                     settingsText(row, settings));
             for (auto const* const texts : {&row.problems, &row.broken}) {
                 for (std::string const& complaint : *texts) {
-                    text += fmt::format("{}{}: {}\n", base::printable(row.recording), where,
-                                        base::printable(complaint));
+                    // What cannot be read names its place in the file.
+                    bool const isPlaced = isOne && complaint.starts_with(row.recording);
+                    text += isPlaced ? base::printable(complaint) + "\n"
+                                     : fmt::format("{}{}: {}\n", base::printable(row.recording),
+                                                   where, base::printable(complaint));
                 }
             }
         }

@@ -129,7 +129,11 @@ Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> 
             {"reprocessDelayNs", orNull(options.reprocessDelayNs)},
             {"offsetNs", offsetMs ? Json(nsOfMs(*offsetMs)) : Json(nullptr)},
             {"frameSync", options.frameSync},
+            {"fromNs", orNull(options.input.fromNs)},
+            {"toNs", orNull(options.input.toNs)},
+            {"anyRate", options.input.anyRate},
             {"pressAtNs", options.pressesNs},
+            {"pressAtBootNs", options.pressBootTimesNs},
             {"flushAtNs", options.flushesNs},
             {"dumpAtNs", options.dumpsNs},
             {"properties", std::move(properties)}};
