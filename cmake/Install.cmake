@@ -9,7 +9,8 @@ add_library(zebcam_selector INTERFACE)
 target_compile_features(zebcam_selector INTERFACE cxx_std_20)
 target_include_directories(zebcam_selector INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/pipeline>
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/stack/include>)
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/stack/include>
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/platform/host/include>)
 target_link_libraries(zebcam_selector INTERFACE $<BUILD_INTERFACE:zebcam_base> android_headers)
 
 set_target_properties(zebcam_pipelinemodel_zsl PROPERTIES EXPORT_NAME zsl)

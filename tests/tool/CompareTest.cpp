@@ -1,5 +1,8 @@
+#include <cutils/properties.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <metadata/MetadataTags.h>
+#include <platform/Properties.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -33,8 +36,16 @@ run::ReplayResult handMade() {
     capture.frames = {{pipeline::Served::AtOnce, 0, 1'000'000'000, 1, 966'700'000, {}, {}},
                       {pipeline::Served::Waited, 1, 1'066'660'000, 2, 1'033'300'000, {}, {}},
                       {}};
+    recording::SensorFrame scanning;
+    scanning.exposureNs = 10'000'000;
+    scanning.iso = 400;
+    scanning.afMode = NSCam::AF_MODE_CONTINUOUS_PICTURE;
+    scanning.afState = NSCam::AF_STATE_PASSIVE_SCAN;
+    capture.frames[0].chosen = scanning;
+    capture.frames[1].chosen.emplace().lensState = NSCam::LENS_STATE_STATIONARY;
+    capture.frames[1].chosen->aeStable = 1;
     result.captures = {capture};
-    result.summary = run::summarize(result.captures);
+    result.summary = run::summarize(result.captures, 20);
     result.ledger.handedOut = 5;
     result.ledger.lost = 1;
     result.longestHeldNs = 250'000;
@@ -54,7 +65,9 @@ TEST(ComparisonNumbers, AreTakenFromTheResult) {
     std::istringstream expected(
         "captures 1 frames 3 at_once 1 waited 1 unanswered 1 min_lag_ms -33.3 median_lag_ms 0 "
         "p95_lag_ms 33.3 min_wait_ms 0 max_wait_ms 66.66 median_wait_ms 33.33 refused 43 "
-        "refused_focus 40 refused_sync 0 max_held_ms 0.25 buffers_lost 1 buffers_out 0");
+        "refused_focus 40 refused_sync 0 max_held_ms 0.25 buffers_lost 1 buffers_out 0 "
+        "median_distance_ms 33.3 max_distance_ms 53.3 settled_focus 1 settled_focus_percent 50 "
+        "settled_exposure 1 settled_exposure_percent 100 max_exposure_ms 10 median_iso 400");
     for (std::string name, text; expected >> name >> text;) {
         compare::ComparisonField const* const field = compare::findField(name);
         ASSERT_NE(field, nullptr) << name;
@@ -64,7 +77,8 @@ TEST(ComparisonNumbers, AreTakenFromTheResult) {
     EXPECT_EQ(compare::problemsOf(handMade()),
               (std::vector<std::string>{"1 of 3 frames unanswered",
                                         "the ledger does not balance: 0 buffer sets out, 1 lost"}));
-    for (char const* const name : {"p95_lag_ms", "max_wait_ms", "max_held_ms", "at_once_percent"}) {
+    for (char const* const name : {"p95_lag_ms", "max_wait_ms", "max_held_ms", "at_once_percent",
+                                   "max_distance_ms", "settled_focus", "median_iso"}) {
         EXPECT_EQ(compare::asText(compare::findField(name)->value({})), "")
             << name << " without frames";
     }
@@ -230,6 +244,28 @@ TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
     EXPECT_THAT(hanging.err, HasSubstr("no result after 0.3s, killed (--time-limit)\n"));
 }
 
+TEST_F(Compare, SweepsTheParametersOfPolicies) {
+    std::string const every = "vendor.debug.camera3.zsl.policy.every";
+    property_set(every.c_str(), "3");
+    Outcome const swept =
+        zsl({"compare", path("r1.csv"), "--frames", "2", "--policy", "default", "--policy",
+             mSelectors + "cloner.so", "--policy-option", "every=1,2", "--json", "-"});
+    auto const rows = nlohmann::json::parse(swept.out)["rows"];
+    std::string found;
+    for (auto const& row : rows) {
+        found += row["options"]["policyName"].dump() + row["options"]["policyOptions"].dump() +
+                 row["summary"]["flushed"].dump() + " ";
+    }
+    // Cloned at once, or every second frame waits for the flush at the end.
+    EXPECT_EQ(found, R"(null{}0 "Cloner"{"every":"1"}0 "Cloner"{"every":"2"}10 )");
+    Outcome const replayed = zsl({"replay", path("r1.csv"), "--frames", "2", "--policy",
+                                  mSelectors + "cloner.so", "--policy-option", "every=1"});
+    EXPECT_THAT(replayed.out, HasSubstr("Cloner"));
+    EXPECT_THAT(replayed.out, HasSubstr(" 0 timed out, 0 flushed, of 20 frames\n"));
+    EXPECT_EQ(property_get_int32(every.c_str(), 0), 3) << "not put back";
+    platform::clearProperty(every);
+}
+
 TEST_F(Compare, AnInterruptionEndsItAndLeavesNoFile) {
     Outcome const outcome = zsl({"compare", path("r1.csv"), "--json", path("result.json"),
                                  "--time-limit", "30s", "--policy", mSelectors + "interrupter.so"});
@@ -265,6 +301,9 @@ TEST_F(Compare, RefusesWhatItCannotDo) {
         {{file, "--policy", "./gone.so"}, "--policy ./gone.so: there is no such file"},
         {{file, "--fail-if", "lag>5"}, "--fail-if: expected one of the fields captures"},
         {{file, "--frames", "2", "--frames", "0"}, "--frames: expected a whole number from 1"},
+        {{file, "--policy-option", "a=1"}, "--policy-option: expected a library as --policy"},
+        {{file, "--policy-option", "a b=1"}, "--policy-option: expected NAME=VALUE, with a name"},
+        {{file, "--policy-option", "a=1,"}, "--policy-option: expected NAME=VALUE, with a value"},
         {{file, "--jobs", "0"}, "--jobs: expected a whole number from 1 to 1024"},
         {{file, "--time-limit", "0s"}, "--time-limit: expected a time longer than 0s"},
         {{file, "--json", "-", "--csv", "-"}, "--csv: --json goes to '-' as well"},

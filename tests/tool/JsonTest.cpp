@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <metadata/MetadataTags.h>
 
 #include <filesystem>
 #include <fstream>
@@ -29,9 +30,10 @@ void addPaths(Json const& json, std::string const& path, Paths& paths) {
         if (json.is_array()) {
             addPaths(value, path, paths);
         } else if (json.is_object()) {
-            std::string const name = path.ends_with("properties") ? "KEY"
-                                     : path.ends_with("strikes")  ? "KIND"
-                                                                  : key;
+            std::string const name = path.ends_with("properties") || path.ends_with("policyOptions")
+                                         ? "KEY"
+                                     : path.ends_with("strikes") ? "KIND"
+                                                                 : key;
             paths.insert(join(path, name));
             addPaths(value, join(path, name), paths);
         }
@@ -102,6 +104,7 @@ log::Explanation fullExplanation() {
 pipeline::ReplayOptions fullOptions() {
     pipeline::ReplayOptions options;
     options.properties = {{"a.b", "1"}};
+    options.policyParameters = {{"c", "2"}};
     options.faults.rules = {{pipeline::FaultKind::Late, 0.5, {}}};
     return options;
 }
@@ -113,6 +116,7 @@ run::ReplayResult fullReplay() {
     capture.requestNo = 1;
     capture.sensorModes = {{0, 3}};
     capture.frames.resize(1);
+    capture.frames[0].chosen.emplace();
     capture.tries.resize(1);
     run::ReplayResult result;
     result.options = fullOptions();
@@ -165,6 +169,7 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
         // Null there, as the page says, and so without what is below.
         std::erase_if(listed, [](std::string const& path) {
             return path.starts_with("summary.lag.") || path.starts_with("summary.wait.") ||
+                   path.starts_with("summary.distance.") || path.starts_with("summary.chosen.") ||
                    path.starts_with("rows.ledger.unsettled.");
         });
         EXPECT_EQ(listed, Paths{}) << "on the page only";
@@ -200,9 +205,17 @@ TEST(Json, HasTheNumbersOfItsParts) {
     result.options.flushesNs = {37};
     pipeline::FrameOutcome& frame = result.captures[0].frames[0];
     frame = {pipeline::Served::TimedOut, 41, 42, 43, 44, 45, 46};
+    frame.chosen.emplace().exposureNs = 91;
+    frame.chosen->iso = 92;
+    frame.chosen->focusDistance = 93.5F;
+    frame.chosen->afState = NSCam::AF_STATE_FOCUSED_LOCKED;
+    frame.chosen->lensState = 94;
     result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}};
     result.captures[0].pressNs = 40;
     result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
+    result.summary.focusSettled = {95, 96};
+    result.summary.exposureSettled = {97, 98};
+    result.summary.iso = {1, 99, 100, 101, 102};
     result.droppedFrames = 65;
     result.errorLines = 66;
     result.ledger = {.handedOut = 1,
@@ -223,14 +236,18 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("sensorId":26,"sensorMode":27},"absentColumns":["exposureNs","afMode"],)"
               R"("notes":[]})");
     EXPECT_EQ(replay["options"].dump(),
-              R"({"policy":"multiframe","timeoutNs":31000000,"framesPerCapture":1,)"
+              R"({"policy":"multiframe","policyName":null,"policyOptions":{"c":"2"},)"
+              R"("timeoutNs":31000000,"framesPerCapture":1,)"
               R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"
               R"("offsetNs":-34000000,"frameSync":false,"fromNs":38,"toNs":null,"anyRate":false,)"
               R"("pressAtNs":[35,36],"pressAtBootNs":[39],"flushAtNs":[37],)"
               R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
     EXPECT_EQ(replay["captures"][0]["frames"][0].dump(),
               R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"
-              R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46})");
+              R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46,"chosen":)"
+              R"({"exposureNs":91,"iso":92,"focusDistance":93.5,"afMode":null,)"
+              R"("afState":"focusedLocked","lensState":"94","isFocusSettled":true,)"
+              R"("isExposureSettled":null,"hasImageError":false}})");
     EXPECT_EQ(
         replay["captures"][0]["tries"][0].dump(),
         R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
@@ -239,7 +256,11 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"({"captures":51,"answeredCaptures":52,"frames":53,"atOnce":54,"waited":55,)"
               R"("timedOut":56,"flushed":57,"unanswered":58,"withoutHistory":59,"lag":{"count":1,)"
               R"("minNs":61,"medianNs":62,"p95Ns":63,"maxNs":64},"wait":{"count":0,"minNs":null,)"
-              R"("medianNs":null,"p95Ns":null,"maxNs":null},"droppedFrames":65,)"
+              R"("medianNs":null,"p95Ns":null,"maxNs":null},"distance":{"count":0,"minNs":null,)"
+              R"("medianNs":null,"p95Ns":null,"maxNs":null},"chosen":{"focusSettled":{"count":95,)"
+              R"("told":96},"exposureSettled":{"count":97,"told":98},"exposure":{"count":0,)"
+              R"("minNs":null,"medianNs":null,"p95Ns":null,"maxNs":null},"iso":{"count":1,)"
+              R"("min":99,"median":100,"p95":101,"max":102}},"droppedFrames":65,)"
               R"("logErrorLines":66})");
     EXPECT_EQ(replay["ledger"].dump(),
               R"({"balances":false,"handedOut":1,"returned":2,"released":3,"consumed":4,)"

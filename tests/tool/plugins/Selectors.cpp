@@ -1,3 +1,4 @@
+#include <cutils/properties.h>
 #include <policy/zsl/ISelector.h>
 #include <unistd.h>
 
@@ -28,19 +29,23 @@ public:
     }
 };
 
-/// Serves every second frame of the capture from a copy of the newest frame.
+/// Serves every second frame of the capture, or as its parameter says, from a copy of the newest.
 class Cloner : public ISelector {
 public:
     char const* getName() const override { return "Cloner"; }
     SelectOutputParams select(SelectInputParams const& in) const override {
         SelectOutputParams out;
         for (auto const& [index, info] : in.frameInfos) {
-            if (index % 2 == 0 && !in.historyFrames.empty()) {
+            if (index % mEvery == 0 && !in.historyFrames.empty()) {
                 out.selected[index] = {in.historyFrames.rbegin()->first, true, {}};
             }
         }
         return out;
     }
+
+private:
+    uint32_t const mEvery =
+        static_cast<uint32_t>(property_get_int32("vendor.debug.camera3.zsl.policy.every", 2));
 };
 
 class Thrower : public ISelector {

@@ -47,6 +47,7 @@ void requireUsable(Arguments const& arguments) {
     for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
         requireOneOffset(plan.common, offsetMs);
     }
+    requireParametersAreTaken(!plan.policyParameters.empty(), plan.policies);
     std::error_code ignored;  // whoever opens it will say more
     for (pipeline::PolicyOption const& policy : plan.policies) {
         if (policy.kind == pipeline::PolicyKind::Plugin &&
@@ -127,11 +128,42 @@ int run(Arguments arguments, CliStreams const& streams) {
     return isGood ? 0 : 1;
 }
 
+/// A parameter of policies with the values that it is to have.
+std::pair<std::string, std::vector<std::string>> parsePolicyParameters(std::string const& text) {
+    size_t const begin = text.find('=') + 1;  // 0 when there is none, which is refused below
+    std::vector<std::string> values;
+    for (size_t at = begin; at <= text.size();) {
+        size_t const end = std::min(text.find(',', at), text.size());
+        auto const parsed = parsePolicyParameter(text.substr(0, begin) + text.substr(at, end - at));
+        values.push_back(parsed.second);
+        at = end + 1;
+    }
+    return {text.substr(0, begin - 1), values};
+}
+
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     addParsed(
         command, "--policy", plan.policies, parsePolicy,
         "default, cshot, multiframe or a library with a policy [default: default]; may be repeated",
         "NAME|PATH.so");
+    auto const addParameter = [&plan](std::string const& text) {
+        auto const [name, values] = parsePolicyParameters(text);
+        auto& all = plan.policyParameters;
+        auto const known = std::find_if(all.begin(), all.end(), [&name = name](auto const& other) {
+            return other.first == name;
+        });
+        // As with the other settings, to repeat it is to try one more.
+        if (known == all.end()) {
+            all.emplace_back(name, values);
+        } else {
+            known->second.insert(known->second.end(), values.begin(), values.end());
+        }
+    };
+    addValue(command, "--policy-option", addParameter,
+             "Give the libraries' policies a parameter, or try one value after another; may be "
+             "repeated",
+             "NAME=VALUE[,VALUE...]")
+        ->take_all();
     addParsed(
         command, "--offset", plan.offsetsMs, parseMilliseconds,
         "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",

@@ -92,6 +92,8 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
 
 int run(Arguments& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options.replay, arguments.options.replay.offsetMs);
+    requireParametersAreTaken(!arguments.options.replay.policyParameters.empty(),
+                              {arguments.options.replay.policy});
     recording::Recording const recording = sourceOf(arguments);
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.

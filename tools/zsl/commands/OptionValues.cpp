@@ -1,5 +1,6 @@
 #include "commands/OptionValues.h"
 
+#include <cutils/properties.h>
 #include <fmt/format.h>
 #include <ulog/ULogger.h>
 
@@ -106,6 +107,21 @@ std::pair<std::string, std::string> parseProperty(std::string const& text) {
     return {text.substr(0, equals), text.substr(equals + 1)};
 }
 
+std::pair<std::string, std::string> parsePolicyParameter(std::string const& text) {
+    auto const [name, value] = parseProperty(text);
+    if (!std::all_of(name.begin(), name.end(), [](char c) {
+            return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                   c == '_' || c == '-' || c == '.';
+        })) {
+        refuse("NAME=VALUE, with a name of letters, digits and '._-'", text);
+    }
+    if (value.empty() || value.size() >= PROPERTY_VALUE_MAX) {
+        refuse(fmt::format("NAME=VALUE, with a value of 1 to {} bytes", PROPERTY_VALUE_MAX - 1),
+               text);
+    }
+    return {name, value};
+}
+
 namespace {
 
 // Bounds against slips that would take all memory or hours.
@@ -205,6 +221,8 @@ void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     addParsed(command, "--policy", options.policy, parsePolicy,
               "default, cshot, multiframe or a library with a policy [default: default]",
               "NAME|PATH.so");
+    addParsed(command, "--policy-option", options.policyParameters, parsePolicyParameter,
+              "Give the library's policy a parameter; may be repeated", "NAME=VALUE");
     addParsed(command, "--offset", options.offsetMs, parseMilliseconds,
               "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
     addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
@@ -240,6 +258,19 @@ void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
         fmt::format("Random seed: the same one, the same faults [default: {}]", options.randomSeed),
         "N")
         ->needs(fault);
+}
+
+void requireParametersAreTaken(bool hasParameters,
+                               std::vector<pipeline::PolicyOption> const& policies) {
+    bool const areTaken =
+        std::any_of(policies.begin(), policies.end(), [](pipeline::PolicyOption const& policy) {
+            return policy.kind == pipeline::PolicyKind::Plugin;
+        });
+    if (hasParameters && !areTaken) {
+        throw CLI::ValidationError("--policy-option",
+                                   "expected a library as --policy, because the built-in policies "
+                                   "take no parameters");
+    }
 }
 
 // Either would win in silence, depending on which is set last.

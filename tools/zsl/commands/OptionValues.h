@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "pipeline/ReplayOptions.h"
 
@@ -36,6 +37,9 @@ uint32_t parseLogLevel(std::string const& text);
 
 /// `KEY=VALUE`; the value may be empty or contain further equals signs.
 std::pair<std::string, std::string> parseProperty(std::string const& text);
+
+/// `NAME=VALUE` of a policy's parameter, fit to become a property.
+std::pair<std::string, std::string> parsePolicyParameter(std::string const& text);
 
 /// Options that the commands share.
 
@@ -87,7 +91,7 @@ void addInputOptions(CLI::App& command, recording::InputOptions& options);
 /// --press, --captures.
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);
 
-/// --frames, --policy, --offset, --history.
+/// --frames, --policy, --policy-option, --offset, --history.
 void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options);
 
 /// --timeout-ms, --frame-sync.
@@ -101,5 +105,9 @@ void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options);
 
 /// Throws CLI::ValidationError when both `offsetMs` and a property set the offset.
 void requireOneOffset(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs);
+
+/// Throws CLI::ValidationError when there are parameters and none of the policies takes any.
+void requireParametersAreTaken(bool hasParameters,
+                               std::vector<pipeline::PolicyOption> const& policies);
 
 }  // namespace zebcam::tool::commands

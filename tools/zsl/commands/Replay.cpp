@@ -153,6 +153,8 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
 
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireOneOffset(arguments.options, arguments.options.offsetMs);
+    requireParametersAreTaken(!arguments.options.policyParameters.empty(),
+                              {arguments.options.policy});
     // Before the replay, so that a path that cannot be written is told at once.
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);

@@ -3,7 +3,6 @@
 #include <ulog/ULogger.h>
 
 #include <cstring>
-#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -16,20 +15,42 @@ namespace zebcam::tool::compare {
 
 namespace {
 
-constexpr char kEndOfProblem = '\0';
+/// Every policy with every choice of its parameters' values, the last parameter changing fastest.
+std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan) {
+    std::vector<pipeline::ReplayOptions> settings;
+    for (pipeline::PolicyOption const& policy : plan.policies) {
+        std::vector<pipeline::PolicyParameters> choices(1);
+        bool const takesParameters = policy.kind == pipeline::PolicyKind::Plugin;
+        for (auto const& [name, values] : plan.policyParameters) {
+            std::vector<pipeline::PolicyParameters> const shorter =
+                takesParameters ? std::exchange(choices, {})
+                                : std::vector<pipeline::PolicyParameters>();
+            for (pipeline::PolicyParameters const& choice : shorter) {
+                for (std::string const& value : values) {
+                    choices.emplace_back(choice).emplace_back(name, value);
+                }
+            }
+        }
+        for (pipeline::PolicyParameters& choice : choices) {
+            settings.push_back(plan.common);
+            settings.back().policy = policy;
+            settings.back().policyParameters = std::move(choice);
+        }
+    }
+    return settings;
+}
 
 std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
+    std::vector<pipeline::ReplayOptions> const policies = policiesOf(plan);
     std::vector<ComparisonRow> rows;
-    rows.reserve(plan.recordings.size() * plan.settings());
     for (std::string const& recording : plan.recordings) {
-        for (pipeline::PolicyOption const& policy : plan.policies) {
+        for (pipeline::ReplayOptions const& policy : policies) {
             for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
                 for (size_t const frames : plan.framesPerCapture) {
                     for (size_t const history : plan.history) {
                         ComparisonRow& row = rows.emplace_back();
                         row.recording = recording;
-                        row.options = plan.common;
-                        row.options.policy = policy;
+                        row.options = policy;
                         row.options.offsetMs = offsetMs;
                         row.options.framesPerCapture = frames;
                         row.options.history = history;
@@ -43,23 +64,72 @@ std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
 
 /// The result on its way between two processes of the same program: a child is forked, so that both
 /// lay out the numbers alike and the bytes will do.
-std::string pack(RunNumbers const& numbers, std::vector<std::string> const& problems) {
-    static_assert(std::is_trivially_copyable_v<RunNumbers>);
-    std::string data(reinterpret_cast<char const*>(&numbers), sizeof numbers);
-    for (std::string const& problem : problems) {
-        data += problem + kEndOfProblem;
+class Parcel {
+public:
+    explicit Parcel(std::string data = {}) : mData(std::move(data)) {}
+
+    template <typename T>
+    void put(T const& value) {
+        static_assert(std::is_trivially_copyable_v<T>);
+        mData.append(reinterpret_cast<char const*>(&value), sizeof value);
     }
-    return data;
+    /// All bytes of `items`, with their number before them.
+    template <typename Items>
+    void putAll(Items const& items) {
+        using Item = typename Items::value_type;
+        static_assert(std::is_trivially_copyable_v<Item>);
+        put(items.size());
+        mData.append(reinterpret_cast<char const*>(items.data()), items.size() * sizeof(Item));
+    }
+
+    /// In the order of put(); what is missing is not looked for, because the child has put it.
+    template <typename T>
+    void take(T& value) {
+        std::memcpy(&value, mData.data() + mTaken, sizeof value);
+        mTaken += sizeof value;
+    }
+    template <typename Items>
+    void takeAll(Items& items) {
+        size_t size = 0;
+        take(size);
+        items.resize(size);
+        size_t const bytes = size * sizeof(typename Items::value_type);
+        if (bytes > 0) {
+            std::memcpy(items.data(), mData.data() + mTaken, bytes);
+        }
+        mTaken += bytes;
+    }
+
+    std::string const& data() const { return mData; }
+
+private:
+    std::string mData;
+    size_t mTaken = 0;
+};
+
+std::string pack(RunNumbers const& numbers, run::ReplayResult const& result) {
+    Parcel parcel;
+    parcel.put(numbers);
+    parcel.putAll(run::measure(result.captures, result.offsetMs));
+    parcel.putAll(result.options.policy.ownName);
+    std::vector<std::string> const problems = problemsOf(result);
+    parcel.put(problems.size());
+    for (std::string const& problem : problems) {
+        parcel.putAll(problem);
+    }
+    return parcel.data();
 }
 
-void unpack(std::string_view data, ComparisonRow& row) {
-    std::memcpy(&row.numbers.emplace(), data.data(), sizeof(RunNumbers));
-    data.remove_prefix(sizeof(RunNumbers));
-    while (!data.empty()) {
-        // It is there: pack() ends every problem with one.
-        size_t const end = data.find(kEndOfProblem);
-        row.problems.emplace_back(data.substr(0, end));
-        data.remove_prefix(end + 1);
+void unpack(std::string data, ComparisonRow& row) {
+    Parcel parcel(std::move(data));
+    parcel.take(row.numbers.emplace());
+    parcel.takeAll(row.frames);
+    parcel.takeAll(row.options.policy.ownName);
+    size_t problems = 0;
+    parcel.take(problems);
+    row.problems.resize(problems);
+    for (std::string& problem : row.problems) {
+        parcel.takeAll(problem);
     }
 }
 
@@ -79,7 +149,7 @@ std::string runOne(ComparisonRow const& row) {
         }
     };
     run::ReplayResult const result = run::replay(recording, options, listener);
-    return pack(numbersOf(result, countRefusals(explainer.finish())), problemsOf(result));
+    return pack(numbersOf(result, countRefusals(explainer.finish())), result);
 }
 
 void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
@@ -111,14 +181,14 @@ std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions 
                                    std::function<void(size_t, size_t)> const& progress) {
     std::vector<ComparisonRow> rows = rowsOf(plan);
     size_t ended = 0;
-    auto const onEnd = [&](size_t task, ChildOutcome const& outcome) {
+    auto const onEnd = [&](size_t task, ChildOutcome outcome) {
         ComparisonRow& row = rows[task];
         // The row of a run that failed stays, without numbers: nothing may be left out in silence.
         if (outcome.failure.empty()) {
-            unpack(outcome.data, row);
+            unpack(std::move(outcome.data), row);
             judge(row, plan.limits);
         } else {
-            row.problems.push_back(outcome.failure);
+            row.problems.push_back(std::move(outcome.failure));
         }
         if (progress) {
             progress(++ended, rows.size());

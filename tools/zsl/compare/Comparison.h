@@ -6,6 +6,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/SignalWatch.h"
@@ -47,9 +48,10 @@ void runInChildren(size_t tasks, ChildPoolOptions const& options, base::SignalWa
 struct ComparisonRow {
     std::string recording;  ///< path
     pipeline::ReplayOptions options;
-    std::optional<RunNumbers> numbers;  ///< none: the run failed
-    std::vector<std::string> problems;  ///< why it failed, or what went wrong in it
-    std::vector<std::string> broken;    ///< the limits that it exceeds, with what was found
+    std::optional<RunNumbers> numbers;      ///< none: the run failed
+    std::vector<run::FrameNumbers> frames;  ///< what the numbers were made from
+    std::vector<std::string> problems;      ///< why it failed, or what went wrong in it
+    std::vector<std::string> broken;        ///< the limits that it exceeds, with what was found
 
     /// In force, ms; of a failed run what was asked for, if anything was.
     std::optional<int64_t> offsetMs() const;
@@ -63,15 +65,13 @@ struct ComparisonRow {
 struct ComparisonPlan {
     std::vector<std::string> recordings;  ///< paths
     std::vector<pipeline::PolicyOption> policies;
+    /// Values for each parameter of the libraries' policies; the built-in ones take none.
+    std::vector<std::pair<std::string, std::vector<std::string>>> policyParameters;
     std::vector<std::optional<int64_t>> offsetsMs;  ///< none: see ReplayOptions
     std::vector<size_t> framesPerCapture;
     std::vector<size_t> history;
     pipeline::ReplayOptions common;  ///< everything else
     std::vector<Limit> limits;
-
-    size_t settings() const {
-        return policies.size() * offsetsMs.size() * framesPerCapture.size() * history.size();
-    }
 };
 
 /**

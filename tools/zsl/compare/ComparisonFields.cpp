@@ -104,6 +104,37 @@ FieldValue atOncePercent(RunNumbers const& numbers) {
     return 100.0 * static_cast<double>(summary.atOnce) / static_cast<double>(summary.frames);
 }
 
+template <auto Member>
+FieldValue distance(RunNumbers const& numbers) {
+    return msOf(numbers.summary.distance.count > 0, numbers.summary.distance.*Member);
+}
+
+template <auto Member>
+FieldValue exposure(RunNumbers const& numbers) {
+    return msOf(numbers.summary.exposure.count > 0, numbers.summary.exposure.*Member);
+}
+
+template <auto Member>
+FieldValue iso(RunNumbers const& numbers) {
+    base::Spread const& iso = numbers.summary.iso;
+    return iso.count > 0 ? FieldValue(static_cast<double>(iso.*Member)) : FieldValue();
+}
+
+// Nothing told is no value, so that a limit on it is broken.
+template <auto Member>
+FieldValue shareCount(RunNumbers const& numbers) {
+    run::Share const& share = numbers.summary.*Member;
+    return share.told > 0 ? FieldValue(uint64_t{share.count}) : FieldValue();
+}
+
+template <auto Member>
+FieldValue sharePercent(RunNumbers const& numbers) {
+    run::Share const& share = numbers.summary.*Member;
+    return share.told > 0 ? FieldValue(100.0 * static_cast<double>(share.count) /
+                                       static_cast<double>(share.told))
+                          : FieldValue();
+}
+
 FieldValue heldNs(RunNumbers const& numbers) {
     return msOf(numbers.ledger.handedOut > 0, numbers.longestHeldNs);
 }
@@ -150,6 +181,22 @@ std::vector<ComparisonField> makeFields() {
         {"median_wait_ms", "the median", wait<&base::Spread::median>},
         {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&base::Spread::p95>},
         {"max_wait_ms", "the most", wait<&base::Spread::max>},
+        {"median_distance_ms",
+         "from the wanted instant to the start of exposure, before or after: the median",
+         distance<&base::Spread::median>},
+        {"p95_distance_ms", "the 95th percentile (nearest rank)", distance<&base::Spread::p95>},
+        {"max_distance_ms", "the most", distance<&base::Spread::max>},
+        {"settled_focus", "chosen frames whose focus had settled", shareCount<&S::focusSettled>},
+        {"settled_focus_percent", "the same, of 100 that tell it", sharePercent<&S::focusSettled>},
+        {"settled_exposure", "chosen frames whose exposure had settled",
+         shareCount<&S::exposureSettled>},
+        {"settled_exposure_percent", "the same, of 100 that tell it",
+         sharePercent<&S::exposureSettled>},
+        {"median_exposure_ms", "exposure time of the chosen frames: the median",
+         exposure<&base::Spread::median>},
+        {"max_exposure_ms", "the most", exposure<&base::Spread::max>},
+        {"median_iso", "ISO of the chosen frames: the median", iso<&base::Spread::median>},
+        {"max_iso", "the most", iso<&base::Spread::max>},
     };
     addRefusals(fields);
     std::vector<ComparisonField> const rest = {

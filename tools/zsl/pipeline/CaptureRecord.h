@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+#include "recording/Recording.h"
+
 namespace zebcam::tool::pipeline {
 
 /// How a frame of a capture came back from the processor.
@@ -55,6 +57,7 @@ struct FrameOutcome {
     std::optional<int64_t> resultNs;       ///< when the result came back
     /// Sensor timestamp that the application saw in the result; none when it was removed.
     std::optional<int64_t> reportedNs;
+    std::optional<recording::SensorFrame> chosen{};  ///< what the sensor told of the history frame
 };
 
 /// One capture from the press to its results.

@@ -6,6 +6,7 @@
 #include <platform/Properties.h>
 
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <filesystem>
 
@@ -68,26 +69,43 @@ std::shared_ptr<ISelector> loadSelector(std::string const& path) {
     return {selector, [library = std::move(library)](ISelector* made) { delete made; }};
 }
 
+std::string nameOf(ISelector const& selector) {
+    try {
+        char const* const name = selector.getName();
+        return name != nullptr ? name : "";
+    } catch (...) {
+        // Whoever asks it for captures will tell.
+        return "";
+    }
+}
+
 PropertyScope::PropertyScope(std::vector<std::pair<std::string, std::string>> const& properties) {
     for (auto const& [key, value] : properties) {
+        std::array<char, PROPERTY_VALUE_MAX> before{};
+        property_get(key.c_str(), before.data(), "");
+        mBefore.emplace_back(key, before.data());
         if (property_set(key.c_str(), value.c_str()) != 0) {
-            clear();  // no destructor runs for an object that was not made
+            restore();  // no destructor runs for an object that was not made
             throw base::InputError(fmt::format(
                 "property '{}' cannot be set to '{}': expected a key of letters, digits and "
                 "'.-@:_' and a value of at most {} bytes",
                 key, value, PROPERTY_VALUE_MAX - 1));
         }
-        mKeys.push_back(key);
     }
 }
 
 PropertyScope::~PropertyScope() {
-    clear();
+    restore();
 }
 
-void PropertyScope::clear() {
-    for (std::string const& key : mKeys) {
-        platform::clearProperty(key);
+void PropertyScope::restore() {
+    // Backwards: of a key that is given twice, the first one knows what was there.
+    for (auto before = mBefore.rbegin(); before != mBefore.rend(); ++before) {
+        if (before->second.empty()) {
+            platform::clearProperty(before->first);
+        } else {
+            property_set(before->first.c_str(), before->second.c_str());
+        }
     }
 }
 
@@ -123,6 +141,9 @@ PipelineOptions pipelineOptions(ReplayOptions const& options) {
 
 std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions const& options) {
     auto properties = options.properties;
+    for (auto const& [name, value] : options.policyParameters) {
+        properties.emplace_back(POLICY_PROPERTY_PREFIX + name, value);
+    }
     if (options.offsetMs) {
         properties.emplace_back(OFFSET_PROPERTY, std::to_string(*options.offsetMs));
     }

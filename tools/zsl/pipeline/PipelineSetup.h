@@ -18,7 +18,10 @@ namespace zebcam::tool::pipeline {
 /// loaded, lacks `create`, or `create` gives null or throws.
 std::shared_ptr<NSCam::ZslPolicy::ISelector> loadSelector(std::string const& path);
 
-/// Sets properties and forgets them again when it is destroyed.
+/// What a policy calls itself; empty when it does not say.
+std::string nameOf(NSCam::ZslPolicy::ISelector const& selector);
+
+/// Sets properties, and when it is destroyed puts back what was there before.
 class PropertyScope {
 public:
     /// Throws InputError for a property that cannot be set.
@@ -28,9 +31,9 @@ public:
     PropertyScope& operator=(PropertyScope const&) = delete;
 
 private:
-    void clear();
+    void restore();
 
-    std::vector<std::string> mKeys;
+    std::vector<std::pair<std::string, std::string>> mBefore;  ///< empty: there was none
 };
 
 /// A pipeline as the options describe it, without listeners. Throws InputError for a policy that

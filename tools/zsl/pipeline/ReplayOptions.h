@@ -122,6 +122,7 @@ enum class PolicyKind {
 struct PolicyOption {
     PolicyKind kind = PolicyKind::Default;
     std::string pluginPath;  ///< of a Plugin, else empty
+    std::string ownName{};   ///< what a Plugin calls itself, once it has been loaded
 
     /// `default`, `cshot`, `multiframe` or the path of the library.
     std::string name() const;
@@ -129,6 +130,11 @@ struct PolicyOption {
 
 /// The processor's property for the user's part of the ZSL offset, in ms.
 inline constexpr char OFFSET_PROPERTY[] = "vendor.debug.camera3.zsl.timestamp";
+
+/// What a library's policy is given, by name: each becomes the property with this prefix, which a
+/// device can set as well.
+using PolicyParameters = std::vector<std::pair<std::string, std::string>>;
+inline constexpr char POLICY_PROPERTY_PREFIX[] = "vendor.debug.camera3.zsl.policy.";
 
 /// How long a capture may wait whose policy does not say, ms.
 inline constexpr int64_t DEFAULT_TIMEOUT_MS = 3000;
@@ -146,6 +152,7 @@ struct ReplayOptions {
     std::optional<int64_t> reprocessDelayNs;  ///< none: the median interval
     std::optional<int64_t> offsetMs;          ///< none: OFFSET_PROPERTY stays as it is
     PolicyOption policy;
+    PolicyParameters policyParameters;       ///< of a Plugin
     int64_t timeoutMs = DEFAULT_TIMEOUT_MS;  ///< of the multi-frame policy; the others' is fixed
     bool frameSync = false;
     std::vector<int64_t> flushesNs;

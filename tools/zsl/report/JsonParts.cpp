@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Version.h"
+#include "recording/FrameStates.h"
 
 namespace zebcam::tool::report {
 
@@ -13,14 +14,37 @@ namespace {
 // Raised when a field changes its meaning or goes away, in any of the documents.
 constexpr int kFormat = 2;
 
-Json spreadJson(base::Spread const& spread) {
+/// `unit` ends the names of the values.
+Json spreadJson(base::Spread const& spread, std::string const& unit = "Ns") {
     // 0 would be a lag, and a good one.
-    auto const known = [&](int64_t ns) { return spread.count > 0 ? Json(ns) : Json(nullptr); };
+    auto const known = [&](int64_t value) {
+        return spread.count > 0 ? Json(value) : Json(nullptr);
+    };
     return {{"count", spread.count},
-            {"minNs", known(spread.min)},
-            {"medianNs", known(spread.median)},
-            {"p95Ns", known(spread.p95)},
-            {"maxNs", known(spread.max)}};
+            {"min" + unit, known(spread.min)},
+            {"median" + unit, known(spread.median)},
+            {"p95" + unit, known(spread.p95)},
+            {"max" + unit, known(spread.max)}};
+}
+
+Json shareJson(run::Share const& share) {
+    return {{"count", share.count}, {"told", share.told}};
+}
+
+/// What the sensor told of a history frame that was chosen.
+Json chosenJson(recording::SensorFrame const& frame) {
+    auto const word = [](std::optional<uint8_t> state, std::string (*name)(uint8_t)) {
+        return state ? Json(wordOf(name(*state))) : Json(nullptr);
+    };
+    return {{"exposureNs", orNull(recording::exposureNs(frame))},
+            {"iso", orNull(frame.iso)},
+            {"focusDistance", orNull(frame.focusDistance)},
+            {"afMode", word(frame.afMode, recording::afModeName)},
+            {"afState", word(frame.afState, recording::afStateName)},
+            {"lensState", word(frame.lensState, recording::lensStateName)},
+            {"isFocusSettled", orNull(recording::isFocusSettled(frame))},
+            {"isExposureSettled", orNull(recording::isExposureSettled(frame))},
+            {"hasImageError", frame.hasError}};
 }
 
 }  // namespace
@@ -117,11 +141,16 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
 Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs) {
     // The others have a fixed one, which no option changes.
     bool const hasTimeout = options.policy.kind == pipeline::PolicyKind::Multiframe;
-    Json properties = Json::object();
-    for (auto const& [key, value] : options.properties) {
-        properties[key] = value;  // of one that is given twice, the last counts
-    }
+    auto const objectOf = [](auto const& pairs) {
+        Json object = Json::object();
+        for (auto const& [key, value] : pairs) {
+            object[key] = value;  // of one that is given twice, the last counts
+        }
+        return object;
+    };
     return {{"policy", options.policy.name()},
+            {"policyName", orNull(options.policy.ownName)},
+            {"policyOptions", objectOf(options.policyParameters)},
             {"timeoutNs", hasTimeout ? Json(nsOfMs(options.timeoutMs)) : Json(nullptr)},
             {"framesPerCapture", options.framesPerCapture},
             {"historySize", options.history},
@@ -136,7 +165,7 @@ Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> 
             {"pressAtBootNs", options.pressBootTimesNs},
             {"flushAtNs", options.flushesNs},
             {"dumpAtNs", options.dumpsNs},
-            {"properties", std::move(properties)}};
+            {"properties", objectOf(options.properties)}};
 }
 
 Json summaryJson(run::ReplaySummary const& summary, uint64_t droppedFrames, uint64_t errorLines) {
@@ -151,6 +180,12 @@ Json summaryJson(run::ReplaySummary const& summary, uint64_t droppedFrames, uint
             {"withoutHistory", summary.withoutHistory},
             {"lag", spreadJson(summary.lag)},
             {"wait", spreadJson(summary.wait)},
+            {"distance", spreadJson(summary.distance)},
+            {"chosen",
+             {{"focusSettled", shareJson(summary.focusSettled)},
+              {"exposureSettled", shareJson(summary.exposureSettled)},
+              {"exposure", spreadJson(summary.exposure)},
+              {"iso", spreadJson(summary.iso, "")}}},
             {"droppedFrames", droppedFrames},
             {"logErrorLines", errorLines}};
 }
@@ -204,7 +239,8 @@ Json frameJson(pipeline::CaptureRecord const& capture, size_t index) {
             {"lagNs", orNull(capture.lagNs(frame))},
             {"waitNs", orNull(capture.waitNs(frame))},
             {"resultNs", orNull(frame.resultNs)},
-            {"reportedTimestampNs", orNull(frame.reportedNs)}};
+            {"reportedTimestampNs", orNull(frame.reportedNs)},
+            {"chosen", frame.chosen ? chosenJson(*frame.chosen) : Json(nullptr)}};
 }
 
 }  // namespace zebcam::tool::report

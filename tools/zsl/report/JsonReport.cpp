@@ -102,7 +102,7 @@ Json distributionJson(base::Distribution const& times) {
 /// A run without end keeps totals and no frames, so that some of what a replay tells is not known.
 Json liveSummaryJson(run::LiveResult const& result) {
     Json json = summaryJson(result.summary(), result.droppedFrames, result.errorLines);
-    for (char const* const unknown : {"withoutHistory", "lag", "wait"}) {
+    for (char const* const unknown : {"withoutHistory", "lag", "wait", "distance", "chosen"}) {
         json[unknown] = nullptr;
     }
     return json;

@@ -1,12 +1,16 @@
 #include "report/Reports.h"
 
 #include <fmt/format.h>
+#include <metadata/MetadataTags.h>
 
+#include <array>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "base/Table.h"
 #include "base/Text.h"
+#include "recording/FrameStates.h"
 #include "report/Answers.h"
 #include "run/Verdict.h"
 
@@ -153,6 +157,19 @@ std::string optionalMs(std::optional<int64_t> ns) {
     return ns ? base::formatMs(*ns) : "-";
 }
 
+/// The policy by its own name, with its file and what it was given.
+std::string policyText(pipeline::ReplayOptions const& options) {
+    pipeline::PolicyOption const& policy = options.policy;
+    std::string text =
+        policy.ownName.empty()
+            ? policy.name()
+            : fmt::format("{} ({})", base::printable(policy.ownName), policy.pluginPath);
+    for (auto const& [name, value] : options.policyParameters) {
+        text += fmt::format(" {}={}", name, base::printable(value));
+    }
+    return text;
+}
+
 std::string factsText(TextStyle const& style, run::ReplayResult const& result) {
     recording::RecordingFacts const& facts = result.facts;
     std::string text = labelled(style, "Recording", result.path);
@@ -177,7 +194,7 @@ std::string factsText(TextStyle const& style, run::ReplayResult const& result) {
         style, "Replay",
         fmt::format("policy {}, {} of {}, history of {}, "
                     "ZSL offset {} ms{}",
-                    options.policy.name(), counted(result.summary.captures, "capture", "captures"),
+                    policyText(options), counted(result.summary.captures, "capture", "captures"),
                     counted(options.framesPerCapture, "frame", "frames"),
                     counted(options.history, "frame", "frames"), result.offsetMs,
                     options.frameSync ? ", frame sync" : ""));
@@ -229,6 +246,101 @@ std::string tableText(TextStyle const& style, run::ReplayResult const& result) {
     return table.text(style);
 }
 
+using ChosenFrame = recording::SensorFrame;
+
+/// Painted where it may spoil the picture; empty: not told.
+std::string settlingText(TextStyle const& style, std::string const& word,
+                         std::optional<bool> isSettled) {
+    return style.paint(word, isSettled.value_or(true) ? Tone::Plain : Tone::Doubtful);
+}
+
+/// A column of what the sensor told of the chosen frames.
+struct ChosenColumn {
+    char const* title;
+    base::Table::Kind kind;
+    std::string (*value)(TextStyle const& style, ChosenFrame const& frame);  ///< empty: not told
+};
+
+constexpr ChosenColumn kChosenColumns[] = {
+    {"exposure (ms)", base::Table::Kind::Number,
+     [](TextStyle const&, ChosenFrame const& frame) {
+         auto const ns = recording::exposureNs(frame);
+         return ns ? base::formatMs(*ns) : std::string();
+     }},
+    {"ISO", base::Table::Kind::Number,
+     [](TextStyle const&, ChosenFrame const& frame) {
+         return frame.iso ? std::to_string(*frame.iso) : std::string();
+     }},
+    {"focus (1/m)", base::Table::Kind::Number,
+     [](TextStyle const&, ChosenFrame const& frame) {
+         return frame.focusDistance ? fmt::format("{:.2f}", *frame.focusDistance) : std::string();
+     }},
+    {"AF state", base::Table::Kind::Text,
+     [](TextStyle const& style, ChosenFrame const& frame) {
+         return settlingText(style, frame.afState ? recording::afStateName(*frame.afState) : "",
+                             recording::isFocusSettled(frame));
+     }},
+    {"lens", base::Table::Kind::Text,
+     [](TextStyle const& style, ChosenFrame const& frame) {
+         // Shorter than Android's word, so that the table fits a page.
+         std::string const word = !frame.lensState ? ""
+                                  : *frame.lensState == NSCam::LENS_STATE_STATIONARY
+                                      ? "at rest"
+                                      : recording::lensStateName(*frame.lensState);
+         return settlingText(style, word, recording::isFocusSettled(frame));
+     }},
+    {"AE", base::Table::Kind::Text,
+     [](TextStyle const& style, ChosenFrame const& frame) {
+         auto const isSettled = recording::isExposureSettled(frame);
+         return settlingText(style, isSettled ? *isSettled ? "settled" : "changing" : "",
+                             isSettled);
+     }},
+};
+
+/// What the recording tells of the frames that were chosen; what it tells of none is left out.
+std::string chosenText(TextStyle const& style, run::ReplayResult const& result) {
+    std::vector<std::vector<std::string>> rows;
+    std::array<bool, std::size(kChosenColumns)> isTold{};
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        for (size_t index = 0; index < capture.frames.size(); ++index) {
+            auto const& chosen = capture.frames[index].chosen;
+            if (!chosen) {
+                continue;
+            }
+            auto& row = rows.emplace_back(std::vector{std::to_string(capture.requestNo),
+                                                      std::to_string(index),
+                                                      std::to_string(chosen->frameNo)});
+            for (size_t i = 0; i < isTold.size(); ++i) {
+                row.push_back(kChosenColumns[i].value(style, *chosen));
+                isTold[i] = isTold[i] || !row.back().empty();
+            }
+        }
+    }
+    constexpr size_t kKeys = 3;
+    std::vector<base::Table::Column> columns = {{.title = "capture", .isKey = true},
+                                                {.title = "frame", .isKey = true},
+                                                {.title = "history frame", .isKey = true}};
+    for (size_t i = 0; i < isTold.size(); ++i) {
+        if (isTold[i]) {
+            columns.push_back({.title = kChosenColumns[i].title, .kind = kChosenColumns[i].kind});
+        }
+    }
+    if (columns.size() == kKeys) {
+        return "";
+    }
+    base::Table table(std::move(columns));
+    for (std::vector<std::string> const& row : rows) {
+        std::vector<std::string> cells(row.begin(), row.begin() + kKeys);
+        for (size_t i = 0; i < isTold.size(); ++i) {
+            if (isTold[i]) {
+                cells.push_back(row[kKeys + i].empty() ? "-" : row[kKeys + i]);
+            }
+        }
+        table.addRow(std::move(cells));
+    }
+    return table.text(style) + "\n";
+}
+
 std::string dumpsText(run::ReplayResult const& result) {
     std::string text;
     for (run::DebugDump const& dump : result.dumps) {
@@ -275,7 +387,7 @@ std::string textReport(recording::Recording const& recording, run::ReplayResult 
                        log::Explanation const* explanation, TextStyle const& style) {
     run::Verdict const verdict = verdictOf(result);
     std::string text = verdictLines(style, verdict) + factsText(style, result) + "\n" +
-                       tableText(style, result) + "\n";
+                       tableText(style, result) + "\n" + chosenText(style, result);
     if (explanation != nullptr) {
         auto const reasons = explanationsOf(result.captures, explanation);
         auto const answers = answersOf(recording, result, *explanation);
@@ -328,13 +440,13 @@ std::string headText(TextStyle const& style, run::LiveResult const& result) {
                    result.source.empty() ? "generated frames" : result.source, result.fps,
                    base::formatSeconds(result.status.elapsedNs),
                    result.signal ? fmt::format(" (ended by {})", strsignal(*result.signal)) : "")) +
-           labelled(style, "Captures",
-                    fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
-                                replay.policy.name(),
-                                counted(replay.framesPerCapture, "frame", "frames"),
-                                base::formatMs(result.options.pressEveryNs),
-                                counted(replay.history, "frame", "frames"), result.offsetMs,
-                                replay.frameSync ? ", frame sync" : ""));
+           labelled(
+               style, "Captures",
+               fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
+                           policyText(replay), counted(replay.framesPerCapture, "frame", "frames"),
+                           base::formatMs(result.options.pressEveryNs),
+                           counted(replay.history, "frame", "frames"), result.offsetMs,
+                           replay.frameSync ? ", frame sync" : ""));
 }
 
 std::string sensorText(TextStyle const& style, run::LiveResult const& result) {

@@ -299,7 +299,12 @@ DeviceReplayResult replayDevice(device::DeviceRecording const& recording, uint32
     replay.firstTimestampNs = startNs;
     replay.options = optionsOf(recording);
     replay.offsetMs = pipeline::offsetInForceMs();
-    replay.summary = summarize(replay.captures);
+    addChosenFrames(replay.captures, [&frames = result.frames.frames](uint32_t frameNo) {
+        auto const found =
+            std::ranges::lower_bound(frames, frameNo, {}, &recording::SensorFrame::frameNo);
+        return found != frames.end() && found->frameNo == frameNo ? &*found : nullptr;
+    });
+    replay.summary = summarize(replay.captures, replay.offsetMs);
     if (!replay.device->isSame()) {
         for (UncertainInstant const& instant : uncertain) {
             replay.notes.push_back(instant.note());

@@ -64,6 +64,9 @@ public:
 private:
     pipeline::PipelineOptions listeningOptions() {
         pipeline::PipelineOptions options = pipeline::pipelineOptions(mOptions);
+        if (options.pSelector != nullptr) {
+            mPolicyName = pipeline::nameOf(*options.pSelector);
+        }
         options.faults = mFaults;
         options.pause = [this](int64_t ns) { mClock.advance(ns); };
         if (mListener.log) {
@@ -176,9 +179,17 @@ private:
         result.facts = recording::computeFacts(mRecording);
         result.firstTimestampNs = mStartNs;
         result.options = mOptions;
+        result.options.policy.ownName = mPolicyName;
         result.offsetMs = pipeline::offsetInForceMs();
         result.captures = mPipeline.captures().records();
-        result.summary = summarize(result.captures);
+        addChosenFrames(result.captures, [this](uint32_t frameNo) {
+            auto const found = std::ranges::lower_bound(
+                mFrames, frameNo, {},
+                [](pipeline::ReportedFrame const& reported) { return reported.frame.frameNo; });
+            bool const isThere = found != mFrames.end() && found->frame.frameNo == frameNo;
+            return isThere ? &found->frame : nullptr;
+        });
+        result.summary = summarize(result.captures, result.offsetMs);
         result.ledger = mPipeline.ledger().totals();
         result.unsettled = mPipeline.ledger().unsettled();
         result.longestHeldNs = mPipeline.ledger().longestHeldNs();
@@ -199,6 +210,7 @@ private:
     int64_t const mStartNs;
     int64_t const mReprocessNs;
     std::shared_ptr<pipeline::FaultInjector> const mFaults;
+    std::string mPolicyName;  ///< of a library's policy
     platform::VirtualClock mClock;
     pipeline::SimulatedPipeline mPipeline;
     std::priority_queue<Event> mQueue;

@@ -1,49 +1,134 @@
 #include "run/ReplayResult.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
 #include <utility>
+
+#include "recording/FrameStates.h"
 
 namespace zebcam::tool::run {
 
-ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures) {
-    ReplaySummary summary;
-    std::vector<int64_t> lags;
-    std::vector<int64_t> waits;
+namespace {
+
+void count(pipeline::Served served, ReplaySummary& summary) {
+    switch (served) {
+        case pipeline::Served::AtOnce:
+            ++summary.atOnce;
+            break;
+        case pipeline::Served::Waited:
+            ++summary.waited;
+            break;
+        case pipeline::Served::TimedOut:
+            ++summary.timedOut;
+            break;
+        case pipeline::Served::Flushed:
+            ++summary.flushed;
+            break;
+        case pipeline::Served::Unanswered:
+            ++summary.unanswered;
+            break;
+    }
+}
+
+template <auto Member>
+base::Spread spreadOf(std::vector<FrameNumbers> const& frames) {
+    std::vector<int64_t> values;
+    for (FrameNumbers const& frame : frames) {
+        if (frame.*Member) {
+            values.push_back(*(frame.*Member));
+        }
+    }
+    return base::spreadOf(std::move(values));
+}
+
+template <auto Member>
+Share shareOf(std::vector<FrameNumbers> const& frames) {
+    Share share;
+    for (FrameNumbers const& frame : frames) {
+        share.told += frame.*Member ? 1 : 0;
+        share.count += (frame.*Member).value_or(false) ? 1 : 0;
+    }
+    return share;
+}
+
+// Saturating: the offset is a property, which may hold any number.
+int64_t distanceNs(int64_t lagNs, int64_t offsetMs) {
+    constexpr int64_t kNsPerMs = 1'000'000;
+    int64_t distance = 0;
+    if (__builtin_mul_overflow(offsetMs, kNsPerMs, &distance) ||
+        __builtin_add_overflow(distance, lagNs, &distance) ||
+        distance == std::numeric_limits<int64_t>::min()) {
+        return std::numeric_limits<int64_t>::max();
+    }
+    return std::abs(distance);
+}
+
+}  // namespace
+
+std::vector<FrameNumbers> measure(std::vector<pipeline::CaptureRecord> const& captures,
+                                  int64_t offsetMs) {
+    std::vector<FrameNumbers> numbers;
     for (pipeline::CaptureRecord const& capture : captures) {
-        ++summary.captures;
-        summary.answeredCaptures += capture.isAnswered() ? 1 : 0;
         for (pipeline::FrameOutcome const& frame : capture.frames) {
-            ++summary.frames;
-            switch (frame.served) {
-                case pipeline::Served::AtOnce:
-                    ++summary.atOnce;
-                    break;
-                case pipeline::Served::Waited:
-                    ++summary.waited;
-                    break;
-                case pipeline::Served::TimedOut:
-                    ++summary.timedOut;
-                    break;
-                case pipeline::Served::Flushed:
-                    ++summary.flushed;
-                    break;
-                case pipeline::Served::Unanswered:
-                    ++summary.unanswered;
-                    break;
+            FrameNumbers& measured = numbers.emplace_back();
+            measured.served = frame.served;
+            measured.hasHistory = frame.historyFrame.has_value();
+            measured.lagNs = capture.lagNs(frame);
+            measured.waitNs = capture.waitNs(frame);
+            if (measured.lagNs) {
+                measured.distanceNs = distanceNs(*measured.lagNs, offsetMs);
             }
-            // Of a frame that never came back nobody can say what it would have been.
-            bool const isAnswered = frame.served != pipeline::Served::Unanswered;
-            summary.withoutHistory += isAnswered && !frame.historyFrame ? 1 : 0;
-            if (std::optional<int64_t> const lag = capture.lagNs(frame)) {
-                lags.push_back(*lag);
-            }
-            if (std::optional<int64_t> const wait = capture.waitNs(frame)) {
-                waits.push_back(*wait);
+            if (frame.chosen) {
+                measured.exposureNs = recording::exposureNs(*frame.chosen);
+                measured.iso = frame.chosen->iso;
+                measured.isFocusSettled = recording::isFocusSettled(*frame.chosen);
+                measured.isExposureSettled = recording::isExposureSettled(*frame.chosen);
             }
         }
     }
-    summary.lag = base::spreadOf(std::move(lags));
-    summary.wait = base::spreadOf(std::move(waits));
+    return numbers;
+}
+
+ReplaySummary summarize(std::vector<FrameNumbers> const& frames) {
+    ReplaySummary summary;
+    summary.frames = frames.size();
+    for (FrameNumbers const& frame : frames) {
+        count(frame.served, summary);
+        // Of a frame that never came back nobody can say what it would have been.
+        bool const isAnswered = frame.served != pipeline::Served::Unanswered;
+        summary.withoutHistory += isAnswered && !frame.hasHistory ? 1 : 0;
+    }
+    summary.lag = spreadOf<&FrameNumbers::lagNs>(frames);
+    summary.wait = spreadOf<&FrameNumbers::waitNs>(frames);
+    summary.distance = spreadOf<&FrameNumbers::distanceNs>(frames);
+    summary.focusSettled = shareOf<&FrameNumbers::isFocusSettled>(frames);
+    summary.exposureSettled = shareOf<&FrameNumbers::isExposureSettled>(frames);
+    summary.exposure = spreadOf<&FrameNumbers::exposureNs>(frames);
+    summary.iso = spreadOf<&FrameNumbers::iso>(frames);
     return summary;
+}
+
+ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures, int64_t offsetMs) {
+    ReplaySummary summary = summarize(measure(captures, offsetMs));
+    summary.captures = captures.size();
+    summary.answeredCaptures = static_cast<size_t>(
+        std::count_if(captures.begin(), captures.end(),
+                      [](pipeline::CaptureRecord const& capture) { return capture.isAnswered(); }));
+    return summary;
+}
+
+void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures,
+                     std::function<recording::SensorFrame const*(uint32_t)> const& find) {
+    for (pipeline::CaptureRecord& capture : captures) {
+        for (pipeline::FrameOutcome& frame : capture.frames) {
+            recording::SensorFrame const* const sensor =
+                frame.historyFrame ? find(*frame.historyFrame) : nullptr;
+            if (sensor != nullptr) {
+                frame.chosen = *sensor;
+            }
+        }
+    }
 }
 
 bool ReplayResult::isClean() const {

@@ -3,6 +3,7 @@
 #include <host/BufferLedger.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,26 @@
 #include "recording/Recording.h"
 
 namespace zebcam::tool::run {
+
+/// What is measured of one frame of a capture; none where it does not apply or nothing tells it.
+/// Plain data, so that it can go from process to process.
+struct FrameNumbers {
+    pipeline::Served served = pipeline::Served::Unanswered;
+    bool hasHistory = false;
+    std::optional<int64_t> lagNs;
+    std::optional<int64_t> waitNs;
+    std::optional<int64_t> distanceNs;  ///< from the wanted instant to the exposure, either way
+    std::optional<int64_t> exposureNs;
+    std::optional<int64_t> iso;
+    std::optional<bool> isFocusSettled;
+    std::optional<bool> isExposureSettled;
+};
+
+/// Of how many frames something was told, and in how many of those it was so.
+struct Share {
+    size_t count = 0;
+    size_t told = 0;
+};
 
 /// Numbers over all frames of all captures.
 struct ReplaySummary {
@@ -27,9 +48,26 @@ struct ReplaySummary {
     size_t withoutHistory = 0;  ///< answered as ordinary captures
     base::Spread lag;           ///< of the frames that have a history frame
     base::Spread wait;          ///< from the press to the answer, of the answered frames
+    base::Spread distance{};  ///< from the wanted instant, of the frames that have a history frame
+    // Of the history frames that tell it:
+    Share focusSettled{};
+    Share exposureSettled{};
+    base::Spread exposure{};
+    base::Spread iso{};  ///< in its own unit
 };
 
-ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures);
+/// Of every frame of every capture. `offsetMs` is the ZSL offset in force.
+std::vector<FrameNumbers> measure(std::vector<pipeline::CaptureRecord> const& captures,
+                                  int64_t offsetMs);
+
+/// The numbers of frames; how many captures they belong to is left out.
+ReplaySummary summarize(std::vector<FrameNumbers> const& frames);
+ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures, int64_t offsetMs);
+
+/// Adds to each frame of a capture what `find` has of its history frame, by frame number; null: it
+/// has nothing.
+void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures,
+                     std::function<recording::SensorFrame const*(uint32_t frameNo)> const& find);
 
 /// A dump of every debuggee.
 struct DebugDump {
