@@ -5,11 +5,14 @@
 #include <signal.h>
 
 #include <chrono>
+#include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "CliFixture.h"
 #include "base/Distribution.h"
+#include "base/LineWriter.h"
 #include "device/DeviceRecordingReader.h"
 #include "pipeline/ReplayOptions.h"
 #include "report/Reports.h"
@@ -197,7 +200,8 @@ TEST_F(Live, EndsCleanlyWhenInterrupted) {
     std::signal(SIGINT, ignored);
 
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_THAT(outcome.out, AllOf(HasSubstr("(ended by Interrupt)"), Not(HasSubstr("Recorded"))));
+    EXPECT_THAT(outcome.out,
+                AllOf(HasSubstr(" of 3600.000 s (Interrupt)"), Not(HasSubstr("Recorded"))));
     Json const result = Json::parse(contentOf(file));
     EXPECT_EQ(result["endedBySignal"], SIGINT);
     EXPECT_GT(result["summary"]["flushed"], 0);
@@ -231,6 +235,8 @@ TEST(LiveText, TellsWhatBecameOfARun) {
     result.startNs = 1'000'000'000;
     result.options.replay.framesPerCapture = 2;
     result.options.replay.frameSync = true;
+    result.plannedNs = 60'000'000'000;
+    result.signal = SIGTERM;
     result.options.recordPath = "a.zslrec";
     result.offsetMs = 20;
     result.status.elapsedNs = 3'014'000'000;
@@ -242,7 +248,13 @@ TEST(LiveText, TellsWhatBecameOfARun) {
     result.status.occupancy = {8, 2, 1};
     result.times.submission.add(20);
     result.times.submission.add(2'500);
+    for (int64_t const lagMs : {-80, -80, -80, 30}) {
+        result.status.captures.lag.add(lagMs * MS);
+    }
+    result.times.lockHeld.add(30'140'000);
+    result.times.selection.add(15'070'000);
     result.lateness.add(1'500'000);
+    result.log = {.lines = 9, .dropped = 2};
     result.droppedFrames = 5;
     result.unsettled = {{.frameNo = 4, .forRequestNo = 3, .sinceNs = 2'500'000'000}};
     result.recorder = {.end = NSCam::v3::pipeline::model::ZslRecordingEnd::WRITE_FAILED,
@@ -255,7 +267,7 @@ TEST(LiveText, TellsWhatBecameOfARun) {
            at 1 s: no idea
            BAD: the recording ended early: write failed
            BAD: the buffer ledger does not balance: 1 set still out, 0 lost
-Live       a.csv, 29.94 frames/s, 3.014 s
+Live       a.csv, 29.94 frames/s, interrupted after 3.014 s of 60.000 s (Terminated)
 Captures   policy default, 2 frames every 500.00 ms, history of 8 frames, ZSL offset 20 ms, frame
            sync
 Sensor     90 frames arrived, 5 dropped from the history; late by 1500 us at most, 95 % by 1500 us
@@ -263,12 +275,17 @@ Sensor     90 frames arrived, 5 dropped from the history; late by 1500 us at mos
 Times (us)    count     median       95 %       99 %    maximum
 submission        2        0.0        2.5        2.5        2.5
 retry             0        0.0        0.0        0.0        0.0
-lock held         0        0.0        0.0        0.0        0.0
+lock held         1    30140.0    30140.0    30140.0    30140.0
+selection         1    15070.0    15070.0    15070.0    15070.0
 
+Lock       held 1.00 % of the time; 50 % of that selecting, a built-in policy's own part does not
+           show
 Served     4 at once, 0 waited, 0 timed out, 1 flushed, of 6 frames
+Lag        minimum -80.00, median -79.69, 95th percentile 30.00, maximum 30.00 ms after the press
 Ledger     7 handed out, 0 returned, 0 consumed, 0 released; 1 still out, 0 lost
            frame 4, handed out for capture 3 at 1.500 s: processor
 Recorded   11 operations, 222 bytes in a.zslrec: ENDED EARLY, write failed (No space left on device)
+Log        2 of 9 lines DROPPED, because standard error takes them too slowly
 Log        1 error line (--log error shows them)
 Failure    at 1 s: no idea
 Result     BAD: 2 of 3 captures answered, the ledger DOES NOT BALANCE
@@ -279,8 +296,14 @@ Result     BAD: 2 of 3 captures answered, the ledger DOES NOT BALANCE
     result.source.clear();
     result.recorder->end = NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED;
     result.recorder->writeError = 0;
+    result.signal.reset();
+    result.log->hasFailed = true;
+    result.times.policy.add(7'535'000);
     std::string const whole = report::liveReport(result);
-    EXPECT_THAT(whole, HasSubstr("Live       generated frames, 29.94"));
+    EXPECT_THAT(whole, HasSubstr("Live       generated frames, 29.94 frames/s, 3.014 s\n"));
+    EXPECT_THAT(whole, HasSubstr("\npolicy            1     7535.0"));
+    EXPECT_THAT(whole, HasSubstr("selecting, the policy's own 25 %\n"));
+    EXPECT_THAT(whole, HasSubstr("because standard error cannot be written\n"));
     EXPECT_THAT(whole, HasSubstr("222 bytes in a.zslrec: whole\n"));
 }
 
@@ -290,17 +313,109 @@ TEST(Distribution, TellsQuantilesToWithinASixteenth) {
     for (int64_t ns = 1; ns <= 100'000; ++ns) {
         times.add(ns * 1'000);
     }
-    times.add(-5);  // a clock that went back
-    EXPECT_EQ(times.count(), 100'001U);
-    EXPECT_EQ(times.min(), 0);
+    EXPECT_EQ(times.count(), 100'000U);
+    EXPECT_EQ(times.min(), 1'000);
     EXPECT_EQ(times.max(), 100'000'000);
-    EXPECT_EQ(times.quantile(0), 0);
+    EXPECT_EQ(times.total(), 5'000'050'000'000);
+    EXPECT_EQ(times.quantile(0), 1'023) << "the end of its bucket";
     EXPECT_EQ(times.quantile(1), 100'000'000);
     for (double const share : {0.01, 0.5, 0.95, 0.99}) {
         double const exact = share * 1e8;
         EXPECT_GE(static_cast<double>(times.quantile(share)), exact - 1e3) << share;
         EXPECT_LE(static_cast<double>(times.quantile(share)), exact * 17 / 16 + 1e3) << share;
     }
+    base::Distribution lags;
+    for (int64_t const ns : {INT64_MIN, -1'000'000L, -33L, -1L, 0L, 1L, INT64_MAX}) {
+        lags.add(ns);
+    }
+    EXPECT_EQ(lags.min(), INT64_MIN);
+    EXPECT_LE(lags.quantile(2 / 7.0), -1'000'000 * 15 / 16);
+    EXPECT_GE(lags.quantile(2 / 7.0), -1'000'000);
+    EXPECT_EQ(lags.quantile(3 / 7.0), -33);
+    EXPECT_EQ(lags.quantile(4 / 7.0), -1);
+    EXPECT_EQ(lags.quantile(5 / 7.0), 0);
+    EXPECT_EQ(lags.quantile(6 / 7.0), 1);
+    EXPECT_EQ(lags.spread().max, INT64_MAX);
+}
+
+/// Takes nothing until it is told to, as a terminal that was stopped.
+class StoppedReader : public std::stringbuf {
+public:
+    void waitUntilAsked() { mAsked.get_future().wait(); }
+    void goOn() { mGoesOn.set_value(); }
+
+protected:
+    std::streamsize xsputn(char const* text, std::streamsize size) override {
+        if (std::exchange(mIsFirst, false)) {
+            mAsked.set_value();
+            mGoesOn.get_future().wait();
+        }
+        return std::stringbuf::xsputn(text, size);
+    }
+
+private:
+    bool mIsFirst = true;
+    std::promise<void> mAsked;
+    std::promise<void> mGoesOn;
+};
+
+TEST(LineWriter, NeverWaitsForTheReader) {
+    for (bool const goesOn : {true, false}) {
+        StoppedReader reader;
+        std::ostream stream(&reader);
+        {
+            base::LineWriter lines(stream, 10);
+            lines.push("under way\n");
+            reader.waitUntilAsked();
+            for (char const* const line : {"waits\n", "is too long\n", "is\n", "no\n"}) {
+                lines.push(line);
+            }
+            if (goesOn) {
+                reader.goOn();
+            }
+            auto const counts = lines.finish(std::chrono::milliseconds(goesOn ? 60'000 : 10));
+            EXPECT_EQ(counts.lines, 5U);
+            EXPECT_EQ(counts.dropped, goesOn ? 2U : 4U);
+            EXPECT_FALSE(counts.hasFailed);
+            if (!goesOn) {
+                reader.goOn();
+            }
+        }
+        EXPECT_EQ(reader.str(), goesOn ? "under way\nwaits\nis\n" : "under way\n");
+    }
+    std::ostream closed(nullptr);
+    base::LineWriter lines(closed, 10);
+    lines.push("lost\n");
+    auto const counts = lines.finish(std::chrono::seconds(60));
+    EXPECT_EQ(counts.dropped, 1U);
+    EXPECT_TRUE(counts.hasFailed);
+}
+
+TEST_F(Live, IsNotHeldUpByWhoReadsItsLog) {
+    StoppedReader reader;
+    std::ostream err(&reader);
+    std::ostringstream out;
+    std::string const file = path("result.json");
+    std::thread user([&] {
+        // The result is there although nobody has read a line.
+        for (int i = 0; i < 3'000 && !std::filesystem::exists(file); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        reader.goOn();
+    });
+    Arguments const command = {"zsl",   "live",  "--duration",    "0.3s", "--fps",  "120",
+                               "--log", "debug", "--press-every", "10ms", "--json", file};
+    std::vector<char const*> argv;
+    for (std::string const& argument : command) {
+        argv.push_back(argument.c_str());
+    }
+    EXPECT_EQ(commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err}), 0);
+    user.join();
+    EXPECT_THAT(out.str(), HasSubstr(" DROPPED, because standard error takes them too slowly\n"));
+    Json const result = Json::parse(contentOf(file));
+    EXPECT_GT(result["log"]["droppedLines"], 100);
+    EXPECT_GE(result["log"]["lines"], result["log"]["droppedLines"]);
+    EXPECT_GT(result["sensor"]["arrivedFrames"], 20);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -147,6 +148,32 @@ TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
     EXPECT_THAT(
         outcome.out,
         HasSubstr("Failure    9 times, from 0.500 to 1.230 s: policy: exception: no idea\n"));
+}
+
+TEST_F(ReplayCli, HasTheLastWordWhenAPolicyTakesItAlong) {
+    std::string const recording = steadyFile(path("recording.csv"), 60);
+    std::string const result = write("result.json", "of another run");
+    struct {
+        char const* policy;
+        int status;
+        char const* told;
+    } const table[] = {
+        {"aborter", 128 + SIGABRT, "crashed in select\\(\\) for capture 1: signal 6 \\(Aborted\\)"},
+        {"sleeper", 2, "gave no answer to select\\(\\) for capture 1 within 0.05s"},
+    };
+    for (auto const& [policy, status, told] : table) {
+        for (char const* const command : {"replay", "live"}) {
+            std::string const library = SELECTOR_FOLDER "/selector_" + std::string(policy) + ".so";
+            auto const run = [&] {
+                zsl({command, recording, "--policy", library, "--time-limit", "50ms", "--json",
+                     result});
+            };
+            EXPECT_EXIT(run(), testing::ExitedWithCode(status),
+                        "zsl " + std::string(command) + ": policy .*" + policy + ".so " + told);
+            EXPECT_EQ(contentOf(result), "of another run");
+            EXPECT_THAT(files(), testing::UnorderedElementsAre("recording.csv", "result.json"));
+        }
+    }
 }
 
 TEST_F(ReplayCli, PropertiesLastOnlyForTheReplay) {

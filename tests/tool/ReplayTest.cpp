@@ -1,8 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <ulog/ULogger.h>
 
 #include <string>
 
+#include "log/Explainer.h"
+#include "log/Logcat.h"
 #include "pipeline/Schedule.h"
 #include "tool/SteadyRecording.h"
 
@@ -110,6 +113,36 @@ TEST(Replay, ShowsWhatEachTryWasOffered) {
     EXPECT_THAT(tries[2].historyFrames, ElementsAre(9, 10));
     EXPECT_THAT(tries[3].historyFrames, ElementsAre(9, 10, 12));
     EXPECT_THAT(tries[3].builtFrames, ElementsAre(0));
+}
+
+TEST(Replay, BooksTheAgesThatTheProcessorDecidesBy) {
+    pipeline::ReplayOptions options = pressing({});
+    // By the ns it is 2999 ms at frame 40's arrival; the processor, which counts in us, says 3000.
+    options.pressesNs = {1030 * MS + 500, 1030 * MS + 1'000};
+    options.offsetMs = -20'000;
+    options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
+    log::Explainer explainer;
+    run::ReplayListener listener;
+    listener.log = [&](int64_t, host::LogLine const& line) {
+        if (line.output == host::LogLine::Output::Camera) {
+            explainer.feed(log::fromLogLine(line));
+        }
+    };
+    run::ReplayResult const result = run::replay(steadyRecording(), options, listener);
+    log::Explanation const told = explainer.finish();
+    std::vector<int64_t> booked[2];
+    std::vector<int64_t> decided[2];
+    for (size_t capture = 0; capture < 2; ++capture) {
+        for (pipeline::TryRecord const& attempt : result.captures[capture].tries) {
+            booked[capture].push_back(attempt.ageMs);
+        }
+        for (log::TryExplanation const& attempt : told.captures[capture].tries) {
+            decided[capture].push_back(*attempt.ageMs);
+        }
+        EXPECT_EQ(booked[capture], decided[capture]);
+    }
+    EXPECT_THAT(booked[0], Contains(3000));
+    EXPECT_THAT(booked[1], Contains(2999));
 }
 
 TEST(Replay, KeepsThePluginsFramesAccountedFor) {

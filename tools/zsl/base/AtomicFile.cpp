@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,6 +16,18 @@ namespace fs = std::filesystem;
 namespace zebcam::tool::base {
 
 namespace {
+
+/// Paths of the temporary files that there are. A command has few; what finds no place is not
+/// removed when the program crashes.
+std::array<std::atomic<char const*>, 16> gTemporaries{};
+
+void replaceNoted(char const* from, char const* to) {
+    for (auto& noted : gTemporaries) {
+        if (char const* expected = from; noted.compare_exchange_strong(expected, to)) {
+            return;
+        }
+    }
+}
 
 // Streams lose the reason of a failure; the system call beneath has mostly left it in errno.
 std::string systemReason() {
@@ -53,6 +67,15 @@ AtomicFile::AtomicFile(std::string path) : AtomicFile(std::move(path), Unopened(
 AtomicFile::~AtomicFile() {
     if (!mTemporary.empty()) {
         unlink(mTemporary.c_str());
+        replaceNoted(mTemporary.c_str(), nullptr);
+    }
+}
+
+void AtomicFile::removeTemporaries() {
+    for (auto const& noted : gTemporaries) {
+        if (char const* const path = noted) {
+            unlink(path);
+        }
     }
 }
 
@@ -65,6 +88,7 @@ void AtomicFile::createTemporary() {
         fd = open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
             mTemporary = std::move(name);
+            replaceNoted(nullptr, mTemporary.c_str());
         } else if (errno != EEXIST) {
             fail(systemReason());
         }
@@ -89,6 +113,7 @@ void AtomicFile::commit() {
     if (std::rename(mTemporary.c_str(), mTarget.c_str()) != 0) {
         fail(systemReason());
     }
+    replaceNoted(mTemporary.c_str(), nullptr);
     mTemporary.clear();
 }
 

@@ -40,6 +40,10 @@ public:
     /// anything could not be written.
     void commit();
 
+    /// Removes the temporary files of all that live, for a program that ends without its
+    /// destructors. Async-signal-safe.
+    static void removeTemporaries();
+
 private:
     enum class Unopened {};
     AtomicFile(std::string path, Unopened);

@@ -31,12 +31,11 @@ Spread spreadOf(std::vector<int64_t> values) {
 }
 
 void Distribution::add(int64_t ns) {
-    // Where a clock went back, the duration was short, whatever the difference says.
-    int64_t const value = std::max<int64_t>(ns, 0);
-    mMin = mCount == 0 ? value : std::min(mMin, value);
-    mMax = std::max(mMax, value);
+    mMin = mCount == 0 ? ns : std::min(mMin, ns);
+    mMax = mCount == 0 ? ns : std::max(mMax, ns);
+    mTotal += static_cast<double>(ns);
     ++mCount;
-    ++mCounts[bucketOf(static_cast<uint64_t>(value))];
+    ++mCounts[bucketOf(ns)];
 }
 
 int64_t Distribution::quantile(double share) const {
@@ -45,7 +44,7 @@ int64_t Distribution::quantile(double share) const {
     }
     uint64_t const rank = nearestRank(mCount, share);
     uint64_t seen = 0;
-    for (size_t bucket = 0; bucket < BUCKETS; ++bucket) {
+    for (size_t bucket = 0; bucket < mCounts.size(); ++bucket) {
         seen += mCounts[bucket];
         if (seen >= rank) {
             // The end of a bucket may lie outside what was added; the ends are known exactly.
@@ -55,22 +54,31 @@ int64_t Distribution::quantile(double share) const {
     return mMax;
 }
 
-// Up to 2 x STEPS a bucket for each value, then STEPS buckets for each power of two.
-size_t Distribution::bucketOf(uint64_t ns) {
-    if (ns < 2 * STEPS) {
-        return static_cast<size_t>(ns);
-    }
-    auto const shift = static_cast<size_t>(std::bit_width(ns / (2 * STEPS)));
-    return shift * STEPS + static_cast<size_t>(ns >> shift);
+Spread Distribution::spread() const {
+    return {.count = static_cast<size_t>(mCount),
+            .min = mMin,
+            .median = quantile(0.5),
+            .p95 = quantile(0.95),
+            .max = mMax};
+}
+
+// Up to 2 x STEPS a bucket for each value, then STEPS buckets for each power of two; below 0 the
+// same in a mirror, where -1 is in the place of 0.
+size_t Distribution::bucketOf(int64_t ns) {
+    auto const magnitude = static_cast<uint64_t>(ns < 0 ? ~ns : ns);
+    auto const shift = static_cast<size_t>(std::bit_width(magnitude / (2 * STEPS)));
+    size_t const bucket = shift * STEPS + static_cast<size_t>(magnitude >> shift);
+    return ns < 0 ? BUCKETS - 1 - bucket : BUCKETS + bucket;
 }
 
 int64_t Distribution::endOf(size_t bucket) {
-    if (bucket < 2 * STEPS) {
-        return static_cast<int64_t>(bucket);
-    }
-    size_t const shift = bucket / STEPS - 1;
-    uint64_t const step = bucket - shift * STEPS;
-    return static_cast<int64_t>(((step + 1) << shift) - 1);
+    bool const isNegative = bucket < BUCKETS;
+    size_t const mirrored = isNegative ? BUCKETS - 1 - bucket : bucket - BUCKETS;
+    size_t const shift = mirrored < 2 * STEPS ? 0 : mirrored / STEPS - 1;
+    uint64_t const step = mirrored - shift * STEPS;
+    // In the mirror the largest value of a bucket is where it begins.
+    return isNegative ? ~static_cast<int64_t>(step << shift)
+                      : static_cast<int64_t>(((step + 1) << shift) - 1);
 }
 
 }  // namespace zebcam::tool::base

@@ -16,8 +16,6 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr int kBadInput = 2;
-
 std::vector<std::string> commandNames(CLI::App const& app) {
     std::vector<std::string> names;
     for (CLI::App const* const command : app.get_subcommands({})) {

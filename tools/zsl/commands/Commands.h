@@ -25,6 +25,9 @@ struct CliStreams {
     base::Provenance provenance = {};  ///< runCli fills it in
 };
 
+/// Exit status for arguments and input that are no good.
+inline constexpr int kBadInput = 2;
+
 /// How far a long work is, on one line of a terminal that is wiped at the end. Silent while nobody
 /// looks, and for less than `leastTotal` items, which are done before anybody could read.
 class Progress {

@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -16,7 +15,6 @@
 
 #include "base/AtomicFile.h"
 #include "base/InputError.h"
-#include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "compare/Comparison.h"
@@ -180,15 +178,6 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
               "Frames of each capture");
     addCounts("--history", plan.history, plan.common.history, kMaxHistory,
               "Frames that the history keeps");
-}
-
-std::chrono::nanoseconds parseTimeLimit(std::string const& text) {
-    std::chrono::nanoseconds const limit(parseDelay(text));
-    if (limit.count() == 0) {
-        throw std::invalid_argument("expected a time longer than 0s, found " +
-                                    base::quoteContent(text));
-    }
-    return limit;
 }
 
 void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {

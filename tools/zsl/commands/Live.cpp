@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -10,6 +12,7 @@
 #include <string>
 
 #include "base/AtomicFile.h"
+#include "base/LineWriter.h"
 #include "base/SignalWatch.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
@@ -31,11 +34,16 @@ constexpr int64_t kGeneratedNs = 10 * kNsPerSecond;
 constexpr int64_t kMinFps = 30;
 constexpr int64_t kMaxFps = 960;
 constexpr int kPollMs = 20;  // how late a line or the end may be
+// Seconds of debug lines, should somebody stop the terminal.
+constexpr size_t kLogBytes = 8U << 20U;
+// For a reader who is slow but not gone.
+constexpr std::chrono::seconds kPatience(1);
 
 struct Arguments {
     std::optional<std::string> recording;
     int64_t fps = kMinFps;
     std::optional<std::string> json;
+    std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
     run::LiveOptions options;
 };
 
@@ -68,7 +76,8 @@ recording::Recording sourceOf(Arguments& arguments) {
 
 /// Tells once a second how the run stands, until it is over or a signal comes, which it gives.
 std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signals,
-                         std::ostream& out, base::TextStyle const& style) {
+                         base::TextStyle const& style,
+                         std::function<void(std::string const&)> const& tell) {
     pollfd signalled{signals.fd(), POLLIN, 0};
     int64_t nextNs = kNsPerSecond;
     // Polled, for a run ends by itself as well as by a signal.
@@ -82,12 +91,27 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
         }
         run::LiveStatus const status = run.status();
         if (status.elapsedNs >= nextNs) {
-            out << report::statusLine(status, style) << std::flush;
+            tell(report::statusLine(status, style));
             // Lines that this thread was too late for are not made up for.
             nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
         }
     }
     return std::nullopt;
+}
+
+/// The text first: a run may have lasted for days, and the file may be refused.
+void tell(run::LiveResult const& result, recording::Recording const& recording,
+          base::ResultFile& json, CliStreams const& streams) {
+    if (!json.isStandard()) {
+        streams.out << '\n' << report::liveReport(result, streams.outStyle) << std::flush;
+    }
+    json.put([&](std::ostream& out) {
+        report::writeJson(report::toJson(result, recording, streams.provenance), out);
+        // Nobody shall have run it for nothing.
+        if (json.isStandard() && !out.flush()) {
+            streams.err << report::liveReport(result, streams.errStyle);
+        }
+    });
 }
 
 int run(Arguments& arguments, CliStreams const& streams) {
@@ -98,21 +122,31 @@ int run(Arguments& arguments, CliStreams const& streams) {
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.
     base::SignalWatch const signals;
+    auto const policy =
+        watchPolicy("zsl live", arguments.options.replay.policy, arguments.policyLimit);
+    // Destroyed before anybody else writes to the stream.
+    base::LineWriter err(streams.err, kLogBytes);
     run::LiveRun live(recording, arguments.options,
-                      [&streams](std::string const& lines) { streams.err << lines; });
+                      [&err](std::string const& lines) { err.push(lines); });
     live.start();
-    std::optional<int> const signal = json.isStandard()
-                                          ? watch(live, signals, streams.err, streams.errStyle)
-                                          : watch(live, signals, streams.out, streams.outStyle);
+    auto const& style = json.isStandard() ? streams.errStyle : streams.outStyle;
+    std::optional<int> const signal = watch(live, signals, style, [&](std::string const& line) {
+        if (json.isStandard()) {
+            err.push(line);
+        } else {
+            streams.out << line << std::flush;
+        }
+    });
     run::LiveResult result = live.finish();
     result.signal = signal;
-    // The text first: a run may have lasted for days, and the file may be refused.
-    if (!json.isStandard()) {
-        streams.out << '\n' << report::liveReport(result, streams.outStyle) << std::flush;
+    base::LineWriter::Counts const shown = err.finish(kPatience);
+    if (shown.lines > 0) {
+        result.log = shown;
     }
-    json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(result, recording, streams.provenance), out);
-    });
+    tell(result, recording, json, streams);
+    if (shown.hasFailed) {
+        throw base::OutputError("standard error cannot be written");
+    }
     return result.isClean() ? 0 : 1;
 }
 
@@ -150,6 +184,7 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
     addServiceOptions(*command, arguments->options.replay);
     addCaptureOptions(*command, arguments->options.replay);
     addPipelineOptions(*command, arguments->options.replay);
+    addPolicyLimit(*command, arguments->policyLimit);
     addFaultOptions(*command, arguments->options.replay.faults);
     addLogOption(*command, arguments->options.replay);
     addFile(*command, "--record", arguments->options.recordPath,

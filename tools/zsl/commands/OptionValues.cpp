@@ -13,6 +13,7 @@
 
 #include "base/Decimal.h"
 #include "base/Text.h"
+#include "commands/Commands.h"
 #include "report/Page.h"
 
 namespace zebcam::tool::commands {
@@ -46,6 +47,14 @@ int64_t parseDelay(std::string const& text) {
         refuse("a time from 0s to " + base::formatDuration(kMaxDelayNs), text);
     }
     return ns;
+}
+
+std::chrono::nanoseconds parseTimeLimit(std::string const& text) {
+    std::chrono::nanoseconds const limit(parseDelay(text));
+    if (limit.count() == 0) {
+        refuse("a time longer than 0s", text);
+    }
+    return limit;
 }
 
 int64_t parseBootTime(std::string const& text) {
@@ -235,6 +244,20 @@ void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options) {
         fmt::format("Time-out of the multiframe policy [default: {}]", options.timeoutMs), "N");
     command.add_flag("--frame-sync", options.frameSync,
                      "Ask for frames whose sensors are synchronised");
+}
+
+void addPolicyLimit(CLI::App& command, std::chrono::nanoseconds& limit) {
+    addParsed(command, "--time-limit", limit, parseTimeLimit,
+              "Give up when a library's policy takes longer for an answer [default: 600s]", "T");
+}
+
+std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
+                                                   pipeline::PolicyOption const& policy,
+                                                   std::chrono::nanoseconds limit) {
+    return policy.kind == pipeline::PolicyKind::Plugin
+               ? std::make_unique<pipeline::PolicyWatch>(command, policy.pluginPath, limit,
+                                                         kBadInput)
+               : nullptr;
 }
 
 void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options) {

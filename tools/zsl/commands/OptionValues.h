@@ -2,14 +2,17 @@
 
 #include <CLI/CLI.hpp>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "pipeline/PolicyWatch.h"
 #include "pipeline/ReplayOptions.h"
 
 namespace zebcam::tool::commands {
@@ -21,6 +24,9 @@ int64_t parseWholeNumber(std::string const& text, int64_t min, int64_t max);
 
 /// A time from 0 to an hour, in ns.
 int64_t parseDelay(std::string const& text);
+
+/// The same without 0.
+std::chrono::nanoseconds parseTimeLimit(std::string const& text);
 
 /// A boot time in ns: with a unit, in seconds with a point as logs have it, or in whole ns.
 int64_t parseBootTime(std::string const& text);
@@ -96,6 +102,13 @@ void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options);
 
 /// --timeout-ms, --frame-sync.
 void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options);
+
+/// --time-limit, and what holds a library's policy to it. Null for a built-in policy, which needs
+/// none.
+void addPolicyLimit(CLI::App& command, std::chrono::nanoseconds& limit);
+std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
+                                                   pipeline::PolicyOption const& policy,
+                                                   std::chrono::nanoseconds limit);
 
 /// --delivery-delay, --reprocess-delay, --property.
 void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options);

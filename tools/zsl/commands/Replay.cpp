@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -38,6 +39,7 @@ struct Arguments {
     std::optional<std::string> trace;
     std::optional<std::string> report;
     bool explain = false;
+    std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
     pipeline::ReplayOptions options;
 };
 
@@ -160,6 +162,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     base::ResultFile trace(arguments.trace, streams.out);
     base::ResultFile report(arguments.report, streams.out);
 
+    auto const watch = watchPolicy("zsl replay", arguments.options.policy, arguments.policyLimit);
     Observer observer(arguments, streams);
     // Not as a structured binding, which clang 14 does not let lambdas capture.
     auto const replayed = replayFile(command, arguments, observer);
@@ -206,6 +209,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
               "Print what every debuggee tells then; may be repeated", "T");
     addCaptureOptions(*command, arguments->options);
     addPipelineOptions(*command, arguments->options);
+    addPolicyLimit(*command, arguments->policyLimit);
     addFaultOptions(*command, arguments->options.faults);
     addLogOption(*command, arguments->options);
     addJson(*command, arguments->json);

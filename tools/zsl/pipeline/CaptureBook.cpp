@@ -13,8 +13,6 @@ using NSCam::v3::pipeline::model::ZslFrameBuilders;
 
 namespace {
 
-constexpr int64_t kNsPerMs = 1'000'000;
-
 int64_t nowNs() {
     return systemTime(SYSTEM_TIME_BOOTTIME);
 }
@@ -59,6 +57,7 @@ size_t CaptureBook::open(std::map<uint32_t, uint32_t> sensorModes, size_t frames
     Capture& capture = mCaptures.emplace_back();
     capture.record.requestNo = requestNo.value_or(static_cast<uint32_t>(position + 1));
     capture.record.pressNs = nowNs();
+    capture.pressWallNs = systemTime(SYSTEM_TIME_REALTIME);
     capture.record.sensorModes = std::move(sensorModes);
     capture.record.frames.resize(frames);
     capture.unfinished = frames;
@@ -150,6 +149,11 @@ void CaptureBook::book(BuiltFrame const& frame, Served served, std::optional<siz
         outcome.historyFrame = entry->frameNo();
         outcome.timestampNs = entry->exposedNs();
     }
+    if (auto const lagNs = record.lagNs(outcome)) {
+        mTotals.lag.add(*lagNs);
+    }
+    mTotals.wait.add(*outcome.answeredNs - record.pressNs);
+    mTotals.withoutHistory += outcome.historyFrame ? 0 : 1;
     --mTotals.served[Served::Unanswered];
     ++mTotals.served[served];
     // A frame is booked once, so that a capture is whole with its last one and only then.
@@ -183,7 +187,7 @@ uint32_t CaptureBook::requestNoOf(size_t capture) const {
 
 int64_t CaptureBook::ageMs(size_t capture) const {
     LockGuard const lock(mLock);
-    return (nowNs() - mCaptures.at(capture).record.pressNs) / kNsPerMs;
+    return pipeline::ageMs(mCaptures.at(capture).pressWallNs, systemTime(SYSTEM_TIME_REALTIME));
 }
 
 size_t CaptureBook::triesOf(size_t capture) const {

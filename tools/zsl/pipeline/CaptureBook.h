@@ -14,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/Distribution.h"
 #include "pipeline/CaptureRecord.h"
 
 namespace zebcam::tool::pipeline {
@@ -31,6 +32,9 @@ struct CaptureTotals {
     size_t answeredCaptures = 0;  ///< every frame came back
     size_t frames = 0;
     std::map<Served, size_t> served;
+    size_t withoutHistory = 0;  ///< answered as ordinary captures
+    base::Distribution lag{};   ///< see CaptureRecord::lagNs()
+    base::Distribution wait{};  ///< see CaptureRecord::waitNs()
 };
 
 /**
@@ -97,6 +101,7 @@ public:
     void endResult(BuiltFrame const& frame, std::optional<int64_t> reportedNs) EXCLUDES(mLock);
 
     uint32_t requestNoOf(size_t capture) const EXCLUDES(mLock);
+    /// As the processor counts it.
     int64_t ageMs(size_t capture) const EXCLUDES(mLock);
     size_t triesOf(size_t capture) const EXCLUDES(mLock);
     std::vector<CaptureRecord> records() const EXCLUDES(mLock);
@@ -106,6 +111,7 @@ private:
     /// A capture while the pipeline works on it.
     struct Capture {
         CaptureRecord record;
+        int64_t pressWallNs = 0;
         size_t tries = 0;           ///< made so far
         size_t timedOutFrames = 0;  ///< served because of the time-out, but not yet returned
         size_t unfinished = 0;      ///< frames whose result is still to come

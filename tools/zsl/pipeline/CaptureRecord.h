@@ -36,6 +36,12 @@ constexpr char const* toString(Served served) {
     return "unanswered";
 }
 
+/// The age of a capture as the processor decides by it, from the wall clock's ns: it counts whole
+/// microseconds, and whole milliseconds of those.
+constexpr int64_t ageMs(int64_t pressWallNs, int64_t nowWallNs) {
+    return (nowWallNs / 1'000 - pressWallNs / 1'000) / 1'000;
+}
+
 /// One attempt of the processor to serve a capture: what it was offered and what it built.
 struct TryRecord {
     int64_t timeNs = 0;  ///< boot time

@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "base/InputError.h"
+#include "pipeline/PolicyWatch.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -28,6 +29,7 @@ std::shared_ptr<void> openLibrary(std::string const& path) {
     if (!std::filesystem::exists(path, ignored)) {
         throw base::InputError(fmt::format("--policy {}: there is no such file", path));
     }
+    PolicyQuestion const question("dlopen()");
     // An absolute path keeps the loader from looking in its own folders.
     std::string const absolute = std::filesystem::absolute(path, ignored).string();
     void* const handle = dlopen(absolute.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -49,6 +51,7 @@ ISelector* create(void* library, std::string const& path) {
                         path));
     }
     try {
+        PolicyQuestion const question("create()");
         return function();
     } catch (std::exception const& error) {
         throw base::InputError(fmt::format("--policy {}: create() threw: {}", path, error.what()));

@@ -17,6 +17,7 @@
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "pipeline/MetadataAccess.h"
+#include "pipeline/PolicyWatch.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -51,9 +52,11 @@ public:
         : mPolicy(std::move(policy)), mTell(std::move(tell)) {}
 
     char const* getName() const override {
+        PolicyQuestion const question("getName()");
         return told([&] { return mPolicy->getName(); });
     }
     SelectOutputParams select(SelectInputParams const& in) const override {
+        PolicyQuestion const question("select()", in.requestNo);
         return told([&] { return mPolicy->select(in); });
     }
 

@@ -1,6 +1,7 @@
 #include "report/Reports.h"
 
 #include <algorithm>
+#include <cmath>
 #include <ostream>
 #include <utility>
 
@@ -96,16 +97,21 @@ Json distributionJson(base::Distribution const& times) {
             {"medianNs", known(times.quantile(0.5))},
             {"p95Ns", known(times.quantile(0.95))},
             {"p99Ns", known(times.quantile(0.99))},
-            {"maxNs", known(times.max())}};
+            {"maxNs", known(times.max())},
+            {"totalNs", std::llround(times.total())}};
 }
 
-/// A run without end keeps totals and no frames, so that some of what a replay tells is not known.
+/// A run without end keeps no frames, so that some of what a replay tells is not known.
 Json liveSummaryJson(run::LiveResult const& result) {
     Json json = summaryJson(result.summary(), result.droppedFrames, result.errorLines);
-    for (char const* const unknown : {"withoutHistory", "lag", "wait", "distance", "chosen"}) {
+    for (char const* const unknown : {"distance", "chosen"}) {
         json[unknown] = nullptr;
     }
     return json;
+}
+
+Json logJson(std::optional<base::LineWriter::Counts> const& log) {
+    return log ? Json{{"lines", log->lines}, {"droppedLines", log->dropped}} : Json(nullptr);
 }
 
 Json recorderJson(run::LiveResult const& result) {
@@ -128,6 +134,7 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
     Json json = documentOf("live", result.isClean(), provenance);
     json["verdict"] = verdictJson(verdictOf(result));
     json["elapsedNs"] = result.status.elapsedNs;
+    json["plannedNs"] = result.plannedNs;
     json["endedBySignal"] = orNull(result.signal);
     json["recording"] =
         recordingJson(recording.path, recording.notes, recording::computeFacts(recording),
@@ -140,13 +147,16 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
                       {"lateness", distributionJson(result.lateness)}};
     json["times"] = {{"submission", distributionJson(result.times.submission)},
                      {"retry", distributionJson(result.times.retry)},
-                     {"lockHeld", distributionJson(result.times.lockHeld)}};
+                     {"lockHeld", distributionJson(result.times.lockHeld)},
+                     {"selection", distributionJson(result.times.selection)},
+                     {"policy", distributionJson(result.times.policy)}};
     // A run of days takes too many to keep what they say.
     json["dumpCount"] = result.status.dumps;
     json["summary"] = liveSummaryJson(result);
     json["ledger"] = ledgerJson(result.status.ledger, result.longestHeldNs, &result.unsettled);
     json["faults"] = faultsJson(options.replay.faults, result.faults);
     json["recorder"] = recorderJson(result);
+    json["log"] = logJson(result.log);
     json["failures"] = result.failures;
     return json;
 }

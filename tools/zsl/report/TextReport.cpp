@@ -423,7 +423,12 @@ std::string timesText(TextStyle const& style, run::LiveResult const& result) {
                        {.title = "maximum", .width = 9}});
     for (auto const& [what, times] : {std::pair{"submission", &result.times.submission},
                                       {"retry", &result.times.retry},
-                                      {"lock held", &result.times.lockHeld}}) {
+                                      {"lock held", &result.times.lockHeld},
+                                      {"selection", &result.times.selection},
+                                      {"policy", &result.times.policy}}) {
+        if (times == &result.times.policy && times->count() == 0) {
+            continue;  // a built-in one's shows nowhere
+        }
         table.addRow({what, std::to_string(times->count()), micros(times->quantile(0.5)),
                       micros(times->quantile(0.95)), micros(times->quantile(0.99)),
                       micros(times->max())});
@@ -431,15 +436,33 @@ std::string timesText(TextStyle const& style, run::LiveResult const& result) {
     return table.text(style);
 }
 
+/// Who has the processor's lock, for as long as the pipeline's other threads wait for it.
+std::string lockText(TextStyle const& style, run::LiveResult const& result) {
+    double const held = result.times.lockHeld.total();
+    if (held <= 0 || result.status.elapsedNs <= 0) {
+        return "";
+    }
+    std::string const policy =
+        result.times.policy.count() > 0
+            ? fmt::format("the policy's own {:.0f} %", result.times.policy.total() / held * 100)
+            : "a built-in policy's own part does not show";
+    return labelled(style, "Lock",
+                    fmt::format("held {:.2f} % of the time; {:.0f} % of that selecting, {}",
+                                held / static_cast<double>(result.status.elapsedNs) * 100,
+                                result.times.selection.total() / held * 100, policy));
+}
+
 std::string headText(TextStyle const& style, run::LiveResult const& result) {
     pipeline::ReplayOptions const& replay = result.options.replay;
-    return labelled(
-               style, "Live",
-               fmt::format(
-                   "{}, {:.2f} frames/s, {} s{}",
-                   result.source.empty() ? "generated frames" : result.source, result.fps,
-                   base::formatSeconds(result.status.elapsedNs),
-                   result.signal ? fmt::format(" (ended by {})", strsignal(*result.signal)) : "")) +
+    std::string ran = base::formatSeconds(result.status.elapsedNs) + " s";
+    if (result.signal) {
+        ran = fmt::format("interrupted after {} of {} s ({})", ran,
+                          base::formatSeconds(result.plannedNs), strsignal(*result.signal));
+    }
+    return labelled(style, "Live",
+                    fmt::format("{}, {:.2f} frames/s, {}",
+                                result.source.empty() ? "generated frames" : result.source,
+                                result.fps, ran)) +
            labelled(
                style, "Captures",
                fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
@@ -475,6 +498,17 @@ std::string recorderText(TextStyle const& style, run::LiveResult const& result) 
                     isWhole ? "whole" : std::string("ENDED EARLY, ") + toString(end), why));
 }
 
+std::string droppedLinesText(TextStyle const& style, run::LiveResult const& result) {
+    if (!result.log || result.log->dropped == 0) {
+        return "";
+    }
+    return labelled(
+        style, "Log",
+        fmt::format("{} of {} DROPPED, because standard error {}", result.log->dropped,
+                    counted(result.log->lines, "line", "lines"),
+                    result.log->hasFailed ? "cannot be written" : "takes them too slowly"));
+}
+
 }  // namespace
 
 // In columns, so that what changes is seen from line to line.
@@ -496,9 +530,10 @@ std::string liveReport(run::LiveResult const& result, TextStyle const& style) {
     run::ReplaySummary const summary = result.summary();
     run::Verdict const verdict = verdictOf(result);
     return verdictLines(style, verdict) + headText(style, result) + sensorText(style, result) +
-           "\n" + timesText(style, result) + "\n" + servedText(style, summary) +
+           "\n" + timesText(style, result) + "\n" + lockText(style, result) +
+           servedText(style, summary) + lagText(style, summary.lag) +
            ledgerText(style, result.status.ledger, result.unsettled, result.startNs) +
-           recorderText(style, result) +
+           recorderText(style, result) + droppedLinesText(style, result) +
            (result.faults ? labelled(style, "Faults", result.faults->text()) : "") +
            troublesText(style, result.errorLines, result.failures) +
            resultText(style, verdict.level(), summary, result.status.ledger);

@@ -181,7 +181,7 @@ ScriptedProvider::getHistoryBufferSets() {
     std::vector<size_t> const none;
     auto const& frames = mTry != nullptr && mTry->frames ? *mTry->frames : none;
     pipeline::TryRecord offer;
-    offer.ageMs = (now.wallNs - mSubmission.assumed.wallNs) / kNsPerMs;
+    offer.ageMs = pipeline::ageMs(mSubmission.assumed.wallNs, now.wallNs);
     offer.lockedFrames = pipeline::lockedFrames(mScript.buffers.ledger());
     for (size_t const frame : frames) {
         offer.historyFrames.push_back(mScript.recording().frames.at(frame).frameNo);

@@ -371,6 +371,8 @@ LiveResult LiveRun::Threads::finish() {
     result.fps = 1e9 / static_cast<double>(mRecording.medianIntervalNs);
     result.options = mOptions;
     result.startNs = mStartNs;
+    result.plannedNs = mOptions.durationNs.value_or(mRecording.frames.back().timestampNs -
+                                                    mRecording.frames.front().timestampNs);
     result.offsetMs = pipeline::offsetInForceMs();
     result.status = status();
     // The results that came in after the last frame are no part of the run's time.
@@ -430,9 +432,9 @@ ReplaySummary LiveResult::summary() const {
             .timedOut = frames(pipeline::Served::TimedOut),
             .flushed = frames(pipeline::Served::Flushed),
             .unanswered = frames(pipeline::Served::Unanswered),
-            .withoutHistory = 0,
-            .lag = {},
-            .wait = {}};
+            .withoutHistory = totals.withoutHistory,
+            .lag = totals.lag.spread(),
+            .wait = totals.wait.spread()};
 }
 
 bool LiveResult::isClean() const {

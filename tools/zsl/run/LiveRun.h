@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/Distribution.h"
+#include "base/LineWriter.h"
 #include "pipeline/CaptureBook.h"
 #include "pipeline/ReplayOptions.h"
 #include "pipeline/SimulatedPipeline.h"
@@ -47,6 +48,7 @@ struct LiveResult {
     LiveOptions options;
     int64_t startNs = 0;        ///< boot time at which the first frame was exposed
     int64_t offsetMs = 0;       ///< ZSL offset in force
+    int64_t plannedNs = 0;      ///< how long it was to run
     std::optional<int> signal;  ///< what ended it early
 
     LiveStatus status;
@@ -59,11 +61,12 @@ struct LiveResult {
     std::optional<pipeline::FaultTally> faults;  ///< none were asked for
     std::vector<std::string> failures;
     std::optional<NSCam::v3::pipeline::model::ZslRecorderStatus> recorder;
+    std::optional<base::LineWriter::Counts> log;  ///< of the lines that were shown; none were
 
     /// Every capture was answered, the ledger balances, nothing failed and the recording, if any,
     /// is whole.
     bool isClean() const;
-    /// The captures as a replay sums them up; what no totals tell (history, lag, wait) stays 0.
+    /// The captures as a replay sums them up; spreads are to within a sixteenth.
     ReplaySummary summary() const;
 };
 
@@ -76,7 +79,7 @@ struct LiveResult {
  */
 class LiveRun {
 public:
-    /// Gets logcat lines; called on any thread, one line at a time.
+    /// Gets logcat lines; called on any thread with the processor's lock held, one line at a time.
     using LogSink = std::function<void(std::string const& lines)>;
 
     /// Recording and options are borrowed for the life of the run. `log` gets the processor's log

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <utility>
 
+#include "pipeline/PolicyWatch.h"
+
 namespace zebcam::tool::run {
 
 namespace {
@@ -81,6 +83,11 @@ void SectionRecorder::endInnermost(Thread& thread) {
 
 void SectionRecorder::addTimes(OpenSection const& ended, bool isOutermost) {
     ProcessorSection const& section = ended.section;
+    if (section.name == "selectBuf_Locked") {
+        mTimes.selection.add(section.realDurationNs);
+    } else if (section.name == pipeline::kPolicySection) {
+        mTimes.policy.add(section.realDurationNs);
+    }
     bool const isSubmission = section.name == "submitZslRequest";
     if (!isSubmission && section.name != "processZslPendingRequest") {
         return;

@@ -31,6 +31,11 @@ struct OperationTimes {
     base::Distribution retry;       ///< of those that waited, where there were any
     /// Each time that the processor's lock was held to try captures.
     base::Distribution lockHeld;
+    /// Of them each try of a capture until its frames are chosen: the history is shown to the
+    /// policy, the policy decides, its orders are carried out.
+    base::Distribution selection;
+    /// Of them what the policy took itself. A built-in one's shows nowhere.
+    base::Distribution policy;
 };
 
 /**
