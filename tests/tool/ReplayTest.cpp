@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <ulog/ULogger.h>
 
+#include <sstream>
 #include <string>
 
 #include "log/Explainer.h"
@@ -172,6 +173,19 @@ TEST(Replay, KeepsThePluginsFramesAccountedFor) {
         EXPECT_EQ(result.failures, failures);
         EXPECT_TRUE(result.ledger.balances());
     }
+}
+
+TEST(Replay, AssumesWhatTheFileDoesNotTell) {
+    std::stringstream csv("Timestamp[nanosec]\n", std::ios::in | std::ios::out | std::ios::ate);
+    for (recording::SensorFrame const& frame : steadyRecording().frames) {
+        csv << frame.timestampNs << '\n';
+    }
+    pipeline::ReplayOptions options = pressing({1000});
+    options.frameSync = true;
+    run::ReplayResult const result =
+        run::replay(recording::readRecording(csv, "list.csv"), options);
+    EXPECT_EQ(result.captures[0].frames[0].historyFrame, 11U);
+    EXPECT_EQ(result.errorLines, 0U) << "the processor missed a tag";
 }
 
 TEST(Replay, TellsWhatTheDebuggeesSay) {

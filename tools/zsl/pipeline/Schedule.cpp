@@ -39,14 +39,17 @@ int64_t lengthOf(recording::Recording const& recording) {
 }
 
 /// Puts in what no frame of `recording` tells and without which the processor would refuse them
-/// all. A state that only some frames lack stays missing: that is what the phone reported.
+/// all, or log an error for each. A state that only some frames lack stays missing: that is what
+/// the phone reported.
 void assumeAbsent(recording::Recording const& recording, recording::SensorFrame& frame) {
     using recording::Column;
-    auto const assume = [&recording](Column column, auto& state) {
+    auto const assume = [&recording](Column column, auto& state, int value = 0) {
         if (recording.lacks(column)) {
-            state = 0;
+            state = value;
         }
     };
+    assume(Column::AeStable, frame.aeStable, 1);
+    assume(Column::FrameSync, frame.frameSync);
     assume(Column::AfMode, frame.afMode);
     assume(Column::AfState, frame.afState);
     assume(Column::LensState, frame.lensState);
