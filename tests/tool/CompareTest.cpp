@@ -103,7 +103,7 @@ TEST(ComparisonLimit, HoldsOrIsBroken) {
         {"", "expected a field, one of < <= > >= == != and a number"},
         {"p95_lag_ms", "found \"p95_lag_ms\""},
         {"p95_lag_ms=5", "expected a field, one of"},
-        {"p95>5", "expected one of the fields captures answered_captures"},
+        {"p95>5", "expected a field, found \"p95\" (zsl list fields); did you mean p95_lag_ms?"},
         {">5", "found \"\""},
         {"refused>", "expected a decimal number after the comparison, found \"\""},
         {"refused=>5", "expected a field, one of"},
@@ -295,11 +295,11 @@ TEST_F(Compare, LimitsDecideTheStatus) {
 TEST_F(Compare, RefusesWhatItCannotDo) {
     std::string const file = path("r1.csv");
     std::vector<Refusal> const table = {
-        {{}, "RECORDING is required"},
+        {{}, "expected RECORDING, found nothing"},
         {{"-"}, "-: expected a file, because each run reads it anew, found standard input"},
-        {{file, "--policy", "best"}, "--policy: expected default, cshot, multiframe"},
+        {{file, "--policy", "best"}, "--policy: expected default, cshot or multiframe"},
         {{file, "--policy", "./gone.so"}, "--policy ./gone.so: there is no such file"},
-        {{file, "--fail-if", "lag>5"}, "--fail-if: expected one of the fields captures"},
+        {{file, "--fail-if", "lag>5"}, "--fail-if: expected a field, found \"lag\""},
         {{file, "--frames", "2", "--frames", "0"}, "--frames: expected a whole number from 1"},
         {{file, "--policy-option", "a=1"}, "--policy-option: expected a library as --policy"},
         {{file, "--policy-option", "a b=1"}, "--policy-option: expected NAME=VALUE, with a name"},

@@ -41,7 +41,7 @@ TEST(Faults, AreParsed) {
         EXPECT_EQ(pipeline::traitsOf(traits.kind).name, traits.name);
     }
     std::vector<std::pair<std::string, std::string>> const refused = {
-        {"", "late, lost, duplicate"},
+        {"", "found \"\" (zsl list faults)"},
         {"Late", "found \"Late\""},
         {":0.5", "KIND:RATE"},
         {"late:", "expected a rate from 0 to 1 after \"late:\", found \"\""},
@@ -370,7 +370,7 @@ TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
     }
     EXPECT_THAT(zsl({"replay", file}).out, Not(HasSubstr("\nFaults")));
     expectRefused({"replay", file},
-                  {{{"--seed", "2"}, "--seed requires --fault"},
+                  {{{"--seed", "2"}, "--seed: expected --fault as well"},
                    {{"--fault", "lost", "--seed", "-1"}, "expected a whole number from 0"},
                    {{"--fault", "lost@3s"}, "--fault 3s: after the recording's last frame"}});
 }

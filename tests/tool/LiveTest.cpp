@@ -213,7 +213,7 @@ TEST_F(Live, RefusesWhatItCannotRun) {
     std::string const csv = write("recording.csv", "Timestamp[nanosec]\n1\n2\n");
     std::vector<Refusal> const table = {
         {{"--fps", "29"}, "--fps: expected a whole number from 30 to 960, found \"29\""},
-        {{csv, "--fps", "30"}, "RECORDING excludes --fps"},
+        {{csv, "--fps", "30"}, "--fps: the RECORDING tells its own rate"},
         {{"--duration", "0s"}, "--duration: expected a time from 0.001s to 604800s"},
         {{"--press-every", "999us"}, "--press-every: expected a time from 0.001s"},
         {{"--dump-every", "soon"}, "--dump-every: expected"},

@@ -46,11 +46,27 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
     std::string const broken = write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     std::string const selectors = SELECTOR_FOLDER "/selector_";
     std::vector<Refusal> const table = {
-        {{},
-         "zsl: expected the command replay, live, generate, explain or compare\ntry zsl "
-         "--help\n"},
-        {{"play"}, "found \"play\""},
-        {{"replay"}, "try zsl replay --help"},
+        {{}, "zsl: expected the command replay, live, generate, explain, compare, list, help or"},
+        {{}, "version, found nothing; see zsl help\n"},
+        {{"repaly"}, "found \"repaly\"; did you mean replay?\n"},
+        {{"help", "rep"}, "found \"rep\"; did you mean replay?\n"},
+        {{"list", "field"}, "found \"field\"; did you mean fields?\n"},
+        {{"--nope"}, "zsl: --nope: there is no such option; see zsl help\n"},
+        {{"replay"}, "zsl replay: expected RECORDING, found nothing; see zsl help replay\n"},
+        {{"replay", ""}, "zsl replay: RECORDING: expected the name of a file, found \"\""},
+        {{"replay", file, "b", "c"}, "expected nothing more, found \"b\" \"c\""},
+        {{"replay", "--explian", "3", file}, "--explian: there is no such option; did you mean "},
+        {{"replay", file, "--explain=3"}, "--explain: expected no value"},
+        {{"replay", file, "--explain=false"}, "--explain: expected no value"},
+        {{"replay", file, "--offset", "1ms", "--offset", "2ms"}, "--offset: expected once"},
+        {{"replay", file, "--json"}, "--json: expected FILE, found nothing"},
+        {{"replay", file, "--json", ""}, "--json: expected the name of a file, or -"},
+        {{"replay", file, "--press", "1s", "--captures", "2"}, "--press: --captures is given as"},
+        {{"replay", file, "--seed", "2"}, "--seed: expected --fault as well"},
+        {{"replay", file, "--timeout-ms", "5"}, "--timeout-ms: expected --policy multiframe"},
+        {{"replay", file, "--property", "vendor.debug.camera3.zsl.timestmp=1"},
+         "did you mean vendor.debug.camera3.zsl.timestamp?\n"},
+        {{"replay", file, "--fault", "lat"}, "found \"lat\" (zsl list faults); did you mean late?"},
         {{"replay", path("missing.csv")}, "missing.csv: expected a readable file"},
         {{"replay", testing::TempDir()}, "found a folder"},
         {{"replay", "/proc/self/mem"}, "mem:1: expected a readable line, found a read error"},
@@ -78,9 +94,10 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
          "--property sets"},
         {{"replay", file, "--property", "=1"}, "--property: expected KEY=VALUE"},
         {{"replay", file, "--log", "loud"}, "--log: expected error, warning, info or debug"},
-        {{"replay", file, "--colour"}, "not expected: --colour"},
+        {{"replay", file, "--colour"}, "--colour: there is no such option; see zsl help replay"},
         {{"replay", file, "--json", path("no/folder.json")}, "no/folder.json"},
-        {{"replay", file, "--policy", "best"}, "--policy: expected default, cshot, multiframe"},
+        {{"replay", file, "--policy", "best"}, "--policy: expected default, cshot or multiframe"},
+        {{"replay", file, "--policy", "multi-frame"}, "did you mean multiframe?"},
         {{"replay", file, "--policy", path("gone.so")}, "gone.so: there is no such file"},
         {{"replay", file, "--policy", broken}, "cannot be loaded: "},
         {{"replay", file, "--policy", selectors + "nameless.so"}, "no function \"create\""},
@@ -202,9 +219,13 @@ TEST_F(ReplayCli, ItsLogExplainsWhatItsJsonTells) {
               0);
     for (char const* policy : {"default", "cshot", "multiframe"}) {
         SCOPED_TRACE(policy);
-        Outcome const replayed = zsl({"replay", file, "--policy", policy, "--captures", "6",
-                                      "--frames", "3", "--frame-sync", "--offset", "100ms",
-                                      "--timeout-ms", "60", "--log", "debug", "--json", "-"});
+        Arguments const timeout = std::string_view(policy) == "multiframe"
+                                      ? Arguments{"--timeout-ms", "60"}
+                                      : Arguments();
+        Outcome const replayed =
+            zsl(plus({"replay", file, "--policy", policy, "--captures", "6", "--frames", "3",
+                      "--frame-sync", "--offset", "100ms", "--log", "debug", "--json", "-"},
+                     timeout));
         Outcome const explained =
             zsl({"explain", write("replay.log", replayed.err), "--json", path("log.json")});
         ASSERT_EQ(explained.status, 0) << explained.err;

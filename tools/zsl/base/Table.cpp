@@ -12,7 +12,7 @@ namespace zebcam::tool::base {
 namespace {
 
 constexpr size_t kGap = 2;
-constexpr size_t kMinProse = 24;  // less, and a sentence becomes a tower
+constexpr size_t kMinProse = 18;  // less, and a sentence becomes a tower
 
 std::vector<std::string> linesOf(std::string_view text, size_t columns) {
     std::string const wrapped = wrap("", text, {.columns = columns, .cutsWords = true});

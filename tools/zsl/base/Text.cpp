@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <numeric>
 #include <stdexcept>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace zebcam::tool::base {
 
@@ -230,6 +232,60 @@ std::string formatBriefMs(int64_t ns) {
 
 std::string counted(size_t count, std::string_view one, std::string_view many) {
     return fmt::format("{} {}", count, count == 1 ? one : many);
+}
+
+namespace {
+
+/// How many characters must be put in, left out, exchanged or swapped to make `b` of `a`.
+size_t distance(std::string_view a, std::string_view b) {
+    std::vector<size_t> beforeLast(b.size() + 1);
+    std::vector<size_t> last(b.size() + 1);
+    std::iota(last.begin(), last.end(), size_t{0});
+    for (size_t i = 1; i <= a.size(); ++i) {
+        std::vector<size_t> row{i};
+        for (size_t j = 1; j <= b.size(); ++j) {
+            size_t const exchanged = last[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            row.push_back(std::min({last[j] + 1, row[j - 1] + 1, exchanged}));
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
+                row[j] = std::min(row[j], beforeLast[j - 2] + 1);
+            }
+        }
+        beforeLast = std::exchange(last, std::move(row));
+    }
+    return last.back();
+}
+
+}  // namespace
+
+std::string didYouMean(std::string_view word, std::span<std::string const> names) {
+    constexpr size_t kLongest = 100;  // nobody's slip of the keyboard, and costly
+    // Dashes are in all options and make none of them alike.
+    std::string_view const letters =
+        word.substr(std::min(word.find_first_not_of('-'), word.size()));
+    if (letters.empty() || letters.size() > kLongest) {
+        return "";
+    }
+    std::string const* best = nullptr;
+    size_t least = 1 + letters.size() / 4;
+    for (std::string const& name : names) {
+        size_t const slips = distance(word, name);
+        // What is only begun is often all that somebody remembers.
+        bool const isBegun = letters.size() >= 3 && name.starts_with(word);
+        if (slips <= least || (isBegun && best == nullptr)) {
+            best = &name;
+            least = std::min(least, slips - std::min(slips, size_t{1}));
+        }
+    }
+    return best != nullptr ? fmt::format("; did you mean {}?", *best) : "";
+}
+
+std::string anyOf(std::span<std::string const> names) {
+    std::string text;
+    for (size_t i = 0; i < names.size(); ++i) {
+        text += i == 0 ? "" : i + 1 == names.size() ? " or " : ", ";
+        text += names[i];
+    }
+    return text;
 }
 
 namespace {

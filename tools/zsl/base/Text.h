@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -49,6 +50,12 @@ bool match(std::string_view text, std::string_view form, FormFields fields);
 
 /// `1 frame`, `2 frames`.
 std::string counted(size_t count, std::string_view one, std::string_view many);
+
+/// `; did you mean late?` with the one of `names` that is most like `word`; empty when none is.
+std::string didYouMean(std::string_view word, std::span<std::string const> names);
+
+/// `a, b or c`.
+std::string anyOf(std::span<std::string const> names);
 
 /// The columns that `text` takes on a terminal: a colour takes none, a character in UTF-8 one.
 size_t shownWidth(std::string_view text);

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <fmt/format.h>
-
+#include <chrono>
 #include <cstddef>
 #include <optional>
 #include <ostream>
@@ -28,33 +27,25 @@ struct CliStreams {
 /// Exit status for arguments and input that are no good.
 inline constexpr int kBadInput = 2;
 
-/// How far a long work is, on one line of a terminal that is wiped at the end. Silent while nobody
-/// looks, and for less than `leastTotal` items, which are done before anybody could read.
+/// How far a long work is, and how long it will still take, on one line of a terminal that is wiped
+/// at the end. Silent while nobody looks, and for less than `leastTotal` items, which are done
+/// before anybody could read.
 class Progress {
 public:
     Progress(std::ostream& err, bool isOn, char const* items, size_t leastTotal = 0)
         : mErr(err), mIsOn(isOn), mItems(items), mLeastTotal(leastTotal) {}
-    ~Progress() {
-        if (mShown) {
-            mErr << "\r\033[K" << std::flush;
-        }
-    }
+    ~Progress();
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
 
-    void operator()(size_t done, size_t total) {
-        // At most a hundred times, for a terminal is slow.
-        if (mIsOn && total >= mLeastTotal && (!mShown || (done - *mShown) * 100 >= total)) {
-            mShown = done;
-            mErr << fmt::format("\r{} of {} {}", done, total, mItems) << std::flush;
-        }
-    }
+    void operator()(size_t done, size_t total);
 
 private:
     std::ostream& mErr;
     bool const mIsOn;
     char const* const mItems;
     size_t const mLeastTotal;
+    std::chrono::steady_clock::time_point const mStart = std::chrono::steady_clock::now();
     std::optional<size_t> mShown;
 };
 
@@ -72,6 +63,9 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
 
 /// `generate`, writes a made-up recording: 0.
 void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
+
+/// `list`, tells the names that options know: 0.
+void addListCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
 /// `live`, runs the pipeline in real time: 0 when every capture was answered and the ledger
 /// balances, else 1.

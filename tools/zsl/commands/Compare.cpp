@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -40,12 +39,9 @@ struct Arguments {
 };
 
 /// Refuses before the first run what would make every run fail.
-void requireUsable(Arguments const& arguments) {
+void requireUsable(CLI::App const& command, Arguments const& arguments) {
     compare::ComparisonPlan const& plan = arguments.plan;
-    for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
-        requireOneOffset(plan.common, offsetMs);
-    }
-    requireParametersAreTaken(!plan.policyParameters.empty(), plan.policies);
+    requireConsistent(command, plan.common, plan.policies, command.count("--offset") > 0);
     std::error_code ignored;  // whoever opens it will say more
     for (pipeline::PolicyOption const& policy : plan.policies) {
         if (policy.kind == pipeline::PolicyKind::Plugin &&
@@ -92,9 +88,9 @@ void complain(std::vector<compare::ComparisonRow> const& rows, std::ostream& err
     }
 }
 
-int run(Arguments arguments, CliStreams const& streams) {
+int run(CLI::App const& command, Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
-    requireUsable(arguments);
+    requireUsable(command, arguments);
     // Before the files: a signal must not end the program while they are half made.
     base::SignalWatch const signals;
     base::ResultFile json(arguments.json, streams.out);
@@ -140,6 +136,7 @@ std::pair<std::string, std::vector<std::string>> parsePolicyParameters(std::stri
 }
 
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
+    command.option_defaults()->group(kCaptures);
     addParsed(
         command, "--policy", plan.policies, parsePolicy,
         "default, cshot, multiframe or a library with a policy [default: default]; may be repeated",
@@ -160,8 +157,7 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     addValue(command, "--policy-option", addParameter,
              "Give the libraries' policies a parameter, or try one value after another; may be "
              "repeated",
-             "NAME=VALUE[,VALUE...]")
-        ->take_all();
+             "NAME=VALUE[,VALUE...]", true);
     addParsed(
         command, "--offset", plan.offsetsMs, parseMilliseconds,
         "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",
@@ -181,6 +177,7 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
 }
 
 void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
+    command.option_defaults()->group("Runs");
     pool.jobs = std::max(1U, std::thread::hardware_concurrency());
     addParsed(
         command, "--jobs", pool.jobs,
@@ -193,23 +190,17 @@ void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
 }
 
 void addResultOptions(CLI::App& command, Arguments& arguments) {
+    command.option_defaults()->group(kResults);
     addParsed(
         command, "--fail-if", arguments.plan.limits,
         [](std::string const& text) { return compare::Limit(text); },
-        "Exit with 1 if this holds for a run, as p95_lag_ms>50; may be repeated",
+        "Exit with 1 if this holds for a run (zsl list fields), as p95_lag_ms>50; may be "
+        "repeated",
         "FIELD<|<=|>|>=|==|!=N");
     addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
-    addParsed(command, "--csv", arguments.csv, std::identity(),
+    addParsed(command, "--csv", arguments.csv, parseOutput,
               "Write CSV, - for standard output instead of the table", "FILE");
     addReportOption(command, arguments.report);
-}
-
-std::string footer() {
-    std::string text = "Fields for --fail-if, which are columns of --csv:\n";
-    for (compare::ComparisonField const& field : compare::comparisonFields()) {
-        text += fmt::format("  {:<22}{}\n", field.name, field.help);
-    }
-    return text;
 }
 
 }  // namespace
@@ -220,6 +211,7 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         "compare", "Replay recordings under several policies and settings and compare the results");
     command->add_option("RECORDING", arguments->plan.recordings, "CSV files")
         ->required()
+        ->check(isNamed)
         ->type_name("FILE");
     addSettings(*command, arguments->plan);
     addInputOptions(*command, arguments->plan.common.input);
@@ -228,9 +220,9 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
     addPipelineOptions(*command, arguments->plan.common);
     addRunOptions(*command, arguments->pool);
     addResultOptions(*command, *arguments);
-    command->footer(footer());
-    command->callback(
-        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+    command->callback([command, arguments, &streams, &exitStatus] {
+        exitStatus = run(*command, *arguments, streams);
+    });
 }
 
 }  // namespace zebcam::tool::commands

@@ -127,6 +127,7 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         ->add_option("LOGFILE", arguments->log,
                      "What adb logcat printed (threadtime, time, brief or long); - is standard "
                      "input [default: -]")
+        ->check(isNamed)
         ->type_name("FILE");
     addJson(*command, arguments->json);
     auto const parseRequest = [](std::string const& text) {

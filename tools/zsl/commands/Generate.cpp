@@ -117,9 +117,11 @@ void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatu
     auto const arguments = std::make_shared<Arguments>();
     CLI::App* const command = app.add_subcommand(
         "generate", "Write a made-up recording that shows what phones show (a rate is 0 to 1)");
-    addParsed(*command, "-o,--output", arguments->output, std::identity(),
+    command->option_defaults()->group(kResults);
+    addParsed(*command, "-o,--output", arguments->output, parseOutput,
               "File to write, - for standard output", "FILE")
         ->required();
+    command->option_defaults()->group(kRecordingGroup);
     addOptions(*command, arguments->options);
     addJson(*command, arguments->json, "Tell what was made as JSON, - for standard output");
     command->callback(

@@ -114,10 +114,12 @@ void tell(run::LiveResult const& result, recording::Recording const& recording,
     });
 }
 
-int run(Arguments& arguments, CliStreams const& streams) {
-    requireOneOffset(arguments.options.replay, arguments.options.replay.offsetMs);
-    requireParametersAreTaken(!arguments.options.replay.policyParameters.empty(),
-                              {arguments.options.replay.policy});
+int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams) {
+    requireConsistent(command, arguments.options.replay, {&arguments.options.replay.policy, 1},
+                      arguments.options.replay.offsetMs.has_value());
+    if (arguments.recording && command.count("--fps") > 0) {
+        throw CLI::ValidationError("--fps", "the RECORDING tells its own rate");
+    }
     recording::Recording const recording = sourceOf(arguments);
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.
@@ -151,18 +153,19 @@ int run(Arguments& arguments, CliStreams const& streams) {
 }
 
 void addSourceOptions(CLI::App& command, Arguments& arguments) {
-    CLI::Option* const recording =
-        command.add_option("RECORDING", arguments.recording,
-                           "CSV file, - for standard input; without one, frames are generated");
-    recording->type_name("FILE");
+    command.option_defaults()->group(kRecordingGroup);
+    command
+        .add_option("RECORDING", arguments.recording,
+                    "CSV file, - for standard input; without one, frames are generated")
+        ->check(isNamed)
+        ->type_name("FILE");
     auto const parseFps = [](std::string const& text) {
         return parseWholeNumber(text, kMinFps, kMaxFps);
     };
     addParsed(command, "--fps", arguments.fps, parseFps,
               fmt::format("Rate of the generated frames, {} to {} [default: {}]", kMinFps, kMaxFps,
                           kMinFps),
-              "N")
-        ->excludes(recording);
+              "N");
     addParsed(command, "--duration", arguments.options.durationNs, parseTime,
               "How long to run; the recording is repeated [default: once through it; generated: "
               "10s]",
@@ -190,8 +193,9 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
     addFile(*command, "--record", arguments->options.recordPath,
             "Record what the processor sees, for zsl replay");
     addJson(*command, arguments->json);
-    command->callback(
-        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+    command->callback([command, arguments, &streams, &exitStatus] {
+        exitStatus = run(*command, *arguments, streams);
+    });
 }
 
 }  // namespace zebcam::tool::commands

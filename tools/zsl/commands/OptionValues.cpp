@@ -14,6 +14,7 @@
 #include "base/Decimal.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
+#include "pipeline/ProcessorProperties.h"
 #include "report/Page.h"
 
 namespace zebcam::tool::commands {
@@ -80,10 +81,12 @@ int64_t parseMilliseconds(std::string const& text) {
 }
 
 pipeline::PolicyOption parsePolicy(std::string const& text) {
+    std::vector<std::string> names;
     for (pipeline::PolicyKind const kind :
          {pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot,
           pipeline::PolicyKind::Multiframe}) {
         pipeline::PolicyOption policy{kind, {}};
+        names.push_back(policy.name());
         if (policy.name() == text) {
             return policy;
         }
@@ -92,7 +95,9 @@ pipeline::PolicyOption parsePolicy(std::string const& text) {
     if (text.find('/') != std::string::npos || text.ends_with(".so")) {
         return {pipeline::PolicyKind::Plugin, text};
     }
-    refuse("default, cshot, multiframe or the path of a library", text);
+    throw std::invalid_argument(fmt::format("expected {}, or the path of a library, found {}{}",
+                                            base::anyOf(names), base::quoteContent(text),
+                                            base::didYouMean(text, names)));
 }
 
 uint32_t parseLogLevel(std::string const& text) {
@@ -105,6 +110,17 @@ uint32_t parseLogLevel(std::string const& text) {
         }
     }
     refuse("error, warning, info or debug", text);
+}
+
+std::string isNamed(std::string const& path) {
+    return path.empty() ? "expected the name of a file, found \"\"" : "";
+}
+
+std::string parseOutput(std::string const& text) {
+    if (text.empty()) {
+        refuse("the name of a file, or -", text);
+    }
+    return text;
 }
 
 std::pair<std::string, std::string> parseProperty(std::string const& text) {
@@ -141,10 +157,15 @@ constexpr int64_t kMaxTimeoutMs = 86'400'000;  // a day
 
 CLI::Option* addValue(CLI::App& command, std::string const& name,
                       std::function<void(std::string const&)> const& parse, std::string const& help,
-                      std::string const& type) {
+                      std::string const& type, bool isList) {
     CLI::Option* const option = command.add_option_function<std::vector<std::string>>(
         name,
-        [name, parse](std::vector<std::string> const& values) {
+        [name, parse, isList](std::vector<std::string> const& values) {
+            // Which of them was meant is anybody's guess.
+            if (values.size() > 1 && !isList) {
+                throw CLI::ValidationError(
+                    name, fmt::format("expected once, found {} times", values.size()));
+            }
             for (std::string const& value : values) {
                 try {
                     parse(value);
@@ -155,7 +176,13 @@ CLI::Option* addValue(CLI::App& command, std::string const& name,
         },
         help);
     // A list would else take all words that follow.
-    return option->type_name(type)->type_size(1)->expected(1)->allow_extra_args(false);
+    return option->type_name(type)->type_size(1)->expected(1)->allow_extra_args(false)->take_all();
+}
+
+CLI::Option* addFlag(CLI::App& command, std::string const& name, bool& isOn,
+                     std::string const& help) {
+    // The parser would take --flag=3 and --flag=false as well.
+    return command.add_flag(name, isOn, help)->disable_flag_override();
 }
 
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
@@ -171,7 +198,7 @@ CLI::Option* addFile(CLI::App& command, std::string const& name, std::optional<s
                      std::string const& help) {
     auto const parse = [](std::string const& text) {
         if (text.empty() || text == "-") {
-            throw std::invalid_argument("expected the name of a file");
+            refuse("the name of a file", text);
         }
         return text;
     };
@@ -179,10 +206,12 @@ CLI::Option* addFile(CLI::App& command, std::string const& name, std::optional<s
 }
 
 void addJson(CLI::App& command, std::optional<std::string>& path, std::string const& help) {
-    addParsed(command, "--json", path, std::identity(), help, "FILE");
+    command.option_defaults()->group(kResults);
+    addParsed(command, "--json", path, parseOutput, help, "FILE");
 }
 
 void addLogOption(CLI::App& command, pipeline::ReplayOptions& options) {
+    command.option_defaults()->group(kResults);
     addParsed(command, "--log", options.logLevel, parseLogLevel,
               "Print the processor's log: error, warning, info or debug", "LEVEL");
 }
@@ -197,15 +226,17 @@ void addReportOption(CLI::App& command, std::optional<std::string>& path) {
 }
 
 void addInputOptions(CLI::App& command, recording::InputOptions& options) {
+    command.option_defaults()->group(kRecordingGroup);
     addParsed(command, "--from", options.fromNs, base::parseDuration,
               "Take the part from so long after the first frame; times count from its first", "T");
     addParsed(command, "--to", options.toNs, base::parseDuration,
               "Take the part up to so long after the first frame", "T");
-    command.add_flag("--any-rate", options.anyRate,
-                     "Take a recording below 1 or above 2000 frames/s too");
+    addFlag(command, "--any-rate", options.anyRate,
+            "Take a recording below 1 or above 2000 frames/s too");
 }
 
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+    command.option_defaults()->group(kCaptures);
     auto const parse = [&options](std::string const& text) {
         if (text.starts_with('@')) {
             options.pressBootTimesNs.push_back(parseBootTime(text.substr(1)));
@@ -217,14 +248,14 @@ void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
         addValue(command, "--press", parse,
                  "Press this long after the first frame (1.2s, 350ms) or at a boot time "
                  "(@28670.53981); may be repeated",
-                 "T|@T")
-            ->take_all();
+                 "T|@T", true);
     addCount(command, "--captures", options.captures, kMaxCaptures,
              "Number of presses, evenly spread, without --press")
         ->excludes(press);
 }
 
 void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+    command.option_defaults()->group(kCaptures);
     addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
              "Frames of each capture");
     addParsed(command, "--policy", options.policy, parsePolicy,
@@ -234,16 +265,18 @@ void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
               "Give the library's policy a parameter; may be repeated", "NAME=VALUE");
     addParsed(command, "--offset", options.offsetMs, parseMilliseconds,
               "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
-    addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps");
+    addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps")
+        ->group(kPipeline);
 }
 
 void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+    command.option_defaults()->group(kCaptures);
     addParsed(
         command, "--timeout-ms", options.timeoutMs,
         [](std::string const& text) { return parseWholeNumber(text, 0, kMaxTimeoutMs); },
         fmt::format("Time-out of the multiframe policy [default: {}]", options.timeoutMs), "N");
-    command.add_flag("--frame-sync", options.frameSync,
-                     "Ask for frames whose sensors are synchronised");
+    addFlag(command, "--frame-sync", options.frameSync,
+            "Ask for frames whose sensors are synchronised");
 }
 
 void addPolicyLimit(CLI::App& command, std::chrono::nanoseconds& limit) {
@@ -261,19 +294,25 @@ std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
 }
 
 void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+    command.option_defaults()->group(kPipeline);
     addParsed(command, "--delivery-delay", options.deliveryDelayNs, parseDelay,
               "From the end of the readout to the history [default: the frame's duration]", "T");
     addParsed(command, "--reprocess-delay", options.reprocessDelayNs, parseDelay,
               "From a served frame to its result [default: the median interval]", "T");
     addParsed(command, "--property", options.properties, parseProperty,
-              "Set a system property first; may be repeated", "KEY=VALUE");
+              "Set a system property that the processor reads (zsl list properties); may be "
+              "repeated",
+              "KEY=VALUE");
+    command.add_flag("--any-property")
+        ->description("Let --property set others, too, for a policy of your own")
+        ->disable_flag_override();
 }
 
 void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
+    command.option_defaults()->group(kFaults);
     CLI::Option* const fault = addParsed(
         command, "--fault", options.rules, pipeline::parseFault,
-        fmt::format("Let something go wrong, at a rate from 0 to 1 or once: {}; may be repeated",
-                    pipeline::faultKindNames()),
+        "Let something go wrong (zsl list faults), at a rate from 0 to 1 or once; may be repeated",
         "KIND[:RATE|@TIME]");
     addParsed(
         command, "--seed", options.randomSeed,
@@ -283,27 +322,40 @@ void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
         ->needs(fault);
 }
 
-void requireParametersAreTaken(bool hasParameters,
-                               std::vector<pipeline::PolicyOption> const& policies) {
-    bool const areTaken =
-        std::any_of(policies.begin(), policies.end(), [](pipeline::PolicyOption const& policy) {
-            return policy.kind == pipeline::PolicyKind::Plugin;
-        });
-    if (hasParameters && !areTaken) {
+void requireConsistent(CLI::App const& command, pipeline::ReplayOptions const& options,
+                       std::span<pipeline::PolicyOption const> policies, bool setsOffset) {
+    std::vector<std::string> known;
+    for (pipeline::ProcessorProperty const& property : pipeline::PROCESSOR_PROPERTIES) {
+        known.emplace_back(property.name);
+    }
+    for (auto const& [name, value] : options.properties) {
+        if (setsOffset && name == pipeline::OFFSET_PROPERTY) {
+            // Either would win in silence, depending on which is set last.
+            throw CLI::ValidationError("--offset", fmt::format("--property sets {} as well", name));
+        }
+        if (command.count("--any-property") == 0 &&
+            std::find(known.begin(), known.end(), name) == known.end()) {
+            throw CLI::ValidationError(
+                "--property",
+                fmt::format("expected a property that the processor reads, or --any-property as "
+                            "well, found {} (zsl list properties){}",
+                            base::quoteContent(name), base::didYouMean(name, known)));
+        }
+    }
+    auto const isAny = [policies](pipeline::PolicyKind kind) {
+        return std::any_of(policies.begin(), policies.end(),
+                           [kind](auto const& policy) { return policy.kind == kind; });
+    };
+    if (command.count("--policy-option") > 0 && !isAny(pipeline::PolicyKind::Plugin)) {
         throw CLI::ValidationError("--policy-option",
                                    "expected a library as --policy, because the built-in policies "
                                    "take no parameters");
     }
-}
-
-// Either would win in silence, depending on which is set last.
-void requireOneOffset(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs) {
-    bool const isSet = std::any_of(
-        options.properties.begin(), options.properties.end(),
-        [](auto const& property) { return property.first == pipeline::OFFSET_PROPERTY; });
-    if (offsetMs && isSet) {
-        throw CLI::ValidationError(
-            "--offset", fmt::format("--property sets {} as well", pipeline::OFFSET_PROPERTY));
+    if (command.count("--timeout-ms") > 0 && !isAny(pipeline::PolicyKind::Multiframe)) {
+        throw CLI::ValidationError("--timeout-ms",
+                                   fmt::format("expected --policy multiframe as well; the others "
+                                               "wait for {} ms",
+                                               pipeline::DEFAULT_TIMEOUT_MS));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,22 +42,36 @@ pipeline::PolicyOption parsePolicy(std::string const& text);
 /// `error`, `warning`, `info` or `debug`, as a ULog::LogLevel.
 uint32_t parseLogLevel(std::string const& text);
 
+/// For a file to read: what is wrong with its name, empty for nothing.
+std::string isNamed(std::string const& path);
+
+/// The name of a file to write, `-` included.
+std::string parseOutput(std::string const& text);
+
 /// `KEY=VALUE`; the value may be empty or contain further equals signs.
 std::pair<std::string, std::string> parseProperty(std::string const& text);
 
 /// `NAME=VALUE` of a policy's parameter, fit to become a property.
 std::pair<std::string, std::string> parsePolicyParameter(std::string const& text);
 
-/// Options that the commands share.
+/// Options that the commands share, each in the group under which help tells it. The group stays
+/// the command's usual one for what is added next.
+
+inline constexpr char kRecordingGroup[] = "Recording";
+inline constexpr char kCaptures[] = "Captures";
+inline constexpr char kPipeline[] = "Pipeline";
+inline constexpr char kFaults[] = "Faults";
+inline constexpr char kResults[] = "Results";
 
 inline constexpr int64_t kMaxFramesPerCapture = 1'000;
 inline constexpr int64_t kMaxHistory = 100'000;
 
 /// Makes an option's value with `parse`, which is called once for each time that the option is
-/// given; what it throws as std::invalid_argument becomes the option's complaint.
+/// given; what it throws as std::invalid_argument becomes the option's complaint. Only a list may
+/// be given more than once.
 CLI::Option* addValue(CLI::App& command, std::string const& name,
                       std::function<void(std::string const&)> const& parse, std::string const& help,
-                      std::string const& type);
+                      std::string const& type, bool isList);
 
 /// The same for what `parse` gives: into `target`, or if that is a list at its end, in which case
 /// the option may be repeated.
@@ -65,14 +80,18 @@ CLI::Option* addParsed(CLI::App& command, std::string const& name, Target& targe
                        Parse const& parse, std::string const& help, std::string const& type) {
     if constexpr (requires(std::string const& text) { target.push_back(parse(text)); }) {
         auto const append = [&target, parse](auto const& text) { target.push_back(parse(text)); };
-        return addValue(command, name, append, help, type)->take_all();
+        return addValue(command, name, append, help, type, true);
     } else {
         auto const assign = [&target, parse](auto const& text) { target = parse(text); };
-        return addValue(command, name, assign, help, type);
+        return addValue(command, name, assign, help, type, false);
     }
 }
 
-/// The same for a whole number from 1 to `max`, which is `count` until then.
+/// An option without a value.
+CLI::Option* addFlag(CLI::App& command, std::string const& name, bool& isOn,
+                     std::string const& help);
+
+/// An option for a whole number from 1 to `max`, which is `count` until then.
 CLI::Option* addCount(CLI::App& command, std::string const& name, size_t& count, int64_t max,
                       std::string const& help);
 
@@ -116,11 +135,10 @@ void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options);
 /// --fault, --seed.
 void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options);
 
-/// Throws CLI::ValidationError when both `offsetMs` and a property set the offset.
-void requireOneOffset(pipeline::ReplayOptions const& options, std::optional<int64_t> offsetMs);
-
-/// Throws CLI::ValidationError when there are parameters and none of the policies takes any.
-void requireParametersAreTaken(bool hasParameters,
-                               std::vector<pipeline::PolicyOption> const& policies);
+/// Throws CLI::ValidationError for what was given and would do nothing: a time-out or parameters
+/// that none of `policies` has, a property that the processor does not read, an offset that a
+/// property sets too.
+void requireConsistent(CLI::App const& command, pipeline::ReplayOptions const& options,
+                       std::span<pipeline::PolicyOption const> policies, bool setsOffset);
 
 }  // namespace zebcam::tool::commands

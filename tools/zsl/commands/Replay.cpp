@@ -154,9 +154,8 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
 }
 
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
-    requireOneOffset(arguments.options, arguments.options.offsetMs);
-    requireParametersAreTaken(!arguments.options.policyParameters.empty(),
-                              {arguments.options.policy});
+    requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
+                      arguments.options.offsetMs.has_value());
     // Before the replay, so that a path that cannot be written is told at once.
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
@@ -199,6 +198,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         ->add_option("RECORDING", arguments->recording,
                      "CSV file, - for standard input, or a recording of a device")
         ->required()
+        ->check(isNamed)
         ->type_name("FILE");
     addInputOptions(*command, arguments->options.input);
     addPressOptions(*command, arguments->options);
@@ -213,8 +213,8 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addFaultOptions(*command, arguments->options.faults);
     addLogOption(*command, arguments->options);
     addJson(*command, arguments->json);
-    command->add_flag("--explain", arguments->explain,
-                      "Tell for each try which history frames were taken or refused, and why");
+    addFlag(*command, "--explain", arguments->explain,
+            "Tell for each try which history frames were taken or refused, and why");
     addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
     addReportOption(*command, arguments->report);
     command->callback([command, arguments, &streams, &exitStatus] {

@@ -231,11 +231,10 @@ ComparisonField const* findField(std::string_view name) {
     return found != fields.end() ? &*found : nullptr;
 }
 
-std::string fieldNames() {
-    std::string names;
+std::vector<std::string> fieldNames() {
+    std::vector<std::string> names;
     for (ComparisonField const& field : comparisonFields()) {
-        names += names.empty() ? "" : " ";
-        names += field.name;
+        names.push_back(field.name);
     }
     return names;
 }
@@ -298,8 +297,9 @@ Limit::Limit(std::string_view text) : mText(trimmed(text)) {
         if (rest.starts_with(sign)) {
             mField = findField(name);
             if (mField == nullptr) {
-                throw std::invalid_argument(fmt::format("expected one of the fields {}, found {}",
-                                                        fieldNames(), base::quoteContent(name)));
+                throw std::invalid_argument(
+                    fmt::format("expected a field, found {} (zsl list fields){}",
+                                base::quoteContent(name), base::didYouMean(name, fieldNames())));
             }
             mComparison = comparison;
             rest.remove_prefix(std::string_view(sign).size());

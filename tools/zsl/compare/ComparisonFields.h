@@ -66,8 +66,7 @@ std::span<ComparisonField const> comparisonFields();
 /// Null for none of that name.
 ComparisonField const* findField(std::string_view name);
 
-/// All names, separated by blanks.
-std::string fieldNames();
+std::vector<std::string> fieldNames();
 
 /// The value as a number.
 std::optional<double> asNumber(FieldValue const& value);

@@ -26,8 +26,9 @@ FaultTraits const& parseKind(std::string_view name) {
         std::find_if(FAULT_KINDS.begin(), FAULT_KINDS.end(),
                      [name](FaultTraits const& traits) { return traits.name == name; });
     if (found == FAULT_KINDS.end()) {
-        refuse(fmt::format("KIND, KIND:RATE or KIND@TIME, KIND being one of {}", faultKindNames()),
-               name);
+        throw std::invalid_argument(
+            fmt::format("expected KIND, KIND:RATE or KIND@TIME, found {} (zsl list faults){}",
+                        base::quoteContent(name), base::didYouMean(name, faultKindNames())));
     }
     return *found;
 }
@@ -64,10 +65,10 @@ int64_t parseTime(FaultTraits const& traits, std::string_view text) {
 
 }  // namespace
 
-std::string faultKindNames() {
-    std::string names;
+std::vector<std::string> faultKindNames() {
+    std::vector<std::string> names;
     for (FaultTraits const& traits : FAULT_KINDS) {
-        names += fmt::format("{}{}", names.empty() ? "" : ", ", traits.name);
+        names.emplace_back(traits.name);
     }
     return names;
 }

@@ -49,25 +49,38 @@ struct FaultTraits {
     std::string_view name;  ///< for instance `image-error`
     FaultScope scope;
     double defaultRate;  ///< share of its opportunities that is struck; of no use for a State
+    std::string_view meaning;
 };
 
 /// In the order of the kinds.
 inline constexpr std::array<FaultTraits, 15> FAULT_KINDS = {{
-    {FaultKind::Late, "late", FaultScope::Frame, 0.1},
-    {FaultKind::Lost, "lost", FaultScope::Frame, 0.1},
-    {FaultKind::Duplicate, "duplicate", FaultScope::Frame, 0.1},
-    {FaultKind::Reorder, "reorder", FaultScope::Frame, 0.1},
-    {FaultKind::ImageError, "image-error", FaultScope::Frame, 0.1},
-    {FaultKind::MissingMetadata, "missing-metadata", FaultScope::Frame, 0.2},
-    {FaultKind::AbsurdMetadata, "absurd-metadata", FaultScope::Frame, 0.2},
-    {FaultKind::LockedMetadata, "locked-metadata", FaultScope::Frame, 0.2},
-    {FaultKind::WrongClock, "wrong-clock", FaultScope::State, 1.0},
-    {FaultKind::NoHistory, "no-history", FaultScope::Try, 0.5},
-    {FaultKind::CallbackGone, "callback-gone", FaultScope::State, 1.0},
-    {FaultKind::Flush, "flush", FaultScope::Capture, 0.5},
-    {FaultKind::PolicyThrows, "policy-throws", FaultScope::Capture, 0.5},
-    {FaultKind::PolicySlow, "policy-slow", FaultScope::Try, 0.5},
-    {FaultKind::PolicyNonsense, "policy-nonsense", FaultScope::Capture, 0.5},
+    {FaultKind::Late, "late", FaultScope::Frame, 0.1, "it arrives 1 to 4 median intervals late"},
+    {FaultKind::Lost, "lost", FaultScope::Frame, 0.1, "it is announced and never arrives"},
+    {FaultKind::Duplicate, "duplicate", FaultScope::Frame, 0.1,
+     "it arrives a second time, one interval later"},
+    {FaultKind::Reorder, "reorder", FaultScope::Frame, 0.1,
+     "it arrives a quarter of an interval after its successor"},
+    {FaultKind::ImageError, "image-error", FaultScope::Frame, 0.1, "its image is unusable"},
+    {FaultKind::MissingMetadata, "missing-metadata", FaultScope::Frame, 0.2,
+     "its result lacks AF, lens, AE and frame-sync state, sensor id and mode"},
+    {FaultKind::AbsurdMetadata, "absurd-metadata", FaultScope::Frame, 0.2,
+     "its result tells what nobody documented"},
+    {FaultKind::LockedMetadata, "locked-metadata", FaultScope::Frame, 0.2,
+     "somebody else holds its results whenever a policy looks"},
+    {FaultKind::WrongClock, "wrong-clock", FaultScope::State, 1.0,
+     "timestamps are of a clock that stood still while the phone slept"},
+    {FaultKind::NoHistory, "no-history", FaultScope::Try, 0.5,
+     "the provider gives no history this time"},
+    {FaultKind::CallbackGone, "callback-gone", FaultScope::State, 1.0,
+     "the receiver of early shutters was destroyed"},
+    {FaultKind::Flush, "flush", FaultScope::Capture, 0.5,
+     "the pipeline is flushed half an interval after the press"},
+    {FaultKind::PolicyThrows, "policy-throws", FaultScope::Capture, 0.5,
+     "its policy throws whenever it is asked"},
+    {FaultKind::PolicySlow, "policy-slow", FaultScope::Try, 0.5,
+     "its policy takes half an interval to three before it answers"},
+    {FaultKind::PolicyNonsense, "policy-nonsense", FaultScope::Capture, 0.5,
+     "its policy answers what cannot be carried out"},
 }};
 
 constexpr FaultTraits const& traitsOf(FaultKind kind) {
@@ -95,8 +108,7 @@ struct FaultOptions {
 /// before the first frame or more than a week after it, and for the rate of a state.
 FaultRule parseFault(std::string const& text);
 
-/// The names of all kinds: `late, lost, ...`.
-std::string faultKindNames();
+std::vector<std::string> faultKindNames();
 
 /// The rule in the form that parseFault reads.
 std::string toString(FaultRule const& rule);

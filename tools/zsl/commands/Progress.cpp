@@ -1,0 +1,49 @@
+#include <fmt/format.h>
+
+#include <ostream>
+
+#include "commands/Commands.h"
+
+namespace zebcam::tool::commands {
+
+namespace {
+
+using std::chrono::seconds;
+
+/// Rounded up, so that nobody waits longer than they were told because of it.
+std::string timeLeft(seconds left) {
+    constexpr seconds kMinute{60};
+    constexpr seconds kHour{3600};
+    if (left < kMinute) {
+        return fmt::format("{} s", left.count());
+    }
+    return left < kHour ? fmt::format("{} min", left / kMinute + 1)
+                        : fmt::format("{} h {} min", left / kHour, left % kHour / kMinute);
+}
+
+}  // namespace
+
+Progress::~Progress() {
+    if (mShown) {
+        mErr << "\r\033[K" << std::flush;
+    }
+}
+
+void Progress::operator()(size_t done, size_t total) {
+    // At most a hundred times, for a terminal is slow.
+    if (!mIsOn || total < mLeastTotal || (mShown && (done - *mShown) * 100 < total)) {
+        return;
+    }
+    mShown = done;
+    mErr << fmt::format("\r{} of {} {}", done, total, mItems);
+    auto const elapsed = std::chrono::steady_clock::now() - mStart;
+    // Before a second has passed, an estimate would only jump about.
+    if (done > 0 && elapsed > seconds{1}) {
+        double const share = static_cast<double>(total - done) / static_cast<double>(done);
+        mErr << fmt::format(", {} left\033[K",
+                            timeLeft(std::chrono::ceil<seconds>(elapsed * share)));
+    }
+    mErr << std::flush;
+}
+
+}  // namespace zebcam::tool::commands
