@@ -6,7 +6,7 @@
 using namespace zebcam;
 
 /// A hint on the unit is all that a rate is checked for.
-static tool::recording::InputOptions const kAnyRate{.anyRate = true, .fromNs = {}, .toNs = {}};
+static tool::recording::InputOptions const kAnyRate{.anyRate = true};
 
 /// What the reader takes is sound, and survives being written and read again.
 int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {

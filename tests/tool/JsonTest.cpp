@@ -125,6 +125,7 @@ run::ReplayResult fullReplay() {
     result.dumps = {{}};
     result.faults = kTally;
     result.device.emplace();
+    result.facts.dataColumns = {{}};
     return result;
 }
 
@@ -142,7 +143,8 @@ run::LiveResult fullLive() {
 TEST(Json, HasTheFieldsThatItsPageLists) {
     log::Explanation const explanation = fullExplanation();
     recording::GeneratorOptions const generator;
-    recording::Recording const recording = recording::generate(generator);
+    recording::Recording recording = recording::generate(generator);
+    recording.dataColumns = {{}};
     compare::ComparisonRow row;
     row.options = fullOptions();
     row.numbers.emplace();
@@ -193,7 +195,8 @@ TEST(Json, HasTheNumbersOfItsParts) {
                     {21, 22, 23, 24, 25, 26, 27},
                     28,
                     29,
-                    {recording::Column::Exposure, recording::Column::AfMode}};
+                    {recording::Column::Exposure, recording::Column::AfMode},
+                    {{"x", 30}}};
     result.options.policy.kind = pipeline::PolicyKind::Multiframe;
     result.options.timeoutMs = 31;
     result.options.history = 32;
@@ -234,7 +237,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("maxIntervalNs":16,"jitterNs":17,"gaps":18,"largestGapNs":19,"missingStates":)"
               R"({"afMode":21,"afState":22,"lensState":23,"aeStable":24,"frameSync":25,)"
               R"("sensorId":26,"sensorMode":27},"absentColumns":["exposureNs","afMode"],)"
-              R"("notes":[]})");
+              R"("dataColumns":[{"name":"x","tag":30}],"notes":[]})");
     EXPECT_EQ(replay["options"].dump(),
               R"({"policy":"multiframe","policyName":null,"policyOptions":{"c":"2"},)"
               R"("timeoutNs":31000000,"framesPerCapture":1,)"

@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <policy/zsl/RecordedColumns.h>
+
 #include <filesystem>
 #include <sstream>
 
 #include "CliFixture.h"
 #include "base/AtomicFile.h"
+#include "pipeline/FrameFactory.h"
 #include "recording/Recording.h"
 
 namespace zebcam::tool {
@@ -17,7 +20,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-recording::InputOptions const kAnyRate{.anyRate = true, .fromNs = {}, .toNs = {}};
+recording::InputOptions const kAnyRate{.anyRate = true};
 
 recording::Recording read(std::string const& content) {
     std::istringstream in(content);
@@ -191,6 +194,37 @@ TEST(RecordingReader, FillsInWhatTheRecordingLacks) {
     EXPECT_EQ(times.frames[3].exposureNs, 0);
     EXPECT_EQ(times.frames[3].readoutNs, 90);
     EXPECT_EQ(times.frames[4].readoutNs, 0) << "an exposure longer than the frame";
+}
+
+TEST(RecordingReader, BringsColumnsOfYourOwnToAPolicy) {
+    auto const recording = read(
+        "Timestamp[nanosec],Sharpness,Video frame,who,\"a,\"\"b\"\"\",Sharpness\n"
+        "1000,2,7,me,1,9\n2000,nan,8,2,2e300,9\n3000,0.5,9,,,9\n");
+    std::vector<std::string> names;
+    for (recording::DataColumn const& column : recording.dataColumns) {
+        names.push_back(column.name);
+        EXPECT_EQ(column.tag >> 28, 0xbU) << "no vendor's";
+    }
+    EXPECT_THAT(names, ElementsAre("Sharpness", "Video frame", "a,\"b\""));
+    EXPECT_THAT(recording.notes,
+                testing::Contains("columns that are unknown and hold no numbers are ignored: "
+                                  "\"who\", \"Sharpness\""));
+    EXPECT_EQ(recording.frames[0].data[1].value, (std::variant<int64_t, double>(int64_t{7})));
+    EXPECT_EQ(recording.frames[0].data[2].value, (std::variant<int64_t, double>(1.0)));
+    std::ostringstream copy;
+    recording::writeRecording(recording, copy);
+    EXPECT_EQ(read(copy.str()).frames, recording.frames);
+
+    pipeline::FrameFactory factory;
+    std::vector<std::optional<double>> sharpness;
+    for (recording::SensorFrame const& frame : recording.frames) {
+        auto const buffer = factory.sensorFrame(frame).appMeta.at(0);
+        NSCam::IMetadata* const metadata = buffer->tryReadLock("test");
+        sharpness.push_back(NSCam::ZslPolicy::recordedColumn({{nullptr, metadata}}, "Sharpness"));
+        EXPECT_TRUE(metadata->entryFor(NSCam::ANDROID_SENSOR_EXPOSURE_TIME).isEmpty());
+        buffer->unlock("test", metadata);
+    }
+    EXPECT_THAT(sharpness, ElementsAre(2.0, std::nullopt, 0.5));
 }
 
 TEST(RecordingReader, SeesTheLensMoveInTheFocusDistance) {

@@ -19,18 +19,21 @@ constexpr size_t kStartBytes = 8;
 }  // namespace
 
 InputFile::InputFile(std::string const& path)
-    : mName(path == "-" ? "<standard input>" : path), mStream(&mBuffer) {
+    : mName(path == "-"    ? "<standard input>"
+            : path.empty() ? "''"
+                           : path),
+      mStream(&mBuffer) {
     bool const isStandard = path == "-";
     std::error_code ignored;
     if (!isStandard && std::filesystem::is_directory(path, ignored)) {
         // A folder can be opened, and then fails with a read error that says nothing.
-        throw InputError(fmt::format("{}: expected a file, found a folder", path));
+        throw InputError(fmt::format("{}: expected a file, found a folder", mName));
     }
     if (!isStandard) {
         mFile.open(path, std::ios::binary);
         if (!mFile) {
             throw InputError(
-                fmt::format("{}: expected a readable file, found {}", path, std::strerror(errno)));
+                fmt::format("{}: expected a readable file, found {}", mName, std::strerror(errno)));
         }
     }
     std::istream& source = isStandard ? std::cin : mFile;

@@ -55,45 +55,46 @@ constexpr uint8_t kIntentStillCapture = 2;
 constexpr size_t kVendorEntries = 60;
 
 void putSettings(IMetadata& metadata, uint8_t intent, uint8_t quality) {
-    put(metadata, tags::COLOR_CORRECTION_MODE, kFast);
-    put(metadata, tags::CONTROL_AE_MODE, kOn);
-    putSeries<int32_t>(metadata, tags::CONTROL_AE_TARGET_FPS_RANGE, 2, 30, 0);
-    put(metadata, tags::CONTROL_AWB_MODE, kOn);
-    put(metadata, tags::CONTROL_CAPTURE_INTENT, intent);
-    put(metadata, tags::CONTROL_MODE, kOn);
-    put(metadata, tags::EDGE_MODE, quality);
-    put<uint8_t>(metadata, tags::FLASH_MODE, 0);
-    put(metadata, tags::HOT_PIXEL_MODE, quality);
-    put(metadata, tags::LENS_OPTICAL_STABILIZATION_MODE, kOn);
-    put(metadata, tags::NOISE_REDUCTION_MODE, quality);
-    putSeries<int32_t>(metadata, tags::SCALER_CROP_REGION, 4, 0, 1000);
-    put(metadata, tags::SHADING_MODE, quality);
-    put<uint8_t>(metadata, tags::STATISTICS_FACE_DETECT_MODE, 0);
-    put(metadata, tags::TONEMAP_MODE, quality);
+    put(metadata, NSCam::ANDROID_COLOR_CORRECTION_MODE, kFast);
+    put(metadata, NSCam::ANDROID_CONTROL_AE_MODE, kOn);
+    putSeries<int32_t>(metadata, NSCam::ANDROID_CONTROL_AE_TARGET_FPS_RANGE, 2, 30, 0);
+    put(metadata, NSCam::ANDROID_CONTROL_AWB_MODE, kOn);
+    put(metadata, NSCam::ANDROID_CONTROL_CAPTURE_INTENT, intent);
+    put(metadata, NSCam::ANDROID_CONTROL_MODE, kOn);
+    put(metadata, NSCam::ANDROID_EDGE_MODE, quality);
+    put<uint8_t>(metadata, NSCam::ANDROID_FLASH_MODE, 0);
+    put(metadata, NSCam::ANDROID_HOT_PIXEL_MODE, quality);
+    put(metadata, NSCam::ANDROID_LENS_OPTICAL_STABILIZATION_MODE, kOn);
+    put(metadata, NSCam::ANDROID_NOISE_REDUCTION_MODE, quality);
+    putSeries<int32_t>(metadata, NSCam::ANDROID_SCALER_CROP_REGION, 4, 0, 1000);
+    put(metadata, NSCam::ANDROID_SHADING_MODE, quality);
+    put<uint8_t>(metadata, NSCam::ZEB_STATISTICS_FACE_DETECT_MODE, 0);
+    put(metadata, NSCam::ANDROID_TONEMAP_MODE, quality);
 }
 
 IMetadata appResult() {
     IMetadata metadata;
     putSettings(metadata, kIntentPreview, kFast);
-    putSeries<float>(metadata, tags::COLOR_CORRECTION_TRANSFORM, 9, 0.1F, 0.1F);
-    putSeries<float>(metadata, tags::COLOR_CORRECTION_GAINS, 4, 1.5F, 0.1F);
-    put<uint8_t>(metadata, tags::CONTROL_AE_STATE, 2);
-    put<uint8_t>(metadata, tags::CONTROL_AWB_STATE, 2);
-    put<uint8_t>(metadata, tags::FLASH_STATE, 2);
-    put(metadata, tags::LENS_APERTURE, 1.8F);
-    put(metadata, tags::LENS_FOCAL_LENGTH, 4.38F);
-    put<uint8_t>(metadata, tags::REQUEST_PIPELINE_DEPTH, 4);
-    putSeries<double>(metadata, tags::SENSOR_NOISE_PROFILE, 8, 1e-4, 1e-6);
+    putSeries<float>(metadata, NSCam::ANDROID_COLOR_CORRECTION_TRANSFORM, 9, 0.1F, 0.1F);
+    putSeries<float>(metadata, NSCam::ANDROID_COLOR_CORRECTION_GAINS, 4, 1.5F, 0.1F);
+    put<uint8_t>(metadata, NSCam::ANDROID_CONTROL_AE_STATE, 2);
+    put<uint8_t>(metadata, NSCam::ANDROID_CONTROL_AWB_STATE, 2);
+    put<uint8_t>(metadata, NSCam::ANDROID_FLASH_STATE, 2);
+    put(metadata, NSCam::ANDROID_LENS_APERTURE, 1.8F);
+    put(metadata, NSCam::ANDROID_LENS_FOCAL_LENGTH, 4.38F);
+    put<uint8_t>(metadata, NSCam::ANDROID_REQUEST_PIPELINE_DEPTH, 4);
+    putSeries<double>(metadata, NSCam::ANDROID_SENSOR_NOISE_PROFILE, 8, 1e-4, 1e-6);
     // 256 values and 17 x 17 points of four channels, which make up most of a result's bytes.
-    putSeries<int32_t>(metadata, tags::STATISTICS_HISTOGRAM, 1024, 0, 3);
-    putSeries<float>(metadata, tags::STATISTICS_LENS_SHADING_MAP, 1156, 1.0F, 0.001F);
-    put<uint8_t>(metadata, tags::STATISTICS_SCENE_FLICKER, 1);
+    putSeries<int32_t>(metadata, NSCam::ANDROID_STATISTICS_HISTOGRAM, 1024, 0, 3);
+    putSeries<float>(metadata, NSCam::ANDROID_STATISTICS_LENS_SHADING_MAP, 1156, 1.0F, 0.001F);
+    put<uint8_t>(metadata, NSCam::ANDROID_STATISTICS_SCENE_FLICKER, 1);
     for (uint32_t const curve :
-         {tags::TONEMAP_CURVE_BLUE, tags::TONEMAP_CURVE_GREEN, tags::TONEMAP_CURVE_RED}) {
+         {NSCam::ANDROID_TONEMAP_CURVE_BLUE, NSCam::ANDROID_TONEMAP_CURVE_GREEN,
+          NSCam::ANDROID_TONEMAP_CURVE_RED}) {
         putSeries<float>(metadata, curve, 128, 0.0F, 1.0F / 128);
     }
     for (uint32_t i = 0; i < kVendorEntries; ++i) {
-        put(metadata, tags::VENDOR_APP_FIRST + i, static_cast<int32_t>(i));
+        put(metadata, VENDOR_APP_FIRST + i, static_cast<int32_t>(i));
     }
     return metadata;
 }
@@ -101,7 +102,7 @@ IMetadata appResult() {
 IMetadata halResult() {
     IMetadata metadata;
     for (uint32_t i = 0; i < kVendorEntries; ++i) {
-        putSeries(metadata, tags::VENDOR_HAL_FIRST + i, 1 + i % 16, static_cast<int32_t>(i), 1);
+        putSeries(metadata, VENDOR_HAL_FIRST + i, 1 + i % 16, static_cast<int32_t>(i), 1);
     }
     return metadata;
 }
@@ -111,25 +112,27 @@ IMetadata halResult() {
 IMetadata appControl() {
     IMetadata metadata;
     putSettings(metadata, kIntentStillCapture, kHighQuality);
-    put<uint8_t>(metadata, tags::JPEG_QUALITY, 95);
-    put<int32_t>(metadata, tags::JPEG_ORIENTATION, 90);
+    put<uint8_t>(metadata, NSCam::ANDROID_JPEG_QUALITY, 95);
+    put<int32_t>(metadata, NSCam::ANDROID_JPEG_ORIENTATION, 90);
     return metadata;
 }
 
 IMetadata halControl() {
     IMetadata metadata;
-    put<int32_t>(metadata, tags::VENDOR_HAL_FIRST, 1);
+    put<int32_t>(metadata, VENDOR_HAL_FIRST, 1);
     return metadata;
 }
 
 void describe(recording::SensorFrame const& frame, IMetadata& app) {
     put(app, NSCam::ZEB_SENSOR_TIMESTAMP, frame.timestampNs);
-    put(app, tags::REQUEST_FRAME_COUNT, static_cast<int32_t>(frame.frameNo));
-    put(app, tags::SENSOR_EXPOSURE_TIME, frame.exposureNs);
-    put(app, tags::SENSOR_FRAME_DURATION, frame.durationNs);
-    put(app, tags::SENSOR_ROLLING_SHUTTER_SKEW, frame.readoutNs);
-    put(app, tags::SENSOR_SENSITIVITY, frame.iso);
-    put(app, tags::LENS_FOCUS_DISTANCE, frame.focusDistance);
+    put(app, NSCam::ANDROID_REQUEST_FRAME_COUNT, static_cast<int32_t>(frame.frameNo));
+    // A frame without any was not exposed: nobody told how long.
+    put(app, NSCam::ANDROID_SENSOR_EXPOSURE_TIME,
+        frame.exposureNs > 0 ? std::optional(frame.exposureNs) : std::nullopt);
+    put(app, NSCam::ANDROID_SENSOR_FRAME_DURATION, frame.durationNs);
+    put(app, NSCam::ANDROID_SENSOR_ROLLING_SHUTTER_SKEW, frame.readoutNs);
+    put(app, NSCam::ANDROID_SENSOR_SENSITIVITY, frame.iso);
+    put(app, NSCam::ANDROID_LENS_FOCUS_DISTANCE, frame.focusDistance);
     put(app, NSCam::ANDROID_CONTROL_AF_MODE, frame.afMode);
     put(app, NSCam::ANDROID_CONTROL_AF_STATE, frame.afState);
     put(app, NSCam::ANDROID_LENS_STATE, frame.lensState);
@@ -151,12 +154,17 @@ FrameFactory::FrameFactory()
       mHalControl(halControl()) {
 }
 
-HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) const {
-    // A copy of what all frames have in common, which is much cheaper than its entries one by one.
-    IMetadata app = mAppResult;
-    describe(frame, app);
-    IMetadata hal = mHalResult;
-    describeToHal(frame, hal);
+HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) {
+    // Written over the frame before, so that no entry needs room made for it, and copied whole.
+    describe(frame, mAppResult);
+    describeToHal(frame, mHalResult);
+    for (recording::DataValue const& data : mData) {
+        mAppResult.remove(data.tag);  // of this frame the cell may be empty
+    }
+    mData = frame.data;
+    for (recording::DataValue const& data : mData) {
+        std::visit([&](auto value) { put(mAppResult, data.tag, value); }, data.value);
+    }
     android::sp<host::ImageStreamBuffer> const image =
         new host::ImageStreamBuffer(mStreams.pFullRaw);
     image->setError(frame.hasError);
@@ -167,8 +175,8 @@ HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) 
     set.requestNo = frame.frameNo;
     set.timestamp = frame.timestampNs;
     set.halImage.emplace_back(image);
-    set.halMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pHalResult, std::move(hal)));
-    set.appMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pAppResult, std::move(app)));
+    set.halMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pHalResult, mHalResult));
+    set.appMeta.emplace_back(new host::MetaStreamBuffer(mStreams.pAppResult, mAppResult));
     return set;
 }
 

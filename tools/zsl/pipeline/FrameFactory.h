@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "recording/Recording.h"
 
@@ -39,8 +40,9 @@ public:
     FrameFactory();
 
     /// A history buffer set of `frame`. States that the frame lacks are missing from its metadata.
+    /// From one thread at a time.
     NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet sensorFrame(
-        recording::SensorFrame const& frame) const;
+        recording::SensorFrame const& frame);
 
     /// A frame builder with the settings of a still capture. The first frame of a capture is its
     /// main one.
@@ -50,8 +52,10 @@ public:
 
 private:
     SensorStreams const mStreams;
-    NSCam::IMetadata mAppResult;  ///< what all frames have in common
+    // The results of the latest frame, from which the next ones differ in few entries.
+    NSCam::IMetadata mAppResult;
     NSCam::IMetadata mHalResult;
+    std::vector<recording::DataValue> mData;  ///< those that are in mAppResult
     NSCam::IMetadata mAppControl;
     NSCam::IMetadata mHalControl;
 };

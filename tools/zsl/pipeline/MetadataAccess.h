@@ -10,54 +10,9 @@
 
 namespace zebcam::tool::pipeline {
 
-/// Tags of Android's camera metadata documentation (section << 16 | index) that a sensor reports
-/// and that the processor does not name itself.
-namespace tags {
-
-constexpr uint32_t COLOR_CORRECTION_MODE = 0x00000;
-constexpr uint32_t COLOR_CORRECTION_TRANSFORM = 0x00001;
-constexpr uint32_t COLOR_CORRECTION_GAINS = 0x00002;
-constexpr uint32_t CONTROL_AE_MODE = 0x10003;
-constexpr uint32_t CONTROL_AE_TARGET_FPS_RANGE = 0x10005;
-constexpr uint32_t CONTROL_AWB_MODE = 0x1000b;
-constexpr uint32_t CONTROL_CAPTURE_INTENT = 0x1000d;
-constexpr uint32_t CONTROL_MODE = 0x1000f;
-constexpr uint32_t CONTROL_AE_STATE = 0x1001f;
-constexpr uint32_t CONTROL_AWB_STATE = 0x10022;
-constexpr uint32_t EDGE_MODE = 0x30000;
-constexpr uint32_t FLASH_MODE = 0x40002;
-constexpr uint32_t FLASH_STATE = 0x40005;
-constexpr uint32_t HOT_PIXEL_MODE = 0x60000;
-constexpr uint32_t JPEG_ORIENTATION = 0x70003;
-constexpr uint32_t JPEG_QUALITY = 0x70004;
-constexpr uint32_t LENS_APERTURE = 0x80000;
-constexpr uint32_t LENS_FOCAL_LENGTH = 0x80002;
-constexpr uint32_t LENS_FOCUS_DISTANCE = 0x80003;
-constexpr uint32_t LENS_OPTICAL_STABILIZATION_MODE = 0x80004;
-constexpr uint32_t NOISE_REDUCTION_MODE = 0xa0000;
-constexpr uint32_t REQUEST_FRAME_COUNT = 0xc0000;
-constexpr uint32_t REQUEST_PIPELINE_DEPTH = 0xc0009;
-constexpr uint32_t SCALER_CROP_REGION = 0xd0000;
-constexpr uint32_t SENSOR_EXPOSURE_TIME = 0xe0000;
-constexpr uint32_t SENSOR_FRAME_DURATION = 0xe0001;
-constexpr uint32_t SENSOR_SENSITIVITY = 0xe0002;
-constexpr uint32_t SENSOR_NOISE_PROFILE = 0xe0013;
-constexpr uint32_t SENSOR_ROLLING_SHUTTER_SKEW = 0xe001a;
-constexpr uint32_t SHADING_MODE = 0x100000;
-constexpr uint32_t STATISTICS_FACE_DETECT_MODE = 0x110000;
-constexpr uint32_t STATISTICS_HISTOGRAM = 0x110008;
-constexpr uint32_t STATISTICS_LENS_SHADING_MAP = 0x11000b;
-constexpr uint32_t STATISTICS_SCENE_FLICKER = 0x11000e;
-constexpr uint32_t TONEMAP_CURVE_BLUE = 0x130000;
-constexpr uint32_t TONEMAP_CURVE_GREEN = 0x130001;
-constexpr uint32_t TONEMAP_CURVE_RED = 0x130002;
-constexpr uint32_t TONEMAP_MODE = 0x130003;
-
 /// Where the simulated vendor's plain entries begin, in the application's result and in the HAL's.
 constexpr uint32_t VENDOR_APP_FIRST = 0x80600000;
 constexpr uint32_t VENDOR_HAL_FIRST = 0xc0100000;
-
-}  // namespace tags
 
 /// Sets the entry of `tag` to one item.
 template <typename T>
@@ -67,11 +22,13 @@ void put(NSCam::IMetadata& metadata, NSCam::IMetadata::Tag tag, T value) {
     metadata.update(tag, entry);
 }
 
-/// The same, if there is a value.
+/// Sets it so, or removes it where there is no value.
 template <typename T>
 void put(NSCam::IMetadata& metadata, NSCam::IMetadata::Tag tag, std::optional<T> const& value) {
     if (value) {
         put(metadata, tag, *value);
+    } else {
+        metadata.remove(tag);
     }
 }
 

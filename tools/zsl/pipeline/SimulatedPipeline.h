@@ -120,7 +120,7 @@ private:
     void fail(std::string text);
 
     PipelineOptions const mOptions;
-    FrameFactory const mFactory;
+    FrameFactory mFactory;
     ProcessorLog mLog;
     host::DeviceRegistration const mDevice;
     std::shared_ptr<host::HistoryProvider> const mProvider;

@@ -117,6 +117,7 @@ Recording partOf(Recording recording, InputOptions const& options) {
 RecordingFacts computeFacts(Recording const& recording) {
     RecordingFacts facts;
     facts.absent = recording.absent;
+    facts.dataColumns = recording.dataColumns;
     auto const& frames = recording.frames;
     facts.frames = frames.size();
     countMissing(facts, recording);

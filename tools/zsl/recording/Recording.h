@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace zebcam::tool::recording {
@@ -35,6 +36,20 @@ inline constexpr size_t COLUMN_COUNT = static_cast<size_t>(Column::Error) + 1;
 std::string_view headerOf(Column column);
 std::string_view wordOf(Column column);
 
+/// A column of numbers that is none of those, by which a recording tells a policy more.
+struct DataColumn {
+    std::string name;  ///< as its header has it
+    uint32_t tag = 0;  ///< under which a policy finds it (policy/zsl/RecordedColumns.h)
+};
+
+/// What such a column says of a frame: int64_t where the whole column does with whole numbers.
+struct DataValue {
+    uint32_t tag = 0;
+    std::variant<int64_t, double> value;
+
+    bool operator==(DataValue const&) const = default;
+};
+
 /// The number beyond means "no frame" to the camera stack.
 inline constexpr uint32_t MAX_FRAME_NO = UINT32_MAX - 1;
 
@@ -55,7 +70,8 @@ struct SensorFrame {
     std::optional<int64_t> frameSync;
     std::optional<int32_t> sensorId;
     std::optional<int32_t> sensorMode;
-    bool hasError = false;  ///< the image is unusable
+    bool hasError = false;        ///< the image is unusable
+    std::vector<DataValue> data;  ///< in the order of the columns; none of empty cells
 
     bool operator==(SensorFrame const&) const = default;
 };
@@ -69,6 +85,7 @@ struct Recording {
     /// What the recording does not tell of any frame, ascending. Numbers and times of the frames
     /// are then counted and worked out; states have no value.
     std::vector<Column> absent = {};
+    std::vector<DataColumn> dataColumns = {};
 
     bool lacks(Column column) const;
 };
@@ -78,9 +95,9 @@ inline constexpr size_t MAX_FRAMES = 1'000'000;
 
 /// What to make of a recording.
 struct InputOptions {
-    bool anyRate = false;           ///< also what no sensor does: below 1 or above 2000 frames/s
-    std::optional<int64_t> fromNs;  ///< from the first frame: what comes before is left out
-    std::optional<int64_t> toNs;    ///< so is what comes after
+    bool anyRate = false;  ///< also what no sensor does: below 1 or above 2000 frames/s
+    std::optional<int64_t> fromNs = {};  ///< from the first frame: what comes before is left out
+    std::optional<int64_t> toNs = {};    ///< so is what comes after
 };
 
 /// The part of `recording` that `options` ask for. Throws InputError when it begins or ends outside
@@ -129,7 +146,8 @@ struct RecordingFacts {
     MissingStates missing;
     size_t framesWithError = 0;
     size_t focusMoves = 0;            ///< frames whose lens state is MOVING
-    std::vector<Column> absent = {};  ///< as the recording's
+    std::vector<Column> absent = {};  ///< this and the next as the recording's
+    std::vector<DataColumn> dataColumns = {};
 };
 
 /// The facts of `recording`, computed from its frames alone. Without two frames every time is 0.

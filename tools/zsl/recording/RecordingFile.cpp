@@ -1,9 +1,12 @@
 #include <recorder/RecordFormat.h>
 
+#include <algorithm>
 #include <charconv>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 #include "base/AtomicFile.h"
@@ -25,6 +28,15 @@ void append(std::string& line, std::optional<Number> value) {
         auto const [end, error] = std::to_chars(std::begin(digits), std::end(digits), *value);
         line.append(digits, end);
     }
+}
+
+/// A name may hold what else would end its cell.
+std::string quoted(std::string_view name) {
+    std::string cell = "\"";
+    for (char const c : name) {
+        cell.append(c == '"' ? 2 : 1, c);
+    }
+    return cell + '"';
 }
 
 }  // namespace
@@ -56,6 +68,9 @@ void writeRecording(Recording const& recording, std::ostream& out) {
             columns.push_back(&traits);
         }
     }
+    for (DataColumn const& column : recording.dataColumns) {
+        line.append(",").append(quoted(column.name));
+    }
     out << line << '\n';
     for (SensorFrame const& frame : recording.frames) {
         line.clear();
@@ -66,6 +81,14 @@ void writeRecording(Recording const& recording, std::ostream& out) {
             } else {
                 // The only column that is no whole number.
                 append(line, frame.focusDistance);
+            }
+        }
+        for (DataColumn const& column : recording.dataColumns) {
+            line.append(",");
+            auto const data = std::ranges::find(frame.data, column.tag, &DataValue::tag);
+            if (data != frame.data.end()) {
+                std::visit([&line](auto value) { append(line, std::optional(value)); },
+                           data->value);
             }
         }
         out << line << '\n';

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <policy/zsl/RecordedColumns.h>
 
 #include <algorithm>
 #include <charconv>
@@ -27,19 +28,24 @@ constexpr int64_t kUnknownTime = -1;
 constexpr uint8_t kLensStationary = 0;
 constexpr uint8_t kLensMoving = 1;
 
+std::optional<double> parseReal(std::string const& cell) {
+    double value = 0;
+    auto const [rest, error] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
+    bool const isAll = rest == cell.data() + cell.size() && error == std::errc();
+    return isAll ? std::optional(value) : std::nullopt;
+}
+
 std::string describeCell(std::string const& cell) {
     return cell.empty() ? "an empty cell" : base::quoteContent(cell);
 }
 
 /// The float that a cell holds. What is too small for one is 0, as it is on a phone.
 std::optional<float> parseFloat(std::string const& cell) {
-    double value = 0;
-    auto const [rest, error] = std::from_chars(cell.data(), cell.data() + cell.size(), value);
-    if (rest != cell.data() + cell.size() || error != std::errc() ||
-        !std::isfinite(static_cast<float>(value))) {
+    auto const value = parseReal(cell);
+    if (!value || !std::isfinite(static_cast<float>(*value))) {
         return std::nullopt;
     }
-    return static_cast<float>(value);
+    return static_cast<float>(*value);
 }
 
 // One lens position is as good as another where either is unknown.
@@ -64,6 +70,15 @@ void fillInTimes(std::vector<SensorFrame>& frames, int64_t medianInterval) {
     }
 }
 
+/// A column that nobody knows, while it is read.
+struct OtherColumn {
+    size_t cell = 0;
+    DataColumn column;
+    bool isText = false;  ///< a cell is no number
+    bool isWhole = true;
+    bool isEmpty = true;
+};
+
 /// The cells of a line that is not blank.
 struct Row {
     size_t line = 0;
@@ -79,7 +94,7 @@ public:
         readLayout();
         std::vector<SensorFrame>& frames = mRecording.frames;
         while (next()) {
-            SensorFrame const frame = readFrame();
+            SensorFrame frame = readFrame();
             if (!frames.empty()) {
                 checkOrder(frame, frames.back());
             }
@@ -87,7 +102,7 @@ public:
                 throw RecordingError({mRecording.path, mRow.line, {}},
                                      fmt::format("at most {} frames", MAX_FRAMES), "one more");
             }
-            frames.push_back(frame);
+            frames.push_back(std::move(frame));
         }
         if (frames.size() < 2) {
             // There is no interval to tell the rate from.
@@ -99,6 +114,7 @@ public:
             requireSensorRate(mRecording, mLayout);
         }
         fillInTimes(frames, mRecording.medianIntervalNs);
+        settleData();
         if (!has(Column::LensState) && has(Column::FocusDistance)) {
             deriveLensStates(frames);
         }
@@ -119,8 +135,10 @@ private:
     }
 
     bool next() {
-        if (ahead() == nullptr) {
-            return false;
+        if (mAhead.empty()) {
+            bool const isThere = mLines.next(mRow.cells);  // whose memory is used again
+            mRow.line = mLines.line();
+            return isThere;
         }
         mRow = std::move(mAhead.front());
         mAhead.pop_front();
@@ -154,7 +172,7 @@ private:
             mRecording.notes.push_back(fmt::format(
                 "cells are separated by {}", mLines.separator() == '\t' ? "tabs" : "semicolons"));
         }
-        noteOthers(mLayout.cells == mRow.cells.size() ? mRow.cells : comment);
+        findOthers(mRow.cells.empty() ? comment : mRow.cells);
         noteAbsent();
     }
 
@@ -168,14 +186,74 @@ private:
         }
     }
 
-    void noteOthers(std::vector<std::string> const& header) {
-        std::vector<std::string> names;
+    void findOthers(std::vector<std::string> const& header) {
         for (size_t const cell : mLayout.others) {
-            names.push_back(base::quoteContent(header[cell]));
+            OtherColumn other;
+            other.cell = cell;
+            other.column = {header[cell], NSCam::ZslPolicy::recordedColumnTag(header[cell])};
+            // Of two that one look-up would find, the first is found.
+            other.isText = header[cell].empty() ||
+                           std::ranges::any_of(mOthers, [&other](OtherColumn const& earlier) {
+                               return earlier.column.tag == other.column.tag;
+                           });
+            mOthers.push_back(std::move(other));
         }
+    }
+
+    void readData(SensorFrame& frame) {
+        for (OtherColumn& other : mOthers) {
+            std::string const& cell = mRow.cells[other.cell];
+            if (other.isText || cell.empty()) {
+                continue;
+            }
+            if (auto const whole = base::scaledDecimal(cell)) {
+                frame.data.push_back({other.column.tag, *whole});
+                other.isEmpty = false;
+            } else if (auto const real = parseReal(cell); !real) {
+                other.isText = true;
+            } else if (std::isfinite(*real)) {  // loggers write nan where they know nothing
+                frame.data.push_back({other.column.tag, *real});
+                other.isEmpty = other.isWhole = false;
+            }
+        }
+    }
+
+    /// Drops columns of texts, and makes the numbers of each other one type.
+    void settleData() {
+        std::vector<std::string> taken;
+        std::vector<std::string> ignored;
+        for (OtherColumn& other : mOthers) {
+            uint32_t const tag = other.column.tag;
+            std::string const name = base::quoteContent(other.column.name);
+            if (other.isText || other.isEmpty) {
+                ignored.push_back(name);
+            } else {
+                taken.push_back(fmt::format("{} (tag {:#x})", name, tag));
+                mRecording.dataColumns.push_back(other.column);
+            }
+        }
+        for (SensorFrame& frame : mRecording.frames) {
+            std::erase_if(frame.data, [this](DataValue& data) { return !settle(data); });
+        }
+        note("columns of your own, which policies may read: {}", taken);
+        note("columns that are unknown and hold no numbers are ignored: {}", ignored);
+    }
+
+    /// False for a value of a column that is not taken.
+    bool settle(DataValue& data) const {
+        auto const other = std::ranges::find_if(mOthers, [&data](OtherColumn const& candidate) {
+            return candidate.column.tag == data.tag;
+        });
+        int64_t const* const whole = std::get_if<int64_t>(&data.value);
+        if (!other->isWhole && whole != nullptr) {
+            data.value = static_cast<double>(*whole);
+        }
+        return !other->isText;
+    }
+
+    void note(char const* text, std::vector<std::string> const& names) {
         if (!names.empty()) {
-            mRecording.notes.push_back(
-                fmt::format("unknown columns are ignored: {}", fmt::join(names, ", ")));
+            mRecording.notes.push_back(fmt::format(fmt::runtime(text), fmt::join(names, ", ")));
         }
     }
 
@@ -189,13 +267,10 @@ private:
                 names.push_back(base::quoteContent(traits.header));
             }
         }
-        if (!names.empty()) {
-            mRecording.notes.push_back(
-                fmt::format("missing columns get their defaults: {}", fmt::join(names, ", ")));
-        }
+        note("missing columns get their defaults: {}", names);
     }
 
-    SensorFrame readFrame() const {
+    SensorFrame readFrame() {
         if (mRow.cells.size() != mLayout.cells) {
             throw RecordingError({mRecording.path, mRow.line, {}},
                                  fmt::format("{} cells as in the header", mLayout.cells),
@@ -212,6 +287,7 @@ private:
             }
         }
         readFocusDistance(frame);
+        readData(frame);
         return frame;
     }
 
@@ -266,6 +342,7 @@ private:
     std::deque<Row> mAhead;  ///< read, but not taken yet
     Row mRow;
     RecordingLayout mLayout;
+    std::vector<OtherColumn> mOthers;
     Recording mRecording;
 };
 

@@ -114,6 +114,10 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
     for (recording::Column const column : facts.absent) {
         absent.push_back(recording::wordOf(column));
     }
+    Json data = Json::array();
+    for (recording::DataColumn const& column : facts.dataColumns) {
+        data.push_back({{"name", column.name}, {"tag", column.tag}});
+    }
     return {{"path", orNull(path)},
             {"frames", facts.frames},
             {"framesWithError", facts.framesWithError},
@@ -135,6 +139,7 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
               {"sensorId", missing.sensorId},
               {"sensorMode", missing.sensorMode}}},
             {"absentColumns", std::move(absent)},
+            {"dataColumns", std::move(data)},
             {"notes", notes}};
 }
 

@@ -32,17 +32,16 @@ void describeApp(IMetadata const& app, recording::SensorFrame& frame) {
         return std::clamp<int64_t>(pipeline::itemOf<int64_t>(app, tag).value_or(0), 0,
                                    3'600'000'000'000);
     };
-    frame.exposureNs = std::max(frame.exposureNs, timeOf(pipeline::tags::SENSOR_EXPOSURE_TIME));
-    frame.durationNs = std::max(frame.durationNs, timeOf(pipeline::tags::SENSOR_FRAME_DURATION));
-    frame.readoutNs =
-        std::max(frame.readoutNs, timeOf(pipeline::tags::SENSOR_ROLLING_SHUTTER_SKEW));
+    frame.exposureNs = std::max(frame.exposureNs, timeOf(NSCam::ANDROID_SENSOR_EXPOSURE_TIME));
+    frame.durationNs = std::max(frame.durationNs, timeOf(NSCam::ANDROID_SENSOR_FRAME_DURATION));
+    frame.readoutNs = std::max(frame.readoutNs, timeOf(NSCam::ANDROID_SENSOR_ROLLING_SHUTTER_SKEW));
     auto const fill = [&app](auto& value, uint32_t tag) {
         if (!value) {
             value = pipeline::itemOf<typename std::decay_t<decltype(value)>::value_type>(app, tag);
         }
     };
-    fill(frame.iso, pipeline::tags::SENSOR_SENSITIVITY);
-    fill(frame.focusDistance, pipeline::tags::LENS_FOCUS_DISTANCE);
+    fill(frame.iso, NSCam::ANDROID_SENSOR_SENSITIVITY);
+    fill(frame.focusDistance, NSCam::ANDROID_LENS_FOCUS_DISTANCE);
     fill(frame.afMode, NSCam::ANDROID_CONTROL_AF_MODE);
     fill(frame.afState, NSCam::ANDROID_CONTROL_AF_STATE);
     fill(frame.lensState, NSCam::ANDROID_LENS_STATE);
