@@ -1,10 +1,14 @@
 #include "NearestSettledSelector.h"
 
-#include "FrameFacts.h"
+#include <policy/zsl/Reasons.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
+#include <string>
 #include <vector>
+
+#include "FrameFacts.h"
 
 namespace sample {
 
@@ -91,23 +95,64 @@ ISelector::SelectOutputParams bestChoice(ISelector::SelectInputParams const& in,
 
 }  // namespace
 
-bool NearestSettledSelector::mayServe(SelectInputParams const& in, HistoryFrame const& frame,
-                                      ZslFrameInfo const& wanted) const {
-    return frame.timestamp >= in.zsdTs - mLimits.maxAgeMs * NS_PER_MS && isFocusSettled(frame) &&
-           isExposureSettled(frame) && carriesStreams(frame, *wanted.requiredStreams) &&
-           matchesSensorModes(frame, wanted) && (!in.needFrameSync || isSynchronised(frame));
+std::optional<NearestSettledSelector::Failure> NearestSettledSelector::failureOf(
+    SelectInputParams const& in, HistoryFrame const& frame, ZslFrameInfo const& wanted) const {
+    if (frame.timestamp < in.zsdTs - mLimits.maxAgeMs * NS_PER_MS) {
+        return Failure{"age", "too much older than the press"};
+    }
+    if (!isFocusSettled(frame)) {
+        return Failure{"focus", "not settled"};
+    }
+    if (!isExposureSettled(frame)) {
+        return Failure{"exposure", "not settled"};
+    }
+    if (!carriesStreams(frame, *wanted.requiredStreams)) {
+        return Failure{"streams", "one is missing"};
+    }
+    if (!matchesSensorModes(frame, wanted)) {
+        return Failure{"sensor mode", "another one"};
+    }
+    if (in.needFrameSync && !isSynchronised(frame)) {
+        return Failure{"sync", "out of step"};
+    }
+    return std::nullopt;
+}
+
+void NearestSettledSelector::tellReasons(SelectInputParams const& in,
+                                         SelectOutputParams const& out) const {
+    for (auto const& [frameNo, frame] : in.historyFrames) {
+        bool const isChosen =
+            std::any_of(out.selected.begin(), out.selected.end(),
+                        [no = frameNo](auto const& each) { return each.second.frameNo == no; });
+        if (isChosen || in.frameInfos.empty()) {
+            continue;
+        }
+        auto const failure = failureOf(in, frame, in.frameInfos.begin()->second);
+        std::string const distance =
+            std::to_string(std::abs(frame.timestamp - in.zsdTs) / NS_PER_MS) + " ms from the press";
+        if (failure) {
+            reject(*this, in, frame, failure->test, failure->how);
+        } else if (out.selected.empty()) {
+            reject(*this, in, frame, "wait", distance + ", and a nearer one may come");
+        } else {
+            reject(*this, in, frame, "distance", distance);
+        }
+    }
 }
 
 ISelector::SelectOutputParams NearestSettledSelector::select(SelectInputParams const& in) const {
     bool const reachesPress =
         !in.historyFrames.empty() && in.historyFrames.rbegin()->second.timestamp >= in.zsdTs;
-    if (!reachesPress && in.durationMs < mLimits.maxWaitMs) {
-        return {};
+    SelectOutputParams out;
+    if (reachesPress || in.durationMs >= mLimits.maxWaitMs) {
+        auto const mayServe = [&](HistoryFrame const& frame, ZslFrameInfo const& wanted) {
+            return !failureOf(in, frame, wanted);
+        };
+        ScoreTable best = scoreChoices(in, mayServe);
+        out = bestChoice(in, best);
     }
-    ScoreTable best = scoreChoices(in, [&](HistoryFrame const& frame, ZslFrameInfo const& wanted) {
-        return mayServe(in, frame, wanted);
-    });
-    return bestChoice(in, best);
+    tellReasons(in, out);
+    return out;
 }
 
 }  // namespace sample

@@ -3,6 +3,7 @@
 #include <policy/zsl/ISelector.h>
 
 #include <cstdint>
+#include <optional>
 
 namespace sample {
 
@@ -17,6 +18,8 @@ namespace sample {
  *
  * A nearer frame may still be on its way as long as the history ends before the press. So the
  * policy serves nothing until the history has reached the press, or the capture is `maxWaitMs` old.
+ *
+ * For each frame that it passes over it gives a reason, which the log has.
  */
 class NearestSettledSelector final : public NSCam::ZslPolicy::ISelector {
 public:
@@ -31,8 +34,14 @@ public:
     SelectOutputParams select(SelectInputParams const& in) const override;
 
 private:
-    bool mayServe(SelectInputParams const& in, HistoryFrame const& frame,
-                  ZslFrameInfo const& wanted) const;
+    /// A test that the frame fails, and how; none: it may serve.
+    struct Failure {
+        char const* test;
+        char const* how;
+    };
+    std::optional<Failure> failureOf(SelectInputParams const& in, HistoryFrame const& frame,
+                                     ZslFrameInfo const& wanted) const;
+    void tellReasons(SelectInputParams const& in, SelectOutputParams const& out) const;
 
     Limits const mLimits;
 };

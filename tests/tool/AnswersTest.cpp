@@ -31,7 +31,8 @@ Answered answer(recording::Recording const& recording, pipeline::ReplayOptions o
         explainer.feed(log::fromLogLine(line));
     };
     Answered answered{run::replay(recording, options, listener), {}};
-    answered.texts = report::answersOf(recording, answered.result, explainer.finish());
+    answered.texts = report::answersOf(report::ReplayFrames(recording, answered.result),
+                                       answered.result, explainer.finish());
     return answered;
 }
 
@@ -81,6 +82,7 @@ TEST(Answers, SayWhyTheseFramesAndWhyThen) {
          "Frame 0: F9 was chosen by Cloner. It came at once: it began 200 ms before the press and "
          "had been in the history for 70 ms.\nFrame 1: The capture's time ran out"},
         {with(pressing({1000}), plugin("hoarder")), "gives no reasons."},
+        {with(pressing({1000}), plugin("picky")), "all refused: 39 for softness."},
     };
     for (auto const& [options, expected, unusable] : table) {
         recording::Recording recording = steadyRecording();

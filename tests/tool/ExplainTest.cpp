@@ -84,6 +84,8 @@ constexpr Format THREADTIME{"01-02 12:00:{time} {pid:5} {tid:5} {p} ZebCam/ZslPr
 constexpr Format BRIEF{"{p}/ZebCam/ZslProc({pid:5}): "};
 constexpr Format TIME{"01-02 12:00:{time} {p}/ZebCam/ZslProc({pid:5}): "};
 constexpr Format LONG{"[ 01-02 12:00:{time} {pid:5}:{tid:5} {p}/ZebCam/ZslProc ]", true};
+/// As liblog prints on Linux: whole seconds only.
+constexpr Format PRINTED{"ZebCam/ZslProc {p} 01-02 12:00:00 {pid:5} {tid:5} "};
 constexpr Format YEAR_MICROSECONDS_USER{
     "2024-01-02 12:00:{time}000 cameraserver {pid:5} {tid:5} {p} ZebCam/ZslProc: "};
 
@@ -184,19 +186,21 @@ TEST_F(ExplainTest, GivesTheReasonForEveryCandidate) {
         candidates(capture5.tries[0]),
         ElementsAre("F19 refused image|image:21||", "F20 refused pure raw|" + hal + "||",
                     "F11 refused time||99950000000 ns (-50 ms)|>= 100000000000 ns",
-                    "F12 refused sensor mode||[0] = 3|[0] = 0",
-                    "F13 refused sensor mode||[7] = 0|[0] = 0",
-                    "F14 refused sensor mode||no tag 0xc0000005|",
-                    "F15 refused streams|||image 21, HAL 10000001b, app 100000024",
-                    "F16 refused focus|" + app + "|no tag 0x10020|AF mode, AF state and lens state",
+                    "F12 refused sensor mode||sensor 0 in mode 3|sensor 0 in mode 0",
+                    "F13 refused sensor mode||sensor 7 in mode 0|sensor 0 in mode 0",
+                    "F14 refused sensor mode||no tag ZEB_HAL_REQUEST_SENSOR_ID|",
+                    "F15 refused streams|||image 0x21, HAL 0x10000001b, app 0x100000024",
+                    "F16 refused focus|" + app +
+                        "|no tag ANDROID_CONTROL_AF_STATE|AF mode, AF state and lens state",
                     "F17 refused exposure|" + hal + "|0|1", "F18 refused sync|" + hal + "|5|0",
                     "F21 taken|||"
-                    "|unsettled focus let pass: afMode=4 afState=1 lensState=1"
-                    "|isAESoftStable: no tag 0xc0030017, taken as good"));
+                    "|unsettled focus let pass: AF mode continuous picture, AF state passive scan, "
+                    "lens moving"
+                    "|no tag ZEB_3A_AE_SOFT_STABLE, taken as good"));
     EXPECT_EQ(log::CaptureOutcome::Served, capture5.outcome);
     EXPECT_EQ(40, capture5.waitedMs);
     EXPECT_EQ(callback->shutters().at(0).second, capture5.earlyShutterNs);
-    EXPECT_THAT(report::captureText(capture5),
+    EXPECT_THAT(report::explanationText(told),
                 AllOf(HasSubstr("    F17          refused  exposure      found 0, wanted 1 in"),
                       HasSubstr("    built     frame 0 from F21 (chosen)\n"
                                 "    result    waiting, nothing chosen for 1 frame\n"),
@@ -234,12 +238,12 @@ TEST_F(ExplainTest, TellsOfRunsOfThePolicyThatWantsThem) {
     log::CaptureExplanation const told = explainOwn().captures.at(0);
     EXPECT_EQ(log::CaptureOutcome::Pending, told.outcome);
     std::string const app = metaStream(APP)->getStreamName();
-    EXPECT_THAT(
-        candidates(told.tries.at(0)),
-        ElementsAre("F12 refused broken run||F13 refused|",
-                    "F13 refused focus|" + app + "|no tag 0x10020|AF mode, AF state and lens state",
-                    "F14 refused broken run||the run was not completed|"));
-    EXPECT_THAT(report::captureText(told),
+    EXPECT_THAT(candidates(told.tries.at(0)),
+                ElementsAre("F12 refused broken run||F13 refused|",
+                            "F13 refused focus|" + app +
+                                "|no tag ANDROID_CONTROL_AF_STATE|AF mode, AF state and lens state",
+                            "F14 refused broken run||the run was not completed|"));
+    EXPECT_THAT(report::captureText(told, {}),
                 AllOf(HasSubstr("MultiframeSelector, 4 in the history, 0 locked, no verdict on 1"),
                       HasSubstr("note      future ts, use latest"), HasSubstr("pending, 1 try")));
 }
@@ -254,8 +258,7 @@ TEST_F(ExplainTest, TellsOfOrdersFlightAndTimeout) {
     EXPECT_THAT(candidates(told.captures[0].tries[0]),
                 ElementsAre("F40 parked|||", "F39 locked|||", "F41 locked|||"));
     std::vector<std::string> const expected = {
-        fmt::format("Capture 6     timed out, 4 tries, waited 3020 ms, early shutter {} ns\n",
-                    callback->shutters().at(0).second),
+        "Capture 6     timed out, 4 tries, waited 3020 ms, early shutter 39 ms after the wanted",
         "    parked    frame 0 until F40 arrives\n    order     lock F39: done\n"
         "    order     lock F41: in flight\n    locked    by Scripted: F39\n",
         "    built     frame 0 from F40 (arrived)\n    order     release F39: done\n"
@@ -285,7 +288,7 @@ TEST_F(ExplainTest, ReadsEveryFormatAlike) {
     };
     std::string const own = json(explainOwn());
     std::string const marks = "--------- beginning of main\n";
-    for (Format const& format : {THREADTIME, BRIEF, TIME, LONG, YEAR_MICROSECONDS_USER}) {
+    for (Format const& format : {THREADTIME, BRIEF, TIME, LONG, PRINTED, YEAR_MICROSECONDS_USER}) {
         std::string const text = logcat(format);
         log::Explanation const told = explainText(marks + text);
         EXPECT_EQ(own, json(told)) << text.substr(0, 300);
@@ -318,7 +321,7 @@ TEST_F(ExplainTest, TellsWhatCanBeToldWithoutTheLowerLevels) {
     log::CaptureExplanation const warned = explainText(logcat(THREADTIME, "WE")).captures.at(0);
     ASSERT_EQ(2U, warned.tries.size());
     EXPECT_THAT(candidates(warned.tries[0]),
-                AllOf(Contains("F12 refused sensor mode||[0] = 3|[0] = 0"),
+                AllOf(Contains("F12 refused sensor mode||sensor 0 in mode 3|sensor 0 in mode 0"),
                       Contains(HasSubstr("F17 refused exposure|"))));
     EXPECT_EQ(callback->shutters().at(0).second, warned.earlyShutterNs);
     EXPECT_EQ(log::CaptureOutcome::Unknown, warned.outcome) << "success is no warning";
@@ -349,6 +352,34 @@ TEST_F(ExplainTest, TellsOfChoicesThatAreNotHandedOver) {
     log::TryExplanation const& attempt = cut.captures.at(0).tries.at(0);
     EXPECT_EQ(1U, attempt.served.size());
     EXPECT_THAT(attempt.notes, ElementsAre("0 of 1 lines on built frames are there"));
+}
+
+TEST_F(ExplainTest, ReadsWhatALibrarysPolicySays) {
+    std::string const begin =
+        "[selectBuf_Locked] IN:{ requestNo=1 duration=0 zsdTs=5 pHBP=0 vFrameObj= }";
+    std::string const head = "[select] [Sharpest] zslReqNo(1) ";
+    log::Explanation const told = explainText(
+        threadtime(begin) +
+        threadtime("[selectBuf_Locked] selector(Sharpest) historyBuffers(#4) lockedBuffers(#0)") +
+        threadtime(head + "hbs[F9] X => softness: 2.1 < 5.0", 'W') +
+        threadtime(head + "hbs[F8] X => softness: 1.1 < 5.0", 'W') +
+        threadtime(head + "hbs[F9] X => focus: not settled", 'W') +
+        threadtime(head + "hbs[F-7] X => softness: cut", 'W') +
+        threadtime(head + "hbs[F2147483650] X => too wide: 2", 'W') +
+        threadtime("[selectBuf_Locked] selectOut: { selected={ 0-[F-2147483646 addMeta(#0)] } "
+                   "ops={ F2147483649(0) }}") +
+        threadtime("  in flight: F2147483651 F2147483652"));
+    ASSERT_EQ(1U, told.captures.size());
+    log::TryExplanation const& attempt = told.captures[0].tries.at(0);
+    // Its last word on a frame counts, and of a chosen one that it is taken; numbers from 2^31 up
+    // have a sign in the choice.
+    EXPECT_THAT(candidates(attempt),
+                ElementsAre("F9 refused focus||not settled|", "F8 refused softness||1.1 < 5.0|",
+                            "F2147483650 taken|||", "F2147483649 locked|||"));
+    EXPECT_EQ(1U, compare::countRefusals(told).byCriterion[size_t(log::Criterion::Unknown)]);
+    EXPECT_THAT(report::explanationText(told),
+                AllOf(HasSubstr("F8           refused  softness      1.1 < 5.0\n"),
+                      HasSubstr("; in flight F2147483651\n")));
 }
 
 TEST_F(ExplainTest, AsksTheTryNotTheResultLineWhoWasServed) {
@@ -491,6 +522,10 @@ TEST(ExplainCountsTest, CountsWhatItCannotUse) {
          threadtime("[selectBuf_Locked] OUT(#1):") +
              threadtime("[prepareTimedoutParams] ZSL TIMED_OUT!"),
          &log::LineCounts::unassigned, 2},
+        {"what a provider prints of itself",
+         threadtime("History: capacity 8, dropped 2") + threadtime("  here: F1 F2") +
+             threadtime("  in flight: none") + threadtime("  out: F3 for R1 since 5 ms"),
+         &log::LineCounts::dump, 4},
         {"of no known form", threadtime("anything") + threadtime("[newFunction] x"),
          &log::LineCounts::unrecognised, 2},
         {"another thread in a try", begin + threadtime("x", 'I', 1) + threadtime("y"),

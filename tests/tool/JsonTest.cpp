@@ -98,7 +98,7 @@ log::Explanation fullExplanation() {
     log::CaptureExplanation capture;
     capture.requestNo = 1;
     capture.tries = {attempt};
-    return {{capture}, {{}}, {{}}, {}};
+    return {{capture}, {{}}, {{}}, {}, {}};
 }
 
 pipeline::ReplayOptions fullOptions() {
@@ -309,13 +309,13 @@ TEST(Json, HasNumbersWordsAndNulls) {
     EXPECT_TRUE(live["recording"]["path"].is_null());
 
     log::Explanation lines = explanation;
-    lines.counts = {1, 2, 3, 4, 5, 6, 7, 8, 9};
+    lines.counts = {1, 2, 3, 4, 5, 6, 7, 10, 8, 9};
     lines.errors = {{7, "no idea"}};
     Json const told = report::toJson(lines, "a.log");
     EXPECT_EQ(told["log"].dump(),
               R"({"path":"a.log","lines":1,"processorLines":2,"foreignLines":3,"cutLines":4,)"
               R"("outOfOrderLines":5,"interleavedLines":6,"unassignedLines":7,)"
-              R"("unrecognisedLines":8,"errorLines":9})");
+              R"("dumpLines":10,"unrecognisedLines":8,"errorLines":9})");
     EXPECT_EQ(told["errors"][0]["line"], 7);
     EXPECT_FALSE(told["isClean"]);
     EXPECT_TRUE(report::toJson(explanation)["isClean"]);

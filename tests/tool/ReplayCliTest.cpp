@@ -154,6 +154,26 @@ TEST_F(ReplayCli, PrintsWhatItsPageShows) {
     EXPECT_EQ(out, expected);
 }
 
+TEST_F(ReplayCli, ExplainsTheWantedCaptures) {
+    Arguments const command = {"replay",  mRecording, "--press",  "500ms",
+                               "--press", "700ms",    "--offset", "-10s"};
+    std::string const one = zsl(plus(command, {"--request", "2"})).out;
+    EXPECT_THAT(one, Not(HasSubstr("Capture 1 ")));
+    for (char const* const part :
+         {"\n              The flush at the end of the recording, 530 ms after the press, ended",
+          "    F1 to F6     refused  time          began 10700 to 10200 ms too early\n",
+          "; in flight F7 to F10\n", "wanted    frame 0 MAIN: image HalImage_FullRaw, HAL ",
+          "  then        6 more tries alike, until 530 ms after the press, when F12 arrived\n"}) {
+        EXPECT_THAT(one, HasSubstr(part));
+    }
+    std::string const verbose = zsl(plus(command, {"-v"})).out;
+    EXPECT_THAT(verbose, HasSubstr("Capture 1 "));
+    EXPECT_THAT(verbose, HasSubstr("    F6           refused  time          found 5000500000001 ns "
+                                   "(-10200 ms), wanted >= "));
+    expectRefused(command, {{{"--request", "3", "--json", path("none.json")},
+                             "--request: there is no capture 3: they are numbered 1 to 2"}});
+}
+
 TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
     std::ostream full(nullptr);
     std::ostringstream err;

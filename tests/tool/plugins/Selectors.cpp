@@ -1,5 +1,6 @@
 #include <cutils/properties.h>
 #include <policy/zsl/ISelector.h>
+#include <policy/zsl/Reasons.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -46,6 +47,18 @@ public:
 private:
     uint32_t const mEvery =
         static_cast<uint32_t>(property_get_int32("vendor.debug.camera3.zsl.policy.every", 2));
+};
+
+/// Takes nothing, and says why.
+class Picky : public ISelector {
+public:
+    char const* getName() const override { return "Picky"; }
+    SelectOutputParams select(SelectInputParams const& in) const override {
+        for (auto const& [frameNo, frame] : in.historyFrames) {
+            NSCam::ZslPolicy::reject(*this, in, frame, "softness", "2.1 < 5.0");
+        }
+        return {};
+    }
 };
 
 class Thrower : public ISelector {

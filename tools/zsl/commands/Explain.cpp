@@ -33,6 +33,7 @@ struct Arguments {
     std::string log = kStandardStream;
     std::optional<std::string> json;
     std::vector<uint32_t> requests;
+    bool isVerbose = false;
 };
 
 std::string nameOf(std::string const& path) {
@@ -110,7 +111,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         report::writeJson(report::toJson(explanation, path, streams.provenance), out);
     });
     if (!json.isStandard()) {
-        streams.out << report::explanationText(explanation, streams.outStyle);
+        streams.out << report::explanationText(explanation, streams.outStyle, arguments.isVerbose);
     } else {
         streams.out << report::toJson(explanation).dump(2) << '\n';
     }
@@ -130,11 +131,9 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         ->check(isNamed)
         ->type_name("FILE");
     addJson(*command, arguments->json);
-    auto const parseRequest = [](std::string const& text) {
-        return static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX));
-    };
-    addParsed(*command, "--request", arguments->requests, parseRequest,
-              "Show this capture only; may be repeated", "N");
+    addRequests(*command, arguments->requests, "Show this capture only; may be repeated");
+    addFlag(*command, "-v,--verbose", arguments->isVerbose,
+            "Show each try and frame on its own, with times in ns");
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
 }

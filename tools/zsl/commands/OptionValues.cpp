@@ -216,6 +216,13 @@ void addLogOption(CLI::App& command, pipeline::ReplayOptions& options) {
               "Print the processor's log: error, warning, info or debug", "LEVEL");
 }
 
+void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string const& help) {
+    auto const parse = [](std::string const& text) {
+        return static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX));
+    };
+    addParsed(command, "--request", requests, parse, help, "N");
+}
+
 void addReportOption(CLI::App& command, std::optional<std::string>& path) {
     addFile(command, "--report", path, "Write a page for a browser")->check([](std::string const&) {
         return report::reportPage() != nullptr ? std::string()

@@ -107,6 +107,9 @@ void addJson(CLI::App& command, std::optional<std::string>& path,
 /// --log.
 void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
 
+/// --request, the numbers of captures.
+void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string const& help);
+
 /// --report, which not every build can write.
 void addReportOption(CLI::App& command, std::optional<std::string>& path);
 

@@ -40,7 +40,12 @@ struct Arguments {
     std::optional<std::string> report;
     bool explain = false;
     std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
+    std::vector<uint32_t> requests;
+    bool isVerbose = false;
     pipeline::ReplayOptions options;
+
+    /// To name a capture, or to ask for more, is to ask for the reasons.
+    bool isExplaining() const { return explain || isVerbose || !requests.empty(); }
 };
 
 /// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
@@ -51,7 +56,7 @@ public:
         : mShownLevel(arguments.options.logLevel),
           mErr(streams.err),
           mProgress(std::in_place, streams.err, streams.showProgress, "frames", kLongRecording),
-          mWantsReasons(arguments.explain || arguments.json || arguments.trace ||
+          mWantsReasons(arguments.isExplaining() || arguments.json || arguments.trace ||
                         arguments.report) {
         if (arguments.trace) {
             mRecorder.emplace();
@@ -100,8 +105,8 @@ private:
         if (pipeline::logLevelOf(line) <= mShownLevel) {
             mErr << log::toThreadtime(record, timeNs);
         }
-        // A line that goes to the Android log only is a dump and tells of no decision.
-        if (mWantsReasons && line.output == host::LogLine::Output::Camera) {
+        // Of both outputs: libraries' policies and the provider write to the Android log only.
+        if (mWantsReasons) {
             mExplainer.feed(record);
         }
     }
@@ -120,7 +125,8 @@ private:
 /// Throws CLI::ValidationError for an option whose value a device's recording fixes.
 void requireNoFixedOption(CLI::App const& command, std::string const& path) {
     // What is only looked at or written; everything else was decided on the device.
-    constexpr std::array kFree{"--log", "--json", "--explain", "--trace", "--report", "--help"};
+    constexpr std::array kFree{"--log",     "--json",  "--explain", "--request",
+                               "--verbose", "--trace", "--report",  "--help"};
     for (CLI::Option const* const option : command.get_options()) {
         std::string const name = option->get_name();
         if (option->count() > 0 && !option->get_positional() &&
@@ -153,6 +159,25 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
     return {std::move(recording), std::move(result)};
 }
 
+/// Throws CLI::ValidationError for a number that no capture has.
+void requireCaptures(std::vector<uint32_t> const& requests,
+                     std::vector<pipeline::CaptureRecord> const& captures) {
+    auto const byNumber = [](auto const& a, auto const& b) { return a.requestNo < b.requestNo; };
+    for (uint32_t const requestNo : requests) {
+        auto const [least, most] = std::minmax_element(captures.begin(), captures.end(), byNumber);
+        bool const isThere = std::any_of(
+            captures.begin(), captures.end(),
+            [requestNo](auto const& capture) { return capture.requestNo == requestNo; });
+        if (!isThere) {
+            throw CLI::ValidationError(
+                "--request", captures.empty()
+                                 ? "there is no capture"
+                                 : fmt::format("there is no capture {}: they are numbered {} to {}",
+                                               requestNo, least->requestNo, most->requestNo));
+        }
+    }
+}
+
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
                       arguments.options.offsetMs.has_value());
@@ -169,6 +194,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     run::ReplayResult const& result = replayed.second;
     observer.finish();
     log::Explanation const* const reasons = observer.explanation();
+    requireCaptures(arguments.requests, result.captures);
 
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(recording, result, reasons, streams.provenance), out);
@@ -182,8 +208,9 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
         report::writeHtmlReport(recording, result, reasons, streams.provenance, out);
     });
     if (!json.isStandard()) {
-        streams.out << report::textReport(recording, result, arguments.explain ? reasons : nullptr,
-                                          streams.outStyle);
+        streams.out << report::textReport(
+            recording, result, arguments.isExplaining() ? reasons : nullptr,
+            {streams.outStyle, arguments.isVerbose, {}, arguments.requests});
     }
     return result.isClean() ? 0 : 1;
 }
@@ -215,6 +242,10 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addJson(*command, arguments->json);
     addFlag(*command, "--explain", arguments->explain,
             "Tell for each try which history frames were taken or refused, and why");
+    addRequests(*command, arguments->requests,
+                "Tell the reasons of this capture only; may be repeated");
+    addFlag(*command, "-v,--verbose", arguments->isVerbose,
+            "Tell each try and frame of the reasons on its own, with times in ns");
     addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
     addReportOption(*command, arguments->report);
     command->callback([command, arguments, &streams, &exitStatus] {

@@ -143,10 +143,8 @@ std::string runOne(ComparisonRow const& row) {
     log::Explainer explainer;
     run::ReplayListener listener;
     listener.log = [&explainer](int64_t, host::LogLine const& line) {
-        // Some lines go to both outputs.
-        if (line.output == host::LogLine::Output::Camera) {
-            explainer.feed(log::fromLogLine(line));
-        }
+        // Of both outputs: libraries' policies give their reasons to the Android log only.
+        explainer.feed(log::fromLogLine(line));
     };
     run::ReplayResult const result = run::replay(recording, options, listener);
     return pack(numbersOf(result, countRefusals(explainer.finish())), result);

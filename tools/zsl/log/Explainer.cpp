@@ -111,6 +111,7 @@ void Explainer::take(Thread& thread, LogRecord const& record, ProcessorLine cons
             return begin(thread, record, line);
         case Kind::Taken:
         case Kind::NotTaken:
+        case Kind::Rejected:
         case Kind::StartsOver:
             return takeVerdict(thread, record, line);
         case Kind::PolicyBegin:
@@ -133,6 +134,18 @@ void Explainer::take(Thread& thread, LogRecord const& record, ProcessorLine cons
                 mExplanation.flushReturns.push_back(
                     {record.sourceLine, std::string(line.selector), line.sets});
             }
+            return;
+        case Kind::StreamName:
+            mExplanation.streamNames.emplace(line.halImages, line.name);
+            return;
+        case Kind::ProviderFlight:
+            // It is printed in a try, and again when the capture goes to wait.
+            if (thread.attempt) {
+                thread.attempt->add(line);
+            }
+            [[fallthrough]];
+        case Kind::ProviderDump:
+            ++mExplanation.counts.dump;
             return;
         case Kind::Unrecognised:
             ++mExplanation.counts.unrecognised;
@@ -162,11 +175,16 @@ void Explainer::takeOfPolicy(Thread& thread, LogRecord const& record, ProcessorL
 }
 
 void Explainer::takeVerdict(Thread& thread, LogRecord const& record, ProcessorLine const& line) {
+    // Only our policies judge in the order of the numbers.
+    bool const isRejected = line.kind == Kind::Rejected;
     bool const isOfAttempt = thread.attempt && thread.attempt->requestNo() == line.requestNo &&
-                             thread.attempt->canJudge(line.frameNo);
+                             (isRejected || thread.attempt->canJudge(line.frameNo));
     if (!isOfAttempt) {
         beginWithoutInput(thread, record, line);
         thread.attempt->add(line);
+    }
+    if (isRejected) {
+        return thread.attempt->addRejected(candidateOf(line));
     }
     Candidate frame = thread.reasons.take(line.frameNo, line.kind == Kind::Taken);
     // Frames come in ascending order, so that the verdicts on these were before this one.

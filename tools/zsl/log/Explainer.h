@@ -11,6 +11,7 @@
 #include "log/Explanation.h"
 #include "log/Logcat.h"
 #include "log/ProcessorLine.h"
+#include "log/Reasons.h"
 #include "log/TryBuilder.h"
 
 namespace zebcam::tool::log {

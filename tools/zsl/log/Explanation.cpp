@@ -67,13 +67,15 @@ bool CaptureExplanation::isCertain() const {
                        [](TryExplanation const& attempt) { return attempt.hasInput; });
 }
 
-std::string textOf(StreamList const& streams) {
+std::string textOf(StreamList const& streams, StreamNames const& names) {
     std::string text;
-    for (auto const& [name, ids] : {std::pair{"image ", &streams.halImages},
+    for (auto const& [kind, ids] : {std::pair{"image ", &streams.halImages},
                                     {"HAL ", &streams.halMetas},
                                     {"app ", &streams.appMetas}}) {
         for (std::string const& id : *ids) {
-            text += (text.empty() ? "" : ", ") + (name + id);
+            auto const name = names.find(id);
+            text += text.empty() ? "" : ", ";
+            text += kind + (name != names.end() ? name->second : "0x" + id);
         }
     }
     return text;

@@ -47,8 +47,11 @@ struct StreamList {
     std::vector<std::string> halImages, halMetas, appMetas;  ///< ids in hex
 };
 
-/// `streams` as `image 21, HAL 60000, app 50000`.
-std::string textOf(StreamList const& streams);
+/// Names of streams by their ids in hex.
+using StreamNames = std::map<std::string, std::string>;
+
+/// `streams` as `image FullRaw, HAL 0x60000, app 0x50000`, by their names where `names` has some.
+std::string textOf(StreamList const& streams, StreamNames const& names = {});
 
 /// A frame that the capture asks for.
 struct WantedFrame {
@@ -102,6 +105,7 @@ struct TryExplanation {
     std::optional<int64_t> zsdTimestampNs;  ///< the instant that the capture stands for
     std::string selector;
     std::optional<size_t> historySets, lockedSets;  ///< how many were there to be looked at
+    std::vector<uint32_t> inFlight;                 ///< as the provider's dump has them
     std::vector<WantedFrame> wanted;
     std::vector<Candidate> candidates;
     std::vector<ServedFrame> served;
@@ -158,7 +162,8 @@ struct LineCounts {
     size_t outOfOrder = 0;    ///< older than a line before
     size_t interleaved = 0;   ///< inside another thread's try
     size_t unassigned = 0;    ///< tells of a try whose capture is not known
-    size_t unrecognised = 0;  ///< the processor's, but of no known form; dumps for instance
+    size_t dump = 0;          ///< of what the provider printed of its history
+    size_t unrecognised = 0;  ///< the processor's, but of no known form
     size_t errors = 0;
 };
 
@@ -167,6 +172,7 @@ struct Explanation {
     std::vector<FlushReturn> flushReturns;
     std::vector<LogError> errors;  ///< outside the tries
     LineCounts counts;
+    StreamNames streamNames;  ///< as far as lines name streams
 };
 
 char const* toString(CaptureOutcome outcome);

@@ -36,6 +36,7 @@ char cameraPriority(uint32_t level) {
     }
 }
 
+constexpr std::string_view PRIORITIES = "VDIWEFA";
 constexpr std::string_view BUFFER_MARK = "--------- ";
 
 std::string_view trimmed(std::string_view text) {
@@ -54,8 +55,8 @@ int64_t fractionNs(std::string_view digits) {
 }
 
 /// Takes `MM-DD hh:mm:ss.fff` and the blanks behind it, with a year before and more decimals if the
-/// log has them.
-std::optional<LogTime> takeTime(std::string_view& text) {
+/// log has them; without decimals where they are not needed.
+std::optional<LogTime> takeTime(std::string_view& text, bool needsDecimals = true) {
     uint32_t year = 0;
     uint32_t month = 0;
     uint32_t day = 0;
@@ -65,11 +66,14 @@ std::optional<LogTime> takeTime(std::string_view& text) {
     std::string_view rest;
     base::FormFields const fields = {{"Y", &year},   {"M", &month},  {"D", &day},    {"h", &hour},
                                      {"m", &minute}, {"s", &second}, {"rest", &rest}};
-    bool const isTime = base::match(text, "<M>-<D> <h>:<m>:<s>.<rest>", fields) ||
-                        base::match(text, "<Y>-<M>-<D> <h>:<m>:<s>.<rest>", fields);
-    size_t const digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
-    if (!isTime || digits == 0 || month > 12 || day > 31 || hour > 23 || minute > 59 ||
-        second > 60) {
+    bool hasDecimals = base::match(text, "<M>-<D> <h>:<m>:<s>.<rest>", fields) ||
+                       base::match(text, "<Y>-<M>-<D> <h>:<m>:<s>.<rest>", fields);
+    bool const isTime =
+        hasDecimals || (!needsDecimals && base::match(text, "<M>-<D> <h>:<m>:<s> <rest>", fields));
+    size_t const digits =
+        hasDecimals ? std::min(rest.find_first_not_of("0123456789"), rest.size()) : 0;
+    if (!isTime || (hasDecimals && digits == 0) || month > 12 || day > 31 || hour > 23 ||
+        minute > 59 || second > 60) {
         return std::nullopt;
     }
     // Only differences count: months of one length do, and the century is left out to fit 64 bits.
@@ -82,6 +86,32 @@ std::optional<LogTime> takeTime(std::string_view& text) {
     rest.remove_prefix(std::min(rest.find_first_not_of(' '), rest.size()));
     text = rest;
     return time;
+}
+
+/// A line as the log library prints it on Linux, to standard error: tag and level come first, and
+/// the time has no decimals.
+std::optional<LogRecord> parsePrinted(std::string_view line) {
+    LogRecord record;
+    uint32_t pid = 0;
+    uint32_t tid = 0;
+    std::string_view tag;
+    std::string_view rest;
+    if (!base::match(line, "<tag> <P> <rest>",
+                     {{"tag", &tag}, {"P", &record.priority}, {"rest", &rest}})) {
+        return std::nullopt;
+    }
+    record.time = takeTime(rest, false);
+    std::string_view message;
+    if (!record.time || tag.empty() || PRIORITIES.find(record.priority) == std::string_view::npos ||
+        !base::match(rest, "<pid> <tid> <message>",
+                     {{"pid", &pid}, {"tid", &tid}, {"message", &message}})) {
+        return std::nullopt;
+    }
+    record.pid = pid;
+    record.tid = tid;
+    record.tag = tag;
+    record.message = message;
+    return record;
 }
 
 /// The header of a line and the message behind it; the message of the format `long` comes on lines
@@ -97,6 +127,9 @@ std::optional<LogRecord> parseHeader(std::string_view line, bool& isLong) {
                                      {"tid", &tid},
                                      {"tag", &tag},
                                      {"message", &message}};
+    if (auto const printed = parsePrinted(line)) {
+        return printed;
+    }
     isLong = line.starts_with("[ ");
     line.remove_prefix(isLong ? 2 : 0);
     record.time = takeTime(line);
@@ -111,7 +144,7 @@ std::optional<LogRecord> parseHeader(std::string_view line, bool& isLong) {
         isGood = base::match(line, "<pid> <tid> <P> <tag>:<message>", fields) ||
                  base::match(line, "<user> <pid> <tid> <P> <tag>:<message>", fields);
     }
-    if (!isGood || std::string_view("VDIWEFA").find(record.priority) == std::string_view::npos) {
+    if (!isGood || PRIORITIES.find(record.priority) == std::string_view::npos) {
         return std::nullopt;
     }
     record.pid = pid;

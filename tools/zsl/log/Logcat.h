@@ -35,9 +35,10 @@ struct LogRecord {
 LogRecord fromLogLine(host::LogLine const& line);
 
 /**
- * Reads what `adb logcat` printed, in its formats threadtime, time, brief and long, line by line;
- * a file may even change its format. Any content is fine: what has no header of a format comes as a
- * record without a tag. Lines without text are left out.
+ * Reads what `adb logcat` printed, in its formats threadtime, time, brief and long, and what the
+ * log library prints on Linux, line by line; a file may even change its format. Any content is
+ * fine: what has no header of a format comes as a record without a tag. Lines without text are left
+ * out.
  *
  * A message of several lines comes as a record a line: only so it looks the same in every format,
  * since all but `long` repeat the header.

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
+#include <limits>
 #include <utility>
 
 #include "base/Text.h"
@@ -35,7 +37,8 @@ constexpr auto FORMS = std::to_array<std::pair<Kind, std::string_view>>({
      "[containRequiredSensorMode] cannot find required sensor<> : history = {<found>}, "
      "required = {<wanted>}<>"},
     {Kind::Uninteresting, "[containRequiredSensorMode] requiredSensorMode ok<>"},
-    {Kind::MissingTag, "[containRequiredSensorMode] tag(<name>) <>not found!"},
+    {Kind::MissingTag, "[containRequiredSensorMode] tag(<>) <name> not found!"},
+    {Kind::MissingTag, "[containRequiredSensorMode] tag(<name>) not found!"},
     {Kind::AssumedGood, "[isMatched] [<function>] tag(<name>) not found!<>"},
     {Kind::TagValue, "[isMatched] [<function>] tag(<>) val=<found> target=<wanted> bc=<>"},
     {Kind::MissingTag, "[isAFStable] tag(<name>) not found!<>"},
@@ -53,6 +56,8 @@ constexpr auto FORMS = std::to_array<std::pair<Kind, std::string_view>>({
     {Kind::NotTaken, "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] X"},
     {Kind::StartsOver,
      "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] X => break continuous, start over"},
+    {Kind::Rejected,
+     "[select] [<selector>] zslReqNo(<request>) hbs[F<frame>] X => <function>: <found>"},
     {Kind::PolicyBegin, "[select] [<selector>] zslReqNo(<request>) frameSize(<>"},
     {Kind::PolicyEnd,
      "[select] [<selector>] zslReqNo(<request>) durationMs(<age>) #select(<sets>/<>"},
@@ -86,6 +91,15 @@ constexpr auto FORMS = std::to_array<std::pair<Kind, std::string_view>>({
     {Kind::Cut, "dump locked [<>"},
     {Kind::BufferSet,
      "<>{ F<frame> R<> Ts<> halImage{<images>} halMeta{<halMetas>} appMeta{<appMetas>} }<>"},
+
+    {Kind::StreamName, "[prepareHalImage] reset (0x<images>:<name>)-><>"},
+    {Kind::StreamName, "[prepareHalMeta] prepare (0x<images>:<name>)<>"},
+    {Kind::StreamName, "[prepareAppMeta] prepare (0x<images>:<name>)<>"},
+    {Kind::ProviderFlight, "  in flight: <found>"},
+    {Kind::ProviderDump, "  here: <>"},
+    {Kind::ProviderDump, "  out: F<frame> <>"},
+    {Kind::ProviderDump, "  lost: F<frame> <>"},
+    {Kind::ProviderDump, "<name>: capacity <sets>, dropped <sets>"},
 
     {Kind::EarlyShutter,
      "[callbackFakeShutter] cb fakeShutter (reqNo:<request>, timestamp:"
@@ -151,17 +165,20 @@ bool readSelection(std::string_view text, Selection& selection) {
                                      {"index", &index},
                                      {"frame", &frameNo},
                                      {"order", &order}};
+    constexpr int64_t LOWEST = std::numeric_limits<int32_t>::min();
     // Each pass below takes an entry off the front and leaves the rest in the field of its name.
     if (!base::match(text, "{ selected={ <frames>} ops={ <orders>}}", fields)) {
         return false;
     }
     while (!frames.empty()) {
-        if (!base::match(frames, "<index>-[F<frame> addMeta(#<>)] <frames>", fields)) {
+        if (!base::match(frames, "<index>-[F<frame> addMeta(#<>)] <frames>", fields) ||
+            frameNo < LOWEST || frameNo > UINT32_MAX) {
             return false;
         }
-        // -1 stands for a frame that is to be built without a history frame.
+        // Numbers are printed with a sign, from 2^31 up as negative ones; -1 stands for a frame
+        // that is to be built without a history frame.
         selection.frames[index] =
-            frameNo >= 0 ? std::optional(static_cast<uint32_t>(frameNo)) : std::nullopt;
+            frameNo != -1 ? std::optional(static_cast<uint32_t>(frameNo)) : std::nullopt;
     }
     while (!orders.empty()) {
         if (!base::match(orders, "F<frame>(<order>) <orders>", fields) || order > 2) {
@@ -178,6 +195,12 @@ bool isFunctionName(std::string_view text) {
     return !text.empty() && text.size() <= LONGEST &&
            std::all_of(text.begin(), text.end(),
                        [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+}
+
+/// A library's policy names its criteria for people, with blanks too.
+bool isCriterionName(std::string_view text) {
+    constexpr size_t LONGEST = 40;
+    return !text.empty() && text.size() <= LONGEST && text.find_first_not_of(' ') == 0;
 }
 
 /// Looks at what is more than a number or a text; `rest` ends the line.
@@ -202,6 +225,8 @@ bool readRest(ProcessorLine& line, std::string_view rest) {
             return false;
         case Kind::Refusal:
             return isFunctionName(line.function);
+        case Kind::Rejected:
+            return isCriterionName(line.function);
         default:
             return true;
     }
@@ -211,6 +236,17 @@ bool readRest(ProcessorLine& line, std::string_view rest) {
 
 StreamList ProcessorLine::streams() const {
     return {idsOf(halImages), idsOf(halMetas), idsOf(appMetas)};
+}
+
+std::vector<uint32_t> ProcessorLine::frames() const {
+    std::vector<uint32_t> numbers;
+    for (std::string const& text : idsOf(found)) {
+        uint32_t number = 0;
+        if (base::match(text, "F<number>", {{"number", &number}})) {
+            numbers.push_back(number);
+        }
+    }
+    return numbers;
 }
 
 std::string_view withoutSource(std::string_view text) {

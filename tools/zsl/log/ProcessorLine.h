@@ -4,6 +4,7 @@
 #include <map>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "log/Explanation.h"
 
@@ -41,6 +42,7 @@ struct ProcessorLine {
         UsesLatest,    ///< the wanted instant lies in the future
         Taken,         ///< request, selector, frame
         NotTaken,      ///< the same
+        Rejected,      ///< the same, with a library's own function and found
         StartsOver,    ///< the same: not taken, nor is the run of frames before it
         PolicyBegin,   ///< request, selector
         PolicyEnd,     ///< request, selector, age
@@ -60,6 +62,10 @@ struct ProcessorLine {
         LeftInFlight,  ///< selection
         LockedOf,      ///< selector
         BufferSet,     ///< frame, streams
+
+        StreamName,      ///< name of the stream with the id in halImages
+        ProviderFlight,  ///< frames that the provider has in flight, in found
+        ProviderDump,    ///< what else the provider prints of itself
 
         EarlyShutter,  ///< request, timestamp
         Served,        ///< request
@@ -86,6 +92,8 @@ struct ProcessorLine {
     Selection selection;
 
     StreamList streams() const;
+    /// The numbers in a list `F206 F207`; what is none is left out.
+    std::vector<uint32_t> frames() const;
 };
 
 /// `text` is one line; its error suffix is taken off.

@@ -15,33 +15,6 @@ namespace {
 
 using Kind = ProcessorLine::Kind;
 
-void append(std::string& list, std::string_view text) {
-    list += list.empty() ? "" : ", ";
-    list += text;
-}
-
-/// Lists of sensor modes end with a comma.
-std::string_view modesText(std::string_view list) {
-    return list.empty() ? "none" : list.substr(0, list.size() - (list.ends_with(',') ? 1 : 0));
-}
-
-/// None for a list of values, and where a tag is missing.
-std::optional<int64_t> numberIn(std::string_view text) {
-    int64_t number = 0;
-    bool const isWhole = base::match(text, "<number>", {{"number", &number}});
-    return isWhole ? std::optional(number) : std::nullopt;
-}
-
-Criterion criterionOf(std::string_view function) {
-    for (size_t i = 0; i < CRITERIA; ++i) {
-        char const* const known = infoOf(static_cast<Criterion>(i)).function;
-        if (known != nullptr && known == function) {
-            return static_cast<Criterion>(i);
-        }
-    }
-    return Criterion::Unknown;
-}
-
 std::vector<std::string> missingFrom(std::vector<std::string> const& found,
                                      std::vector<std::string> const& wanted) {
     std::vector<std::string> missing;
@@ -52,87 +25,6 @@ std::vector<std::string> missingFrom(std::vector<std::string> const& found,
 }
 
 }  // namespace
-
-bool Reasons::add(ProcessorLine const& line) {
-    switch (line.kind) {
-        case Kind::SensorModes:
-            mNext.wanted = modesText(line.wanted);
-            mNext.found = modesText(line.found);
-            return true;
-        case Kind::MissingTag:
-            mNext.found = fmt::format("no tag {}", line.name);
-            return true;
-        case Kind::AssumedGood:
-            mNext.notes.push_back(
-                fmt::format("{}: no tag {}, taken as good", line.function, line.name));
-            return true;
-        case Kind::TagValue:
-            // Every value that is looked at has a line; only that of a stream that fails matters.
-            mLastValue = line.found;
-            return true;
-        case Kind::FailedStream:
-            append(mNext.stream, line.name);
-            if (!mLastValue.empty()) {
-                append(mNext.found, std::exchange(mLastValue, {}));
-            }
-            return true;
-        case Kind::FocusLetPass:
-            mNext.notes.push_back(fmt::format("unsettled focus let pass: {}", line.found));
-            return true;
-        case Kind::TimeRefusal:
-        case Kind::Refusal:
-            refuse(line);
-            return true;
-        default:
-            return false;
-    }
-}
-
-void Reasons::refuse(ProcessorLine const& line) {
-    Candidate frame = std::exchange(mNext, {});
-    frame.frameNo = line.frameNo;
-    if (line.kind == Kind::TimeRefusal) {
-        frame.criterion = Criterion::Time;
-        frame.wanted = fmt::format(">= {} ns", line.zsdTimestampNs);
-        frame.found = fmt::format("{} ns ({} ms)", line.timestampNs, line.ageMs);
-        frame.wantedNumber = line.zsdTimestampNs;
-        frame.foundNumber = line.timestampNs;
-    } else {
-        frame.criterion = criterionOf(line.function);
-        if (frame.criterion == Criterion::Unknown) {
-            frame.unknownCriterion = line.function;
-        } else if (char const* const wanted = infoOf(frame.criterion).wanted) {
-            frame.wanted = wanted;
-            frame.wantedNumber = numberIn(wanted);
-            frame.foundNumber = frame.wantedNumber ? numberIn(frame.found) : std::nullopt;
-        }
-    }
-    mRefused.push_back(std::move(frame));
-}
-
-Candidate Reasons::take(uint32_t frameNo, bool isTaken) {
-    Candidate frame;
-    auto const refused = std::find_if(mRefused.begin(), mRefused.end(), [&](auto const& candidate) {
-        return candidate.frameNo == frameNo;
-    });
-    if (!isTaken && refused != mRefused.end()) {
-        frame = std::move(*refused);
-        mRefused.erase(refused);
-    } else {
-        // A reason that names no frame may be another one's; notes are worth the risk.
-        frame.criterion = isTaken ? Criterion::None : Criterion::Unknown;
-        frame.notes = std::move(mNext.notes);
-    }
-    frame.frameNo = frameNo;
-    frame.verdict = isTaken ? Verdict::Taken : Verdict::Refused;
-    return frame;
-}
-
-std::vector<Candidate> Reasons::takeRest() {
-    std::vector<Candidate> rest = std::move(mRefused);
-    *this = {};
-    return rest;
-}
 
 TryBuilder::TryBuilder(LogRecord const& record, ProcessorLine const& line)
     : mRequestNo(line.requestNo) {
@@ -212,6 +104,7 @@ void TryBuilder::add(ProcessorLine const& line) {
         case Kind::PolicyBegin:
         case Kind::Taken:
         case Kind::NotTaken:
+        case Kind::Rejected:
         case Kind::StartsOver:
             // The line of the selector tells it better, if it is there.
             mTry.selector = mTry.selector.empty() ? line.selector : mTry.selector;
@@ -221,6 +114,18 @@ void TryBuilder::add(ProcessorLine const& line) {
             break;
         default:
             addChoice(line);
+    }
+}
+
+void TryBuilder::addRejected(Candidate frame) {
+    auto const earlier =
+        std::find_if(mTry.candidates.begin(), mTry.candidates.end(), [&](Candidate const& each) {
+            return each.frameNo == frame.frameNo && each.verdict == Verdict::Refused;
+        });
+    if (earlier != mTry.candidates.end()) {
+        *earlier = std::move(frame);
+    } else {
+        mTry.candidates.push_back(std::move(frame));
     }
 }
 
@@ -252,6 +157,9 @@ void TryBuilder::addChoice(ProcessorLine const& line) {
             break;
         case Kind::LeftInFlight:
             mLeft = line.selection;
+            break;
+        case Kind::ProviderFlight:
+            mTry.inFlight = line.frames();
             break;
         default:
             addOutcome(line);
@@ -408,6 +316,14 @@ void TryBuilder::explainCandidates() {
 /// What became of a frame that the policy chose for the wanted frame `index`.
 void TryBuilder::explainChoice(Candidate& frame, uint64_t index) const {
     frame.index = index;
+    if (frame.verdict == Verdict::Refused) {
+        // For one wanted frame, while it serves another.
+        uint32_t const frameNo = frame.frameNo;
+        frame = {};
+        frame.frameNo = frameNo;
+        frame.verdict = Verdict::Taken;
+        frame.index = index;
+    }
     auto const lost = mLost.find(frame.frameNo);
     // A frame that cannot be handed over for one wanted frame may be for another.
     bool const isServed =

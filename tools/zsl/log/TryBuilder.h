@@ -15,30 +15,6 @@
 namespace zebcam::tool::log {
 
 /**
- * Joins the lines that lead to the verdict on one history frame: values, streams, the criterion.
- * They name no capture and come before the line that does. A refusal names its frame; what came
- * since the last one belongs to it.
- */
-class Reasons {
-public:
-    /// False: the line is of another kind.
-    bool add(ProcessorLine const& line);
-
-    /// What is known of the frame that the verdict is on. Call takeRest() before the next line.
-    Candidate take(uint32_t frameNo, bool isTaken);
-
-    /// Refused frames whose verdicts never came; forgets everything, also what was let pass.
-    std::vector<Candidate> takeRest();
-
-private:
-    void refuse(ProcessorLine const& line);
-
-    Candidate mNext;
-    std::string mLastValue;
-    std::vector<Candidate> mRefused;
-};
-
-/**
  * Builds the explanation of one try from its lines. The lines up to the verdicts come one by one;
  * what they mean together is worked out at the end, because
  * - a choice is carried out in this try only if its set is not in flight, which a later line tells;
@@ -66,6 +42,9 @@ public:
     void judge(Candidate frame, bool startsOver);
 
     void add(ProcessorLine const& line);
+    /// A library's policy gives a reason. It may look at a frame once for each wanted one; its last
+    /// word counts.
+    void addRejected(Candidate frame);
     void addError(std::string text) { mTry.errors.push_back(std::move(text)); }
 
     /// `before`: the capture's try before this one, null for none; `result`: null when its line is

@@ -130,6 +130,7 @@ ReplayFrames::ReplayFrames(recording::Recording const& recording, run::ReplayRes
         }
     }
     for (pipeline::CaptureRecord const& capture : result.captures) {
+        mPressed.emplace(capture.pressNs, capture.requestNo);
         for (pipeline::FrameOutcome const& frame : capture.frames) {
             if (frame.historyFrame && frame.answeredNs) {
                 mTakers.emplace(*frame.historyFrame, Taker{capture.requestNo, *frame.answeredNs});
@@ -157,6 +158,11 @@ std::optional<int64_t> ReplayFrames::arrivalNs(size_t position) const {
 std::optional<uint32_t> ReplayFrames::arrivedAt(int64_t timeNs) const {
     auto const found = mArrived.find(timeNs);
     return found != mArrived.end() ? std::optional(found->second) : std::nullopt;
+}
+
+std::optional<uint32_t> ReplayFrames::pressedAt(int64_t timeNs) const {
+    auto const found = mPressed.find(timeNs);
+    return found != mPressed.end() ? std::optional(found->second) : std::nullopt;
 }
 
 std::string ReplayFrames::wayText(size_t position) const {

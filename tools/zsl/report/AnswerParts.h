@@ -57,6 +57,8 @@ public:
     std::optional<int64_t> arrivalNs(size_t position) const;
     /// The frame that arrived at an instant, if one did.
     std::optional<uint32_t> arrivedAt(int64_t timeNs) const;
+    /// The capture that was pressed at an instant, if one was.
+    std::optional<uint32_t> pressedAt(int64_t timeNs) const;
     /// Of one that arrived: `64 ms later (10 ms exposure, 20.7 ms readout, 33.3 ms delivery)`.
     std::string wayText(size_t position) const;
 
@@ -73,6 +75,7 @@ private:
     run::ReplayResult const& mResult;
     std::vector<pipeline::FrameTimes> mTimes;
     std::map<int64_t, uint32_t> mArrived;  ///< frame numbers by time
+    std::map<int64_t, uint32_t> mPressed;  ///< captures by time
     std::map<uint32_t, Taker> mTakers;     ///< by frame number
 };
 

@@ -437,10 +437,8 @@ std::vector<log::CaptureExplanation const*> explanationsOf(
     return found;
 }
 
-std::vector<std::string> answersOf(recording::Recording const& recording,
-                                   run::ReplayResult const& result,
+std::vector<std::string> answersOf(ReplayFrames const& frames, run::ReplayResult const& result,
                                    log::Explanation const& explanation) {
-    ReplayFrames const frames(recording, result);
     std::vector<log::CaptureExplanation const*> const reasons =
         explanationsOf(result.captures, &explanation);
     std::vector<std::string> answers;

@@ -5,7 +5,7 @@
 
 #include "log/Explanation.h"
 #include "pipeline/CaptureRecord.h"
-#include "recording/Recording.h"
+#include "report/AnswerParts.h"
 #include "run/ReplayResult.h"
 
 namespace zebcam::tool::report {
@@ -18,8 +18,7 @@ std::vector<log::CaptureExplanation const*> explanationsOf(
 /// wait are made of: a few sentences, on a line for each part of the capture that came back on its
 /// own. Computed from what the replay knows; what it does not know is left out or said to be
 /// unknown.
-std::vector<std::string> answersOf(recording::Recording const& recording,
-                                   run::ReplayResult const& result,
+std::vector<std::string> answersOf(ReplayFrames const& frames, run::ReplayResult const& result,
                                    log::Explanation const& explanation);
 
 }  // namespace zebcam::tool::report

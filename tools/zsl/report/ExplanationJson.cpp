@@ -44,6 +44,7 @@ Json logJson(std::string const& path, log::LineCounts const& counts) {
             {"outOfOrderLines", counts.outOfOrder},
             {"interleavedLines", counts.interleaved},
             {"unassignedLines", counts.unassigned},
+            {"dumpLines", counts.dump},
             {"unrecognisedLines", counts.unrecognised},
             {"errorLines", counts.errors}};
 }
@@ -76,6 +77,7 @@ Json tryJson(log::TryExplanation const& attempt) {
             {"selector", orNull(attempt.selector)},
             {"historySets", orNull(attempt.historySets)},
             {"lockedSets", orNull(attempt.lockedSets)},
+            {"inFlightFrames", attempt.inFlight},
             {"wantedFrames", listOf(attempt.wanted,
                                     [](log::WantedFrame const& frame) {
                                         return Json{{"index", frame.index},

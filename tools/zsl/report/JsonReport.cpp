@@ -63,9 +63,9 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
 Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
             log::Explanation const* explanation, base::Provenance const& provenance) {
     auto const reasons = explanationsOf(result.captures, explanation);
-    std::vector<std::string> const answers = explanation != nullptr
-                                                 ? answersOf(recording, result, *explanation)
-                                                 : std::vector<std::string>(result.captures.size());
+    std::vector<std::string> const answers =
+        explanation != nullptr ? answersOf(ReplayFrames(recording, result), result, *explanation)
+                               : std::vector<std::string>(result.captures.size());
     Json captures = Json::array();
     for (size_t i = 0; i < result.captures.size(); ++i) {
         captures.push_back(captureJson(result.captures[i], reasons[i], answers[i]));

@@ -11,6 +11,7 @@
 #include "base/TextStyle.h"
 #include "compare/Comparison.h"
 #include "log/Explanation.h"
+#include "pipeline/CaptureRecord.h"
 #include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
 #include "run/LiveRun.h"
@@ -22,12 +23,28 @@
 /// a stream leaves its errors in the stream's state.
 namespace zebcam::tool::report {
 
+class ReplayFrames;
+
 // For people: text as wide as the style has it, but for names that are longer themselves.
+
+/// How reasons are told.
+struct ReasonsStyle {
+    base::TextStyle style;
+    bool isVerbose = false;  ///< every try and frame on its own, times in ns, numbers of streams
+    log::StreamNames names = {};
+    std::vector<uint32_t> requests = {};  ///< of these captures only; empty: of all
+};
+
+/// What a replay knows of a capture beyond its log; on loan.
+struct ReplayedCapture {
+    std::string_view answer;
+    pipeline::CaptureRecord const& record;
+    ReplayFrames const& frames;
+};
 
 /// A replay: facts, table, reasons if there are any, dumps, summary.
 std::string textReport(recording::Recording const& recording, run::ReplayResult const& result,
-                       log::Explanation const* explanation = nullptr,
-                       base::TextStyle const& style = {});
+                       log::Explanation const* explanation = nullptr, ReasonsStyle const& how = {});
 
 /// Whether a device decided as its replay does; the last part of the above.
 std::string verdictText(run::DeviceVerdict const& verdict, base::TextStyle const& style = {});
@@ -39,12 +56,14 @@ std::string statusLine(run::LiveStatus const& status, base::TextStyle const& sty
 std::string liveReport(run::LiveResult const& result, base::TextStyle const& style = {});
 
 /// An explained log: a block for each capture with a table for each try, then what is left pending,
-/// given back and wrong, and the counts. Its words are cut where they fill a line.
-std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style = {});
+/// given back and wrong, and the counts. Its words are cut where they fill a line. Tries that
+/// waited alike are told once, and times are told by their distance, unless it is to be verbose.
+std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style = {},
+                            bool isVerbose = false);
 
-/// One capture; a part of the above. `answer`: what it comes to, if that is known.
-std::string captureText(log::CaptureExplanation const& capture, std::string_view answer = {},
-                        base::TextStyle const& style = {});
+/// One capture; a part of the above. `replayed` is null of a log that no replay wrote.
+std::string captureText(log::CaptureExplanation const& capture, ReasonsStyle const& how,
+                        ReplayedCapture const* replayed = nullptr);
 
 /// The rows of a comparison: a table for each recording, with the settings that differ. Plain text
 /// of at most 120 columns, but for paths that are longer themselves.

@@ -3,13 +3,16 @@
 #include <fmt/format.h>
 #include <metadata/MetadataTags.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 #include <vector>
 
 #include "base/Table.h"
 #include "base/Text.h"
+#include "pipeline/FrameFactory.h"
 #include "recording/FrameStates.h"
 #include "report/Answers.h"
 #include "run/Verdict.h"
@@ -383,17 +386,47 @@ std::string verdictText(run::DeviceVerdict const& verdict, TextStyle const& styl
     return text;
 }
 
+namespace {
+
+std::string reasonsText(recording::Recording const& recording, run::ReplayResult const& result,
+                        log::Explanation const& explanation, ReasonsStyle how) {
+    how.names = explanation.streamNames;
+    // Lines name streams only where frames are built.
+    if (!result.device) {
+        pipeline::SensorStreams const streams;
+        for (NSCam::v3::IStreamInfo const* const info :
+             std::initializer_list<NSCam::v3::IStreamInfo const*>{
+                 streams.pFullRaw.get(), streams.pHalResult.get(), streams.pAppResult.get()}) {
+            how.names.emplace(fmt::format("{:x}", info->getStreamId()), info->getStreamName());
+        }
+    }
+    ReplayFrames const frames(recording, result);
+    auto const reasons = explanationsOf(result.captures, &explanation);
+    auto const answers = answersOf(frames, result, explanation);
+    std::string text;
+    for (size_t i = 0; i < reasons.size(); ++i) {
+        pipeline::CaptureRecord const& capture = result.captures[i];
+        bool const isWanted =
+            how.requests.empty() || std::find(how.requests.begin(), how.requests.end(),
+                                              capture.requestNo) != how.requests.end();
+        if (isWanted && reasons[i] != nullptr) {
+            ReplayedCapture const replayed{answers[i], capture, frames};
+            text += captureText(*reasons[i], how, &replayed) + "\n";
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
 std::string textReport(recording::Recording const& recording, run::ReplayResult const& result,
-                       log::Explanation const* explanation, TextStyle const& style) {
+                       log::Explanation const* explanation, ReasonsStyle const& how) {
+    TextStyle const& style = how.style;
     run::Verdict const verdict = verdictOf(result);
     std::string text = verdictLines(style, verdict) + factsText(style, result) + "\n" +
                        tableText(style, result) + "\n" + chosenText(style, result);
     if (explanation != nullptr) {
-        auto const reasons = explanationsOf(result.captures, explanation);
-        auto const answers = answersOf(recording, result, *explanation);
-        for (size_t i = 0; i < reasons.size(); ++i) {
-            text += reasons[i] != nullptr ? captureText(*reasons[i], answers[i], style) + "\n" : "";
-        }
+        text += reasonsText(recording, result, *explanation, how);
     }
     if (!result.dumps.empty()) {
         text += dumpsText(result) + "\n";

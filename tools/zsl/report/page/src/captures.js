@@ -122,7 +122,10 @@ function tryHead(attempt, i) {
     const parts = [`Try ${i + 1}, ${attempt.ageNs / 1e6} ms after the press`];
     if (explained) {
         const refused = explained.candidates.filter((c) => c.verdict === 'refused').length;
-        parts.push(explained.isTimedOut ? 'timed out' : words(explained.outcome), `${refused} refused`);
+        parts.push(explained.isTimedOut ? 'timed out' : words(explained.outcome));
+        if (refused > 0) {
+            parts.push(`${refused} refused`);
+        }
         if (explained.selector) {
             parts.push(explained.selector);
         }
@@ -182,7 +185,11 @@ export function showRefusals(model) {
     }
     const counts = countByReason(model);
     if (counts.length === 0) {
-        byId('refusals-body').replaceChildren(element('p', {}, 'No history frame was refused.'));
+        // A policy that passes over frames without a word did refuse them.
+        const isSilent = model.captures.some(({tries}) => tries.some((attempt) =>
+            attempt.historyFrames.length > 0 && attempt.builtFrames.length === 0));
+        byId('refusals-body').replaceChildren(element('p', {},
+            isSilent ? 'The policy gives no reasons.' : 'No history frame was refused.'));
     } else {
         const rows = counts.map(([reason, count]) => {
             const bar = element('span', {class: 'bar'});
