@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <metadata/MetadataTags.h>
+#include <policy/zsl/RecordedColumns.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -16,7 +17,6 @@
 #include "commands/Commands.h"
 #include "compare/ComparisonFields.h"
 #include "log/Explanation.h"
-#include "pipeline/MetadataAccess.h"
 #include "pipeline/ProcessorProperties.h"
 #include "pipeline/ReplayOptions.h"
 
@@ -97,29 +97,30 @@ Table faults() {
 /// as a phone's.
 Table tagsOfFrames() {
     using namespace NSCam;
-    namespace tags = pipeline::tags;
     Table table({{.title = "tag", .kind = Text, .isKey = true},
                  {.title = "number", .kind = Text},
                  {.title = "in", .kind = Text},
                  {.title = "type", .kind = Text},
                  {.title = "what it tells", .kind = Prose}});
     for (auto const& [name, tag, type, meaning] : std::initializer_list<FrameTag>{
-             {"ANDROID_SENSOR_TIMESTAMP", ZEB_SENSOR_TIMESTAMP, "int64", "start of exposure, ns"},
-             {"ANDROID_SENSOR_EXPOSURE_TIME", tags::SENSOR_EXPOSURE_TIME, "int64", "ns"},
-             {"ANDROID_SENSOR_FRAME_DURATION", tags::SENSOR_FRAME_DURATION, "int64", "ns"},
-             {"ANDROID_SENSOR_ROLLING_SHUTTER_SKEW", tags::SENSOR_ROLLING_SHUTTER_SKEW, "int64",
+             {"ZEB_SENSOR_TIMESTAMP", ZEB_SENSOR_TIMESTAMP, "int64", "start of exposure, ns"},
+             {"ANDROID_SENSOR_EXPOSURE_TIME", ANDROID_SENSOR_EXPOSURE_TIME, "int64", "ns"},
+             {"ANDROID_SENSOR_FRAME_DURATION", ANDROID_SENSOR_FRAME_DURATION, "int64", "ns"},
+             {"ANDROID_SENSOR_ROLLING_SHUTTER_SKEW", ANDROID_SENSOR_ROLLING_SHUTTER_SKEW, "int64",
               "readout, ns"},
-             {"ANDROID_SENSOR_SENSITIVITY", tags::SENSOR_SENSITIVITY, "int32", "ISO"},
-             {"ANDROID_LENS_FOCUS_DISTANCE", tags::LENS_FOCUS_DISTANCE, "float", "1/m"},
+             {"ANDROID_SENSOR_SENSITIVITY", ANDROID_SENSOR_SENSITIVITY, "int32", "ISO"},
+             {"ANDROID_LENS_FOCUS_DISTANCE", ANDROID_LENS_FOCUS_DISTANCE, "float", "1/m"},
              {"ANDROID_CONTROL_AF_MODE", ANDROID_CONTROL_AF_MODE, "byte", "see AfMode"},
              {"ANDROID_CONTROL_AF_STATE", ANDROID_CONTROL_AF_STATE, "byte", "see AfState"},
              {"ANDROID_LENS_STATE", ANDROID_LENS_STATE, "byte", "1: the lens moves"},
-             {"ANDROID_REQUEST_FRAME_COUNT", tags::REQUEST_FRAME_COUNT, "int32", "frame number"},
+             {"ANDROID_REQUEST_FRAME_COUNT", ANDROID_REQUEST_FRAME_COUNT, "int32", "frame number"},
              {"ZEB_HAL_REQUEST_SENSOR_ID", ZEB_HAL_REQUEST_SENSOR_ID, "int32", "sensor"},
              {"ZEB_P1NODE_SENSOR_MODE", ZEB_P1NODE_SENSOR_MODE, "int32", "its mode"},
              {"ZEB_3A_AE_SOFT_STABLE", ZEB_3A_AE_SOFT_STABLE, "int32", "1: exposure is settled"},
              {"ZEB_FRAME_SYNC_RESULT", ZEB_FRAME_SYNC_RESULT, "int64",
               "0: sensors are synchronised"},
+             {"of your own", NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, "int64 or double",
+              "a column that the recording names; recordedColumnTag(\"NAME\") counts from here"},
          }) {
         table.addRow({name, fmt::format("{:#010x}", tag), tag >= kFirstHalTag ? "HAL" : "app", type,
                       meaning});
