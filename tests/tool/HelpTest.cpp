@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <metadata/MetadataTags.h>
+#include <policy/zsl/RecordedColumns.h>
 
 #include <filesystem>
 #include <regex>
@@ -110,6 +111,8 @@ TEST_F(Help, ListsTheTagsThatAFrameCarries) {
     frame.iso = 100;
     frame.exposureNs = 1;
     frame.focusDistance = 1.0F;
+    frame.exposureNs = 1;
+    frame.data = {{NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, 1.0}};
     auto const set = pipeline::FrameFactory().sensorFrame(frame);
     std::string const listed = told({"list", "tags"}, 200);
     std::regex const row("((?:ANDROID|ZEB)_\\w+) +0x([0-9a-f]{8})");
