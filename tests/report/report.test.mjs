@@ -3,7 +3,7 @@
 
 import assert from 'node:assert/strict';
 import {spawnSync} from 'node:child_process';
-import {mkdirSync, mkdtempSync, readFileSync, rmSync} from 'node:fs';
+import {mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync} from 'node:fs';
 import {createRequire} from 'node:module';
 import {tmpdir} from 'node:os';
 import {join, resolve} from 'node:path';
@@ -38,9 +38,13 @@ function writePages() {
         '--exposure-jump-rate 0.01 --error-rate 0.001');
     zsl(0, 'replay', 'recordings/short.csv --report short.html --json short.json --frames 3',
         '--press 120ms --press 260ms --press 300ms --press 455ms --press 620ms',
-        `--property note=${HOSTILE}`);
+        `--any-property --property note=${HOSTILE}`);
     zsl(0, 'replay', 'recordings/long.csv --report long.html --json long.json --captures 60',
         '--policy multiframe --frames 4');
+    writeFileSync(join(pages, 'recordings/bare.csv'), ['Timestamp[nanosec]',
+        ...Array.from({length: 120}, (_, i) => 1e12 + i * 33_400_000)].join('\n') + '\n');
+    zsl(0, 'replay', 'recordings/bare.csv --report faulty.html --json faulty.json --press 100ms',
+        '--fault image-error:0.1 --fault late:0.1 --fault policy-throws:1');
     zsl(1, 'compare', 'recordings/short.csv recordings/long.csv missing.csv --policy default',
         '--policy cshot --policy multiframe --captures 20 --frames 2 --fail-if p95_lag_ms>50',
         '--report comparison.html');
@@ -191,15 +195,16 @@ test('every frame and capture tells what it is, and why it was refused', async (
     const {page} = await open('short.html', WINDOWS[0], 'light');
     const data = JSON.parse(readFileSync(join(pages, 'short.json'), 'utf8'));
     const tips = await sweep(page, 'refusals', 4);
-    const refused = data.captures.flatMap(({requestNo, tries}) => tries
+    const refused = data.captures.flatMap(({requestNo, pressNs, tries}) => tries
         .flatMap((attempt) => attempt.explanation.candidates)
-        .filter((c) => c.verdict === 'refused').map((c) => ({...c, requestNo})));
+        .filter((c) => c.verdict === 'refused').map((c) => ({...c, requestNo, pressNs})));
     assert.ok(new Set(refused.map((c) => c.criterion)).size > 1);
     for (const candidate of refused) {
         const tip = tips.find((text) => text.startsWith(`Frame ${candidate.frameNo} refused`));
         assert.ok(tip, `no tooltip for frame ${candidate.frameNo}`);
         const values = [candidate.wanted, candidate.found].map(
-            (value) => String(value?.text ?? value?.ns ?? value?.value ?? ''));
+            (value) => String(value?.text ?? value?.value ??
+                (value ? inMs(value.ns - candidate.pressNs) : '')));
         for (const text of [`capture ${candidate.requestNo}, tr`, candidate.criterion, ...values]) {
             assert.ok(tip.includes(text), `${text} is missing in: ${tip}`);
         }
@@ -247,11 +252,51 @@ test('the time line moves by mouse, keys and buttons', async () => {
 
 test('a number in the table leads to its capture', async () => {
     const {page} = await open('short.html', WINDOWS[1], 'light');
-    await page.click('#captures-table button >> nth=1');
-    assert.match(await page.textContent('#details-title'), /^Capture 2:/);
-    const first = page.locator('#details-body details').first();
-    assert.match(await first.textContent(), /refused.*exposure|refused.*time|refused.*focus/);
+    await page.click('#captures-table a >> nth=1');
+    const expectCapture = async (number) => {
+        assert.match(await page.textContent('#details-title'), new RegExp(`^Capture ${number}:`));
+        const {y} = await page.locator('#details-title').boundingBox();
+        assert.ok(y >= 0 && y < 200, `why is at ${y} px`);
+    };
+    await expectCapture(2);
+    assert.ok(page.url().endsWith('#capture-2'));
+    const last = page.locator('#details-body details').last();
+    assert.match(await last.textContent(), /refused for.*(exposure|time|focus)/);
     assert.equal(await page.locator('#captures-table tr.selected').count(), 3);
+    // An address with a capture leads to it, at once and later.
+    await page.evaluate(() => { location.hash = '#capture-4'; });
+    await page.waitForTimeout(50);
+    await expectCapture(4);
+    await page.reload();
+    await expectCapture(4);
+    await page.close();
+});
+
+test('what was injected and what nobody told shows', async () => {
+    const {page, problems} = await open('faulty.html', WINDOWS[0], 'light');
+    const data = JSON.parse(readFileSync(join(pages, 'faulty.json'), 'utf8'));
+    const {level, reasons} = data.verdict;
+    assert.equal(level, 'bad');
+    assert.match(await page.getAttribute('#verdict', 'class'), /bad/);
+    for (const {text} of reasons) {
+        assert.ok((await page.textContent('#verdict')).toLowerCase().includes(text.toLowerCase()), text);
+    }
+    const tips = await sweep(page, 'injected', 2);
+    assert.ok(data.faults.frames.length > 3);
+    for (const {frameNo, faults} of data.faults.frames) {
+        assert.ok(tips.some((tip) => tip.startsWith(`Frame ${frameNo}injected: ${faults.join(', ')}`)),
+            `frame ${frameNo} of ${tips}`);
+    }
+    const frames = await sweep(page, 'frames', 6);
+    assert.ok(frames.every((tip) => /Exposurenot told, stability not told.*Focusnot told/.test(tip)), frames[0]);
+    assert.ok(frames.some((tip) => tip.includes('Imageunusable')));
+    const arrived = await sweep(page, 'arrivals', 2);
+    assert.ok(arrived.some((tip) => /^Frame \d+ arrived.* ms after it began/.test(tip)), arrived[0]);
+    // Tries that say the same as the one before are folded.
+    const details = await page.locator('#details-body details').allTextContents();
+    assert.ok(data.captures[0].tries.length > 80 && details.length < 20, `${details.length} rows of tries`);
+    assert.ok(details.some((text) => /\d\d times the same/.test(text)), details[0]);
+    assert.deepEqual(problems, []);
     await page.close();
 });
 
@@ -261,6 +306,8 @@ for (const size of WINDOWS) {
         await checkLayout(page, `comparison-${size.width}`);
         const rows = await page.locator('#comparison-table tbody tr:has(th[scope=row])').count();
         assert.equal(rows, 9);
+        assert.match(await page.textContent('#verdict'), /^Bad.*runs failed.*runs break a limit/);
+        assert.match(await page.textContent('#comparison-settings'), /Captures20.*Limitsp95_lag_ms>50/);
         const text = await page.textContent('#comparison-table');
         for (const part of ['multiframe', 'recordings/long.csv', '--fail-if p95_lag_ms>50',
             'missing.csv: expected a readable file']) {

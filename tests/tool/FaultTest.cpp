@@ -71,6 +71,23 @@ uint64_t strikesOf(run::ReplayResult const& result) {
                : 0;
 }
 
+/// How many frames, tries and captures are marked with a kind.
+size_t marksOf(run::ReplayResult const& result, pipeline::FaultKind kind) {
+    auto const has = [kind](auto const& faults) { return faults[static_cast<size_t>(kind)]; };
+    size_t marks = 0;
+    for (pipeline::ReportedFrame const& frame : result.reported) {
+        marks += has(frame.faults.kinds) ? 1 : 0;
+    }
+    bool const isOfTries = pipeline::traitsOf(kind).scope == pipeline::FaultScope::Try;
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        marks += !isOfTries && has(capture.faults) ? 1 : 0;
+        for (pipeline::TryRecord const& attempt : capture.tries) {
+            marks += has(attempt.faults) ? 1 : 0;
+        }
+    }
+    return marks;
+}
+
 struct Case {
     char const* fault;
     pipeline::ReplayOptions options;
@@ -148,6 +165,7 @@ TEST(Faults, DoToCapturesWhatTheyShould) {
             run::replay(steadyRecording(), failing(c.options, {c.fault}));
         EXPECT_EQ(outcomesOf(result), c.expected);
         EXPECT_EQ(strikesOf(result), c.strikes);
+        EXPECT_EQ(marksOf(result, result.faults->strikes.front().first), c.strikes);
         EXPECT_TRUE(c.isAsExpected(result));
         EXPECT_TRUE(result.isClean());
     }
@@ -356,8 +374,10 @@ TEST_F(FaultCli, TellsOfFaultsInEveryResult) {
     EXPECT_EQ(done.status, 0) << done.err;
     EXPECT_THAT(done.out, HasSubstr("\nFaults     late 0, lost 2 (random seed 9)\n"));
     auto const faults = nlohmann::json::parse(contentOf(path("json"))).at("faults");
-    EXPECT_EQ(faults.dump(), R"({"randomSeed":9,"rules":["lost@1s","lost@1.2s","late:0"],)"
-                             R"("strikes":{"late":0,"lost":2}})");
+    EXPECT_EQ(faults.dump(),
+              R"({"frames":[{"faults":["lost"],"frameNo":11},{"faults":["lost"],"frameNo":13}],)"
+              R"("randomSeed":9,"rules":["lost@1s","lost@1.2s","late:0"],)"
+              R"("strikes":{"late":0,"lost":2}})");
     auto const trace = nlohmann::json::parse(contentOf(path("trace")));
     EXPECT_EQ(trace.at("otherData").at("faults"), "late 0, lost 2 (random seed 9)");
     EXPECT_EQ(std::count_if(trace.at("traceEvents").begin(), trace.at("traceEvents").end(),

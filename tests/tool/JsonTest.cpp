@@ -124,6 +124,8 @@ run::ReplayResult fullReplay() {
     result.unsettled = {{}};
     result.dumps = {{}};
     result.faults = kTally;
+    result.reported.resize(1);
+    result.reported[0].faults.kinds.set();
     result.device.emplace();
     result.facts.dataColumns = {{}};
     return result;
@@ -213,7 +215,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
     frame.chosen->focusDistance = 93.5F;
     frame.chosen->afState = NSCam::AF_STATE_FOCUSED_LOCKED;
     frame.chosen->lensState = 94;
-    result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}};
+    result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}, {}};
     result.captures[0].pressNs = 40;
     result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
     result.summary.focusSettled = {95, 96};
@@ -254,7 +256,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
     EXPECT_EQ(
         replay["captures"][0]["tries"][0].dump(),
         R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
-        R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"explanation":null})");
+        R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"faults":[],"explanation":null})");
     EXPECT_EQ(replay["summary"].dump(),
               R"({"captures":51,"answeredCaptures":52,"frames":53,"atOnce":54,"waited":55,)"
               R"("timedOut":56,"flushed":57,"unanswered":58,"withoutHistory":59,"lag":{"count":1,)"

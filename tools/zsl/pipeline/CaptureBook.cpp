@@ -75,11 +75,17 @@ void CaptureBook::setBuilders(size_t capture, Builders const& builders) {
     }
 }
 
+void CaptureBook::addFault(size_t capture, FaultKind kind) {
+    LockGuard const lock(mLock);
+    add(mCaptures.at(capture).record.faults, kind);
+}
+
 void CaptureBook::beginTry(size_t capture, TryRecord offer) {
     LockGuard const lock(mLock);
     Capture& tried = mCaptures.at(capture);
     offer.timeNs = nowNs();
     offer.isRetry = tried.tries > 0;
+    tried.record.faults |= offer.faults;
     if (mKept == Tries::Newest) {
         tried.record.tries.clear();
     }

@@ -85,6 +85,9 @@ public:
     /// The frame builders of a capture, one for each of its frames.
     void setBuilders(size_t capture, Builders const& builders) EXCLUDES(mLock);
 
+    /// A fault was injected into a capture.
+    void addFault(size_t capture, FaultKind kind) EXCLUDES(mLock);
+
     /// The processor tries a capture, with what `offer` says; the book fills in the time and
     /// whether it is a retry. Called with the processor's lock held, so that tries follow one
     /// another; endTry() may be repeated. `timedOut` frames were served only because the capture

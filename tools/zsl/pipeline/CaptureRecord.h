@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "pipeline/ReplayOptions.h"
 #include "recording/Recording.h"
 
 namespace zebcam::tool::pipeline {
@@ -51,6 +52,7 @@ struct TryRecord {
     std::vector<uint32_t> inFlightFrames;  ///< frame numbers on their way to the history
     std::vector<uint32_t> lockedFrames;    ///< frame numbers that policies have kept locked
     std::vector<size_t> builtFrames;       ///< indices of the capture's frames that came back
+    FaultSet faults;                       ///< that were injected into it
 };
 
 /// What became of one frame of a capture. Times are boot times.
@@ -74,6 +76,7 @@ struct CaptureRecord {
     std::optional<int64_t> earlyShutterNs;     ///< timestamp of the early shutter, if one was sent
     std::vector<FrameOutcome> frames;          ///< by index
     std::vector<TryRecord> tries;
+    FaultSet faults;  ///< that were injected into it and its tries
 
     bool isAnswered() const {
         return std::none_of(frames.begin(), frames.end(), [](FrameOutcome const& frame) {

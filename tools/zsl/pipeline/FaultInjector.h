@@ -4,7 +4,6 @@
 #include <zebcam/ThreadSafety.h>
 
 #include <array>
-#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,7 +19,7 @@ enum class Absurdity : uint8_t { FocusStates, ExposureStability, FrameSync, Sens
 
 /// What strikes one sensor frame.
 struct FrameFaults {
-    std::bitset<FAULT_KINDS.size()> kinds;  ///< by kind
+    FaultSet kinds;
     std::optional<Absurdity> absurdity;
     int64_t lateNs = 0;         ///< by how much it arrives late
     int64_t clockBehindNs = 0;  ///< by how much its timestamp is behind boot time

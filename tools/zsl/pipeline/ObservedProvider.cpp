@@ -25,7 +25,11 @@ ObservedProvider::getHistoryBufferSets() {
     mPauseNs = faults.policyPauseNs;
     // Before the hand-out, which moves the frames from the history to the processor.
     TryRecord offered = offer();
+    if (faults.policyPauseNs > 0) {
+        add(offered.faults, FaultKind::PolicySlow);
+    }
     if (faults.noHistory) {
+        add(offered.faults, FaultKind::NoHistory);
         // What is in flight or locked the processor learns all the same.
         offered.historyFrames.clear();
         mObserver.begin(std::move(offered));

@@ -94,6 +94,16 @@ FaultRule parseFault(std::string const& text) {
     return rule;
 }
 
+std::vector<std::string_view> namesOf(FaultSet const& set) {
+    std::vector<std::string_view> names;
+    for (FaultTraits const& traits : FAULT_KINDS) {
+        if (set[static_cast<size_t>(traits.kind)]) {
+            names.push_back(traits.name);
+        }
+    }
+    return names;
+}
+
 std::string toString(FaultRule const& rule) {
     std::string_view const name = traitsOf(rule.kind).name;
     if (rule.atNs) {

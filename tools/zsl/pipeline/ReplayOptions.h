@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -86,6 +87,16 @@ inline constexpr std::array<FaultTraits, 15> FAULT_KINDS = {{
 constexpr FaultTraits const& traitsOf(FaultKind kind) {
     return FAULT_KINDS[static_cast<size_t>(kind)];
 }
+
+/// Kinds of faults, by kind.
+using FaultSet = std::bitset<FAULT_KINDS.size()>;
+
+inline void add(FaultSet& set, FaultKind kind) {
+    set.set(static_cast<size_t>(kind));
+}
+
+/// In the order of the kinds.
+std::vector<std::string_view> namesOf(FaultSet const& set);
 
 /// One fault as the user asked for it. With neither rate nor time it strikes at its kind's default
 /// rate; a state then lasts from the first frame on.

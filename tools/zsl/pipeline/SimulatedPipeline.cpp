@@ -151,9 +151,12 @@ std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported)
 
 std::vector<BuiltFrame> SimulatedPipeline::submit(size_t frames,
                                                   std::map<uint32_t, uint32_t> const& sensorModes) {
-    dropListenerIfGone();
+    bool const isGone = isListenerGone();
     // Booked before it is submitted: its first try comes while the call is under way.
     size_t const capture = mBook.open(sensorModes, frames);
+    if (isGone) {
+        mBook.addFault(capture, FaultKind::CallbackGone);
+    }
     std::unordered_map<uint32_t, uint32_t> const modes(sensorModes.begin(), sensorModes.end());
     std::vector<uint32_t> sensors;
     for (auto const& [sensor, mode] : sensorModes) {
@@ -166,8 +169,14 @@ std::vector<BuiltFrame> SimulatedPipeline::submit(size_t frames,
                    [&] { return mProcessor->submitZslRequest(std::move(params)); });
 }
 
-std::vector<BuiltFrame> SimulatedPipeline::flush() {
-    return collect("flush", true, [&] { return mProcessor->flush(); });
+std::vector<BuiltFrame> SimulatedPipeline::flush(bool isFault) {
+    std::vector<BuiltFrame> built = collect("flush", true, [&] { return mProcessor->flush(); });
+    for (BuiltFrame const& frame : built) {
+        if (isFault) {
+            mBook.addFault(frame.capture, FaultKind::Flush);
+        }
+    }
+    return built;
 }
 
 model::ZslRequestParams SimulatedPipeline::requestOf(size_t capture, size_t frames) {
@@ -213,6 +222,7 @@ std::shared_ptr<ISelector> SimulatedPipeline::selectorOf(size_t capture) {
     std::optional<FaultKind> const fault =
         mOptions.faults != nullptr ? mOptions.faults->ofPolicy(capture, nowNs()) : std::nullopt;
     if (fault) {
+        mBook.addFault(capture, *fault);
         return makeFaultySelector(*fault, capture, mOptions.faults);
     }
     return mOptions.pSelector == nullptr
@@ -223,15 +233,16 @@ std::shared_ptr<ISelector> SimulatedPipeline::selectorOf(size_t capture) {
 }
 
 // Only a submission tells the listener of anything, so that this is early enough.
-void SimulatedPipeline::dropListenerIfGone() {
+bool SimulatedPipeline::isListenerGone() {
     if (mOptions.faults == nullptr || !mOptions.faults->isCallbackGone(nowNs())) {
-        return;
+        return false;
     }
     LockGuard const lock(mLock);
     if (mListener != nullptr) {
         mListener = nullptr;
         mOptions.faults->count(FaultKind::CallbackGone);
     }
+    return true;
 }
 
 void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {

@@ -75,7 +75,8 @@ public:
     }
     /// The user presses the button, for so many frames. `sensorModes` are required, by sensor id.
     std::vector<BuiltFrame> submit(size_t frames, std::map<uint32_t, uint32_t> const& sensorModes);
-    std::vector<BuiltFrame> flush();
+    /// `isFault`: nobody but an injected fault wanted it.
+    std::vector<BuiltFrame> flush(bool isFault = false);
     /// A built frame is done: its result goes to the processor, its buffers are let go.
     void finish(BuiltFrame const& frame);
     /// What every debuggee prints, line by line.
@@ -114,7 +115,7 @@ private:
     std::shared_ptr<NSCam::v3::pipeline::NSPipelineContext::IHistoryBufferProvider> providerOf(
         size_t capture);
     std::shared_ptr<NSCam::ZslPolicy::ISelector> selectorOf(size_t capture);
-    void dropListenerIfGone();
+    bool isListenerGone();
     void setMetadataLockable(bool isLockable);
     android::sp<NSCam::v3::IMetaStreamBuffer> resultOf(BuiltFrame const& frame) const;
     void fail(std::string text);

@@ -165,11 +165,14 @@ Json captureArgs(pipeline::CaptureRecord const& capture) {
     for (size_t i = 0; i < capture.frames.size(); ++i) {
         frames.push_back(withoutNulls(frameJson(capture, i)));
     }
-    return withoutNulls({{"requestNo", capture.requestNo},
-                         {"pressNs", capture.pressNs},
-                         {"earlyShutterNs", orNull(capture.earlyShutterNs)},
-                         {"tries", capture.tries.size()},
-                         {"frames", std::move(frames)}});
+    bool const isStruck = capture.faults.any();
+    return withoutNulls(
+        {{"requestNo", capture.requestNo},
+         {"pressNs", capture.pressNs},
+         {"faults", isStruck ? Json(pipeline::namesOf(capture.faults)) : Json(nullptr)},
+         {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+         {"tries", capture.tries.size()},
+         {"frames", std::move(frames)}});
 }
 
 void writeSlices(TraceEvents& events, Track track, pipeline::CaptureRecord const& capture,

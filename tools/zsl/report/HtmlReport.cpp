@@ -3,12 +3,17 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <optional>
 #include <ostream>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "Version.h"
+#include "pipeline/Schedule.h"
 #include "report/JsonParts.h"
 #include "report/Page.h"
+#include "report/TraceTracks.h"
 
 namespace zebcam::tool::report {
 
@@ -67,38 +72,155 @@ void writePage(std::string_view title, std::string_view summary, Json const& dat
     writePart(page.afterData, out);
 }
 
-/// `value(frame)` of every frame; of a constant column the value once, because most are.
+/// More frames than this are thinned out: no screen shows them, and a page of a million would have
+/// 50 MB.
+constexpr size_t kMostFrames = 20'000;
+
+/// How much the time line would lose without a frame.
+int weightOf(recording::Recording const& recording, run::ReplayResult const& result, size_t i) {
+    recording::SensorFrame const& frame = recording.frames[i];
+    bool const isStruck = !result.reported.empty() && result.reported[i].faults.kinds.any();
+    bool const isGap = i > 0 && 2 * (frame.timestampNs - recording.frames[i - 1].timestampNs) >
+                                    3 * recording.medianIntervalNs;
+    bool const isMoving = frame.lensState.value_or(0) != 0 || frame.aeStable.value_or(1) != 1;
+    return (frame.hasError || isStruck ? 4 : 0) + (isGap ? 2 : 0) + (isMoving ? 1 : 0);
+}
+
+/// Positions of the frames that the tries of a capture were about, from the first to the last.
+std::pair<size_t, size_t> framesAround(recording::Recording const& recording,
+                                       pipeline::CaptureRecord const& capture) {
+    auto const positionOf = [&](int64_t timeNs) {
+        auto const found = std::lower_bound(
+            recording.frames.begin(), recording.frames.end(), timeNs,
+            [](recording::SensorFrame const& frame, int64_t ns) { return frame.timestampNs < ns; });
+        return static_cast<size_t>(found - recording.frames.begin());
+    };
+    size_t deepest = 0;
+    int64_t endNs = capture.pressNs;
+    for (pipeline::TryRecord const& attempt : capture.tries) {
+        deepest = std::max(deepest, attempt.historyFrames.size());
+        endNs = std::max(endNs, attempt.timeNs);
+    }
+    // More on both sides, for what was in flight and for the look of it.
+    constexpr size_t kMargin = 8;
+    size_t const first = positionOf(capture.pressNs);
+    size_t const before = 2 * deepest + kMargin;
+    return {first > before ? first - before : 0,
+            std::min(positionOf(endNs) + kMargin, recording.frames.size())};
+}
+
+/// Positions of the frames that the page draws: all, or those around the captures and of the rest
+/// the most telling one of each so many.
+std::vector<size_t> drawnFrames(recording::Recording const& recording,
+                                run::ReplayResult const& result) {
+    size_t const count = recording.frames.size();
+    size_t const step = (count + kMostFrames - 1) / kMostFrames;
+    std::vector<bool> isDrawn(count, step <= 1);
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        auto const [begin, end] = framesAround(recording, capture);
+        for (size_t i = begin; i < end; ++i) {
+            isDrawn[i] = true;
+        }
+    }
+    for (size_t begin = 0; step > 1 && begin < count; begin += step) {
+        size_t best = begin;
+        for (size_t i = begin; i < std::min(begin + step, count); ++i) {
+            best = weightOf(recording, result, i) > weightOf(recording, result, best) ? i : best;
+        }
+        isDrawn[best] = true;
+    }
+    std::vector<size_t> drawn;
+    for (size_t i = 0; i < count; ++i) {
+        if (isDrawn[i]) {
+            drawn.push_back(i);
+        }
+    }
+    return drawn;
+}
+
+/// `value(position)` of every frame that is drawn; of a constant column the value once, because
+/// most are.
 template <typename Value>
-Json columnOf(std::vector<recording::SensorFrame> const& frames, Value const& value) {
+Json columnOf(std::vector<size_t> const& drawn, Value const& value) {
     Json values = Json::array();
     bool isConstant = true;
-    for (recording::SensorFrame const& frame : frames) {
-        values.push_back(value(frame));
+    for (size_t const i : drawn) {
+        values.push_back(value(i));
         isConstant = isConstant && values.back() == values.front();
     }
     return isConstant && !values.empty() ? Json(values.front()) : values;
 }
 
-Json sensorJson(recording::Recording const& recording) {
+/// When frames arrived, from the first frame; null: never, or nobody knows. What a device's
+/// recording tells is only when a frame was offered.
+Json arrivalsJson(recording::Recording const& recording, run::ReplayResult const& result,
+                  std::vector<size_t> const& drawn, int64_t originNs) {
+    if (result.device) {
+        return nullptr;
+    }
+    std::vector<pipeline::FrameTimes> const times = pipeline::frameTimes(recording, result.options);
+    return columnOf(drawn, [&](size_t i) {
+        std::optional<int64_t> arrivalNs = times[i].arrivalNs;
+        if (!result.arrivalsNs.empty()) {
+            arrivalNs = result.arrivalsNs[i];
+        }
+        return arrivalNs ? Json(*arrivalNs - originNs) : Json(nullptr);
+    });
+}
+
+/// Joined, for a list would be taken for a column.
+Json faultNames(run::ReplayResult const& result, size_t i) {
+    return result.reported.empty() || result.reported[i].faults.kinds.none()
+               ? Json(nullptr)
+               : Json(fmt::format(
+                     "{}", fmt::join(pipeline::namesOf(result.reported[i].faults.kinds), ", ")));
+}
+
+/// The columns as the pipeline told them, but for the times: a fault may have put those on another
+/// clock.
+Json sensorJson(recording::Recording const& recording, run::ReplayResult const& result) {
     using F = recording::SensorFrame;
-    auto const column = [&](auto const& value) { return columnOf(recording.frames, value); };
-    int64_t const originNs = recording.frames.empty() ? 0 : recording.frames.front().timestampNs;
-    return {{"count", recording.frames.size()},
-            {"frameNo", column([](F const& f) { return f.frameNo; })},
-            {"timeNs", column([=](F const& f) { return f.timestampNs - originNs; })},
-            {"exposureNs", column([](F const& f) { return f.exposureNs; })},
-            {"durationNs", column([](F const& f) { return f.durationNs; })},
-            {"readoutNs", column([](F const& f) { return f.readoutNs; })},
-            {"iso", column([](F const& f) { return orNull(f.iso); })},
-            {"focusDistance", column([](F const& f) { return orNull(f.focusDistance); })},
-            {"afMode", column([](F const& f) { return orNull(f.afMode); })},
-            {"afState", column([](F const& f) { return orNull(f.afState); })},
-            {"lensState", column([](F const& f) { return orNull(f.lensState); })},
-            {"aeStable", column([](F const& f) { return orNull(f.aeStable); })},
-            {"frameSync", column([](F const& f) { return orNull(f.frameSync); })},
-            {"sensorId", column([](F const& f) { return orNull(f.sensorId); })},
-            {"sensorMode", column([](F const& f) { return orNull(f.sensorMode); })},
-            {"hasError", column([](F const& f) { return f.hasError; })}};
+    std::vector<F> const& frames = recording.frames;
+    std::vector<size_t> const drawn = drawnFrames(recording, result);
+    auto const told = [&](size_t i) -> F const& {
+        return result.reported.empty() ? frames[i] : result.reported[i].frame;
+    };
+    auto const number = [&](auto member) {
+        return columnOf(drawn, [&](size_t i) { return told(i).*member; });
+    };
+    auto const state = [&](auto member) {
+        return columnOf(drawn, [&](size_t i) { return orNull(told(i).*member); });
+    };
+    auto const intervalOf = [&](size_t i) {
+        return i > 0 ? Json(frames[i].timestampNs - frames[i - 1].timestampNs) : Json(nullptr);
+    };
+    int64_t const originNs = frames.empty() ? 0 : frames.front().timestampNs;
+    bool const isThinned = drawn.size() < frames.size();
+    Json json = {
+        {"count", drawn.size()},
+        {"total", frames.size()},
+        {"frameNo", columnOf(drawn, [&](size_t i) { return frames[i].frameNo; })},
+        {"timeNs", columnOf(drawn, [&](size_t i) { return frames[i].timestampNs - originNs; })},
+        {"intervalNs", isThinned ? columnOf(drawn, intervalOf) : Json(nullptr)},
+        {"arrivalNs", arrivalsJson(recording, result, drawn, originNs)},
+        {"exposureNs", number(&F::exposureNs)},
+        {"durationNs", number(&F::durationNs)},
+        {"readoutNs", number(&F::readoutNs)},
+        {"iso", state(&F::iso)},
+        {"focusDistance", state(&F::focusDistance)},
+        {"afMode", state(&F::afMode)},
+        {"afState", state(&F::afState)},
+        {"lensState", state(&F::lensState)},
+        {"aeStable", state(&F::aeStable)},
+        {"frameSync", state(&F::frameSync)},
+        {"sensorId", state(&F::sensorId)},
+        {"sensorMode", state(&F::sensorMode)},
+        {"hasError", columnOf(drawn, [&](size_t i) { return told(i).hasError; })},
+        {"faults", columnOf(drawn, [&](size_t i) { return faultNames(result, i); })}};
+    for (recording::Column const column : untoldColumns(recording)) {
+        json[std::string(wordOf(column))] = nullptr;
+    }
+    return json;
 }
 
 }  // namespace
@@ -108,7 +230,7 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
                      std::ostream& out) {
     writePage(result.path + " - replay", textReport(recording, result),
               {{"version", VERSION},
-               {"sensor", sensorJson(recording)},
+               {"sensor", sensorJson(recording, result)},
                {"replay", toJson(recording, result, explanation, provenance)}},
               out);
 }

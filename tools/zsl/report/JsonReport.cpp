@@ -1,8 +1,11 @@
 #include "report/Reports.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cmath>
 #include <ostream>
+#include <string_view>
 #include <utility>
 
 #include "report/Answers.h"
@@ -20,6 +23,7 @@ Json attemptJson(pipeline::TryRecord const& attempt, log::TryExplanation const* 
             {"inFlightFrames", attempt.inFlightFrames},
             {"lockedFrames", attempt.lockedFrames},
             {"builtFrames", attempt.builtFrames},
+            {"faults", pipeline::namesOf(attempt.faults)},
             {"explanation", explanation != nullptr ? tryJson(*explanation) : Json(nullptr)}};
 }
 
@@ -44,9 +48,21 @@ Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation
                         return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
                     })},
             {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+            {"faults", pipeline::namesOf(capture.faults)},
             {"answer", orNull(answer)},
             {"frames", std::move(frames)},
             {"tries", std::move(tries)}};
+}
+
+Json struckFramesJson(std::vector<pipeline::ReportedFrame> const& reported) {
+    Json frames = Json::array();
+    for (pipeline::ReportedFrame const& frame : reported) {
+        if (frame.faults.kinds.any()) {
+            frames.push_back({{"frameNo", frame.frame.frameNo},
+                              {"faults", pipeline::namesOf(frame.faults.kinds)}});
+        }
+    }
+    return frames;
 }
 
 Json deviceJson(run::DeviceVerdict const& verdict) {
@@ -82,6 +98,9 @@ Json toJson(recording::Recording const& recording, run::ReplayResult const& resu
     json["summary"] = summaryJson(result.summary, result.droppedFrames, result.errorLines);
     json["ledger"] = ledgerJson(result.ledger, result.longestHeldNs, &result.unsettled);
     json["faults"] = faultsJson(result.options.faults, result.faults);
+    if (result.faults) {
+        json["faults"]["frames"] = struckFramesJson(result.reported);
+    }
     json["device"] = result.device ? deviceJson(*result.device) : Json(nullptr);
     json["failures"] = result.failures;
     return json;
@@ -203,6 +222,37 @@ Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> cons
     return json;
 }
 
+/// How a comparison is to be taken: by its runs, and by what they served.
+run::Verdict comparisonVerdict(std::vector<compare::ComparisonRow> const& rows) {
+    run::Verdict verdict;
+    auto const add = [&](run::Level level, char const* word, uint64_t count, uint64_t total,
+                         char const* what) {
+        if (count > 0) {
+            verdict.reasons.push_back(
+                {level, word, count, total, fmt::format("{} of {} {}", count, total, what), {}});
+        }
+    };
+    auto const runsThatAre = [&](std::string_view status) {
+        return static_cast<uint64_t>(std::count_if(
+            rows.begin(), rows.end(),
+            [&](compare::ComparisonRow const& row) { return row.status() == status; }));
+    };
+    uint64_t frames = 0, timedOut = 0, flushed = 0;
+    for (compare::ComparisonRow const& row : rows) {
+        frames += row.numbers ? row.numbers->summary.frames : 0;
+        timedOut += row.numbers ? row.numbers->summary.timedOut : 0;
+        flushed += row.numbers ? row.numbers->summary.flushed : 0;
+    }
+    add(run::Level::Bad, "failed", runsThatAre("failed"), rows.size(), "runs failed");
+    add(run::Level::Bad, "problem", runsThatAre("problem"), rows.size(), "runs have problems");
+    add(run::Level::Bad, "limit", runsThatAre("limit"), rows.size(), "runs break a limit");
+    add(run::Level::Doubtful, "timedOut", timedOut, frames, "frames timed out");
+    add(run::Level::Doubtful, "flushed", flushed, frames, "frames were flushed");
+    add(run::Level::Good, "ok", runsThatAre("ok"), rows.size(),
+        "runs are in order and within the limits");
+    return verdict;
+}
+
 }  // namespace
 
 Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::ComparisonRow> const& rows,
@@ -210,6 +260,7 @@ Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::Comparison
     bool const isClean = std::all_of(
         rows.begin(), rows.end(), [](compare::ComparisonRow const& row) { return row.isGood(); });
     Json json = documentOf("compare", isClean, provenance);
+    json["verdict"] = rows.empty() ? Json(nullptr) : verdictJson(comparisonVerdict(rows));
     json["limits"] = listOf(plan.limits, [](compare::Limit const& limit) { return limit.text(); });
     json["rows"] = listOf(rows, [&](auto const& row) { return rowJson(row, plan.limits); });
     return json;

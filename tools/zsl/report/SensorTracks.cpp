@@ -1,6 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <string>
+#include <utility>
 
 #include "pipeline/Schedule.h"
 #include "report/JsonParts.h"
@@ -10,7 +12,8 @@ namespace zebcam::tool::report {
 
 namespace {
 
-Json argsOf(recording::SensorFrame const& frame, FrameSlice const& slice) {
+Json argsOf(FrameSlice const& slice) {
+    recording::SensorFrame const& frame = *slice.told;
     Json args = {{"frameNo", frame.frameNo},
                  {"timestampNs", frame.timestampNs},
                  {"arrivalNs", slice.arrivalNs},
@@ -34,10 +37,21 @@ Json argsOf(recording::SensorFrame const& frame, FrameSlice const& slice) {
     if (slice.isLost) {
         args["isLost"] = true;
     }
+    if (slice.faults.any()) {
+        args["faults"] = pipeline::namesOf(slice.faults);
+    }
     return withoutNulls(args);
 }
 
 }  // namespace
+
+std::vector<recording::Column> untoldColumns(recording::Recording const& recording) {
+    std::vector<recording::Column> untold = recording.absent;
+    std::erase_if(untold, [](recording::Column column) {
+        return column == recording::Column::FrameNo || column == recording::Column::Error;
+    });
+    return untold;
+}
 
 std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
                                     run::ReplayResult const& result) {
@@ -58,7 +72,10 @@ std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
         bool const isCut = !lane && i + 1 < times.size();
         int64_t const endNs =
             isCut ? std::min(arrivalNs, recording.frames[i + 1].timestampNs) : arrivalNs;
-        slices.push_back({lane.value_or(MAX_FRAME_ROWS), arrivalNs, endNs, isLost});
+        pipeline::ReportedFrame const* const reported = isFaulty ? &result.reported[i] : nullptr;
+        slices.push_back({lane.value_or(MAX_FRAME_ROWS), arrivalNs, endNs, isLost,
+                          reported != nullptr ? &reported->frame : &recording.frames[i],
+                          reported != nullptr ? reported->faults.kinds : pipeline::FaultSet{}});
     }
     return slices;
 }
@@ -66,6 +83,7 @@ std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
 void writeFrames(TraceEvents& events, int process, recording::Recording const& recording,
                  std::vector<FrameSlice> const& slices, TraceFlows const& flows) {
     std::vector<bool> isNamed(MAX_FRAME_ROWS + 1);
+    std::vector<recording::Column> const untold = untoldColumns(recording);
     for (size_t i = 0; i < slices.size(); ++i) {
         recording::SensorFrame const& frame = recording.frames[i];
         auto const row = static_cast<int64_t>(slices[i].row);
@@ -77,8 +95,12 @@ void writeFrames(TraceEvents& events, int process, recording::Recording const& r
                                                              : "more frames, cut short",
                               row);
         }
+        Json args = argsOf(slices[i]);
+        for (recording::Column const column : untold) {
+            args.erase(std::string(wordOf(column)));
+        }
         events.begin(track, frame.timestampNs, "sensor", fmt::format("frame {}", frame.frameNo),
-                     argsOf(frame, slices[i]));
+                     std::move(args));
         for (FlowMark const& mark : flows.atFrame(frame.frameNo)) {
             events.flow(track, mark);
         }

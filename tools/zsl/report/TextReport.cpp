@@ -219,6 +219,20 @@ Tone toneOf(pipeline::Served served) {
     return Tone::Plain;
 }
 
+/// What struck a capture, told with its first frame, and the history frame that it got.
+std::string faultsText(run::ReplayResult const& result, pipeline::CaptureRecord const& capture,
+                       size_t index) {
+    auto const& chosen = capture.frames[index].historyFrame;
+    std::string text =
+        index == 0 ? fmt::format("{}", fmt::join(pipeline::namesOf(capture.faults), ", ")) : "";
+    pipeline::FaultSet const struck = chosen ? result.faultsOf(*chosen) : pipeline::FaultSet{};
+    if (struck.any()) {
+        text += fmt::format("{}frame {}: {}", text.empty() ? "" : "; ", *chosen,
+                            fmt::join(pipeline::namesOf(struck), ", "));
+    }
+    return text;
+}
+
 std::string tableText(TextStyle const& style, run::ReplayResult const& result) {
     using enum base::Table::Kind;
     base::Table table({{.title = "capture", .isKey = true},
@@ -244,6 +258,10 @@ std::string tableText(TextStyle const& style, run::ReplayResult const& result) {
                           optionalMs(capture.lagNs(frame)),
                           style.paint(toString(frame.served), toneOf(frame.served)),
                           optionalMs(capture.waitNs(frame)), optionalMs(shutter)});
+            if (std::string const faults = faultsText(result, capture, index); !faults.empty()) {
+                table.addBelow(base::wrap("         injected:", faults,
+                                          {.indent = 19, .columns = style.columns}));
+            }
         }
     }
     return table.text(style);

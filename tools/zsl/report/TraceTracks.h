@@ -56,6 +56,8 @@ struct FrameSlice {
     int64_t arrivalNs = 0;
     int64_t endNs = 0;    ///< the arrival, or earlier in the row for what is too much
     bool isLost = false;  ///< it never arrived; `arrivalNs` is when it should have
+    recording::SensorFrame const* told = nullptr;  ///< states as the pipeline told them
+    pipeline::FaultSet faults;                     ///< that were injected into it
 };
 
 /// The frames by the order of the recording. As many rows as frames overlap, at most
@@ -64,6 +66,11 @@ struct FrameSlice {
 constexpr size_t MAX_FRAME_ROWS = 64;
 std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
                                     run::ReplayResult const& result);
+
+/// Columns of which the recording tells nothing, so that whatever the pipeline told in their place
+/// must not be shown as the sensor's. Frame numbers are counted, and images usable until a fault
+/// makes them otherwise.
+std::vector<recording::Column> untoldColumns(recording::Recording const& recording);
 
 /// Writes the frames, with their metadata.
 void writeFrames(TraceEvents& events, int process, recording::Recording const& recording,

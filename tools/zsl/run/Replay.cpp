@@ -136,7 +136,8 @@ private:
                 break;
             case EventKind::FaultFlush:
                 mFaults->count(pipeline::FaultKind::Flush);
-                [[fallthrough]];
+                reprocess(mPipeline.flush(true));
+                break;
             case EventKind::Flush:
                 reprocess(mPipeline.flush());
                 break;
@@ -199,6 +200,7 @@ private:
         if (mFaults != nullptr) {
             result.faults = mFaults->tally();
             result.arrivalsNs = std::move(mArrivalsNs);
+            result.reported = std::move(mFrames);
         }
         result.failures = mPipeline.failures(mStartNs);
         return result;

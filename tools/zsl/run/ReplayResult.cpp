@@ -131,6 +131,15 @@ void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures,
     }
 }
 
+pipeline::FaultSet ReplayResult::faultsOf(uint32_t frameNo) const {
+    auto const found = std::lower_bound(reported.begin(), reported.end(), frameNo,
+                                        [](pipeline::ReportedFrame const& frame, uint32_t number) {
+                                            return frame.frame.frameNo < number;
+                                        });
+    bool const isThere = found != reported.end() && found->frame.frameNo == frameNo;
+    return isThere ? found->faults.kinds : pipeline::FaultSet{};
+}
+
 bool ReplayResult::isClean() const {
     if (device) {
         return device->isSame() && failures.empty();

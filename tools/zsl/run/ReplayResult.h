@@ -11,6 +11,7 @@
 #include "base/Distribution.h"
 #include "pipeline/CaptureRecord.h"
 #include "pipeline/ReplayOptions.h"
+#include "pipeline/Schedule.h"
 #include "recording/Recording.h"
 
 namespace zebcam::tool::run {
@@ -107,8 +108,14 @@ struct ReplayResult {
     /// When each frame of the recording first arrived, boot time; none: it was lost. Empty without
     /// faults, where the schedule tells.
     std::vector<std::optional<int64_t>> arrivalsNs;
+    /// Each frame of the recording as the pipeline told it, with what struck it. Empty without
+    /// faults, where the recording tells.
+    std::vector<pipeline::ReportedFrame> reported;
     std::optional<DeviceVerdict> device;  ///< only of a device's recording
     std::vector<std::string> failures;    ///< exceptions, answers that nobody asked for, held locks
+
+    /// What struck a frame of the recording.
+    pipeline::FaultSet faultsOf(uint32_t frameNo) const;
 
     /// Every capture was answered, the ledger balances and nothing failed; of a device's recording,
     /// which may end anywhere: every decision is the device's and nothing failed.

@@ -1,21 +1,29 @@
 import {byId, element, show, swatch, tableHead} from './dom.js';
-import {counted, ms, orNone, seconds, toneOf, valueText, whole, words} from './format.js';
+import {chosenText, counted, ms, orNone, seconds, toneOf, valueFrom, whole, words} from './format.js';
 
 const ROWS = 30;
 const COLUMNS = [{label: 'Capture'}, {label: 'Pressed (s)'}, {label: 'Frame'},
     {label: 'History frame'}, {label: 'Lag (ms)'}, {label: 'Served', isText: true},
     {label: 'Waited (ms)'}, {label: 'Tries'}, {label: 'Early shutter (ms)'}];
 
-/// The table of the captures, a page at a time; a number is a button that selects its capture.
+/// Where a capture stands in the page's address.
+export const anchorOf = (capture) => `#capture-${capture.requestNo}`;
+
+/// The table of the captures, a page at a time; a number is a link to its capture.
 export class CaptureTable {
     constructor(model, onSelect) {
         this.captures = model.captures;
+        const tellsChosen = model.captures.some(({frames}) => frames.some(({chosen}) => chosenText(chosen)));
+        this.chosenOf = tellsChosen ? ({chosen}) => orNone(chosenText(chosen)) : null;
+        this.faultsOf = model.replay.faults ? faultTexts(model) : null;
         this.onSelect = onSelect;
         this.pageSize = Math.max(1, Math.floor(ROWS / (model.captures[0]?.frames.length ?? 1)));
         this.page = 0;
         this.selected = null;
         this.body = element('tbody');
-        byId('captures-table').replaceChildren(tableHead(COLUMNS), this.body);
+        byId('captures-table').replaceChildren(tableHead([...COLUMNS,
+            ...this.chosenOf ? [{label: 'Chosen frame', isText: true}] : [],
+            ...this.faultsOf ? [{label: 'Injected', isText: true}] : []]), this.body);
         this.draw();
         show('captures');
     }
@@ -34,16 +42,20 @@ export class CaptureTable {
         byId('captures-pager').replaceChildren(...this.pager());
     }
 
-    rowsOf(capture) {
-        const number = element('button', {type: 'button', class: 'link',
-            title: 'Show this capture', onclick: () => this.onSelect(capture)},
+    linkTo(capture) {
+        const link = element('a', {href: anchorOf(capture), title: 'Why these frames?',
+            onclick: (event) => { event.preventDefault(); this.onSelect(capture); }},
         String(capture.requestNo));
-        number.setAttribute('aria-label', `Capture ${capture.requestNo}: show`);
+        link.setAttribute('aria-label', `Capture ${capture.requestNo}: why these frames?`);
+        return link;
+    }
+
+    rowsOf(capture) {
         const shutter = capture.earlyShutterNs === null ? null
             : capture.earlyShutterNs - capture.pressNs;
         return capture.frames.map((frame, i) => element('tr',
             {class: `${i > 0 ? 'further' : ''} ${capture === this.selected ? 'selected' : ''}`},
-            element('td', {}, i === 0 ? number : ''),
+            element('td', {}, i === 0 ? this.linkTo(capture) : ''),
             element('td', {}, i === 0 ? seconds(capture.press * 1e9) : ''),
             element('td', {}, String(frame.index)),
             element('td', {}, orNone(frame.frameNo)),
@@ -51,7 +63,9 @@ export class CaptureTable {
             element('td', {class: 'text'}, swatch(toneOf(frame.served)), words(frame.served)),
             element('td', {}, ms(frame.waitNs)),
             element('td', {}, i === 0 ? String(capture.tries.length) : ''),
-            element('td', {}, i === 0 ? ms(shutter) : '')));
+            element('td', {}, i === 0 ? ms(shutter) : ''),
+            ...this.chosenOf ? [element('td', {class: 'text'}, this.chosenOf(frame))] : [],
+            ...this.faultsOf ? [element('td', {class: 'text injected-text'}, this.faultsOf(capture, i))] : []));
     }
 
     pager() {
@@ -69,6 +83,17 @@ export class CaptureTable {
     }
 }
 
+/// What struck a capture, told with its first frame, and the history frame that it got.
+function faultTexts({replay}) {
+    const byFrame = new Map(replay.faults.frames.map(({frameNo, faults}) => [frameNo, faults]));
+    return (capture, i) => {
+        const {frameNo} = capture.frames[i];
+        const struck = byFrame.get(frameNo);
+        return [...i === 0 && capture.faults.length > 0 ? [capture.faults.join(', ')] : [],
+            ...struck ? [`frame ${frameNo}: ${struck.join(', ')}`] : []].join('; ');
+    };
+}
+
 const CANDIDATE_COLUMNS = [{label: 'History frame'}, {label: 'Lag (ms)'}, {label: 'Verdict', isText: true},
     {label: 'Reason', isText: true}, {label: 'Wanted', isText: true}, {label: 'Found', isText: true}];
 
@@ -80,23 +105,44 @@ export function reasonOf(candidate) {
     return candidate.index === null ? '' : `for frame ${candidate.index}`;
 }
 
-function candidateRow(capture, frames, candidate) {
+/// `tries`: in which of several it was looked at; empty when it is one.
+function candidateRow(capture, frames, candidate, tries) {
     const index = frames.indexOf(candidate.frameNo);
     const lag = index === undefined ? null : (frames.times[index] - capture.press) * 1e9;
-    const found = [valueText(candidate.found), candidate.stream && `in ${candidate.stream}`]
+    const found = [valueFrom(capture.pressNs, candidate.found), candidate.stream && `in ${candidate.stream}`]
         .filter(Boolean).join(' ');
     return element('tr', {},
         element('td', {}, String(candidate.frameNo)),
         element('td', {}, ms(lag)),
         element('td', {class: 'text'}, candidate.verdict),
         element('td', {class: 'text'}, reasonOf(candidate)),
-        element('td', {class: 'text wrap'}, orNone(valueText(candidate.wanted))),
+        ...tries ? [element('td', {class: 'text'}, tries)] : [],
+        element('td', {class: 'text wrap'}, orNone(valueFrom(capture.pressNs, candidate.wanted))),
         element('td', {class: 'text wrap'}, [orNone(found), ...candidate.notes].join('; ')));
 }
 
-function candidatesTable(capture, frames, candidates) {
-    return element('div', {class: 'scroll', tabIndex: 0}, element('table', {}, tableHead(CANDIDATE_COLUMNS),
-        element('tbody', {}, ...candidates.map((c) => candidateRow(capture, frames, c)))));
+/// The verdicts of tries, each once, with the numbers of the tries that gave it.
+function verdictsOf(tries) {
+    const verdicts = new Map();
+    for (const {number, attempt} of tries) {
+        for (const candidate of attempt.explanation?.candidates ?? []) {
+            const key = JSON.stringify(candidate);
+            const entry = verdicts.get(key) ?? {candidate, first: number};
+            entry.last = number;
+            verdicts.set(key, entry);
+        }
+    }
+    return [...verdicts.values()];
+}
+
+function candidatesTable(capture, frames, tries) {
+    const isOne = tries.length === 1;
+    const columns = isOne ? CANDIDATE_COLUMNS
+        : [...CANDIDATE_COLUMNS.slice(0, 4), {label: 'Tries', isText: true}, ...CANDIDATE_COLUMNS.slice(4)];
+    const rows = verdictsOf(tries).map(({candidate, first, last}) => candidateRow(capture, frames,
+        candidate, isOne ? '' : first === last ? String(first) : `${first} to ${last}`));
+    return element('div', {class: 'scroll', tabIndex: 0}, element('table', {}, tableHead(columns),
+        element('tbody', {}, ...rows)));
 }
 
 const SHOWN_NUMBERS = 24;
@@ -117,55 +163,86 @@ function offered(attempt) {
     return element('p', {class: 'more'}, `${lists.join('; ')}.`);
 }
 
-function tryHead(attempt, i) {
-    const explained = attempt.explanation;
-    const parts = [`Try ${i + 1}, ${attempt.ageNs / 1e6} ms after the press`];
-    if (explained) {
-        const refused = explained.candidates.filter((c) => c.verdict === 'refused').length;
-        parts.push(explained.isTimedOut ? 'timed out' : words(explained.outcome));
-        if (refused > 0) {
-            parts.push(`${refused} refused`);
-        }
-        if (explained.selector) {
-            parts.push(explained.selector);
-        }
-    } else {
-        parts.push(`${counted(attempt.builtFrames.length, 'frame', 'frames')} served`);
+/// What came of a try, in short; tries that follow each other with the same are folded.
+function outcomeOf({explanation, builtFrames, faults}) {
+    const struck = faults.length > 0 ? [`injected: ${faults.join(', ')}`] : [];
+    if (!explanation) {
+        return [`${counted(builtFrames.length, 'frame', 'frames')} served`, ...struck];
     }
-    return parts.join(' \u00b7 ');
+    const counts = new Map();
+    for (const candidate of explanation.candidates.filter((c) => c.verdict === 'refused')) {
+        counts.set(reasonOf(candidate), (counts.get(reasonOf(candidate)) ?? 0) + 1);
+    }
+    const refused = [...counts].map(([reason, count]) => `${reason} ${count}`).join(', ');
+    return [explanation.isTimedOut ? 'timed out' : words(explanation.outcome),
+        ...refused ? [`refused for ${refused}`] : [],
+        ...explanation.selector ? [explanation.selector] : [], ...struck];
 }
 
-function tryDetails(capture, frames, attempt, i, isOpen) {
-    const explained = attempt.explanation;
-    const box = element('details', {}, element('summary', {}, tryHead(attempt, i)));
-    // Made when it opens: a capture that waits for seconds has a hundred tries.
+function foldedTries(capture) {
+    const folded = [];
+    capture.tries.forEach((attempt, i) => {
+        const outcome = outcomeOf(attempt).join(' \u00b7 ');
+        const last = folded[folded.length - 1];
+        if (last && last.outcome === outcome && attempt.builtFrames.length === 0) {
+            last.tries.push({attempt, number: i + 1});
+        } else {
+            folded.push({outcome, tries: [{attempt, number: i + 1}]});
+        }
+    });
+    return folded;
+}
+
+function triesHead(capture, {outcome, tries}) {
+    const age = ({attempt}) => ms(attempt.timeNs - capture.pressNs);
+    const [first, last] = [tries[0], tries[tries.length - 1]];
+    return tries.length === 1 ? `Try ${first.number}, ${age(first)} ms after the press \u00b7 ${outcome}`
+        : `Tries ${first.number} to ${last.number}, ${age(first)} to ${age(last)} ms after the press ` +
+            `\u00b7 ${whole(tries.length)} times the same \u00b7 ${outcome}`;
+}
+
+function triesBody(capture, frames, tries) {
+    const explained = tries.map(({attempt}) => attempt.explanation).filter(Boolean);
+    const texts = new Set(explained.flatMap(({notes, errors}) => [...notes, ...errors]));
+    return [...tries.length === 1 ? [offered(tries[0].attempt)] : [],
+        ...explained.some(({candidates}) => candidates.length > 0)
+            ? [candidatesTable(capture, frames, tries)] : [],
+        ...[...texts].map((text) => element('p', {class: 'more'}, text))];
+}
+
+function triesDetails(capture, frames, fold, isOpen) {
+    const box = element('details', {}, element('summary', {}, triesHead(capture, fold)));
+    // Made when it opens: most are never looked at.
     box.addEventListener('toggle', () => {
-        if (!box.open || box.children.length > 1) {
-            return;
-        }
-        box.append(offered(attempt));
-        if (explained?.candidates.length > 0) {
-            box.append(candidatesTable(capture, frames, explained.candidates));
-        }
-        for (const text of [...explained?.notes ?? [], ...explained?.errors ?? []]) {
-            box.append(element('p', {class: 'more'}, text));
+        if (box.open && box.children.length === 1) {
+            box.append(...triesBody(capture, frames, fold.tries));
         }
     });
     box.open = isOpen;
     return box;
 }
 
-export function showDetails(model, capture) {
-    byId('details-title').textContent = `Capture ${capture.requestNo}: why these frames?`;
+function leadOf(capture) {
     const served = capture.frames.map((frame) => {
         const what = frame.frameNo === null ? 'no history frame'
             : `history frame ${frame.frameNo}, ${ms(frame.lagNs)} ms from the press`;
         return `frame ${frame.index} ${words(frame.served)}: ${what}`;
     });
-    const lead = element('p', {class: 'note'},
-        `Pressed at ${seconds(capture.press * 1e9)} s; ${served.join('; ')}.`);
-    byId('details-body').replaceChildren(lead, ...capture.tries.map(
-        (attempt, i) => tryDetails(capture, model.frames, attempt, i, i === 0)));
+    return element('p', {class: 'note'}, `Pressed at ${seconds(capture.press * 1e9)} s; ${served.join('; ')}.`,
+        ...capture.faults.length > 0 ? [' ', element('span', {class: 'injected-text'},
+            `Injected: ${capture.faults.join(', ')}.`)] : []);
+}
+
+export function showDetails(model, capture) {
+    const title = byId('details-title');
+    title.replaceChildren(`Capture ${capture.requestNo}: why these frames? `,
+        element('a', {class: 'anchor', href: anchorOf(capture), title: 'Link to this capture'}, '#'));
+    const answer = (capture.answer ?? '').split('\n').filter(Boolean)
+        .map((line) => element('p', {class: 'answer'}, line));
+    const folds = foldedTries(capture);
+    // The last one tells how it ended.
+    byId('details-body').replaceChildren(...answer, leadOf(capture), ...folds.map(
+        (fold, i) => triesDetails(capture, model.frames, fold, i === folds.length - 1)));
     show('details');
 }
 

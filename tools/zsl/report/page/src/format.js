@@ -42,12 +42,14 @@ const apart = (word, separator) => word.replace(/[A-Z]/g, (c) => separator + c.t
 export const words = (word) => apart(word, ' ');
 export const toneOf = (word) => apart(word, '-');
 
-/// What a frame was held against, or what it had; empty for nothing.
-export function valueText(value) {
+/// What a frame was held against, or what it had; empty for nothing. Instants count from the press:
+/// absolute ones have 14 digits.
+export function valueFrom(pressNs, value) {
     if (!value) {
         return '';
     }
-    const number = isMissing(value.ns) ? value.value : `${value.ns} ns`;
+    const number = isMissing(value.ns) ? value.value
+        : `press ${value.ns < pressNs ? '' : '+'}${ms(value.ns - pressNs)} ms`;
     return value.text ?? (value.op ? `${value.op} ${number}` : String(number));
 }
 
@@ -55,6 +57,19 @@ const AF_MODES = ['off', 'auto', 'macro', 'continuous video', 'continuous pictur
 const AF_STATES = ['inactive', 'passive scan', 'passive focused', 'active scan', 'focused, locked',
     'not focused, locked', 'passive unfocused'];
 const LENS_STATES = ['stationary', 'moving'];
+
+/// What the sensor told of a chosen frame, as `10.01 ms, ISO 82, focus settled`; of what it did not
+/// tell nothing.
+export function chosenText(chosen) {
+    const parts = !chosen ? [] : [
+        isMissing(chosen.exposureNs) ? '' : `${ms(chosen.exposureNs)} ms`,
+        isMissing(chosen.iso) ? '' : `ISO ${chosen.iso}`,
+        isMissing(chosen.focusDistance) ? '' : `${fixed(chosen.focusDistance, 2)} dpt`,
+        isMissing(chosen.isFocusSettled) ? '' : `focus ${chosen.isFocusSettled ? 'settled' : 'moving'}`,
+        isMissing(chosen.isExposureSettled) ? '' : `AE ${chosen.isExposureSettled ? 'stable' : 'unstable'}`,
+        chosen.hasImageError ? 'unusable' : ''];
+    return parts.filter(Boolean).join(', ');
+}
 
 const named = (names, value) => (isMissing(value) ? 'not told' : names[value] ?? String(value));
 export const afMode = (value) => named(AF_MODES, value);

@@ -1,5 +1,6 @@
 import {FONT, theme} from './chart.js';
 import {toneOf} from './format.js';
+import {rankOf} from './model.js';
 
 const GAP = 8;
 const BAR_PITCH = 6;
@@ -16,10 +17,13 @@ const pressHeight = (rows) => FIRST_BAR + rows * BAR_PITCH;
 export function lanesOf(model) {
     const wanted = [
         {name: 'captures', label: 'Captures', height: pressHeight(model.rows)},
+        {name: 'tries', label: 'Tries', height: 14},
         {name: 'choices', label: 'Chosen', height: 20},
         ...model.hasReasons ? [{name: 'refusals', label: 'Refused', height: 20}] : [],
         ...model.kept.length > 0 ? [{name: 'kept', label: 'Set aside', height: 20}] : [],
+        ...model.injected.length > 0 ? [{name: 'injected', label: 'Injected', height: 14}] : [],
         {name: 'frames', label: 'Frames', height: 26},
+        ...model.arrivals.length > 0 ? [{name: 'arrivals', label: 'Arrivals', height: 14}] : [],
         {name: 'focus', label: 'Focus', height: 16},
         {name: 'exposure', label: 'Exposure', height: 16},
     ];
@@ -37,33 +41,52 @@ export function lanesHeight(lanes) {
 }
 
 const REACH = 9;
+const MANY = 3;
 
-/// The item nearest to `time` among those in ascending time; null when it is not near.
+/// Lanes whose marks are items of the model's list of that name.
+const MARKS = ['tries', 'choices', 'refusals', 'kept', 'injected', 'arrivals'];
+
+const rankOfItem = (item) => rankOf((item.capture ?? item).served);
+
+/// The item nearest to `time` within reach, and how many others are; null when there is none.
+/// Where marks stand for many, the worst is meant: of the others there are enough elsewhere.
 function nearest(items, time, reach) {
     let best = null;
+    let count = 0;
     for (const item of items) {
         const distance = Math.abs((item.time ?? item.press) - time);
-        if (distance <= reach && (best === null || distance < best.distance)) {
+        if (distance > reach) {
+            continue;
+        }
+        ++count;
+        if (best === null || distance < best.distance) {
             best = {distance, item};
         }
     }
-    return best?.item ?? null;
+    if (count > MANY) {
+        const within = items.filter((item) => Math.abs((item.time ?? item.press) - time) <= reach);
+        best.item = within.reduce((a, b) => (rankOfItem(b) > rankOfItem(a) ? b : a), best.item);
+    }
+    return best && {item: best.item, others: count - 1};
 }
 
 function captureAt(model, lane, time, y, reach) {
     const onMark = y < pressY(lane) + REACH ? nearest(model.captures, time, reach) : null;
     const isOnBar = ({row}) => y >= barY(lane, row) - 1 && y <= barY(lane, row) + BAR_HEIGHT + 1;
-    return onMark ?? model.captures.find((capture) => isOnBar(capture) && capture.press <= time &&
-        time <= capture.end) ?? null;
+    const under = model.captures.find((capture) => isOnBar(capture) && capture.press <= time &&
+        time <= capture.end);
+    return onMark ?? (under ? {item: under, others: 0} : null);
 }
 
 function frameAt(model, time) {
     const {frames, interval} = model;
     const i = frames.atOrAfter(time + 1e-9) - 1;
-    return i >= 0 && time - frames.times[i] <= interval * 1.25 ? i : null;
+    return i >= 0 && (frames.isThinned || time - frames.times[i] <= interval * 1.25)
+        ? {item: i, others: 0} : null;
 }
 
-/// What lies at a place of the plot, in CSS pixels: {kind, item}; null for nothing.
+/// What lies at a place of the plot, in CSS pixels: {kind, item, others}, with how many other marks
+/// there are; null for nothing.
 export function hit(chart, model, lanes, x, y) {
     const lane = lanes.find(({top, height}) => y >= top - 4 && y < top + height + 4);
     if (!lane) {
@@ -71,17 +94,18 @@ export function hit(chart, model, lanes, x, y) {
     }
     const time = chart.posToVal(x, 'x');
     const reach = chart.posToVal(x + REACH, 'x') - time;
-    const items = {choices: model.choices, refusals: model.refusals, kept: model.kept}[lane.name];
-    let item;
     if (lane.name === 'captures') {
-        item = captureAt(model, lane, time, y, reach);
-    } else {
-        item = items ? nearest(items, time, reach) : frameAt(model, time);
+        const capture = captureAt(model, lane, time, y, reach);
+        return capture && {kind: 'captures', ...capture};
     }
-    return item === null ? null : {kind: items || lane.name === 'captures' ? lane.name : 'frames', item};
+    const found = MARKS.includes(lane.name) ? nearest(model[lane.name], time, reach)
+        : frameAt(model, time);
+    return found && {kind: MARKS.includes(lane.name) ? lane.name : 'frames', ...found};
 }
 
-const MAX_CONNECTORS = 300;
+const MAX_CONNECTORS = 100;
+const MARK_WIDTH = 14;
+const STACK_PITCH = 7;
 const MIN_FRAME_WIDTH = 3;
 const RANK = {settled: 0, unknown: 1, moving: 2};
 
@@ -119,6 +143,9 @@ class LaneDrawing {
         this.drawConnectors();
         this.drawCaptures();
         this.drawChoices();
+        this.drawTries();
+        this.drawTicks(this.lanes.injected, this.model.injected, 'injected', 3);
+        this.drawTicks(this.lanes.arrivals, this.model.arrivals, 'frame', 1);
         this.drawMarks(this.lanes.refusals, this.model.refusals, (x, y) => this.cross(x, y));
         this.drawMarks(this.lanes.kept, this.model.kept, (x, y) => this.diamond(x, y));
         ctx.restore();
@@ -160,12 +187,29 @@ class LaneDrawing {
         const last = frames.atOrAfter(this.to);
         for (let i = Math.max(0, frames.atOrAfter(this.from) - 1); i < last; ++i) {
             const next = i + 1 < frames.count ? frames.times[i + 1] : Infinity;
-            yield [i, frames.times[i], Math.min(next, frames.times[i] + interval * 1.25)];
+            yield [i, frames.times[i], Math.min(next, this.standsUntil(i, next))];
         }
+    }
+
+    /// Of a thinned recording a frame stands for those left out after it, up to a gap.
+    standsUntil(i, next) {
+        const {frames, interval} = this.model;
+        const longest = interval * 1.25;
+        if (!frames.isThinned || next === Infinity) {
+            return frames.times[i] + longest;
+        }
+        return next - Math.max(0, frames.intervalNs(i + 1) / 1e9 - longest);
     }
 
     /// A strip of states. Where many frames share a pixel, the worst of them shows.
     drawStrip(lane, stateOf) {
+        for (const {state, left, right} of this.runsOf(stateOf)) {
+            this.ctx.fillStyle = theme()[state];
+            this.ctx.fillRect(left, lane.top, right - left, lane.height);
+        }
+    }
+
+    runsOf(stateOf) {
         const runs = [];
         for (const [i, begin, end] of this.visibleFrames()) {
             const state = stateOf(i);
@@ -185,10 +229,7 @@ class LaneDrawing {
                 runs.push({state, left, right});
             }
         }
-        for (const {state, left, right} of runs) {
-            this.ctx.fillStyle = theme()[state];
-            this.ctx.fillRect(left, lane.top, right - left, lane.height);
-        }
+        return runs;
     }
 
     drawFrames() {
@@ -202,17 +243,22 @@ class LaneDrawing {
             this.ctx.fillStyle = isError ? theme().error : theme().frame;
             for (const [i, begin, end] of this.visibleFrames()) {
                 if (frames.get('hasError', i) === isError) {
-                    const left = this.x(begin);
-                    const room = this.x(end) - left;
-                    const exposure = frames.get('exposureNs', i) / 1e9 * this.scale;
-                    const width = isDense ? room : Math.min(exposure, room - 1);
-                    this.ctx.fillRect(left, lane.top, Math.max(width, isDense && !isError ? 0 : 2), height);
+                    const least = isDense && !isError ? 0 : 2;
+                    const width = Math.max(this.frameWidth(i, begin, end, isDense), least);
+                    this.ctx.fillRect(this.x(begin), lane.top, width, height);
                 }
             }
         }
         if (hasLabels) {
             this.drawFrameNumbers(lane.top + lane.height - 6);
         }
+    }
+
+    /// As long as the exposure, where that is told and can be seen.
+    frameWidth(i, begin, end, isDense) {
+        const room = this.x(end) - this.x(begin);
+        const exposure = (this.model.frames.get('exposureNs', i) ?? 0) / 1e9 * this.scale;
+        return isDense ? room : Math.min(exposure, room - 1);
     }
 
     drawFrameNumbers(y) {
@@ -227,8 +273,10 @@ class LaneDrawing {
     }
 
     drawConnectors() {
+        // What lies further apart than all that is shown follows another clock.
         const visible = this.model.choices.filter(({time, capture}) =>
-            this.isVisible(Math.min(time, capture.press), Math.max(time, capture.press)));
+            this.isVisible(Math.min(time, capture.press), Math.max(time, capture.press)) &&
+            Math.abs(time - capture.press) < this.to - this.from);
         if (visible.length > MAX_CONNECTORS) {
             return;
         }
@@ -245,17 +293,52 @@ class LaneDrawing {
 
     drawCaptures() {
         const lane = this.lanes.captures;
-        let labelEnd = 0;
-        for (const capture of this.model.captures) {
-            const {end} = capture;
-            if (!this.isVisible(capture.press, end)) {
-                continue;
-            }
+        const visible = this.model.captures.filter(({press, end}) => this.isVisible(press, end));
+        for (const capture of visible) {
             this.ctx.fillStyle = theme()[toneOf(capture.served)];
             const x = this.x(capture.press);
-            this.ctx.fillRect(x, barY(lane, capture.row), this.x(end) - x, BAR_HEIGHT);
+            this.ctx.fillRect(x, barY(lane, capture.row), Math.max(1, this.x(capture.end) - x), BAR_HEIGHT);
+        }
+        const marks = visible.map((capture) => ({time: capture.press, served: capture.served}));
+        if (this.isCrowded(marks)) {
+            this.drawStacks(marks, lane.top, FIRST_BAR - 4);
+            return;
+        }
+        let labelEnd = 0;
+        for (const capture of visible) {
+            const x = this.x(capture.press);
+            this.ctx.fillStyle = theme()[toneOf(capture.served)];
             this.triangle(x, pressY(lane));
             labelEnd = this.drawNumber(capture, x, lane.top + 7, labelEnd);
+        }
+    }
+
+    /// Whether a good part of the marks would lie on others.
+    isCrowded(marks) {
+        const visible = marks.filter(({time}) => this.isVisible(time));
+        const places = new Set(visible.map(({time}) => Math.floor(this.x(time) / MARK_WIDTH)));
+        return visible.length > 2 * MANY && places.size < visible.length * 0.75;
+    }
+
+    /// Counts by tone of marks that share a place, a column each. What is rare keeps some height, or
+    /// it would be lost where it matters most.
+    drawStacks(marks, top, height) {
+        const columns = new Map();
+        for (const {time, served} of marks.filter((mark) => this.isVisible(mark.time))) {
+            const place = Math.floor(this.x(time) / STACK_PITCH);
+            const counts = columns.get(place) ?? new Map();
+            columns.set(place, counts.set(served, (counts.get(served) ?? 0) + 1));
+        }
+        const totalOf = (counts) => [...counts.values()].reduce((a, b) => a + b);
+        const most = Math.max(...[...columns.values()].map(totalOf));
+        for (const [place, counts] of columns) {
+            let bottom = top + height;
+            for (const [served, count] of [...counts].sort(([a], [b]) => rankOf(a) - rankOf(b))) {
+                const share = Math.max(3, count / most * (height - 3 * (counts.size - 1)));
+                this.ctx.fillStyle = theme()[toneOf(served)];
+                this.ctx.fillRect(place * STACK_PITCH, bottom - share, STACK_PITCH - 1, share);
+                bottom -= share;
+            }
         }
     }
 
@@ -273,18 +356,49 @@ class LaneDrawing {
     }
 
     drawChoices() {
-        for (const {time, frame} of this.model.choices) {
+        const lane = this.lanes.choices;
+        const marks = this.model.choices.map(({time, frame}) => ({time, served: frame.served}));
+        if (this.isCrowded(marks)) {
+            this.drawStacks(marks, lane.top, lane.height);
+            return;
+        }
+        for (const {time, served} of marks.filter((mark) => this.isVisible(mark.time))) {
+            this.ctx.fillStyle = theme()[toneOf(served)];
+            this.ctx.beginPath();
+            this.ctx.arc(this.x(time), lane.middle, 5, 0, 2 * Math.PI);
+            this.ctx.fill();
+        }
+    }
+
+    /// A high tick where a try gave frames back, in the capture's tone; a low one where it did not.
+    drawTries() {
+        const lane = this.lanes.tries;
+        for (const served of [false, true]) {
+            for (const {time, capture, attempt} of this.model.tries) {
+                if (attempt.builtFrames.length > 0 === served && this.isVisible(time)) {
+                    const height = served ? lane.height : lane.height / 2;
+                    this.ctx.fillStyle = theme()[served ? toneOf(capture.served) : 'refused'];
+                    this.ctx.fillRect(this.x(time) - 1, lane.top + lane.height - height, served ? 3 : 1, height);
+                }
+            }
+        }
+    }
+
+    drawTicks(lane, items, tone, width) {
+        this.ctx.fillStyle = theme()[tone];
+        for (const {time} of lane ? items : []) {
             if (this.isVisible(time)) {
-                this.ctx.fillStyle = theme()[toneOf(frame.served)];
-                this.ctx.beginPath();
-                this.ctx.arc(this.x(time), this.lanes.choices.middle, 5, 0, 2 * Math.PI);
-                this.ctx.fill();
+                this.ctx.fillRect(this.x(time) - width / 2, lane.top, width, lane.height);
             }
         }
     }
 
     drawMarks(lane, marks, drawMark) {
         if (!lane) {
+            return;
+        }
+        if (this.isCrowded(marks)) {
+            this.drawDensity(lane, marks);
             return;
         }
         this.ctx.strokeStyle = theme().refused;
@@ -296,6 +410,21 @@ class LaneDrawing {
             }
         }
         this.ctx.stroke();
+    }
+
+    /// Columns as high as there are verdicts in them.
+    drawDensity(lane, marks) {
+        const columns = new Map();
+        for (const {time, verdicts} of marks.filter((mark) => this.isVisible(mark.time))) {
+            const place = Math.floor(this.x(time) / STACK_PITCH);
+            columns.set(place, (columns.get(place) ?? 0) + verdicts.length);
+        }
+        const most = Math.max(...columns.values());
+        this.ctx.fillStyle = theme().refused;
+        for (const [place, count] of columns) {
+            const height = Math.max(3, count / most * lane.height);
+            this.ctx.fillRect(place * STACK_PITCH, lane.top + lane.height - height, STACK_PITCH - 1, height);
+        }
     }
 
     triangle(x, y) {

@@ -1,4 +1,4 @@
-import {CaptureTable, showDetails, showRefusals} from './captures.js';
+import {anchorOf, CaptureTable, showDetails, showRefusals} from './captures.js';
 import {showDistribution} from './chart.js';
 import {showComparison} from './comparison.js';
 import {byId} from './dom.js';
@@ -23,6 +23,36 @@ function mostTelling(captures) {
             (candidate) => candidate.verdict === 'refused'))) ?? captures[0];
 }
 
+/// Table, time line and reasons, which all show the same capture; and the page's address, which
+/// names it once somebody has chosen one.
+function showCaptures(model) {
+    let table = null;
+    function select(capture, mayMove = true) {
+        table.select(capture);
+        timeline.select(capture, mayMove);
+        showDetails(model, capture);
+    }
+    function open(capture, mayMove) {
+        select(capture, mayMove);
+        history.replaceState(null, '', anchorOf(capture));
+        byId('details').scrollIntoView({block: 'start'});
+        byId('details-title').focus({preventScroll: true});
+    }
+    function openAddressed() {
+        const capture = model.captures.find((each) => anchorOf(each) === location.hash);
+        if (capture) {
+            open(capture, true);
+        }
+        return capture;
+    }
+    const timeline = new Timeline(model, (capture, isStep) => (isStep ? select(capture) : open(capture, false)));
+    table = new CaptureTable(model, (capture) => open(capture, true));
+    addEventListener('hashchange', openAddressed);
+    if (model.captures.length > 0 && !openAddressed()) {
+        select(mostTelling(model.captures), false);
+    }
+}
+
 function showReplay(data) {
     const model = makeModel(data);
     const {recording, options} = data.replay;
@@ -35,24 +65,11 @@ function showReplay(data) {
     showProvenance(data.replay, [data.replay.device ? 'recording of a device' : '']);
     showVerdict(data.replay.verdict);
     showSummary(model);
-    let table = null;
-    const timeline = new Timeline(model, (capture, mayMove) => select(capture, mayMove));
-    function select(capture, mayMove = true) {
-        table.select(capture);
-        timeline.select(capture, mayMove);
-        showDetails(model, capture);
-    }
-    table = new CaptureTable(model, (capture) => {
-        select(capture);
-        byId('lanes').focus({preventScroll: true});
-        byId('timeline').scrollIntoView({block: 'start'});
-    });
-    if (model.captures.length > 0) {
-        select(mostTelling(model.captures), false);
-    }
     showDistribution(model);
     showRefusals(model);
     showFacts(data.replay);
+    // Last, for an address with a capture scrolls to it.
+    showCaptures(model);
 }
 
 function main() {
@@ -67,8 +84,9 @@ function main() {
             `${counted(rows.length, 'run', 'runs')} over ` +
             counted(recordings, 'recording', 'recordings'));
         showProvenance(data.comparison);
+        showVerdict(data.comparison.verdict);
         if (rows.length > 0) {
-            showComparison(rows);
+            showComparison(data.comparison);
         }
     }
     byId('footer').textContent = `Written by zsl ${data.version}. ` +

@@ -3,6 +3,7 @@ export class Frames {
     constructor(data) {
         this.data = data;
         this.count = data.count;
+        this.isThinned = data.total > data.count;
         this.times = Array.from({length: this.count}, (_, i) => this.get('timeNs', i) / 1e9);
         this.indexes = new Map(this.times.map((_, i) => [this.get('frameNo', i), i]));
     }
@@ -46,6 +47,14 @@ export class Frames {
         return hasAutoFocus && (lens === 1 || (isScanning && !isAtRest)) ? 'moving' : 'settled';
     }
 
+    /// From the frame before in the recording, of which the page may lack some; null: none.
+    intervalNs(i) {
+        if (this.isThinned) {
+            return this.get('intervalNs', i);
+        }
+        return i > 0 ? this.get('timeNs', i) - this.get('timeNs', i - 1) : null;
+    }
+
     exposure(i) {
         const stable = this.get('aeStable', i);
         if (stable === null) {
@@ -57,11 +66,12 @@ export class Frames {
 
 const MAX_ROWS = 5;
 
-/// The worst of them stands for the capture.
-function worst(outcomes) {
-    const order = ['unanswered', 'timedOut', 'flushed', 'waited', 'atOnce'];
-    return order.find((outcome) => outcomes.includes(outcome)) ?? 'unanswered';
-}
+/// From the worst; the first of a capture's stands for it.
+const WORST_FIRST = ['unanswered', 'timedOut', 'flushed', 'waited', 'atOnce'];
+const worst = (outcomes) => WORST_FIRST.find((outcome) => outcomes.includes(outcome)) ?? 'unanswered';
+
+/// How much it matters that a capture is seen where many share a place.
+export const rankOf = (outcome) => WORST_FIRST.length - WORST_FIRST.indexOf(outcome);
 
 function captureOf(capture, originNs) {
     const waits = capture.frames.map((frame) => frame.waitNs);
@@ -103,6 +113,36 @@ function choicesOf(captures) {
         }
     }
     return choices.sort((a, b) => a.time - b.time);
+}
+
+function triesOf(captures, originNs) {
+    return captures.flatMap((capture) => capture.tries.map((attempt, i) => (
+        {time: (attempt.timeNs - originNs) / 1e9, capture, attempt, number: i + 1})))
+        .sort((a, b) => a.time - b.time);
+}
+
+function arrivalsOf(frames) {
+    const arrivals = [];
+    for (let index = 0; index < frames.count; ++index) {
+        const ns = frames.get('arrivalNs', index) ?? null;
+        if (ns !== null) {
+            arrivals.push({time: ns / 1e9, index});
+        }
+    }
+    return arrivals.sort((a, b) => a.time - b.time);
+}
+
+/// What faults have struck: frames at their start of exposure, captures at their press.
+function injectedOf(frames, captures) {
+    const struck = captures.filter((capture) => capture.faults.length > 0)
+        .map((capture) => ({time: capture.press, capture, faults: capture.faults.join(', ')}));
+    for (let index = 0; index < frames.count; ++index) {
+        const faults = frames.get('faults', index);
+        if (faults) {
+            struck.push({time: frames.times[index], index, faults});
+        }
+    }
+    return struck.sort((a, b) => a.time - b.time);
 }
 
 /// Gives each capture a row that is free from its press to its last answer, the last one if none
@@ -152,6 +192,9 @@ export function makeModel(data) {
         choices: choicesOf(captures),
         refusals: marksOf(captures, frames, ['refused']),
         kept: marksOf(captures, frames, ['parked', 'locked']),
+        tries: triesOf(captures, originNs),
+        arrivals: arrivalsOf(frames),
+        injected: injectedOf(frames, captures),
         interval: replay.recording.medianIntervalNs / 1e9,
         end,
         rows,

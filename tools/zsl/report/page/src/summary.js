@@ -59,7 +59,14 @@ function missingText(missing) {
         .join(', ');
 }
 
-function recordingFacts(recording) {
+/// The recording's own and those that faults made of good ones.
+function unusableText(recording, faults) {
+    const injected = faults?.strikes['image-error'] ?? 0;
+    return [[recording.framesWithError, 'in the recording'], [injected, 'injected']]
+        .filter(([count]) => count > 0).map(([count, where]) => `${whole(count)} ${where}`).join(', ');
+}
+
+function recordingFacts({recording, faults}) {
     const gaps = recording.gaps === 0 ? 'none'
         : `${whole(recording.gaps)}, up to ${ms(recording.largestGapNs)} ms`;
     return definitions([
@@ -72,7 +79,7 @@ function recordingFacts(recording) {
         ['Jitter', `${ms(recording.jitterNs)} ms`],
         ['Gaps', gaps],
         ['Missing states', missingText(recording.missingStates)],
-        ['Unusable images', recording.framesWithError > 0 ? whole(recording.framesWithError) : ''],
+        ['Unusable images', unusableText(recording, faults)],
         ['Notes', recording.notes.join('; ')],
     ]);
 }
@@ -120,7 +127,7 @@ const titled = (title, body) => element('div', {}, element('h3', {}, title), bod
 
 export function showFacts(replay) {
     byId('facts-body').replaceChildren(
-        titled('Recording', recordingFacts(replay.recording)),
+        titled('Recording', recordingFacts(replay)),
         element('div', {}, titled('Replay', settings(replay.options, replay.faults)),
             titled('Buffer sets', ledgerFacts(replay))));
     byId('dumps').replaceChildren(...replay.dumps.map((dump) => element('details', {},

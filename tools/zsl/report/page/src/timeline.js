@@ -10,6 +10,8 @@ const AXIS = 52;
 const SENSOR_HEIGHT = 190;
 const LEAST_INTERVALS = 4;
 
+const inMs = (ns) => (ns === null ? null : ns / 1e6);
+
 const SHAPES = {
     press: (tone) => svgElement('path', {d: 'M0 1H12L6 12Z', class: tone, 'stroke-width': 0}),
     choice: (tone) => svgElement('circle', {cx: 6, cy: 6, r: 5, class: tone, 'stroke-width': 0}),
@@ -33,12 +35,20 @@ function showLegend(model) {
     byId('timeline-legend').replaceChildren(
         ...outcomes.map((outcome) => legendEntry('press', toneOf(outcome), `press, ${words(outcome)}`)),
         legendEntry('choice', '', 'chosen'),
+        ...model.injected.length > 0 ? [legendEntry('state', 'injected', 'injected fault')] : [],
         ...model.refusals.length > 0 ? [legendEntry('refusal', 'refused', 'refused')] : [],
         ...model.kept.length > 0 ? [legendEntry('kept', 'refused', 'in flight or locked')] : [],
         ...hasError ? [legendEntry('state', 'error', 'unusable image')] : [],
-        legendEntry('state', 'settled', 'settled'),
+        ...has('settled') ? [legendEntry('state', 'settled', 'settled')] : [],
         ...has('moving') ? [legendEntry('state', 'moving', 'not settled')] : [],
         ...has('unknown') ? [legendEntry('state', 'unknown', 'not told')] : []);
+}
+
+function showThinning({replay, frames}) {
+    const hint = byId('thinned');
+    hint.hidden = !frames.isThinned;
+    hint.textContent = `Of the ${whole(replay.recording.frames)} frames the ${whole(frames.count)} are drawn ` +
+        'that lie around the captures or tell most of their surroundings: errors, gaps, moving states.';
 }
 
 function labelLanes(chart, lanes) {
@@ -59,6 +69,7 @@ export class Timeline {
         this.limits = {from: -pad, to: model.end + pad, least: model.interval * LEAST_INTERVALS};
         show('timeline');
         showLegend(model);
+        showThinning(model);
         this.chart = this.makeLanes();
         this.sensor = this.makeSensor();
         this.navigation = new Navigation([this.chart, this.sensor], this.limits);
@@ -88,7 +99,7 @@ export class Timeline {
             cursor: {y: false, points: {show: false}, drag: {x: true, y: false, dist: 4},
                 sync: {key: 'time', scales: ['x', null], setSeries: false},
                 bind: {dblclick: () => null}},
-            padding: [0, 8, 0, 0],
+            padding: [0, 22, 0, 0],
             scales: {x: {time: false, auto: false, min: this.limits.from, max: this.limits.to},
                 ...more.scales},
             axes,
@@ -117,8 +128,8 @@ export class Timeline {
 
     makeSensor() {
         const {frames} = this.model;
-        const intervals = frames.times.map((time, i) => (i > 0 ? (time - frames.times[i - 1]) * 1e3 : null));
-        const exposures = frames.times.map((_, i) => frames.get('exposureNs', i) / 1e6);
+        const intervals = frames.times.map((_, i) => inMs(frames.intervalNs(i)));
+        const exposures = frames.times.map((_, i) => inMs(frames.get('exposureNs', i)));
         const hasExposure = exposures.some((exposure) => exposure > 0);
         const line = (tone) => ({stroke: () => theme()[tone], width: 1.5, points: {show: false}});
         const legend = (tone, text) => element('span', {class: tone},

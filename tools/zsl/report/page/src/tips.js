@@ -1,6 +1,6 @@
 import {reasonOf} from './captures.js';
 import {definitions, element} from './dom.js';
-import {afMode, afState, lensState, ms, number, seconds, valueText, words} from './format.js';
+import {afMode, afState, counted, lensState, ms, number, seconds, valueFrom, whole, words} from './format.js';
 
 const MAX_LINES = 8;
 
@@ -12,11 +12,11 @@ function list(lines) {
     return element('ul', {}, ...shown);
 }
 
-function verdictText(candidate) {
+function verdictText({pressNs}, candidate) {
     const reason = reasonOf(candidate);
     let why = candidate.verdict === 'refused' ? reason : `${candidate.verdict} ${reason}`.trim();
     const values = [['wanted', candidate.wanted], ['found', candidate.found]]
-        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueText(value)}`).join(', ');
+        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueFrom(pressNs, value)}`).join(', ');
     if (values) {
         why += `: ${values}`;
     }
@@ -27,7 +27,7 @@ function verdictText(candidate) {
 function verdictLines(verdicts) {
     const alike = new Map();
     for (const {capture, attempt, candidate} of verdicts) {
-        const text = verdictText(candidate);
+        const text = verdictText(capture, candidate);
         const key = `${capture.requestNo} ${text}`;
         const entry = alike.get(key) ?? {capture, text, first: attempt, last: attempt};
         entry.last = attempt;
@@ -46,8 +46,9 @@ function captureTip(capture) {
         const waited = frame.waitNs > 0 ? ` after ${ms(frame.waitNs)} ms` : '';
         return `frame ${frame.index} ${words(frame.served)}${waited}: ${chosen}`;
     });
+    const faults = capture.faults.length > 0 ? `; injected: ${capture.faults.join(', ')}` : '';
     return [element('strong', {}, `Capture ${capture.requestNo}`),
-        `pressed at ${seconds(capture.press * 1e9)} s`, list(frames)];
+        `pressed at ${seconds(capture.press * 1e9)} s${faults}`, list(frames)];
 }
 
 function choiceTip({time, capture, frame}) {
@@ -66,6 +67,30 @@ function markTip(model, mark, title) {
         `${seconds(mark.time * 1e9)} s`, list(verdictLines(mark.verdicts))];
 }
 
+function tryTip(model, {time, capture, attempt, number}) {
+    const refused = attempt.explanation?.candidates.filter((c) => c.verdict === 'refused').length;
+    return [element('strong', {}, `Try ${number} of capture ${capture.requestNo}`), definitions([
+        ['Time', `${seconds(time * 1e9)} s`],
+        ['Age', `${ms(attempt.timeNs - capture.pressNs)} ms after the press`],
+        ['Served', counted(attempt.builtFrames.length, 'frame', 'frames')],
+        ['Refused', refused === undefined ? '' : counted(refused, 'frame', 'frames')],
+        ['Injected', attempt.faults.join(', ')],
+    ])];
+}
+
+function arrivalTip({frames}, {time, index}) {
+    const age = time * 1e9 - frames.get('timeNs', index);
+    return [element('strong', {}, `Frame ${frames.get('frameNo', index)} arrived`),
+        `${seconds(time * 1e9)} s, ${ms(age)} ms after it began`];
+}
+
+function injectedTip({frames}, {capture, index, faults}) {
+    const what = capture ? `Capture ${capture.requestNo}` : `Frame ${frames.get('frameNo', index)}`;
+    return [element('strong', {}, what), `injected: ${faults}`];
+}
+
+const told = (value, text) => (value === null ? 'not told' : text(value));
+
 function frameTip({frames}, i) {
     const get = (column) => frames.get(column, i);
     const focus = {settled: 'settled', moving: 'not settled', unknown: 'not told'}[frames.focus(i)];
@@ -74,8 +99,9 @@ function frameTip({frames}, i) {
     const distance = get('focusDistance');
     return [element('strong', {}, `Frame ${get('frameNo')}`), definitions([
         ['Time', `${seconds(time * 1e9)} s`],
-        ['Interval', i > 0 ? `${ms((time - frames.times[i - 1]) * 1e9)} ms` : ''],
-        ['Exposure', `${ms(get('exposureNs'))} ms, ${exposure[frames.exposure(i)]}`],
+        ['Interval', frames.intervalNs(i) === null ? '' : `${ms(frames.intervalNs(i))} ms`],
+        ['Arrived', get('arrivalNs') === null ? '' : `${ms(get('arrivalNs') - get('timeNs'))} ms after it began`],
+        ['Exposure', `${told(get('exposureNs'), (ns) => `${ms(ns)} ms`)}, ${exposure[frames.exposure(i)]}`],
         ['ISO', get('iso')],
         ['Focus', distance === null ? focus : `${focus}, ${number(distance, 2)} diopters`],
         ['AF mode', afMode(get('afMode'))],
@@ -83,14 +109,27 @@ function frameTip({frames}, i) {
         ['Lens', lensState(get('lensState'))],
         ['Frame sync', get('frameSync') === null ? 'not told' : ''],
         ['Image', get('hasError') ? 'unusable' : ''],
+        ['Injected', get('faults') ?? ''],
     ])];
 }
 
 /// The tooltip's content for what hit() found.
-export function tipOf(model, {kind, item}) {
+export function tipOf(model, found) {
+    const tip = contentOf(model, found);
+    return found.others > 0 ? [...tip, element('p', {class: 'others'},
+        `${whole(found.others)} more ${found.others === 1 ? 'mark' : 'marks'} here: zoom in`)] : tip;
+}
+
+function contentOf(model, {kind, item}) {
     switch (kind) {
         case 'captures':
             return captureTip(item);
+        case 'tries':
+            return tryTip(model, item);
+        case 'arrivals':
+            return arrivalTip(model, item);
+        case 'injected':
+            return injectedTip(model, item);
         case 'choices':
             return choiceTip(item);
         case 'refusals':
