@@ -83,7 +83,8 @@ TEST(RecordingReader, NamesPlaceAndReasonOfWhatItRefuses) {
          "r.csv:3: column \"timestamp\": expected a unit in the column's name, as in "
          "\"Timestamp[nanosec]\" (or microsec, millisec, sec), found an interval of 0.7 that fits "
          "several"},
-        {"timestamp[sec]\n0\n", "expected a time from 1 to 4611686018427387903 ns, found \"0\""},
+        {"timestamp[sec]\n0\n",
+         "expected a time in seconds that is from 1 to 4611686018427387903 ns, found \"0\""},
         {t + "12abc\n", "found \"12abc\""},
         {withColumn("Frame No.", {"5", "5"}),
          "r.csv:3: column \"Frame No.\": expected a number greater than 5 of the row before, found "

@@ -231,6 +231,10 @@ std::vector<TimeUnit const*> fittingUnits(double interval) {
 
 }  // namespace
 
+std::string_view unitName(int exponent) {
+    return std::ranges::find(kUnits, exponent, &TimeUnit::exponent)->plural;
+}
+
 bool isData(std::vector<std::string> const& cells) {
     return std::ranges::any_of(
                cells, [](std::string const& cell) { return numberIn(cell).has_value(); }) &&

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "recording/Recording.h"
@@ -30,6 +31,9 @@ struct RecordingLayout {
         return places[static_cast<size_t>(column)];
     }
 };
+
+/// `seconds` for units of 10^9 ns; an exponent that a layout has.
+std::string_view unitName(int exponent);
 
 /// Whether a line holds a number and no name of the timestamps, and so is no header.
 bool isData(std::vector<std::string> const& cells);

@@ -299,9 +299,12 @@ private:
         std::string const& cell = mRow.cells[place->cell];
         auto const value = base::scaledDecimal(cell, place->exponent);
         if (!value || *value < traits.min || *value > traits.max) {
+            std::string const what =
+                place->exponent > 0 ? fmt::format("a time in {} that is", unitName(place->exponent))
+                                    : "a whole number";
             fail(place->name,
-                 fmt::format("a {} from {} to {}{}", place->exponent > 0 ? "time" : "whole number",
-                             traits.min, traits.max, place->exponent > 0 ? " ns" : ""),
+                 fmt::format("{} from {} to {}{}", what, traits.min, traits.max,
+                             place->exponent > 0 ? " ns" : ""),
                  describeCell(cell));
         }
         traits.store(frame, *value);
