@@ -47,6 +47,8 @@ install(DIRECTORY
 install(DIRECTORY pipeline/policy DESTINATION ${header_dir} FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY sdk/selector DESTINATION ${CMAKE_INSTALL_DATADIR}/zebcam)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/zebcam)
+install(FILES README.md LICENSE CHANGELOG.md CONTRIBUTING.md
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/zebcam)
 
 install(EXPORT zebcam_zslTargets NAMESPACE zebcam:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/zebcam_zslConfig.cmake.in
@@ -59,6 +61,10 @@ install(FILES
     cmake/FindAndroidPlatform.cmake
   DESTINATION ${package_dir})
 
+set(STACK_LINK -lzebcam_stack_host)
+if(NOT ZSL_STACK STREQUAL "zebcam_stack_host")
+  set(STACK_LINK ${ZSL_STACK})
+endif()
 file(RELATIVE_PATH PREFIX_FROM_PC
   /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 foreach(name zebcam-zsl zebcam-zsl-recorder zebcam-selector)

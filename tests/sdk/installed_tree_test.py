@@ -103,6 +103,43 @@ class InstalledTreeTest(unittest.TestCase):
             self.assertIn(f"[{library.name}.1]", run("readelf", "-d", library))
             self.assertIn(f"[{library.name}.1]", needed)
 
+    def test_manual_and_completions_have_every_command_and_option(self):
+        share = self.tree / "share"
+        shells = {name: (share / name).read_text() for name in (
+            "bash-completion/completions/zsl", "zsh/site-functions/_zsl",
+            "fish/vendor_completions.d/zsl.fish")}
+        commands = re.findall(r"^  (\w+) {2,}[A-Z]", run(self.zsl, "help"), re.MULTILINE)
+        self.assertGreater(len(commands), 7)
+        for command in commands:
+            page = (share / f"man/man1/zsl-{command}.1").read_text().replace("\\-", "-")
+            options = re.findall(r"^  (?:-\w,)?--([\w-]+)", run(self.zsl, "help", command), re.MULTILINE)
+            self.assertIn("help", options)
+            for option in options:
+                self.assertIn(f"--{option}", page, command)
+                for name, text in shells.items():
+                    here = re.search(rf"(?s)seen_subcommand_from {command}'.*$|\n    {command}\).*?;;\n"
+                                     rf"(?!        )", text).group()
+                    self.assertIn(f"-l {option} " if "fish" in name else f"--{option}", here, name)
+            self.assertIn(f"zsl-{command}", (share / "man/man1/zsl.1").read_text().replace("\\-", "-"))
+        for name in ("README.md", "LICENSE", "CHANGELOG.md", "CONTRIBUTING.md", "docs/replay.md"):
+            self.assertTrue((share / "zebcam" / name).is_file(), name)
+
+    def test_bash_completes(self):
+        script = self.tree / "share/bash-completion/completions/zsl"
+
+        def completed(*words):
+            line = " ".join(words)
+            return run("bash", "-c", f"source {shlex.quote(str(script))}; COMP_WORDS=({line}); "
+                       f"COMP_CWORD={len(words) - 1}; _zsl 2>/dev/null; echo ${{COMPREPLY[@]}}").split()
+
+        self.assertEqual(completed("zsl", "rep"), ["replay"])
+        self.assertEqual(completed("zsl", "replay", "--fau"), ["--fault"])
+        self.assertEqual(completed("zsl", "replay", "--policy", "m"), ["multiframe"])
+        self.assertEqual(completed("zsl", "replay", "--policy", "=", "cs"), ["cshot"])
+        self.assertIn("p95_lag_ms", completed("zsl", "compare", "a.csv", "--fail-if", "p95"))
+        self.assertEqual(completed("zsl", "list", "fa"), ["faults"])
+        self.assertIn("tools/", [word.rstrip("/") + "/" for word in completed("zsl", "replay", "too")])
+
     def test_tool_tells_version_and_revision(self):
         self.assertRegex(run(self.zsl, "--version"), r"^zsl \d+\.\d+\.\d+ \([\w.-]+\)\n$")
 

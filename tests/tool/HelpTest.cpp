@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <metadata/MetadataTags.h>
+#include <policy/zsl/RecordedColumns.h>
 
 #include <filesystem>
 #include <regex>
@@ -108,10 +109,13 @@ TEST_F(Help, ListsTheTagsThatAFrameCarries) {
     frame.aeStable = frame.sensorId = frame.sensorMode = 0;
     frame.frameSync = 0;
     frame.iso = 100;
+    frame.exposureNs = 1;
     frame.focusDistance = 1.0F;
+    frame.exposureNs = 1;
+    frame.data = {{NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, 1.0}};
     auto const set = pipeline::FrameFactory().sensorFrame(frame);
     std::string const listed = told({"list", "tags"}, 200);
-    std::regex const row("(\\w+) +0x([0-9a-f]{8})");
+    std::regex const row("((?:ANDROID|ZEB)_\\w+) +0x([0-9a-f]{8})");
     size_t rows = 0;
     for (std::sregex_iterator each(listed.begin(), listed.end(), row), end; each != end; ++each) {
         auto const tag = static_cast<uint32_t>(std::stoul((*each)[2], nullptr, 16));

@@ -68,7 +68,6 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
          "did you mean vendor.debug.camera3.zsl.timestamp?\n"},
         {{"replay", file, "--fault", "lat"}, "found \"lat\" (zsl list faults); did you mean late?"},
         {{"replay", path("missing.csv")}, "missing.csv: expected a readable file"},
-        {{"replay", ""}, "zsl replay: '': expected a readable file"},
         {{"replay", testing::TempDir()}, "found a folder"},
         {{"replay", "/proc/self/mem"}, "mem:1: expected a readable line, found a read error"},
         {{"replay", broken}, "broken.csv:3: column \"Timestamp[nanosec]\": expected"},

@@ -124,6 +124,7 @@ void addCommands(CLI::App& app, CliStreams const& streams, int& status) {
     addCompareCommand(app, streams, status);
     addListCommand(app, streams, status);
     addHelpCommand(app, streams);
+    addManualCommand(app);
     app.add_subcommand("version", "Tell version and revision")->callback([&streams, version] {
         streams.out << version << '\n';
     });

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <optional>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include "base/Provenance.h"
 #include "base/TextStyle.h"
@@ -66,6 +68,13 @@ void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatu
 
 /// `list`, tells the names that options know: 0.
 void addListCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
+
+/// What `list` can list.
+std::vector<std::string> topicNames();
+
+/// `write-manual`, which help does not tell of, for it serves the build alone: man pages and
+/// shells' completions, all from the commands and options of `app`.
+void addManualCommand(CLI::App& app);
 
 /// `live`, runs the pipeline in real time: 0 when every capture was answered and the ledger
 /// balances, else 1.

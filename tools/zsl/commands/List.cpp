@@ -119,8 +119,8 @@ Table tagsOfFrames() {
              {"ZEB_3A_AE_SOFT_STABLE", ZEB_3A_AE_SOFT_STABLE, "int32", "1: exposure is settled"},
              {"ZEB_FRAME_SYNC_RESULT", ZEB_FRAME_SYNC_RESULT, "int64",
               "0: sensors are synchronised"},
-             {"of your own", NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, "int64 or double",
-              "a column that the recording names; recordedColumnTag(\"NAME\") counts from here"},
+             {"of your own", NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, "number",
+              "and up: int64 or double, a column of the recording; recordedColumnTag(\"NAME\")"},
          }) {
         table.addRow({name, fmt::format("{:#010x}", tag), tag >= kFirstHalTag ? "HAL" : "app", type,
                       meaning});
@@ -163,10 +163,8 @@ constexpr std::array<Topic, 6> kTopics = {{
 }};
 
 void list(std::optional<std::string> const& wanted, CliStreams const& streams) {
-    std::vector<std::string> names;
     bool isFirst = true;
     for (Topic const& topic : kTopics) {
-        names.emplace_back(topic.name);
         if (!wanted || *wanted == topic.name) {
             streams.out << (isFirst ? "" : "\n")
                         << streams.outStyle.paint(topic.heading, base::Tone::Heading) << "\n\n"
@@ -175,6 +173,7 @@ void list(std::optional<std::string> const& wanted, CliStreams const& streams) {
         }
     }
     if (isFirst) {
+        std::vector<std::string> const names = topicNames();
         throw CLI::ValidationError(
             "TOPIC", fmt::format("expected {}, found {}{}", base::anyOf(names),
                                  base::quoteContent(*wanted), base::didYouMean(*wanted, names)));
@@ -182,6 +181,14 @@ void list(std::optional<std::string> const& wanted, CliStreams const& streams) {
 }
 
 }  // namespace
+
+std::vector<std::string> topicNames() {
+    std::vector<std::string> names;
+    for (Topic const& topic : kTopics) {
+        names.emplace_back(topic.name);
+    }
+    return names;
+}
 
 void addListCommand(CLI::App& app, CliStreams const& streams, int& /*exitStatus*/) {
     auto const topic = std::make_shared<std::optional<std::string>>();

@@ -80,13 +80,37 @@ int64_t parseMilliseconds(std::string const& text) {
     return ns / kNsPerMs;
 }
 
-pipeline::PolicyOption parsePolicy(std::string const& text) {
+namespace {
+
+constexpr pipeline::PolicyKind kBuiltIn[] = {
+    pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot, pipeline::PolicyKind::Multiframe};
+
+constexpr std::pair<char const*, uint32_t> kLogLevels[] = {{"error", ulog::LOG_LEVEL_ERROR},
+                                                           {"warning", ulog::LOG_LEVEL_WARNING},
+                                                           {"info", ulog::LOG_LEVEL_INFO},
+                                                           {"debug", ulog::LOG_LEVEL_DEBUG}};
+
+}  // namespace
+
+std::vector<std::string> policyNames() {
     std::vector<std::string> names;
-    for (pipeline::PolicyKind const kind :
-         {pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot,
-          pipeline::PolicyKind::Multiframe}) {
+    for (pipeline::PolicyKind const kind : kBuiltIn) {
+        names.push_back(pipeline::PolicyOption{kind, {}}.name());
+    }
+    return names;
+}
+
+std::vector<std::string> logLevelNames() {
+    std::vector<std::string> names;
+    for (auto const& [name, level] : kLogLevels) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
+pipeline::PolicyOption parsePolicy(std::string const& text) {
+    for (pipeline::PolicyKind const kind : kBuiltIn) {
         pipeline::PolicyOption policy{kind, {}};
-        names.push_back(policy.name());
         if (policy.name() == text) {
             return policy;
         }
@@ -95,21 +119,22 @@ pipeline::PolicyOption parsePolicy(std::string const& text) {
     if (text.find('/') != std::string::npos || text.ends_with(".so")) {
         return {pipeline::PolicyKind::Plugin, text};
     }
+    std::vector<std::string> const names = policyNames();
     throw std::invalid_argument(fmt::format("expected {}, or the path of a library, found {}{}",
                                             base::anyOf(names), base::quoteContent(text),
                                             base::didYouMean(text, names)));
 }
 
 uint32_t parseLogLevel(std::string const& text) {
-    for (auto const& [name, level] : {std::pair{"error", ulog::LOG_LEVEL_ERROR},
-                                      {"warning", ulog::LOG_LEVEL_WARNING},
-                                      {"info", ulog::LOG_LEVEL_INFO},
-                                      {"debug", ulog::LOG_LEVEL_DEBUG}}) {
+    for (auto const& [name, level] : kLogLevels) {
         if (text == name) {
             return level;
         }
     }
-    refuse("error, warning, info or debug", text);
+    std::vector<std::string> const names = logLevelNames();
+    throw std::invalid_argument(fmt::format("expected {}, found {}{}", base::anyOf(names),
+                                            base::quoteContent(text),
+                                            base::didYouMean(text, names)));
 }
 
 std::string isNamed(std::string const& path) {

@@ -39,6 +39,11 @@ int64_t parseMilliseconds(std::string const& text);
 /// `.so`).
 pipeline::PolicyOption parsePolicy(std::string const& text);
 
+/// The policies that need no library.
+std::vector<std::string> policyNames();
+
+std::vector<std::string> logLevelNames();
+
 /// `error`, `warning`, `info` or `debug`, as a ULog::LogLevel.
 uint32_t parseLogLevel(std::string const& text);
 
