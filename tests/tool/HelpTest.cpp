@@ -56,6 +56,21 @@ TEST_F(Help, FitsTheTerminalAndIsTheSameHoweverAsked) {
     EXPECT_EQ(told({"version"}, 80), told({"-V"}, 80));
 }
 
+TEST_F(Help, IsNoLongerThanTheDocumentation) {
+    std::regex const option("\n  (?:-\\w,)?(--[\\w-]+)");
+    for (std::string const command : {"replay", "live", "explain", "compare"}) {
+        std::string const page = contentOf(std::string(ZSL_ROOT) + "/docs/" +
+                                           std::string(commands::guideOf(command).page));
+        std::string const help = told({"help", command}, 100);
+        for (std::sregex_iterator each(help.begin(), help.end(), option), end; each != end;
+             ++each) {
+            if ((*each)[1] != "--help" && (*each)[1] != "--version") {
+                EXPECT_THAT(page, HasSubstr("`" + (*each)[1].str())) << command;
+            }
+        }
+    }
+}
+
 // What needs a device, a second tool or its own time is left out.
 TEST_F(Help, GivesExamplesThatWork) {
     ASSERT_EQ(zsl({"generate", "-o", path("w.csv"), "--frames", "100"}).status, 0);
