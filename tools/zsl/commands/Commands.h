@@ -47,7 +47,10 @@ private:
     bool const mIsOn;
     char const* const mItems;
     size_t const mLeastTotal;
-    std::chrono::steady_clock::time_point const mStart = std::chrono::steady_clock::now();
+    /// Of the first item that was told of: what comes before them, as reading a file, is no
+    /// measure.
+    std::chrono::steady_clock::time_point mStart;
+    size_t mFirst = 0;
     std::optional<size_t> mShown;
 };
 

@@ -34,12 +34,16 @@ void Progress::operator()(size_t done, size_t total) {
     if (!mIsOn || total < mLeastTotal || (mShown && (done - *mShown) * 100 < total)) {
         return;
     }
+    if (!mShown) {
+        mStart = std::chrono::steady_clock::now();
+        mFirst = done;
+    }
     mShown = done;
     mErr << fmt::format("\r{} of {} {}", done, total, mItems);
     auto const elapsed = std::chrono::steady_clock::now() - mStart;
     // Before a second has passed, an estimate would only jump about.
-    if (done > 0 && elapsed > seconds{1}) {
-        double const share = static_cast<double>(total - done) / static_cast<double>(done);
+    if (done > mFirst && elapsed > seconds{1}) {
+        double const share = static_cast<double>(total - done) / static_cast<double>(done - mFirst);
         mErr << fmt::format(", {} left\033[K",
                             timeLeft(std::chrono::ceil<seconds>(elapsed * share)));
     }
