@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <csignal>
 #include <filesystem>
@@ -6,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CliFixture.h"
@@ -249,6 +251,19 @@ TEST_F(ReplayCli, ItsLogExplainsWhatItsJsonTells) {
         Outcome const explained =
             zsl({"explain", write("replay.log", replayed.err), "--json", path("log.json")});
         ASSERT_EQ(explained.status, 0) << explained.err;
+        // A pipe, for a file would be followed until a signal comes.
+        std::string const pipe = path("pipe");
+        ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+        std::thread writer([&] { std::ofstream(pipe) << replayed.err; });
+        EXPECT_EQ(zsl({"explain", "--follow", pipe, "--trace", path("log.trace")}).out,
+                  explained.out);
+        writer.join();
+        std::filesystem::remove(pipe);
+        std::string const trace = contentOf(path("log.trace"));
+        for (int i = 1; i <= 6; ++i) {
+            EXPECT_THAT(trace, HasSubstr("\"name\":\"capture " + std::to_string(i) + "\""));
+        }
+        EXPECT_EQ(Json::parse(trace).at("otherData").at("log"), pipe);
         Json const captures = Json::parse(replayed.out)["captures"];
         Json const reasons = Json::parse(std::ifstream(path("log.json")))["captures"];
         ASSERT_EQ(captures.size(), reasons.size());

@@ -1,4 +1,6 @@
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -14,6 +16,7 @@
 #include <vector>
 
 #include "base/AtomicFile.h"
+#include "base/FollowedInput.h"
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
@@ -32,8 +35,15 @@ constexpr int kNothingFound = 1;
 struct Arguments {
     std::string log = kStandardStream;
     std::optional<std::string> json;
+    std::optional<std::string> trace;
     std::vector<uint32_t> requests;
     bool isVerbose = false;
+    bool follows = false;
+
+    bool wants(uint32_t requestNo) const {
+        return requests.empty() ||
+               std::find(requests.begin(), requests.end(), requestNo) != requests.end();
+    }
 };
 
 std::string nameOf(std::string const& path) {
@@ -44,9 +54,8 @@ std::string nameOf(std::string const& path) {
     throw base::InputError(fmt::format("{}: cannot be read: {}", nameOf(path), reason));
 }
 
-log::Explanation explain(std::istream& in, std::string const& path) {
+log::Explanation explain(std::istream& in, std::string const& path, log::Explainer& explainer) {
     log::LogcatReader reader(in);
-    log::Explainer explainer;
     errno = 0;  // streams lose the reason of a failure; the call beneath leaves it here
     for (log::LogRecord record; reader.next(record);) {
         explainer.feed(record);
@@ -58,8 +67,9 @@ log::Explanation explain(std::istream& in, std::string const& path) {
 }
 
 log::Explanation explainFile(std::string const& path) {
+    log::Explainer explainer;
     if (path == kStandardStream) {
-        return explain(std::cin, path);
+        return explain(std::cin, path, explainer);
     }
     // A folder opens like a file and reads as an empty one.
     if (std::error_code error; std::filesystem::is_directory(path, error)) {
@@ -70,12 +80,34 @@ log::Explanation explainFile(std::string const& path) {
     if (!file) {
         failToRead(path, errno != 0 ? std::strerror(errno) : "opening failed");
     }
-    return explain(file, path);
+    return explain(file, path, explainer);
 }
 
-/// Leaves the wanted captures only; a text says which one is not there.
-std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
-                                    std::vector<log::CaptureExplanation>& captures) {
+/// Ends with a signal, and of a pipe with its writer.
+log::Explanation follow(std::string const& path, log::Explainer& explainer) {
+    base::SignalWatch const watch;
+    int const fd =
+        path == kStandardStream ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        failToRead(path, std::strerror(errno));
+    }
+    base::FollowedInput buffer(fd, watch);
+    std::istream in(&buffer);
+    log::Explanation explanation = explain(in, path, explainer);
+    if (fd != STDIN_FILENO) {
+        close(fd);
+    }
+    try {
+        watch.throwIfAny();
+    } catch (base::Interrupted const&) {
+        // It ended the following, which is all that it was to do.
+    }
+    return explanation;
+}
+
+/// A text on the first wanted capture that is not there.
+std::optional<std::string> missingOf(std::vector<uint32_t> const& requests,
+                                     std::vector<log::CaptureExplanation> const& captures) {
     // An empty result would look like an answer.
     for (uint32_t const requestNo : requests) {
         bool const isThere =
@@ -85,16 +117,30 @@ std::optional<std::string> keepOnly(std::vector<uint32_t> const& requests,
             return fmt::format("--request {}: the log has no line on this capture", requestNo);
         }
     }
-    std::erase_if(captures, [&](auto const& capture) {
-        return !requests.empty() &&
-               std::find(requests.begin(), requests.end(), capture.requestNo) == requests.end();
-    });
     return std::nullopt;
+}
+
+log::Explanation read(Arguments const& arguments, bool hasText, CliStreams const& streams) {
+    if (!arguments.follows) {
+        return explainFile(arguments.log);
+    }
+    report::ReasonsStyle how{streams.outStyle, arguments.isVerbose, {}, {}};
+    log::Explainer const* known = nullptr;
+    log::Explainer explainer([&](log::CaptureExplanation const& capture) {
+        if (hasText && arguments.wants(capture.requestNo)) {
+            how.names = known->soFar().streamNames;
+            streams.out << report::captureText(capture, how) << std::endl;
+        }
+    });
+    known = &explainer;
+    return follow(arguments.log, explainer);
 }
 
 int run(Arguments const& arguments, CliStreams const& streams) {
     base::ResultFile json(arguments.json, streams.out);
-    log::Explanation explanation = explainFile(arguments.log);
+    base::ResultFile trace(arguments.trace, streams.out);
+    bool const hasText = !json.isStandard() && !trace.isStandard();
+    log::Explanation explanation = read(arguments, hasText, streams);
     // No error: a log without captures is what a grep for them gives, too.
     if (explanation.counts.processor == 0) {
         streams.err << fmt::format("zsl explain: {}: no line of ZebCam/ZslProc among {} lines\n",
@@ -102,18 +148,24 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         return kNothingFound;
     }
     // Before the file is written: a result without the capture would look like an answer.
-    if (auto const missing = keepOnly(arguments.requests, explanation.captures)) {
+    if (auto const missing = missingOf(arguments.requests, explanation.captures)) {
         streams.err << fmt::format("zsl explain: {}: {}\n", nameOf(arguments.log), *missing);
         return kNothingFound;
     }
+    std::erase_if(explanation.captures,
+                  [&](auto const& capture) { return !arguments.wants(capture.requestNo); });
     std::string const path = arguments.log == kStandardStream ? "" : arguments.log;
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(explanation, path, streams.provenance), out);
     });
-    if (!json.isStandard()) {
+    trace.put([&](std::ostream& out) { report::writeTrace(explanation, path, out); });
+    if (arguments.follows) {
+        // What is over was told when it was.
+        std::erase_if(explanation.captures,
+                      [](auto const& capture) { return log::isOver(capture.outcome); });
+    }
+    if (hasText) {
         streams.out << report::explanationText(explanation, streams.outStyle, arguments.isVerbose);
-    } else {
-        streams.out << report::toJson(explanation).dump(2) << '\n';
     }
     return 0;
 }
@@ -126,12 +178,17 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         "explain", "Tell from a log of the processor why each capture got what it got");
     command
         ->add_option("LOGFILE", arguments->log,
-                     "What adb logcat printed (threadtime, time, brief or long); - is standard "
+                     "What adb logcat printed (threadtime, time, brief or long), or a "
+                     "program on Linux to standard error; - is standard "
                      "input [default: -]")
         ->check(isNamed)
         ->type_name("FILE");
     addJson(*command, arguments->json);
     addRequests(*command, arguments->requests, "Show this capture only; may be repeated");
+    addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
+    addFlag(
+        *command, "-f,--follow", arguments->follows,
+        "Go on reading as the log grows, and tell each capture when it is over; Ctrl-C ends it");
     addFlag(*command, "-v,--verbose", arguments->isVerbose,
             "Show each try and frame on its own, with times in ns");
     command->callback(

@@ -20,11 +20,6 @@ bool isError(LogRecord const& record) {
     return record.priority == 'E' || record.priority == 'F' || record.priority == 'A';
 }
 
-bool isOver(CaptureOutcome outcome) {
-    return outcome == CaptureOutcome::Served || outcome == CaptureOutcome::TimedOut ||
-           outcome == CaptureOutcome::Flushed;
-}
-
 CaptureOutcome outcomeAfter(TryExplanation const& attempt) {
     switch (attempt.outcome) {
         case TryOutcome::Served:
@@ -128,7 +123,8 @@ void Explainer::take(Thread& thread, LogRecord const& record, ProcessorLine cons
         case Kind::Flushed:
             end(thread, nullptr);
             capture(line.requestNo).outcome = CaptureOutcome::Flushed;
-            return;
+            // Its number does not find it any more.
+            return tellIfOver(mExplanation.captures[mCaptures[{record.pid, line.requestNo}]]);
         case Kind::FlushReturn:
             if (line.sets > 0) {
                 mExplanation.flushReturns.push_back(
@@ -266,8 +262,12 @@ void Explainer::end(Thread& thread, ProcessorLine const* result) {
     if (attempt.ageMs) {
         capture.waitedMs = std::max(capture.waitedMs.value_or(*attempt.ageMs), *attempt.ageMs);
     }
-    if (mOnTry) {
-        mOnTry(capture, attempt);
+    tellIfOver(capture);
+}
+
+void Explainer::tellIfOver(CaptureExplanation const& capture) const {
+    if (mOnOver && isOver(capture.outcome)) {
+        mOnOver(capture);
     }
 }
 

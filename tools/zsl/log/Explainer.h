@@ -31,13 +31,15 @@ namespace zebcam::tool::log {
  */
 class Explainer {
 public:
-    /// Gets each try when it ends, with the capture as it stands then (the try is its last). A try
-    /// ends with the line on its result, which the processor writes before it returns.
-    using TryListener = std::function<void(CaptureExplanation const&, TryExplanation const&)>;
+    /// Gets each capture when it is over: served, timed out or flushed.
+    using CaptureListener = std::function<void(CaptureExplanation const&)>;
 
-    explicit Explainer(TryListener onTry = {}) : mOnTry(std::move(onTry)) {}
+    explicit Explainer(CaptureListener onOver = {}) : mOnOver(std::move(onOver)) {}
 
     void feed(LogRecord const& record);
+
+    /// What is known until now; open tries are not in it.
+    Explanation const& soFar() const { return mExplanation; }
 
     /// Ends the tries that are open and gives the whole, once.
     Explanation finish();
@@ -64,10 +66,11 @@ private:
     void begin(Thread& thread, LogRecord const& record, ProcessorLine const& line);
     void beginWithoutInput(Thread& thread, LogRecord const& record, ProcessorLine const& line);
     void end(Thread& thread, ProcessorLine const* result);
+    void tellIfOver(CaptureExplanation const& capture) const;
     size_t captureOf(std::optional<uint32_t> pid, uint32_t requestNo);
     size_t addCapture(std::optional<uint32_t> pid, uint32_t requestNo);
 
-    TryListener const mOnTry;
+    CaptureListener const mOnOver;
     Explanation mExplanation;
     std::map<ThreadId, Thread> mThreads;
     std::map<CaptureId, size_t> mCaptures;  ///< the newest of each number

@@ -101,6 +101,11 @@ char const* toString(TryOutcome outcome) {
     return nameOf<TryOutcome::Waiting>(outcome, {"unknown", "served", "waiting"});
 }
 
+bool isOver(CaptureOutcome outcome) {
+    return outcome == CaptureOutcome::Served || outcome == CaptureOutcome::TimedOut ||
+           outcome == CaptureOutcome::Flushed;
+}
+
 char const* toString(CaptureOutcome outcome) {
     return nameOf<CaptureOutcome::Pending>(
         outcome, {"unknown", "served", "timed out", "flushed", "pending"});

@@ -175,6 +175,9 @@ struct Explanation {
     StreamNames streamNames;  ///< as far as lines name streams
 };
 
+/// Whether no line can change it any more.
+bool isOver(CaptureOutcome outcome);
+
 char const* toString(CaptureOutcome outcome);
 
 }  // namespace zebcam::tool::log

@@ -235,8 +235,17 @@ bool LogcatReader::readLine(std::string& line, bool& isCut) {
 }
 
 bool LogcatReader::fill() {
-    mIn.read(mBuffer.data(), static_cast<std::streamsize>(mBuffer.size()));
-    mUnread = {mBuffer.data(), static_cast<size_t>(mIn.gcount())};
+    // What is there, without waiting for a whole buffer: the lines of a log that is followed are to
+    // be told as they come.
+    auto const size = static_cast<std::streamsize>(mBuffer.size());
+    bool const hasMore = mIn.peek() != std::istream::traits_type::eof();
+    std::streamsize count = hasMore ? mIn.readsome(mBuffer.data(), size) : 0;
+    // Standard input does not tell what is there.
+    if (hasMore && count == 0) {
+        mIn.read(mBuffer.data(), size);
+        count = mIn.gcount();
+    }
+    mUnread = {mBuffer.data(), static_cast<size_t>(count)};
     return !mUnread.empty();
 }
 

@@ -130,4 +130,8 @@ struct TraceInput {
 /// what the tracks show.
 void writeTrace(TraceInput const& input, std::ostream& out);
 
+/// The same of what a log shows: captures with their tries, verdicts and answers. `path` is that of
+/// the log, empty for standard input.
+void writeTrace(log::Explanation const& explanation, std::string const& path, std::ostream& out);
+
 }  // namespace zebcam::tool::report

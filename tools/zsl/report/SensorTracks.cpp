@@ -55,6 +55,10 @@ std::vector<recording::Column> untoldColumns(recording::Recording const& recordi
 
 std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
                                     run::ReplayResult const& result) {
+    // A log has none.
+    if (recording.frames.empty()) {
+        return {};
+    }
     std::vector<pipeline::FrameTimes> const times = pipeline::frameTimes(recording, result.options);
     bool const isFaulty = !result.arrivalsNs.empty();
     std::vector<FrameSlice> slices;

@@ -143,7 +143,7 @@ Json aboutOf(run::ReplayResult const& result, base::Provenance const& provenance
 
 }  // namespace
 
-void writeTrace(TraceInput const& input, std::ostream& out) {
+void writeTracks(TraceInput const& input, Json const& about, std::ostream& out) {
     recording::Recording const& recording = input.recording;
     auto const& captures = input.result.captures;
     std::vector<FrameSlice> const frames = frameSlices(recording, input.result);
@@ -157,7 +157,10 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
     int64_t const markNs = std::max<int64_t>(1, recording.medianIntervalNs / MARKS_PER_FRAME);
     std::vector<CaptureShape> shapes;
     for (size_t i = 0; i < captures.size(); ++i) {
-        shapes.push_back(shapeOf(captures[i], i, markNs, replayEndNs));
+        // A log has no frames and no results: what is known of a capture ends with its last try.
+        bool const isLog = frames.empty() && !captures[i].tries.empty();
+        int64_t const endNs = isLog ? captures[i].tries.back().timeNs : replayEndNs;
+        shapes.push_back(shapeOf(captures[i], i, markNs, endNs));
     }
     TraceFlows const flows(recording, frameEndsNs, captures);
 
@@ -167,7 +170,10 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
     events.nameProcess(OCCUPANCY, "occupancy");
     events.nameProcess(CAPTURES, "captures");
     events.nameProcess(PROCESSOR, "processor");
-    writeVerdict(events, input.result, replayEndNs);
+    // A log tells too little for one.
+    if (about.contains("verdict")) {
+        writeVerdict(events, input.result, replayEndNs);
+    }
     // A press, the frame and the result may fall on one instant: the arrow then follows the order
     // of the file.
     writeCaptures(events, CAPTURES, captures, shapes, input.explanation, flows);
@@ -175,7 +181,11 @@ void writeTrace(TraceInput const& input, std::ostream& out) {
     writeAnswers(events, CAPTURES, captures, shapes, flows);
     writeOccupancy(events, input);
     writeSections(events, input.sections);
-    events.finish(aboutOf(input.result, input.provenance));
+    events.finish(about);
+}
+
+void writeTrace(TraceInput const& input, std::ostream& out) {
+    writeTracks(input, aboutOf(input.result, input.provenance), out);
 }
 
 }  // namespace zebcam::tool::report

@@ -12,6 +12,7 @@
 #include "log/Explanation.h"
 #include "pipeline/CaptureRecord.h"
 #include "recording/Recording.h"
+#include "report/JsonParts.h"
 #include "report/TraceEvents.h"
 #include "run/ReplayResult.h"
 
@@ -114,6 +115,11 @@ void writeCaptures(TraceEvents& events, int process,
                    std::vector<pipeline::CaptureRecord> const& captures,
                    std::vector<CaptureShape> const& shapes, log::Explanation const* explanation,
                    TraceFlows const& flows);
+
+struct TraceInput;
+
+/// Writes all tracks, and `about` the whole.
+void writeTracks(TraceInput const& input, Json const& about, std::ostream& out);
 
 /// Writes what became of the frames that came back: the reprocessing and the results.
 void writeAnswers(TraceEvents& events, int process,
