@@ -119,40 +119,89 @@ TEST(ComparisonLimit, HoldsOrIsBroken) {
 TEST(ComparisonOutput, QuotesAndFitsItsColumns) {
     compare::RunNumbers wide = handMadeNumbers();
     wide.summary.lag = {
-        .count = 1, .min = -99'999'940'000, .median = 49'999, .p95 = 50'000, .max = -50'000};
+        .count = 1, .min = 0, .median = 49'999, .p95 = -99'999'940'000, .max = -50'000};
     for (uint64_t& count : wide.refusals.byCriterion) {
         count = 123'456'789;
     }
     compare::ComparisonRow row;
     row.recording = "a \"b\",\n.csv";
     row.numbers = wide;
-    row.options.policy = {pipeline::PolicyKind::Plugin, "old/lib.so"};
+    row.options.policy = {pipeline::PolicyKind::Plugin, "old/lib.so", "Sharp|est"};
     compare::ComparisonRow other = row;
     other.options.framesPerCapture = 2;
     other.options.history = 100'000;
     other.options.policy.pluginPath = "new/lib.so";
+    other.options.policyParameters = {{"age", "5"}};
     other.numbers->offsetMs = -123'456;
-    other.broken = {"x, y"};
+    other.broken = {"p95_lag_ms, y"};
     compare::ComparisonRow failed = other;
     failed.numbers.reset();
     failed.problems = {std::string(200, 'z')};
-    std::vector<compare::ComparisonRow> const rows = {row, other, failed};
+    compare::Comparison comparison;
+    comparison.rows = {row, other, failed};
+    comparison.totals = compare::totalsOf(comparison.rows, 3);
 
-    std::string const whole = report::comparisonTable(rows);
+    std::string const whole = report::comparisonTable(comparison);
     std::istringstream table(whole);
     for (std::string line; std::getline(table, line);) {
-        EXPECT_LE(line.size(), 120U) << line;
+        EXPECT_LE(line.size(), 100U) << line;
     }
     for (char const* const part :
-         {"plug-in 1    old/lib.so\nplug-in 2    new/lib.so\n",
-          "-99999.9      0.0      0.1     -0.1", "! plug-in 2  -123456      2  100000"}) {
+         {"Sharp|est (old/lib.so)  old/lib.so\nSharp|est (new/lib.so)  new/lib.so\n",
+          "\n! Sharp|est (new/lib.so)    5  -123456       2   100000", "0.0  -99999.9  -0.1"}) {
         EXPECT_THAT(whole, HasSubstr(part));
     }
     std::ostringstream csv;
-    report::writeCsv(rows, csv);
-    EXPECT_THAT(
-        csv.str(),
-        HasSubstr("\n\"a \"\"b\"\",\n.csv\",new/lib.so,-123456,2,100000,limit,\"x, y\",1,"));
+    report::writeCsv(comparison, csv);
+    EXPECT_THAT(csv.str(),
+                HasSubstr("\n\"a \"\"b\"\",\n.csv\",new/lib.so,Sharp|est,age=5,-123456,2,"
+                          "100000,limit,\"p95_lag_ms, y\",1,"));
+    std::ostringstream markdown;
+    report::writeMarkdown(comparison, markdown);
+    EXPECT_THAT(markdown.str(), HasSubstr("\n| **limit** | Sharp\\|est (new/lib.so), age 5, offset "
+                                          "-123456 ms, frames 2, history 100000 | 1 | 1 | 0 |"));
+}
+
+/// A row of the setting with so many ISO and so many frames at once.
+compare::ComparisonRow rowWith(std::string const& policy, std::vector<int64_t> const& isos) {
+    compare::ComparisonRow row;
+    row.options.policy = {pipeline::PolicyKind::Plugin, policy};
+    for (int64_t const iso : isos) {
+        row.frames.push_back({.served = pipeline::Served::AtOnce, .iso = iso});
+    }
+    row.numbers.emplace().summary = run::summarize(row.frames);
+    row.numbers->summary.captures = isos.size();
+    row.numbers->longestHeldNs = isos.front();
+    row.numbers->ledger.handedOut = isos.size();
+    return row;
+}
+
+TEST(ComparisonTotals, AreOfTheRecordingsThatEverySettingHas) {
+    std::vector<compare::ComparisonRow> rows = {rowWith("a", {100, 200}), rowWith("b", {400}),
+                                                rowWith("a", {300}),      rowWith("b", {50}),
+                                                rowWith("a", {9'000}),    rowWith("b", {1})};
+    rows[5].numbers.reset();
+    compare::Totals const totals = compare::totalsOf(rows, 2);
+    EXPECT_EQ(totals.recordings, 2U);
+    EXPECT_EQ(totals.leftOut, 1U);
+    run::ReplaySummary const& sum = totals.rows.at(0).numbers->summary;
+    EXPECT_EQ(sum.captures, 3U);
+    EXPECT_EQ(sum.iso.median, 200) << "of all frames, and not of the recordings' medians";
+    EXPECT_EQ(totals.rows[0].numbers->longestHeldNs, 300);
+    EXPECT_EQ(totals.rows[0].numbers->ledger.handedOut, 3U);
+
+    auto const rankings = compare::rank(totals.rows);
+    auto const of = [&](char const* name) {
+        return std::find_if(rankings.begin(), rankings.end(),
+                            [&](auto const& ranking) { return ranking.field->name == name; });
+    };
+    ASSERT_NE(of("max_iso"), rankings.end());
+    EXPECT_EQ(of("max_iso")->places.at(1).setting, 1U) << "less is better";
+    EXPECT_DOUBLE_EQ(of("max_iso")->places[1].ratio.value(), 400.0 / 300);
+    ASSERT_NE(of("at_once"), rankings.end());
+    EXPECT_EQ(of("at_once")->places.at(0).setting, 0U) << "more is better";
+    EXPECT_EQ(of("frames"), rankings.end()) << "has no better end";
+    EXPECT_EQ(of("timed_out"), rankings.end()) << "is alike";
 }
 
 TEST(ChildPool, CarriesWhatFitsNoPipeAndTellsHowOthersEnd) {
@@ -237,7 +286,7 @@ TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
           "s: policy: exception: no idea\n", "create() threw: not today\n"}) {
         EXPECT_THAT(outcome.err, HasSubstr(expected));
     }
-    EXPECT_THAT(outcome.out, HasSubstr("\n  plug-in 4")) << "the last one is good";
+    EXPECT_THAT(outcome.out, HasSubstr("\n  Cloner ")) << "the last one is good";
     Outcome const hanging = zsl({"compare", path("r1.csv"), "--time-limit", "300ms", "--policy",
                                  mSelectors + "sleeper.so"});
     EXPECT_EQ(hanging.status, 1);
@@ -290,6 +339,57 @@ TEST_F(Compare, LimitsDecideTheStatus) {
     EXPECT_THAT(broken.err, HasSubstr("r2.csv (policy cshot, offset 0 ms, frames 1, history 8): "
                                       "max_wait_ms is 0 (--fail-if max_wait_ms==0)\n"));
     EXPECT_THAT(broken.out, HasSubstr("\n! cshot"));
+}
+
+TEST_F(Compare, TellsWhatChangedSinceABaseline) {
+    Arguments const again = {"compare", path("r1.csv"), path("r2.csv"),          "--policy",
+                             "default", "--policy",     mSelectors + "cloner.so"};
+    ASSERT_EQ(zsl(plus(again, {"--json", path("old.json")})).status, 0);
+    Arguments const since = plus(again, {"--baseline", path("old.json")});
+    Outcome const same = zsl(since);
+    EXPECT_EQ(same.status, 0) << same.err;
+    EXPECT_THAT(same.out, HasSubstr("4 of 4 runs matched, nothing changed\n"));
+
+    auto old = nlohmann::json::parse(contentOf(path("old.json")));
+    auto& fields = old["rows"][0]["fields"];
+    double const wait = fields["max_wait_ms"];
+    fields["max_wait_ms"] = wait / 1.04;  // it was a little better
+    old["rows"][1]["options"]["policy"] = "/built/elsewhere/cloner.so";
+    old["totals"]["rows"][1]["fields"]["at_once"] = 1'000;
+    write("old.json", old.dump());
+    Outcome const worse = zsl(since);
+    EXPECT_EQ(worse.status, 1);
+    EXPECT_THAT(worse.out, HasSubstr("4 of 4 runs matched, 2 values got worse"));
+    EXPECT_THAT(worse.err, HasSubstr("r1.csv (policy default, offset 0 ms, frames 1, history 8): "
+                                     "worse than in " +
+                                     path("old.json") + ": max_wait_ms "));
+    EXPECT_THAT(worse.err, HasSubstr("all recordings (policy Cloner, offset 0 ms"));
+    for (auto const& [tolerance, isEnough] : {std::pair{"3%", false},
+                                              {"max_wait_ms=5%", true},
+                                              {"max_wait_ms=50", true},
+                                              {"max_lag_ms=50%", false}}) {
+        Outcome const told =
+            zsl(plus(since, {"--tolerance", tolerance, "--tolerance", "at_once=1000"}));
+        EXPECT_EQ(told.status, isEnough ? 0 : 1) << tolerance << "\n" << told.err;
+    }
+    Outcome const other = zsl(plus(since, {"--captures", "3"}));
+    EXPECT_EQ(other.status, 1);
+    EXPECT_THAT(other.err, HasSubstr("none of its runs has recording and settings"));
+
+    ASSERT_EQ(zsl({"replay", path("r1.csv"), "--json", path("replay.json")}).status, 0);
+    old["format"] = 1;
+    write("format.json", old.dump());
+    old["format"] = 2;
+    old["rows"][2].erase("fields");
+    write("rows.json", old.dump());
+    expectRefused(again, {{{"--baseline", path("replay.json")}, "found what zsl replay wrote"},
+                          {{"--baseline", path("r1.csv")}, "found no JSON"},
+                          {{"--baseline", path("format.json")}, "in format 2, found format 1"},
+                          {{"--baseline", path("rows.json")}, "with rows that have fields"},
+                          {{"--baseline", path("gone.json")}, "expected a readable file"},
+                          {{"--tolerance", "5%"}, "--tolerance: expected --baseline with it"},
+                          {{"--tolerance", "5"}, "--tolerance: expected N% for every field"},
+                          {{"--tolerance", "x=5"}, "--tolerance: expected one of the fields"}});
 }
 
 TEST_F(Compare, RefusesWhatItCannotDo) {

@@ -33,6 +33,7 @@ void addPaths(Json const& json, std::string const& path, Paths& paths) {
             std::string const name = path.ends_with("properties") || path.ends_with("policyOptions")
                                          ? "KEY"
                                      : path.ends_with("strikes") ? "KIND"
+                                     : path.ends_with(".fields") ? "FIELD"
                                                                  : key;
             paths.insert(join(path, name));
             addPaths(value, join(path, name), paths);
@@ -150,12 +151,16 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
     compare::ComparisonRow row;
     row.options = fullOptions();
     row.numbers.emplace();
-    compare::ComparisonPlan plan;
-    plan.limits = {compare::Limit("frames==0")};
+    compare::Comparison comparison;
+    comparison.limits = {compare::Limit("frames==0")};
+    comparison.rows = {row, {}};
+    comparison.totals.rows = {row};
+    comparison.rankings = {{&compare::fieldOf("waited"), {{}}}};
+    comparison.since.emplace().changes = {{.field = &compare::fieldOf("waited")}};
     std::map<std::string, Json> const documents = {
         {"replay", report::toJson({}, fullReplay(), &explanation)},
         {"live", report::toJson(fullLive(), recording)},
-        {"compare", report::toJson(plan, {row, {}})},
+        {"compare", report::toJson(comparison)},
         {"explain", report::toJson(explanation)},
         {"generate", report::toJson(generator, recording)}};
     Page const page;
@@ -174,7 +179,8 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
         // Null there, as the page says, and so without what is below.
         std::erase_if(listed, [](std::string const& path) {
             return path.starts_with("summary.distance.") || path.starts_with("summary.chosen.") ||
-                   path.starts_with("rows.ledger.unsettled.");
+                   path.starts_with("rows.ledger.unsettled.") ||
+                   path.starts_with("totals.rows.ledger.unsettled.");
         });
         EXPECT_EQ(listed, Paths{}) << "on the page only";
     }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -35,6 +36,9 @@ struct Arguments {
     compare::ChildPoolOptions pool;
     std::optional<std::string> json;
     std::optional<std::string> csv;
+    std::optional<std::string> markdown;
+    std::optional<std::string> baseline;
+    std::vector<compare::Tolerance> tolerances;
     std::optional<std::string> report;
 };
 
@@ -58,10 +62,27 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
         }
     }
     // One file can hold one result.
-    if (arguments.json && arguments.csv && *arguments.json == *arguments.csv) {
-        throw CLI::ValidationError("--csv",
-                                   fmt::format("--json goes to '{}' as well", *arguments.json));
+    std::map<std::string, char const*> taken;
+    for (auto const& [option, file] : {std::pair{"--json", &arguments.json},
+                                       {"--csv", &arguments.csv},
+                                       {"--markdown", &arguments.markdown}}) {
+        if (*file && !taken.emplace(**file, option).second) {
+            throw CLI::ValidationError(
+                option, fmt::format("{} goes to '{}' as well", taken.at(**file), **file));
+        }
     }
+}
+
+/// Read before the first run, so that a file that is none is told at once.
+void readBaseline(Arguments& arguments) {
+    if (!arguments.baseline) {
+        if (!arguments.tolerances.empty()) {
+            throw CLI::ValidationError("--tolerance", "expected --baseline with it");
+        }
+        return;
+    }
+    arguments.plan.baseline.emplace(*arguments.baseline);
+    arguments.plan.baseline->setTolerances(arguments.tolerances);
 }
 
 /// What was not given has one value.
@@ -79,8 +100,8 @@ void fillIn(compare::ComparisonPlan& plan) {
 }
 
 /// A line for each complaint, headed by the command's name.
-void complain(std::vector<compare::ComparisonRow> const& rows, std::ostream& err) {
-    std::string const complaints = report::comparisonComplaints(rows);
+void complain(compare::Comparison const& comparison, std::ostream& err) {
+    std::string const complaints = report::comparisonComplaints(comparison);
     for (size_t begin = 0; begin < complaints.size();) {
         size_t const end = complaints.find('\n', begin) + 1;
         err << "zsl compare: " << complaints.substr(begin, end - begin);
@@ -91,35 +112,36 @@ void complain(std::vector<compare::ComparisonRow> const& rows, std::ostream& err
 int run(CLI::App const& command, Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(command, arguments);
+    readBaseline(arguments);
     // Before the files: a signal must not end the program while they are half made.
     base::SignalWatch const signals;
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile csv(arguments.csv, streams.out);
+    base::ResultFile markdown(arguments.markdown, streams.out);
     base::ResultFile report(arguments.report, streams.out);
-    std::vector<compare::ComparisonRow> rows;
+    compare::Comparison comparison;
     try {
         Progress progress(streams.err, streams.showProgress, "runs");
-        rows = compare::compare(arguments.plan, arguments.pool, signals,
-                                [&progress](size_t runs, size_t total) { progress(runs, total); });
+        comparison =
+            compare::compare(arguments.plan, arguments.pool, signals,
+                             [&progress](size_t runs, size_t total) { progress(runs, total); });
     } catch (base::Interrupted const& interrupted) {
         streams.err << "zsl compare: " << interrupted.what() << '\n';
         return kSignalStatus + interrupted.signal();
     }
     json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(arguments.plan, rows, streams.provenance), out);
+        report::writeJson(report::toJson(comparison, streams.provenance), out);
     });
-    csv.put([&](std::ostream& out) { report::writeCsv(rows, out); });
-    report.put([&](std::ostream& out) {
-        report::writeHtmlReport(arguments.plan, rows, streams.provenance, out);
-    });
-    if (!json.isStandard() && !csv.isStandard()) {
-        streams.out << report::comparisonTable(rows, streams.outStyle);
+    csv.put([&](std::ostream& out) { report::writeCsv(comparison, out); });
+    markdown.put([&](std::ostream& out) { report::writeMarkdown(comparison, out); });
+    report.put(
+        [&](std::ostream& out) { report::writeHtmlReport(comparison, streams.provenance, out); });
+    if (!json.isStandard() && !csv.isStandard() && !markdown.isStandard()) {
+        streams.out << report::comparisonTable(comparison, streams.outStyle);
     }
     streams.out.flush();  // complaints come below the table where both go to one place
-    complain(rows, streams.err);
-    bool const isGood = std::all_of(rows.begin(), rows.end(),
-                                    [](compare::ComparisonRow const& row) { return row.isGood(); });
-    return isGood ? 0 : 1;
+    complain(comparison, streams.err);
+    return comparison.isGood() ? 0 : 1;
 }
 
 /// A parameter of policies with the values that it is to have.
@@ -200,7 +222,18 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
     addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
     addParsed(command, "--csv", arguments.csv, parseOutput,
               "Write CSV, - for standard output instead of the table", "FILE");
+    addParsed(command, "--markdown", arguments.markdown, parseOutput,
+              "Write Markdown for a pull request, - for standard output instead of the table",
+              "FILE");
     addReportOption(command, arguments.report);
+    addFile(command, "--baseline", arguments.baseline,
+            "Tell what changed since this file of --json; exit with 1 if something got worse");
+    addParsed(
+        command, "--tolerance", arguments.tolerances,
+        [](std::string const& text) { return compare::Tolerance(text); },
+        "By how much a field may be worse than the baseline's, as 5%, p95_wait_ms=2 or "
+        "p95_wait_ms=5%; may be repeated",
+        "[FIELD=]N[%]");
 }
 
 }  // namespace

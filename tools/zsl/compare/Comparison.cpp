@@ -2,6 +2,7 @@
 
 #include <ulog/ULogger.h>
 
+#include <algorithm>
 #include <cstring>
 #include <type_traits>
 #include <utility>
@@ -160,24 +161,19 @@ void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
 
 }  // namespace
 
-std::optional<int64_t> ComparisonRow::offsetMs() const {
-    return numbers ? numbers->offsetMs : options.offsetMs;
+bool Comparison::isGood() const {
+    auto const isGood = [](ComparisonRow const& row) { return row.isGood(); };
+    return std::all_of(rows.begin(), rows.end(), isGood) &&
+           std::all_of(totals.rows.begin(), totals.rows.end(), isGood) &&
+           (!since || since->matched > 0);
 }
 
-char const* ComparisonRow::status() const {
-    if (!numbers) {
-        return "failed";
-    }
-    if (!problems.empty()) {
-        return "problem";
-    }
-    return broken.empty() ? "ok" : "limit";
-}
-
-std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
-                                   base::SignalWatch const& signals,
-                                   std::function<void(size_t, size_t)> const& progress) {
-    std::vector<ComparisonRow> rows = rowsOf(plan);
+Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
+                   base::SignalWatch const& signals,
+                   std::function<void(size_t, size_t)> const& progress) {
+    Comparison comparison;
+    comparison.limits = plan.limits;
+    std::vector<ComparisonRow>& rows = comparison.rows = rowsOf(plan);
     size_t ended = 0;
     auto const onEnd = [&](size_t task, ChildOutcome outcome) {
         ComparisonRow& row = rows[task];
@@ -198,7 +194,12 @@ std::vector<ComparisonRow> compare(ComparisonPlan const& plan, ChildPoolOptions 
     }
     runInChildren(
         rows.size(), pool, signals, [&rows](size_t task) { return runOne(rows[task]); }, onEnd);
-    return rows;
+    comparison.totals = totalsOf(rows, rows.size() / plan.recordings.size());
+    comparison.rankings = rank(comparison.totals.rows);
+    if (plan.baseline) {
+        comparison.since = plan.baseline->changes(rows, comparison.totals);
+    }
+    return comparison;
 }
 
 }  // namespace zebcam::tool::compare

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "base/SignalWatch.h"
+#include "compare/Baseline.h"
 #include "compare/ComparisonFields.h"
+#include "compare/ComparisonResult.h"
 #include "pipeline/ReplayOptions.h"
 
 namespace zebcam::tool::compare {
@@ -44,22 +46,6 @@ using ChildListener = std::function<void(size_t task, ChildOutcome outcome)>;
 void runInChildren(size_t tasks, ChildPoolOptions const& options, base::SignalWatch const& signals,
                    ChildTask const& task, ChildListener const& onEnd);
 
-/// One recording under one setting: what came of it.
-struct ComparisonRow {
-    std::string recording;  ///< path
-    pipeline::ReplayOptions options;
-    std::optional<RunNumbers> numbers;      ///< none: the run failed
-    std::vector<run::FrameNumbers> frames;  ///< what the numbers were made from
-    std::vector<std::string> problems;      ///< why it failed, or what went wrong in it
-    std::vector<std::string> broken;        ///< the limits that it exceeds, with what was found
-
-    /// In force, ms; of a failed run what was asked for, if anything was.
-    std::optional<int64_t> offsetMs() const;
-    /// `failed`, `problem`, `limit` or `ok`: the worst that holds.
-    char const* status() const;
-    bool isGood() const { return problems.empty() && broken.empty(); }
-};
-
 /// What to compare: each recording under each combination of the settings. None of the lists may be
 /// empty.
 struct ComparisonPlan {
@@ -72,18 +58,31 @@ struct ComparisonPlan {
     std::vector<size_t> history;
     pipeline::ReplayOptions common;  ///< everything else
     std::vector<Limit> limits;
+    std::optional<Baseline> baseline;
+};
+
+/// What came of a plan.
+struct Comparison {
+    std::vector<Limit> limits;
+    std::vector<ComparisonRow>
+        rows;  ///< in the order of the plan's lists, the last changing fastest
+    Totals totals;
+    std::vector<Ranking> rankings;  ///< of the totals
+    std::optional<Since> since;     ///< none without a baseline
+
+    /// Every run is in order, within the limits and no worse than a baseline that has its like.
+    bool isGood() const;
 };
 
 /**
- * Runs the plan, each run in a process of its own, and judges the limits. Rows come in the order of
- * the lists, the last list changing fastest, whatever ends first. A run that fails is a row that
- * says so.
+ * Runs the plan, each run in a process of its own, judges the limits and holds the result against
+ * the baseline. Nothing depends on what ends first. A run that fails is a row that says so.
  *
  * `progress` gets the number of runs that have ended. Throws as runInChildren() does, and the same
  * holds for threads.
  */
-std::vector<ComparisonRow> compare(
-    ComparisonPlan const& plan, ChildPoolOptions const& pool, base::SignalWatch const& signals,
-    std::function<void(size_t runs, size_t total)> const& progress = {});
+Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
+                   base::SignalWatch const& signals,
+                   std::function<void(size_t runs, size_t total)> const& progress = {});
 
 }  // namespace zebcam::tool::compare

@@ -144,76 +144,101 @@ using N = RunNumbers const&;
 
 /// A column of its own for whatever a history frame can be refused for.
 void addRefusals(std::vector<ComparisonField>& fields) {
-    fields.push_back({"refused", "refusals of history frames, for each frame, try and capture anew",
+    fields.push_back({"refused", Better::Neither,
+                      "refusals of history frames, for each frame, try and capture anew",
                       [](N numbers) -> FieldValue { return numbers.refusals.total(); }});
     for (size_t i = static_cast<size_t>(log::Criterion::None) + 1; i < log::CRITERIA; ++i) {
         log::CriterionInfo const criterion = log::infoOf(static_cast<log::Criterion>(i));
         std::string name = std::string("refused_") + criterion.name;
         std::replace(name.begin(), name.end(), ' ', '_');
-        fields.push_back({std::move(name), criterion.meaning, [i](N numbers) -> FieldValue {
-                              return numbers.refusals.byCriterion[i];
-                          }});
+        fields.push_back(
+            {std::move(name), Better::Neither, criterion.meaning,
+             [i](N numbers) -> FieldValue { return numbers.refusals.byCriterion[i]; }});
     }
 }
 
 std::vector<ComparisonField> makeFields() {
     std::vector<ComparisonField> fields = {
-        {"captures", "captures, one for each press", count<&S::captures>},
-        {"answered_captures", "captures of which every frame was answered",
+        {"captures", Better::Neither, "captures, one for each press", count<&S::captures>},
+        {"answered_captures", Better::More, "captures of which every frame was answered",
          count<&S::answeredCaptures>},
-        {"frames", "frames of all captures", count<&S::frames>},
-        {"at_once", "frames that were chosen when the capture was submitted", count<&S::atOnce>},
-        {"at_once_percent", "the same, of 100 frames", atOncePercent},
-        {"waited", "frames that were chosen on a later try", count<&S::waited>},
-        {"timed_out", "frames that were given what was there after the time-out",
+        {"frames", Better::Neither, "frames of all captures", count<&S::frames>},
+        {"at_once", Better::More, "frames that were chosen when the capture was submitted",
+         count<&S::atOnce>},
+        {"at_once_percent", Better::More, "the same, of 100 frames", atOncePercent},
+        {"waited", Better::Neither, "frames that were chosen on a later try", count<&S::waited>},
+        {"timed_out", Better::Less, "frames that were given what was there after the time-out",
          count<&S::timedOut>},
-        {"flushed", "frames that a flush turned into ordinary captures", count<&S::flushed>},
-        {"unanswered", "frames that never came back", count<&S::unanswered>},
-        {"without_history", "frames that were answered without a history frame",
+        {"flushed", Better::Less, "frames that a flush turned into ordinary captures",
+         count<&S::flushed>},
+        {"unanswered", Better::Less, "frames that never came back", count<&S::unanswered>},
+        {"without_history", Better::Less, "frames that were answered without a history frame",
          count<&S::withoutHistory>},
-        {"min_lag_ms", "from the press to the start of exposure: the least",
+        {"min_lag_ms", Better::Neither, "from the press to the start of exposure: the least",
          lag<&base::Spread::min>},
-        {"median_lag_ms", "the median", lag<&base::Spread::median>},
-        {"p95_lag_ms", "the 95th percentile (nearest rank)", lag<&base::Spread::p95>},
-        {"max_lag_ms", "the most", lag<&base::Spread::max>},
-        {"min_wait_ms", "from the press to the answer, of the answered frames: the least",
+        {"median_lag_ms", Better::Neither, "the median", lag<&base::Spread::median>},
+        {"p95_lag_ms", Better::Neither, "the 95th percentile (nearest rank)",
+         lag<&base::Spread::p95>},
+        {"max_lag_ms", Better::Neither, "the most", lag<&base::Spread::max>},
+        {"min_wait_ms", Better::Neither,
+         "from the press to the answer, of the answered frames: the least",
          wait<&base::Spread::min>},
-        {"median_wait_ms", "the median", wait<&base::Spread::median>},
-        {"p95_wait_ms", "the 95th percentile (nearest rank)", wait<&base::Spread::p95>},
-        {"max_wait_ms", "the most", wait<&base::Spread::max>},
-        {"median_distance_ms",
+        {"median_wait_ms", Better::Less, "the median", wait<&base::Spread::median>},
+        {"p95_wait_ms", Better::Less, "the 95th percentile (nearest rank)",
+         wait<&base::Spread::p95>},
+        {"max_wait_ms", Better::Less, "the most", wait<&base::Spread::max>},
+        {"median_distance_ms", Better::Less,
          "from the wanted instant to the start of exposure, before or after: the median",
          distance<&base::Spread::median>},
-        {"p95_distance_ms", "the 95th percentile (nearest rank)", distance<&base::Spread::p95>},
-        {"max_distance_ms", "the most", distance<&base::Spread::max>},
-        {"settled_focus", "chosen frames whose focus had settled", shareCount<&S::focusSettled>},
-        {"settled_focus_percent", "the same, of 100 that tell it", sharePercent<&S::focusSettled>},
-        {"settled_exposure", "chosen frames whose exposure had settled",
+        {"p95_distance_ms", Better::Less, "the 95th percentile (nearest rank)",
+         distance<&base::Spread::p95>},
+        {"max_distance_ms", Better::Less, "the most", distance<&base::Spread::max>},
+        {"settled_focus", Better::More, "chosen frames whose focus had settled",
+         shareCount<&S::focusSettled>},
+        {"settled_focus_percent", Better::More, "the same, of 100 that tell it",
+         sharePercent<&S::focusSettled>},
+        {"settled_exposure", Better::More, "chosen frames whose exposure had settled",
          shareCount<&S::exposureSettled>},
-        {"settled_exposure_percent", "the same, of 100 that tell it",
+        {"settled_exposure_percent", Better::More, "the same, of 100 that tell it",
          sharePercent<&S::exposureSettled>},
-        {"median_exposure_ms", "exposure time of the chosen frames: the median",
+        {"median_exposure_ms", Better::Less, "exposure time of the chosen frames: the median",
          exposure<&base::Spread::median>},
-        {"max_exposure_ms", "the most", exposure<&base::Spread::max>},
-        {"median_iso", "ISO of the chosen frames: the median", iso<&base::Spread::median>},
-        {"max_iso", "the most", iso<&base::Spread::max>},
+        {"max_exposure_ms", Better::Less, "the most", exposure<&base::Spread::max>},
+        {"median_iso", Better::Less, "ISO of the chosen frames: the median",
+         iso<&base::Spread::median>},
+        {"max_iso", Better::Less, "the most", iso<&base::Spread::max>},
     };
     addRefusals(fields);
     std::vector<ComparisonField> const rest = {
-        {"max_held_ms", "the longest time that a buffer set was out of the history", heldNs},
-        {"dropped_frames", "frames that left the history because newer ones came",
+        {"max_held_ms", Better::Less, "the longest time that a buffer set was out of the history",
+         heldNs},
+        {"dropped_frames", Better::Neither, "frames that left the history because newer ones came",
          [](N numbers) -> FieldValue { return numbers.droppedFrames; }},
-        {"log_errors", "error lines of the processor's log",
+        {"log_errors", Better::Less, "error lines of the processor's log",
          [](N numbers) -> FieldValue { return numbers.errorLines; }},
-        {"buffers_out", "buffer sets that were not given back",
+        {"buffers_out", Better::Less, "buffer sets that were not given back",
          [](N numbers) -> FieldValue {
              return numbers.ledger.withProcessor + numbers.ledger.withFrameBuilder;
          }},
-        {"buffers_lost", "buffer sets that are gone without having been given back",
+        {"buffers_lost", Better::Less, "buffer sets that are gone without having been given back",
          [](N numbers) -> FieldValue { return numbers.ledger.lost; }},
     };
     fields.insert(fields.end(), rest.begin(), rest.end());
     return fields;
+}
+
+}  // namespace
+
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+std::string_view trimmed(std::string_view text) {
+    size_t const begin = text.find_first_not_of(kBlanks);
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
 }  // namespace
@@ -229,6 +254,17 @@ ComparisonField const* findField(std::string_view name) {
     auto const found = std::find_if(fields.begin(), fields.end(),
                                     [name](auto const& field) { return field.name == name; });
     return found != fields.end() ? &*found : nullptr;
+}
+
+ComparisonField const& fieldOf(std::string_view name) {
+    name = trimmed(name);
+    ComparisonField const* const field = findField(name);
+    if (field == nullptr) {
+        throw std::invalid_argument(
+            fmt::format("expected a field, found {} (zsl list fields){}", base::quoteContent(name),
+                        base::didYouMean(name, fieldNames())));
+    }
+    return *field;
 }
 
 std::vector<std::string> fieldNames() {
@@ -260,16 +296,6 @@ std::string asText(FieldValue const& value) {
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
-std::string_view trimmed(std::string_view text) {
-    size_t const begin = text.find_first_not_of(kBlanks);
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-}
-
 double parseNumber(std::string_view text) {
     double value = 0;
     auto const [end, error] =
@@ -288,19 +314,14 @@ Limit::Limit(std::string_view text) : mText(trimmed(text)) {
     std::string_view const whole = mText;
     size_t const at = whole.find_first_of("<>=!");
     std::string_view rest = at == std::string_view::npos ? "" : whole.substr(at);
-    std::string_view const name = trimmed(whole.substr(0, at));
+    std::string_view const name = whole.substr(0, at);
     // The longer ones first: each begins like a shorter one.
     for (auto const& [sign, comparison] :
          {std::pair{"<=", Comparison::LessEqual}, std::pair{">=", Comparison::GreaterEqual},
           std::pair{"==", Comparison::Equal}, std::pair{"!=", Comparison::Unequal},
           std::pair{"<", Comparison::Less}, std::pair{">", Comparison::Greater}}) {
         if (rest.starts_with(sign)) {
-            mField = findField(name);
-            if (mField == nullptr) {
-                throw std::invalid_argument(
-                    fmt::format("expected a field, found {} (zsl list fields){}",
-                                base::quoteContent(name), base::didYouMean(name, fieldNames())));
-            }
+            mField = &fieldOf(name);
             mComparison = comparison;
             rest.remove_prefix(std::string_view(sign).size());
             mNumber = parseNumber(trimmed(rest));

@@ -53,9 +53,13 @@ std::vector<std::string> problemsOf(run::ReplayResult const& result);
 /// A field's value, a count or a number; none when there is nothing that it could be made from.
 using FieldValue = std::variant<std::monostate, uint64_t, double>;
 
+/// Which end of a field is the better one, all else being equal.
+enum class Better : uint8_t { Neither, Less, More };
+
 /// A number of a run under the name that limits, CSV and JSON share. Times are in ms.
 struct ComparisonField {
     std::string name;
+    Better better;
     char const* help;
     std::function<FieldValue(RunNumbers const& numbers)> value;
 };
@@ -65,6 +69,10 @@ std::span<ComparisonField const> comparisonFields();
 
 /// Null for none of that name.
 ComparisonField const* findField(std::string_view name);
+
+/// The field of that name; blanks around it do not count. Throws std::invalid_argument, with a text
+/// that says what was expected and found, when there is none.
+ComparisonField const& fieldOf(std::string_view name);
 
 std::vector<std::string> fieldNames();
 

@@ -1,242 +1,21 @@
-#include "report/Reports.h"
-
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <map>
+#include <array>
 #include <optional>
 #include <ostream>
 #include <span>
 #include <string_view>
 
 #include "base/Text.h"
-#include "compare/ComparisonFields.h"
+#include "report/ComparisonNames.h"
+#include "report/Reports.h"
 
 namespace zebcam::tool::report {
 
 namespace {
 
-constexpr size_t kColumns = 120;  // policy and numbers alone need 97
-constexpr char kNothing[] = "-";
-
-/// A setting that may differ between the rows.
-struct Setting {
-    char const* title;
-    char const* unit;
-    size_t width;
-    std::string (*value)(compare::ComparisonRow const& row);
-};
-
-std::string offsetOf(compare::ComparisonRow const& row) {
-    std::optional<int64_t> const offset = row.offsetMs();
-    return offset ? fmt::to_string(*offset) : kNothing;
-}
-
-Setting const kSettings[] = {
-    {"offset", " ms", 7, offsetOf},
-    {"frames", "", 6,
-     [](compare::ComparisonRow const& row) {
-         return fmt::to_string(row.options.framesPerCapture);
-     }},
-    {"history", "", 7,
-     [](compare::ComparisonRow const& row) { return fmt::to_string(row.options.history); }},
-};
-
-/// Plug-ins are numbered, because paths are long and often differ in the middle only.
-std::map<std::string, std::string> policyLabels(std::vector<compare::ComparisonRow> const& rows) {
-    std::map<std::string, std::string> labels;
-    size_t plugins = 0;
-    for (compare::ComparisonRow const& row : rows) {
-        pipeline::PolicyOption const& policy = row.options.policy;
-        if (labels.count(policy.name()) == 0) {
-            labels[policy.name()] = policy.kind == pipeline::PolicyKind::Plugin
-                                        ? fmt::format("plug-in {}", ++plugins)
-                                        : policy.name();
-        }
-    }
-    return labels;
-}
-
-std::string legendOf(std::vector<compare::ComparisonRow> const& rows,
-                     std::map<std::string, std::string> const& labels) {
-    std::map<size_t, std::string> lines;
-    for (compare::ComparisonRow const& row : rows) {
-        pipeline::PolicyOption const& policy = row.options.policy;
-        if (policy.kind == pipeline::PolicyKind::Plugin) {
-            // By number, for names sort otherwise.
-            std::string const& label = labels.at(policy.name());
-            lines[std::stoul(label.substr(label.rfind(' ')))] =
-                fmt::format("{:<11}  {}\n", label, base::printable(policy.name()));
-        }
-    }
-    std::string legend;
-    for (auto const& [number, line] : lines) {
-        legend += line;
-    }
-    return legend.empty() ? "" : legend + "\n";
-}
-
-std::string ms(bool isThere, int64_t ns) {
-    constexpr int64_t kNsPerTenthMs = 100'000;
-    if (!isThere) {
-        return kNothing;
-    }
-    // Rounded half away from zero, as all times are.
-    int64_t const tenths = (ns + (ns < 0 ? -1 : 1) * kNsPerTenthMs / 2) / kNsPerTenthMs;
-    return fmt::format("{}{}.{}", tenths < 0 ? "-" : "", std::abs(tenths) / 10,
-                       std::abs(tenths) % 10);
-}
-
-constexpr char kNumbers[] = "{:>6}{:>7}{:>6}{:>6}{:>9}{:>9}{:>9}{:>9}{:>8}{:>8}{:>8}";
-
-std::string numbersText(compare::RunNumbers const& numbers) {
-    run::ReplaySummary const& summary = numbers.summary;
-    base::Spread const& lag = summary.lag;
-    base::Spread const& wait = numbers.summary.wait;
-    bool const hasLag = lag.count > 0;
-    bool const hasWait = wait.count > 0;
-    return fmt::format(kNumbers, summary.atOnce, summary.waited, summary.timedOut, summary.flushed,
-                       ms(hasLag, lag.min), ms(hasLag, lag.median), ms(hasLag, lag.p95),
-                       ms(hasLag, lag.max), ms(hasWait, wait.p95), ms(hasWait, wait.max),
-                       ms(numbers.ledger.handedOut > 0, numbers.longestHeldNs));
-}
-
-std::string trimmedLine(std::string line) {
-    line.erase(line.find_last_not_of(' ') + 1);
-    return line + "\n";
-}
-
-/// `, offset 50 ms, frames 1`; without what is not known.
-std::string settingsText(compare::ComparisonRow const& row,
-                         std::vector<Setting const*> const& settings) {
-    std::string text;
-    for (Setting const* const setting : settings) {
-        if (std::string const value = setting->value(row); value != kNothing) {
-            text += fmt::format(", {} {}{}", setting->title, value, setting->unit);
-        }
-    }
-    return text;
-}
-
-/// Lays out the rows with the settings that differ as columns.
-class Table {
-public:
-    explicit Table(std::vector<compare::ComparisonRow> const& rows)
-        : mRows(rows), mLabels(policyLabels(rows)) {
-        // What all rows share is told once, in the heading: the line has no room for it.
-        for (Setting const& setting : kSettings) {
-            bool const differs = std::any_of(rows.begin(), rows.end(), [&](auto const& row) {
-                return setting.value(row) != setting.value(rows.front());
-            });
-            (differs ? mColumns : mShared).push_back(&setting);
-        }
-    }
-
-    std::string text() const {
-        std::string out = legendOf(mRows, mLabels);
-        std::string const* recording = nullptr;
-        for (compare::ComparisonRow const& row : mRows) {
-            if (recording == nullptr || *recording != row.recording) {
-                out += recording != nullptr ? "\n" : "";
-                out += heading(row);
-                recording = &row.recording;
-            }
-            out += line(row);
-        }
-        return out;
-    }
-
-private:
-    std::string heading(compare::ComparisonRow const& first) const {
-        std::string above = fmt::format("  {:<10}", "");
-        std::string titles = fmt::format("  {:<10}", "policy");
-        for (Setting const* const setting : mColumns) {
-            above += fmt::format(" {:{}}", "", setting->width);
-            titles += fmt::format(" {:>{}}", setting->title, setting->width);
-        }
-        above +=
-            fmt::format("{:>25}{:>36}{:>16}{:>8}", "served", "lag (ms)", "waiting (ms)", "held");
-        titles += fmt::format(kNumbers, "once", "waited", "late", "flush", "min", "median", "95 %",
-                              "max", "95 %", "max", "max");
-        return fmt::format("Recording {}{}\n", base::printable(first.recording),
-                           settingsText(first, mShared)) +
-               trimmedLine(above) + trimmedLine(titles);
-    }
-
-    std::string line(compare::ComparisonRow const& row) const {
-        std::string out = fmt::format("{} {:<10}", row.isGood() ? " " : "!",
-                                      mLabels.at(row.options.policy.name()));
-        for (Setting const* const setting : mColumns) {
-            out += fmt::format(" {:>{}}", setting->value(row), setting->width);
-        }
-        // The reason takes the numbers' place; standard error has it in full.
-        if (!row.numbers) {
-            out += "  failed: " + base::printable(row.problems.front());
-            return (out.size() > kColumns ? out.substr(0, kColumns - 3) + "..." : out) + "\n";
-        }
-        out += numbersText(*row.numbers) + "\n";
-        compare::RefusalCounts const& refusals = row.numbers->refusals;
-        if (refusals.total() > 0) {
-            out += base::wrap("", fmt::format("refused {}: {}", refusals.total(), refusals.text()),
-                              {.indent = 4, .columns = kColumns, .breakAfter = ", "});
-        }
-        return out;
-    }
-
-    std::vector<compare::ComparisonRow> const& mRows;
-    std::map<std::string, std::string> const mLabels;
-    std::vector<Setting const*> mColumns;
-    std::vector<Setting const*> mShared;
-};
-
-/// Whether all rows of the recording that begins at `rows` failed for the same reason.
-bool failAlike(std::span<compare::ComparisonRow const> rows) {
-    return std::all_of(rows.begin(), rows.end(), [&](compare::ComparisonRow const& row) {
-        return !row.numbers && row.problems == rows.front().problems;
-    });
-}
-
-}  // namespace
-
-std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows,
-                            base::TextStyle const& /*style*/) {
-    return Table(rows).text();
-}
-
-std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows) {
-    std::string text;
-    std::vector<Setting const*> settings;
-    for (Setting const& setting : kSettings) {
-        settings.push_back(&setting);
-    }
-    for (size_t begin = 0, end = 0; begin < rows.size(); begin = end) {
-        while (end < rows.size() && rows[end].recording == rows[begin].recording) {
-            ++end;
-        }
-        std::span const runs(&rows[begin], end - begin);
-        // A file that cannot be read fails under every setting, and needs to be told of once.
-        bool const isOne = failAlike(runs);
-        for (compare::ComparisonRow const& row : isOne ? runs.first(1) : runs) {
-            std::string const where =
-                isOne ? ""
-                      : fmt::format(" (policy {}{})", base::printable(row.options.policy.name()),
-                                    settingsText(row, settings));
-            for (auto const* const texts : {&row.problems, &row.broken}) {
-                for (std::string const& complaint : *texts) {
-                    // What cannot be read names its place in the file.
-                    bool const isPlaced = isOne && complaint.starts_with(row.recording);
-                    text += isPlaced ? base::printable(complaint) + "\n"
-                                     : fmt::format("{}{}: {}\n", base::printable(row.recording),
-                                                   where, base::printable(complaint));
-                }
-            }
-        }
-    }
-    return text;
-}
-
-namespace {
+using compare::ComparisonRow;
 
 std::string csvField(std::string_view text) {
     // Quoted only where it must be, so that simple tools can split the lines.
@@ -251,7 +30,7 @@ std::string csvField(std::string_view text) {
 }
 
 // One cell, for CSV knows no lists.
-std::string messageOf(compare::ComparisonRow const& row) {
+std::string messageOf(ComparisonRow const& row) {
     std::string text;
     for (auto const* const texts : {&row.problems, &row.broken}) {
         for (std::string const& complaint : *texts) {
@@ -259,27 +38,184 @@ std::string messageOf(compare::ComparisonRow const& row) {
             text += complaint;
         }
     }
+    if (!row.worse.empty()) {
+        text += (text.empty() ? "" : "; ") + row.worse;
+    }
+    return text;
+}
+
+std::string parametersOf(ComparisonRow const& row) {
+    std::string text;
+    for (auto const& [name, value] : row.options.policyParameters) {
+        text += fmt::format("{}{}={}", text.empty() ? "" : " ", name, value);
+    }
     return text;
 }
 
 }  // namespace
 
-void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out) {
-    out << "recording,policy,offset_ms,frames_per_capture,history_frames,status,message";
+void writeCsv(compare::Comparison const& comparison, std::ostream& out) {
+    out << "recording,policy,policy_name,policy_options,offset_ms,frames_per_capture,"
+           "history_frames,status,message";
     for (compare::ComparisonField const& field : compare::comparisonFields()) {
         out << ',' << field.name;
     }
     out << '\n';
-    for (compare::ComparisonRow const& row : rows) {
+    for (ComparisonRow const& row : comparison.rows) {
         std::optional<int64_t> const offsetMs = row.offsetMs();
-        out << fmt::format("{},{},{},{},{},{},{}", csvField(row.recording),
+        out << fmt::format("{},{},{},{},{},{},{},{},{}", csvField(row.recording),
                            csvField(row.options.policy.name()),
+                           csvField(row.options.policy.ownName), csvField(parametersOf(row)),
                            offsetMs ? fmt::to_string(*offsetMs) : "", row.options.framesPerCapture,
                            row.options.history, row.status(), csvField(messageOf(row)));
         for (compare::ComparisonField const& field : compare::comparisonFields()) {
             out << ',' << (row.numbers ? compare::asText(field.value(*row.numbers)) : "");
         }
         out << '\n';
+    }
+}
+
+namespace {
+
+// What a table of a pull request has room for.
+constexpr std::array kMarkdownFields = {"at_once",
+                                        "waited",
+                                        "timed_out",
+                                        "flushed",
+                                        "median_lag_ms",
+                                        "p95_lag_ms",
+                                        "p95_wait_ms",
+                                        "p95_distance_ms",
+                                        "settled_focus_percent",
+                                        "settled_exposure_percent",
+                                        "median_exposure_ms",
+                                        "median_iso"};
+
+std::string escaped(std::string_view text) {
+    std::string out;
+    for (char const c : base::printable(text)) {
+        // Names have underlines, and a bar would end the cell.
+        out += std::string_view("|_*`<[").find(c) != std::string_view::npos ? std::string("\\") + c
+                                                                            : std::string(1, c);
+    }
+    return out;
+}
+
+void writeHead(std::span<std::string const> titles, size_t texts, std::ostream& out) {
+    for (std::string const& title : titles) {
+        out << "| " << escaped(title) << ' ';
+    }
+    out << "|\n";
+    for (size_t i = 0; i < titles.size(); ++i) {
+        out << (i < texts ? "|---" : "|---:");
+    }
+    out << "|\n";
+}
+
+void writeRows(std::span<ComparisonRow const> rows, ComparisonNames const& names,
+               std::ostream& out) {
+    std::vector<std::string> titles = {"", "setting"};
+    titles.insert(titles.end(), kMarkdownFields.begin(), kMarkdownFields.end());
+    writeHead(titles, 2, out);
+    for (ComparisonRow const& row : rows) {
+        out << (row.isGood() ? "| " : "| **" + std::string(row.status()) + "** ") << "| "
+            << escaped(names.nameOf(row)) << ' ';
+        for (char const* const field : kMarkdownFields) {
+            out << "| " << shortText(row, compare::fieldOf(field)) << ' ';
+        }
+        out << "|\n";
+    }
+    out << '\n';
+}
+
+void writeRankings(compare::Comparison const& comparison, ComparisonNames const& names,
+                   std::ostream& out) {
+    if (comparison.rankings.empty()) {
+        return;
+    }
+    out << "### Best first\n\n";
+    writeHead(std::array<std::string, 2>{"field", "settings, with the ratio to the best"}, 2, out);
+    for (compare::Ranking const& ranking : comparison.rankings) {
+        out << "| " << escaped(ranking.field->name) << " | ";
+        for (compare::Place const& place : ranking.places) {
+            bool const isFirst = &place == &ranking.places.front();
+            bool const isBest =
+                compare::asNumber(place.value) == compare::asNumber(ranking.places.front().value);
+            ComparisonRow const& row = comparison.totals.rows[place.setting];
+            std::string const text =
+                escaped(names.nameOf(row)) + ' ' + shortText(row, *ranking.field);
+            out << (isFirst ? "" : ", ") << (isBest ? "**" + text + "**" : text)
+                << (place.ratio && !isBest ? fmt::format(" (x{:.2f})", *place.ratio) : "");
+        }
+        out << " |\n";
+    }
+    out << '\n';
+}
+
+void writeSince(compare::Comparison const& comparison, ComparisonNames const& names,
+                std::ostream& out) {
+    if (!comparison.since) {
+        return;
+    }
+    out << "### Since the baseline\n\n" << escaped(sinceSummary(*comparison.since)) << "\n\n";
+    if (comparison.since->changes.empty()) {
+        return;
+    }
+    writeHead(
+        std::array<std::string, 7>{"", "recording", "setting", "field", "was", "is", "change"}, 4,
+        out);
+    for (compare::Change const& change : comparison.since->changes) {
+        ComparisonRow const& row =
+            (change.isOfTotal ? comparison.totals.rows : comparison.rows)[change.row];
+        bool const isWorse = change.trend == compare::Change::Trend::Worse;
+        out << fmt::format("| {0}{1}{0} | {2} | {3} | {4} | {5} | {6} | {7} |\n",
+                           isWorse ? "**" : "", toString(change.trend),
+                           change.isOfTotal ? "all" : escaped(row.recording),
+                           escaped(names.nameOf(row)), escaped(change.field->name),
+                           shortText(change.was), shortText(change.is), changeText(change));
+    }
+    out << '\n';
+}
+
+}  // namespace
+
+void writeMarkdown(compare::Comparison const& comparison, std::ostream& out) {
+    ComparisonNames const names(comparison.rows);
+    compare::Totals const& totals = comparison.totals;
+    size_t const recordings = totals.recordings + totals.leftOut;
+    out << fmt::format("## zsl compare: {} of {}\n\n",
+                       base::counted(totals.rows.size(), "setting", "settings"),
+                       base::counted(recordings, "recording", "recordings"));
+    out << (comparison.isGood() ? "Everything is in order.\n\n"
+                                : "**Not everything is in order:**\n\n");
+    std::string const complaints = comparisonComplaints(comparison);
+    for (size_t begin = 0; begin < complaints.size();) {
+        size_t const end = complaints.find('\n', begin);
+        out << "- " << escaped(std::string_view(complaints).substr(begin, end - begin)) << '\n';
+        begin = end + 1;
+    }
+    out << (complaints.empty() ? "" : "\n");
+    for (auto const& [name, path] : names.libraries()) {
+        out << fmt::format("- {}: {}\n", escaped(name), escaped(path));
+    }
+    out << (names.libraries().empty() ? "" : "\n");
+    out << fmt::format("All settings: {}\n\n", escaped(names.shared()));
+    if (recordings > 1) {
+        out << fmt::format("### Total of {}\n\n",
+                           base::counted(totals.recordings, "recording", "recordings"));
+        writeRows(totals.rows, names, out);
+    }
+    writeRankings(comparison, names, out);
+    writeSince(comparison, names, out);
+    // Folded: of a large corpus only some will be looked at.
+    bool const isFolded = recordings > 1;
+    for (size_t begin = 0; begin < comparison.rows.size(); begin += totals.rows.size()) {
+        std::span const rows(&comparison.rows[begin], totals.rows.size());
+        std::string const name = escaped(rows.front().recording);
+        out << (isFolded ? fmt::format("<details><summary>{}</summary>\n\n", name)
+                         : fmt::format("### {}\n\n", name));
+        writeRows(rows, names, out);
+        out << (isFolded ? "</details>\n\n" : "");
     }
 }
 

@@ -235,11 +235,11 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
               out);
 }
 
-void writeHtmlReport(compare::ComparisonPlan const& plan,
-                     std::vector<compare::ComparisonRow> const& rows,
-                     base::Provenance const& provenance, std::ostream& out) {
-    writePage("Comparison of policies", comparisonTable(rows) + comparisonComplaints(rows),
-              {{"version", VERSION}, {"comparison", toJson(plan, rows, provenance)}}, out);
+void writeHtmlReport(compare::Comparison const& comparison, base::Provenance const& provenance,
+                     std::ostream& out) {
+    writePage("Comparison of policies",
+              comparisonTable(comparison) + comparisonComplaints(comparison),
+              {{"version", VERSION}, {"comparison", toJson(comparison, provenance)}}, out);
 }
 
 }  // namespace zebcam::tool::report

@@ -194,31 +194,46 @@ Json refusalsJson(compare::RefusalCounts const& refusals) {
     return json;
 }
 
+Json fieldsJson(compare::RunNumbers const& numbers) {
+    Json fields = Json::object();
+    for (compare::ComparisonField const& field : compare::comparisonFields()) {
+        // A count stays a whole number.
+        compare::FieldValue const value = field.value(numbers);
+        auto const* const count = std::get_if<uint64_t>(&value);
+        fields[field.name] = count != nullptr ? Json(*count) : orNull(compare::asNumber(value));
+    }
+    return fields;
+}
+
+/// What rows and totals have in common; null where the run failed.
+void addNumbers(compare::ComparisonRow const& row, Json& json) {
+    bool const isThere = row.numbers.has_value();
+    compare::RunNumbers const numbers = row.numbers.value_or(compare::RunNumbers());
+    json["fields"] = isThere ? fieldsJson(numbers) : Json(nullptr);
+    json["summary"] = isThere
+                          ? summaryJson(numbers.summary, numbers.droppedFrames, numbers.errorLines)
+                          : Json(nullptr);
+    json["refusals"] = isThere ? refusalsJson(numbers.refusals) : Json(nullptr);
+    json["ledger"] =
+        isThere ? ledgerJson(numbers.ledger, numbers.longestHeldNs, nullptr) : Json(nullptr);
+}
+
 /// A row has the fields of its replay's document that are short enough for a table.
 Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> const& limits) {
     Json json = {{"recording", {{"path", row.recording}}},
                  {"options", optionsJson(row.options, row.offsetMs())},
                  {"status", row.status()},
                  {"problems", row.problems},
-                 {"brokenLimits", Json::array()},
-                 {"summary", nullptr},
-                 {"refusals", nullptr},
-                 {"ledger", nullptr}};
-    if (!row.numbers) {
-        return json;
-    }
-    compare::RunNumbers const& numbers = *row.numbers;
+                 {"brokenLimits", Json::array()}};
     // The row has them as texts for people.
     for (compare::Limit const& limit : limits) {
-        if (limit.brokenBy(numbers)) {
+        if (row.numbers && limit.brokenBy(*row.numbers)) {
             json["brokenLimits"].push_back(
                 {{"limit", limit.text()},
-                 {"found", orNull(compare::asNumber(limit.field().value(numbers)))}});
+                 {"found", orNull(compare::asNumber(limit.field().value(*row.numbers)))}});
         }
     }
-    json["summary"] = summaryJson(numbers.summary, numbers.droppedFrames, numbers.errorLines);
-    json["refusals"] = refusalsJson(numbers.refusals);
-    json["ledger"] = ledgerJson(numbers.ledger, numbers.longestHeldNs, nullptr);
+    addNumbers(row, json);
     return json;
 }
 
@@ -246,6 +261,8 @@ run::Verdict comparisonVerdict(std::vector<compare::ComparisonRow> const& rows) 
     add(run::Level::Bad, "failed", runsThatAre("failed"), rows.size(), "runs failed");
     add(run::Level::Bad, "problem", runsThatAre("problem"), rows.size(), "runs have problems");
     add(run::Level::Bad, "limit", runsThatAre("limit"), rows.size(), "runs break a limit");
+    add(run::Level::Bad, "worse", runsThatAre("worse"), rows.size(),
+        "runs are worse than the baseline's");
     add(run::Level::Doubtful, "timedOut", timedOut, frames, "frames timed out");
     add(run::Level::Doubtful, "flushed", flushed, frames, "frames were flushed");
     add(run::Level::Good, "ok", runsThatAre("ok"), rows.size(),
@@ -253,16 +270,56 @@ run::Verdict comparisonVerdict(std::vector<compare::ComparisonRow> const& rows) 
     return verdict;
 }
 
+Json totalJson(compare::ComparisonRow const& total) {
+    Json json = {{"options", optionsJson(total.options, total.offsetMs())}};
+    addNumbers(total, json);
+    return json;
+}
+
+Json rankingJson(compare::Ranking const& ranking) {
+    return {{"field", ranking.field->name},
+            {"better", ranking.field->better == compare::Better::Less ? "less" : "more"},
+            {"places", listOf(ranking.places, [](compare::Place const& place) {
+                 return Json{{"total", place.setting},
+                             {"value", orNull(compare::asNumber(place.value))},
+                             {"ratio", orNull(place.ratio)}};
+             })}};
+}
+
+Json sinceJson(compare::Since const& since) {
+    return {{"path", since.path},
+            {"version", since.version},
+            {"tolerances", since.tolerances},
+            {"matchedRows", since.matched},
+            {"newRows", since.added},
+            {"goneRows", since.gone},
+            {"hasTotals", since.hasTotals},
+            {"changes", listOf(since.changes, [](compare::Change const& change) {
+                 Json const place(change.row);
+                 return Json{{"row", change.isOfTotal ? Json(nullptr) : place},
+                             {"total", change.isOfTotal ? place : Json(nullptr)},
+                             {"field", change.field->name},
+                             {"was", orNull(change.was)},
+                             {"is", orNull(change.is)},
+                             {"trend", toString(change.trend)}};
+             })}};
+}
+
 }  // namespace
 
-Json toJson(compare::ComparisonPlan const& plan, std::vector<compare::ComparisonRow> const& rows,
-            base::Provenance const& provenance) {
-    bool const isClean = std::all_of(
-        rows.begin(), rows.end(), [](compare::ComparisonRow const& row) { return row.isGood(); });
-    Json json = documentOf("compare", isClean, provenance);
-    json["verdict"] = rows.empty() ? Json(nullptr) : verdictJson(comparisonVerdict(rows));
-    json["limits"] = listOf(plan.limits, [](compare::Limit const& limit) { return limit.text(); });
-    json["rows"] = listOf(rows, [&](auto const& row) { return rowJson(row, plan.limits); });
+Json toJson(compare::Comparison const& comparison, base::Provenance const& provenance) {
+    Json json = documentOf("compare", comparison.isGood(), provenance);
+    json["verdict"] =
+        comparison.rows.empty() ? Json(nullptr) : verdictJson(comparisonVerdict(comparison.rows));
+    json["limits"] =
+        listOf(comparison.limits, [](compare::Limit const& limit) { return limit.text(); });
+    json["rows"] =
+        listOf(comparison.rows, [&](auto const& row) { return rowJson(row, comparison.limits); });
+    json["totals"] = {{"recordings", comparison.totals.recordings},
+                      {"leftOutRecordings", comparison.totals.leftOut},
+                      {"rows", listOf(comparison.totals.rows, totalJson)}};
+    json["rankings"] = listOf(comparison.rankings, rankingJson);
+    json["baseline"] = comparison.since ? sinceJson(*comparison.since) : Json(nullptr);
     return json;
 }
 

@@ -65,14 +65,15 @@ std::string explanationText(log::Explanation const& explanation, base::TextStyle
 std::string captureText(log::CaptureExplanation const& capture, ReasonsStyle const& how,
                         ReplayedCapture const* replayed = nullptr);
 
-/// The rows of a comparison: a table for each recording, with the settings that differ. Plain text
-/// of at most 120 columns, but for paths that are longer themselves.
-std::string comparisonTable(std::vector<compare::ComparisonRow> const& rows,
+/// A comparison: a table for each recording with the settings that differ, one for all recordings,
+/// who is best in which field, and what changed since the baseline.
+std::string comparisonTable(compare::Comparison const& comparison,
                             base::TextStyle const& style = {});
 
-/// What went wrong: a line for each problem and each broken limit that names recording and
-/// settings. What fails alike under every setting of a recording is told once.
-std::string comparisonComplaints(std::vector<compare::ComparisonRow> const& rows);
+/// What went wrong: a line for each problem, each broken limit and each run that is worse than the
+/// baseline's, which names recording and settings. What fails alike under every setting of a
+/// recording is told once.
+std::string comparisonComplaints(compare::Comparison const& comparison);
 
 // For programs. docs/json.md lists every field; a field is always there, and null where it does not
 // apply.
@@ -85,8 +86,7 @@ nlohmann::ordered_json toJson(recording::Recording const& recording,
 nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording,
                               base::Provenance const& provenance = {});
 
-nlohmann::ordered_json toJson(compare::ComparisonPlan const& plan,
-                              std::vector<compare::ComparisonRow> const& rows,
+nlohmann::ordered_json toJson(compare::Comparison const& comparison,
                               base::Provenance const& provenance = {});
 
 /// `path` is that of the log, empty for standard input.
@@ -101,7 +101,10 @@ nlohmann::ordered_json toJson(recording::GeneratorOptions const& options,
 void writeJson(nlohmann::ordered_json const& document, std::ostream& out);
 
 /// A header and a line for each row, with LF line ends; docs/compare.md describes the columns.
-void writeCsv(std::vector<compare::ComparisonRow> const& rows, std::ostream& out);
+void writeCsv(compare::Comparison const& comparison, std::ostream& out);
+
+/// A comparison for a pull request: totals, ranking and what changed first, then each recording.
+void writeMarkdown(compare::Comparison const& comparison, std::ostream& out);
 
 // To be looked at.
 
@@ -112,9 +115,8 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
                      std::ostream& out);
 
 /// The same of a comparison.
-void writeHtmlReport(compare::ComparisonPlan const& plan,
-                     std::vector<compare::ComparisonRow> const& rows,
-                     base::Provenance const& provenance, std::ostream& out);
+void writeHtmlReport(compare::Comparison const& comparison, base::Provenance const& provenance,
+                     std::ostream& out);
 
 /// What a trace shows. Everything is on loan.
 struct TraceInput {
