@@ -249,8 +249,11 @@ std::string comparisonComplaints(compare::Comparison const& comparison) {
     ComparisonNames const names(comparison.rows);
     auto const add = [&](std::string const& recording, std::string const& where,
                          std::string const& complaint) {
-        text += fmt::format("{}{}: {}\n", base::printable(recording), where,
-                            base::printable(complaint));
+        // What cannot be read names its place in the file.
+        bool const isPlaced = where.empty() && complaint.starts_with(recording);
+        text += isPlaced ? base::printable(complaint) + "\n"
+                         : fmt::format("{}{}: {}\n", base::printable(recording), where,
+                                       base::printable(complaint));
     };
     auto const addRow = [&](ComparisonRow const& row, std::string const& recording, bool isOne) {
         std::string const where = isOne ? "" : fmt::format(" ({})", names.fullNameOf(row));
