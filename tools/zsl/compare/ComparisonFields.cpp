@@ -260,9 +260,9 @@ ComparisonField const& fieldOf(std::string_view name) {
     name = trimmed(name);
     ComparisonField const* const field = findField(name);
     if (field == nullptr) {
-        throw std::invalid_argument(
-            fmt::format("expected a field, found {} (zsl list fields){}", base::quoteContent(name),
-                        base::didYouMean(name, fieldNames())));
+        throw std::invalid_argument(fmt::format("expected a field, found {} (zsl list fields){}",
+                                                base::quoteContent(name),
+                                                base::didYouMean(name, fieldNames())));
     }
     return *field;
 }
