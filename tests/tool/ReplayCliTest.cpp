@@ -175,6 +175,23 @@ TEST_F(ReplayCli, ExplainsTheWantedCaptures) {
                              "--request: there is no capture 3: they are numbered 1 to 2"}});
 }
 
+TEST_F(ReplayCli, TellsOfTheChosenFramesWhatTheRecordingTells) {
+    std::string const head = "Timestamp[nanosec],ISO";
+    std::string rows;
+    for (int i = 1; i < 60; ++i) {
+        rows += std::to_string(i * 33'000'000) + (i % 2 == 0 ? ",144\n" : ",\n");
+    }
+    Outcome const outcome =
+        zsl({"replay", write("few.csv", head + "\n" + rows), "--json", path("few.json")});
+    EXPECT_THAT(outcome.out, HasSubstr("\ncapture  frame  history frame  ISO\n"));
+    auto const frame =
+        nlohmann::json::parse(contentOf(path("few.json")))["captures"][0]["frames"][0]["chosen"];
+    for (char const* const untold : {"exposureNs", "focusDistance", "afMode", "afState",
+                                     "lensState", "isFocusSettled", "isExposureSettled"}) {
+        EXPECT_TRUE(frame.at(untold).is_null()) << untold;
+    }
+}
+
 TEST_F(ReplayCli, SaysWhenSomethingWentWrong) {
     std::ostream full(nullptr);
     std::ostringstream err;

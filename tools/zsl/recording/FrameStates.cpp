@@ -39,6 +39,25 @@ std::string lensStateName(uint8_t state) {
     return nameOf(kLensStates, state);
 }
 
+SensorFrame withoutAssumed(SensorFrame frame, Recording const& recording) {
+    auto const leaveOut = [&recording](Column column, auto& value) {
+        if (recording.lacks(column)) {
+            value = {};
+        }
+    };
+    leaveOut(Column::Exposure, frame.exposureNs);
+    leaveOut(Column::Iso, frame.iso);
+    leaveOut(Column::FocusDistance, frame.focusDistance);
+    leaveOut(Column::AfMode, frame.afMode);
+    leaveOut(Column::AfState, frame.afState);
+    leaveOut(Column::LensState, frame.lensState);
+    leaveOut(Column::AeStable, frame.aeStable);
+    leaveOut(Column::FrameSync, frame.frameSync);
+    leaveOut(Column::SensorId, frame.sensorId);
+    leaveOut(Column::SensorMode, frame.sensorMode);
+    return frame;
+}
+
 std::optional<bool> isFocusSettled(SensorFrame const& frame) {
     // The enumerators are in this order; the modes outside have no focus that could move.
     if (frame.afMode && (*frame.afMode < NSCam::AF_MODE_AUTO ||

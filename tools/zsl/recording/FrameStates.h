@@ -14,6 +14,10 @@ std::string afModeName(uint8_t mode);
 std::string afStateName(uint8_t state);
 std::string lensStateName(uint8_t state);
 
+/// `frame` as the pipeline got it, without what was only assumed because `recording` tells it of no
+/// frame.
+SensorFrame withoutAssumed(SensorFrame frame, Recording const& recording);
+
 /// Whether no focus scan ran and the lens stood still, as the processor judges it; none when the
 /// frame does not tell enough.
 std::optional<bool> isFocusSettled(SensorFrame const& frame);

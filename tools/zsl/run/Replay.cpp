@@ -11,6 +11,7 @@
 #include "pipeline/PipelineSetup.h"
 #include "pipeline/Schedule.h"
 #include "pipeline/SimulatedPipeline.h"
+#include "recording/FrameStates.h"
 
 namespace zebcam::tool::run {
 
@@ -190,6 +191,13 @@ private:
             bool const isThere = found != mFrames.end() && found->frame.frameNo == frameNo;
             return isThere ? &found->frame : nullptr;
         });
+        for (pipeline::CaptureRecord& capture : result.captures) {
+            for (pipeline::FrameOutcome& frame : capture.frames) {
+                if (frame.chosen) {
+                    frame.chosen = recording::withoutAssumed(*frame.chosen, mRecording);
+                }
+            }
+        }
         result.summary = summarize(result.captures, result.offsetMs);
         result.ledger = mPipeline.ledger().totals();
         result.unsettled = mPipeline.ledger().unsettled();
