@@ -340,6 +340,18 @@ TEST_F(Compare, LimitsDecideTheStatus) {
     EXPECT_THAT(broken.err, HasSubstr("r2.csv (policy cshot, offset 0 ms, frames 1, history 8): "
                                       "max_wait_ms is 0 (--fail-if max_wait_ms==0)\n"));
     EXPECT_THAT(broken.out, HasSubstr("\n! cshot"));
+
+    Outcome const replayed = zsl({"replay", path("r1.csv"), "--fail-if", "refused!=0", "--fail-if",
+                                  "p95_wait_ms > 1000", "--json", path("replay.json")});
+    EXPECT_EQ(replayed.status, 1);
+    EXPECT_THAT(replayed.out, HasSubstr("(--fail-if refused!=0): BROKEN\n"));
+    EXPECT_THAT(replayed.out, HasSubstr("(--fail-if p95_wait_ms > 1000): kept\n"));
+    ASSERT_EQ(zsl({"compare", path("r1.csv"), "--json", path("compare.json")}).status, 0);
+    auto const row = nlohmann::json::parse(contentOf(path("compare.json")))["rows"][0];
+    auto const limits = nlohmann::json::parse(contentOf(path("replay.json")))["limits"];
+    EXPECT_EQ(limits[0]["found"], row["refusals"]["total"]) << "counted otherwise than by compare";
+    EXPECT_EQ(limits[1]["found"], row["fields"]["p95_wait_ms"]);
+    EXPECT_EQ(zsl({"replay", path("r1.csv"), "--fail-if", "refused==0"}).status, 0);
 }
 
 TEST_F(Compare, TellsWhatChangedSinceABaseline) {

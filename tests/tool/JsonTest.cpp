@@ -127,6 +127,7 @@ run::ReplayResult fullReplay() {
     result.faults = kTally;
     result.reported.resize(1);
     result.reported[0].faults.kinds.set();
+    result.limits = {{}};
     result.device.emplace();
     result.facts.dataColumns = {{}};
     return result;

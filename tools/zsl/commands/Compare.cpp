@@ -213,12 +213,7 @@ void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
 
 void addResultOptions(CLI::App& command, Arguments& arguments) {
     command.option_defaults()->group(kResults);
-    addParsed(
-        command, "--fail-if", arguments.plan.limits,
-        [](std::string const& text) { return compare::Limit(text); },
-        "Exit with 1 if this holds for a run (zsl list fields), as p95_lag_ms>50; may be "
-        "repeated",
-        "FIELD<|<=|>|>=|==|!=N");
+    addLimitOption(command, arguments.plan.limits);
     addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
     addParsed(command, "--csv", arguments.csv, parseOutput,
               "Write CSV, - for standard output instead of the table", "FILE");

@@ -257,6 +257,14 @@ void addReportOption(CLI::App& command, std::optional<std::string>& path) {
     });
 }
 
+void addLimitOption(CLI::App& command, std::vector<compare::Limit>& limits) {
+    addParsed(
+        command, "--fail-if", limits, [](std::string const& text) { return compare::Limit(text); },
+        "Exit with 1 if this holds for a run (zsl list fields), as p95_lag_ms>50; may be "
+        "repeated",
+        "FIELD<|<=|>|>=|==|!=N");
+}
+
 void addInputOptions(CLI::App& command, recording::InputOptions& options) {
     command.option_defaults()->group(kRecordingGroup);
     addParsed(command, "--from", options.fromNs, base::parseDuration,

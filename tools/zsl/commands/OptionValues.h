@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "compare/ComparisonFields.h"
 #include "pipeline/PolicyWatch.h"
 #include "pipeline/ReplayOptions.h"
 
@@ -142,6 +143,9 @@ void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options);
 
 /// --fault, --seed.
 void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options);
+
+/// --fail-if.
+void addLimitOption(CLI::App& command, std::vector<compare::Limit>& limits);
 
 /// Throws CLI::ValidationError for what was given and would do nothing: a time-out or parameters
 /// that none of `policies` has, a property that the processor does not read, an offset that a

@@ -17,6 +17,7 @@
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
+#include "compare/ComparisonFields.h"
 #include "device/DeviceRecordingReader.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
@@ -39,6 +40,7 @@ struct Arguments {
     std::optional<std::string> trace;
     std::optional<std::string> report;
     bool explain = false;
+    std::vector<compare::Limit> limits;
     std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
     std::vector<uint32_t> requests;
     bool isVerbose = false;
@@ -57,7 +59,7 @@ public:
           mErr(streams.err),
           mProgress(std::in_place, streams.err, streams.showProgress, "frames", kLongRecording),
           mWantsReasons(arguments.isExplaining() || arguments.json || arguments.trace ||
-                        arguments.report) {
+                        arguments.report || !arguments.limits.empty()) {
         if (arguments.trace) {
             mRecorder.emplace();
         }
@@ -125,8 +127,8 @@ private:
 /// Throws CLI::ValidationError for an option whose value a device's recording fixes.
 void requireNoFixedOption(CLI::App const& command, std::string const& path) {
     // What is only looked at or written; everything else was decided on the device.
-    constexpr std::array kFree{"--log",     "--json",  "--explain", "--request",
-                               "--verbose", "--trace", "--report",  "--help"};
+    constexpr std::array kFree{"--log",   "--json",   "--explain", "--request", "--verbose",
+                               "--trace", "--report", "--fail-if", "--help"};
     for (CLI::Option const* const option : command.get_options()) {
         std::string const name = option->get_name();
         if (option->count() > 0 && !option->get_positional() &&
@@ -189,12 +191,16 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     auto const watch = watchPolicy("zsl replay", arguments.options.policy, arguments.policyLimit);
     Observer observer(arguments, streams);
     // Not as a structured binding, which clang 14 does not let lambdas capture.
-    auto const replayed = replayFile(command, arguments, observer);
+    auto replayed = replayFile(command, arguments, observer);
     recording::Recording const& recording = replayed.first;
-    run::ReplayResult const& result = replayed.second;
+    run::ReplayResult& result = replayed.second;
     observer.finish();
     log::Explanation const* const reasons = observer.explanation();
     requireCaptures(arguments.requests, result.captures);
+    for (compare::Limit const& limit : arguments.limits) {
+        result.limits.push_back(
+            limit.check(compare::numbersOf(result, compare::countRefusals(*reasons))));
+    }
 
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(recording, result, reasons, streams.provenance), out);
@@ -248,6 +254,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
             "Tell each try and frame of the reasons on its own, with times in ns");
     addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
     addReportOption(*command, arguments->report);
+    addLimitOption(*command, arguments->limits);
     command->callback([command, arguments, &streams, &exitStatus] {
         exitStatus = run(*command, *arguments, streams);
     });

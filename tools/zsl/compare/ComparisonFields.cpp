@@ -351,14 +351,14 @@ bool Limit::holds(double value) const {
     return value != mNumber;
 }
 
+run::LimitCheck Limit::check(RunNumbers const& numbers) const {
+    std::optional<double> const number = asNumber(mField->value(numbers));
+    return {mText, mField->name, number, !number || holds(*number)};
+}
+
 std::optional<std::string> Limit::brokenBy(RunNumbers const& numbers) const {
-    FieldValue const value = mField->value(numbers);
-    std::optional<double> const number = asNumber(value);
-    if (number && !holds(*number)) {
-        return std::nullopt;
-    }
-    return fmt::format("{} {} (--fail-if {})", mField->name,
-                       number ? "is " + asText(value) : "has no value", mText);
+    run::LimitCheck const found = check(numbers);
+    return found.isBroken ? std::optional(found.text()) : std::nullopt;
 }
 
 }  // namespace zebcam::tool::compare

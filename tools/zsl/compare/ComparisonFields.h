@@ -96,6 +96,8 @@ public:
     /// `p95_lag_ms is 66.7 (--fail-if p95_lag_ms>50)`.
     std::optional<std::string> brokenBy(RunNumbers const& numbers) const;
 
+    run::LimitCheck check(RunNumbers const& numbers) const;
+
     std::string const& text() const { return mText; }
     ComparisonField const& field() const { return *mField; }
 

@@ -101,6 +101,10 @@ Json toJson(recording::Recording const& recording, run::ReplayResult const& resu
     if (result.faults) {
         json["faults"]["frames"] = struckFramesJson(result.reported);
     }
+    json["limits"] = listOf(result.limits, [](run::LimitCheck const& limit) {
+        return Json{
+            {"limit", limit.limit}, {"found", orNull(limit.found)}, {"isBroken", limit.isBroken}};
+    });
     json["device"] = result.device ? deviceJson(*result.device) : Json(nullptr);
     json["failures"] = result.failures;
     return json;

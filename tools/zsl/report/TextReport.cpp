@@ -129,6 +129,17 @@ std::string resultText(TextStyle const& style, run::Level level, run::ReplaySumm
                                                   : style.paint("DOES NOT BALANCE", Tone::Bad)));
 }
 
+std::string limitsText(TextStyle const& style, std::vector<run::LimitCheck> const& limits) {
+    std::string text;
+    for (run::LimitCheck const& limit : limits) {
+        text += labelled(style, text.empty() ? "Limits" : "",
+                         fmt::format("{}: {}", limit.text(),
+                                     limit.isBroken ? style.paint("BROKEN", Tone::Bad)
+                                                    : style.paint("kept", Tone::Good)));
+    }
+    return text;
+}
+
 std::string gapsOf(recording::RecordingFacts const& facts) {
     if (facts.gaps == 0) {
         return "no gaps";
@@ -453,6 +464,7 @@ std::string textReport(recording::Recording const& recording, run::ReplayResult 
     text += servedText(style, result.summary) + lagText(style, result.summary.lag) +
             ledgerText(style, result.ledger, result.unsettled, result.firstTimestampNs) +
             troublesText(style, result.errorLines, result.failures) +
+            limitsText(style, result.limits) +
             resultText(style, verdict.level(), result.summary, result.ledger);
     return result.device ? text + verdictText(*result.device, style) : text;
 }

@@ -1,5 +1,7 @@
 #include "run/ReplayResult.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -140,7 +142,16 @@ pipeline::FaultSet ReplayResult::faultsOf(uint32_t frameNo) const {
     return isThere ? found->faults.kinds : pipeline::FaultSet{};
 }
 
+std::string LimitCheck::text() const {
+    // The shortest text that reads back as this number.
+    return fmt::format("{} {} (--fail-if {})", field,
+                       found ? fmt::format("is {}", *found) : "has no value", limit);
+}
+
 bool ReplayResult::isClean() const {
+    if (std::ranges::any_of(limits, &LimitCheck::isBroken)) {
+        return false;
+    }
     if (device) {
         return device->isSame() && failures.empty();
     }

@@ -76,6 +76,17 @@ struct DebugDump {
     std::vector<std::string> lines;
 };
 
+/// A condition that a run was not to meet, and what it was held against.
+struct LimitCheck {
+    std::string limit;  ///< as it was given, `p95_lag_ms>50`
+    std::string field;
+    std::optional<double> found;  ///< none: the field has no value, which breaks every limit
+    bool isBroken = false;
+
+    /// `p95_lag_ms is 66.7 (--fail-if p95_lag_ms>50)`.
+    std::string text() const;
+};
+
 /// What came of holding a replay against the device whose recording it replays.
 struct DeviceVerdict {
     size_t operations = 0;   ///< that were replayed
@@ -112,13 +123,15 @@ struct ReplayResult {
     /// faults, where the recording tells.
     std::vector<pipeline::ReportedFrame> reported;
     std::optional<DeviceVerdict> device;  ///< only of a device's recording
+    std::vector<LimitCheck> limits;       ///< that somebody has set
     std::vector<std::string> failures;    ///< exceptions, answers that nobody asked for, held locks
 
     /// What struck a frame of the recording.
     pipeline::FaultSet faultsOf(uint32_t frameNo) const;
 
-    /// Every capture was answered, the ledger balances and nothing failed; of a device's recording,
-    /// which may end anywhere: every decision is the device's and nothing failed.
+    /// Every limit is kept, every capture was answered, the ledger balances and nothing failed; of
+    /// a device's recording, which may end anywhere: every limit is kept, every decision is the
+    /// device's and nothing failed.
     bool isClean() const;
 };
 

@@ -152,6 +152,23 @@ public:
         }
     }
 
+    void judgeLimits(std::vector<LimitCheck> const& limits) {
+        std::vector<std::string> broken;
+        for (LimitCheck const& limit : limits) {
+            if (limit.isBroken) {
+                broken.push_back(limit.text());
+            }
+        }
+        if (!limits.empty()) {
+            bool const isGood = broken.empty();
+            add({isGood ? Level::Good : Level::Bad, isGood ? "limitsKept" : "limitsBroken",
+                 isGood ? limits.size() : broken.size(), limits.size(),
+                 isGood ? "within " + counted(limits.size(), "limit", "limits")
+                        : share(broken.size(), limits.size(), "limits are broken"),
+                 std::move(broken)});
+        }
+    }
+
     void judgeRecorder(std::optional<NSCam::v3::pipeline::model::ZslRecorderStatus> const& status) {
         if (status && status->end != NSCam::v3::pipeline::model::ZslRecordingEnd::FINISHED) {
             add({Level::Bad,
@@ -201,6 +218,7 @@ Verdict verdictOf(ReplayResult const& result) {
     if (result.device) {
         judge.judgeDevice(*result.device);
     }
+    judge.judgeLimits(result.limits);
     judge.judgeFailures(result.failures);
     judge.judgeAnswers(result.summary, result.ledger, result.device ? Level::Doubtful : Level::Bad);
     judge.judgeLags(result.captures, result.summary.lag);
