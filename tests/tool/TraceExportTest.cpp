@@ -294,6 +294,31 @@ TEST(TraceExport, KeepsTheRulesOfTheFormat) {
     }
 }
 
+TEST(TraceExport, DrawsTogetherWhatIsFarFromAnyCapture) {
+    recording::Recording recording = steadyRecording(6'000);
+    recording.frames[3'000].hasError = true;
+    Traced const run(recording, pressing({50'000, 450'000}, 2));
+    ReadTrace const trace = run.trace();
+    EXPECT_EQ(trace.flowTexts(), expectedFlows(run.result));
+    checkCounters(run, trace);
+    std::set<std::string> names;
+    size_t frames = 0;
+    for (Slice const& slice : trace.slicesOn("frames ")) {
+        names.insert(slice.name);
+        frames += slice.args.value("frames", size_t{1});
+    }
+    EXPECT_EQ(frames, 6'000U);
+    EXPECT_LT(names.size(), 100U);
+    EXPECT_THAT(names, testing::IsSupersetOf({"frame 3001", "frames 1 to 491"}));
+    for (pipeline::CaptureRecord const& capture : run.result.captures) {
+        for (uint32_t const frameNo : capture.tries.back().historyFrames) {
+            EXPECT_THAT(names, Contains(fmt::format("frame {}", frameNo)));
+        }
+    }
+    EXPECT_LT(trace.counters.at("in flight").size(), 200U);
+    EXPECT_LT(trace.slicesOn("sections").size(), 400U);
+}
+
 TEST(TraceExport, ShowsThePhasesOfACapture) {
     pipeline::ReplayOptions options = pressing({1000, 1040}, 2);
     options.flushesNs = {1150 * MS};

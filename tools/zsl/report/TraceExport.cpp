@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <map>
 
 #include "Version.h"
@@ -22,6 +23,26 @@ constexpr int CAPTURES = 4;
 constexpr int PROCESSOR = 5;
 
 constexpr int64_t MARKS_PER_FRAME = 20;  // thin enough to tell two in neighbouring frames apart
+
+/// The times in which no frame is drawn by itself and nothing happens to captures; what is steady
+/// there is left out.
+class QuietTimes {
+public:
+    QuietTimes(recording::Recording const& recording, std::vector<FrameSlice> const& frames) {
+        for (size_t i = 0; i < frames.size(); ++i) {
+            if (frames[i].frames > 1) {
+                mRanges.emplace(recording.frames[i].timestampNs, frames[i].endNs);
+            }
+        }
+    }
+    bool contain(int64_t timeNs) const {
+        auto const after = mRanges.upper_bound(timeNs);
+        return after != mRanges.begin() && timeNs < std::prev(after)->second;
+    }
+
+private:
+    std::map<int64_t, int64_t> mRanges;  ///< their ends by their begins
+};
 
 /// What each try found and what each instant left behind, in the order of time.
 std::vector<run::OccupancySample> occupancyOf(TraceInput const& input) {
@@ -42,7 +63,7 @@ std::vector<run::OccupancySample> occupancyOf(TraceInput const& input) {
     return samples;
 }
 
-void writeOccupancy(TraceEvents& events, TraceInput const& input) {
+void writeOccupancy(TraceEvents& events, TraceInput const& input, QuietTimes const& quiet) {
     std::map<std::string, size_t> shown;
     auto const show = [&](int64_t timeNs, std::string const& name, size_t frames) {
         auto const [counter, isNew] = shown.try_emplace(name, frames);
@@ -53,6 +74,9 @@ void writeOccupancy(TraceEvents& events, TraceInput const& input) {
         }
     };
     for (run::OccupancySample const& sample : occupancyOf(input)) {
+        if (quiet.contain(sample.bootTimeNs)) {
+            continue;
+        }
         show(sample.bootTimeNs, "history", sample.occupancy.history);
         show(sample.bootTimeNs, "in flight", sample.occupancy.inFlight);
         show(sample.bootTimeNs, "locked", sample.occupancy.locked);
@@ -96,9 +120,13 @@ private:
     int64_t mShiftNs = 0;  ///< from real to drawn times
 };
 
-void writeSections(TraceEvents& events, std::vector<run::ProcessorSection> const& sections) {
+void writeSections(TraceEvents& events, std::vector<run::ProcessorSection> const& sections,
+                   QuietTimes const& quiet) {
     std::map<size_t, SectionRow> rows;
     for (run::ProcessorSection const& section : sections) {
+        if (quiet.contain(section.bootTimeNs)) {
+            continue;  // it looked whether a capture waits
+        }
         auto const number = static_cast<int64_t>(section.thread);
         Track const track = rowOf(PROCESSOR, number);
         auto const [row, isNew] = rows.try_emplace(section.thread, events, track);
@@ -179,8 +207,9 @@ void writeTracks(TraceInput const& input, Json const& about, std::ostream& out) 
     writeCaptures(events, CAPTURES, captures, shapes, input.explanation, flows);
     writeFrames(events, SENSOR, recording, frames, flows);
     writeAnswers(events, CAPTURES, captures, shapes, flows);
-    writeOccupancy(events, input);
-    writeSections(events, input.sections);
+    QuietTimes const quiet(recording, frames);
+    writeOccupancy(events, input, quiet);
+    writeSections(events, input.sections, quiet);
     events.finish(about);
 }
 

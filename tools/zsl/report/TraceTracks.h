@@ -57,14 +57,17 @@ struct FrameSlice {
     int64_t arrivalNs = 0;
     int64_t endNs = 0;    ///< the arrival, or earlier in the row for what is too much
     bool isLost = false;  ///< it never arrived; `arrivalNs` is when it should have
+    size_t frames = 1;    ///< drawn as this slice, from this frame on; 0: it is in an earlier one
     recording::SensorFrame const* told = nullptr;  ///< states as the pipeline told them
     pipeline::FaultSet faults;                     ///< that were injected into it
 };
 
 /// The frames by the order of the recording. As many rows as frames overlap, at most
 /// MAX_FRAME_ROWS; what finds none free goes to one more, in which a slice ends where the next
-/// frame begins.
+/// frame begins. Of a recording of more than MAX_WHOLE_FRAMES those that no capture has to do with
+/// are drawn together.
 constexpr size_t MAX_FRAME_ROWS = 64;
+constexpr size_t MAX_WHOLE_FRAMES = 5'000;
 std::vector<FrameSlice> frameSlices(recording::Recording const& recording,
                                     run::ReplayResult const& result);
 
