@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -222,7 +223,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
     frame.chosen->focusDistance = 93.5F;
     frame.chosen->afState = NSCam::AF_STATE_FOCUSED_LOCKED;
     frame.chosen->lensState = 94;
-    result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}, {}};
+    result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}, {}, 53, 54};
     result.captures[0].pressNs = 40;
     result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
     result.summary.focusSettled = {95, 96};
@@ -260,10 +261,10 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"({"exposureNs":91,"iso":92,"focusDistance":93.5,"afMode":null,)"
               R"("afState":"focusedLocked","lensState":"94","isFocusSettled":true,)"
               R"("isExposureSettled":null,"hasImageError":false}})");
-    EXPECT_EQ(
-        replay["captures"][0]["tries"][0].dump(),
-        R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
-        R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"faults":[],"explanation":null})");
+    EXPECT_EQ(replay["captures"][0]["tries"][0].dump(),
+              R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
+              R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"faults":[],)"
+              R"("repeats":53,"lastRepeatNs":54,"explanation":null})");
     EXPECT_EQ(replay["summary"].dump(),
               R"({"captures":51,"answeredCaptures":52,"frames":53,"atOnce":54,"waited":55,)"
               R"("timedOut":56,"flushed":57,"unanswered":58,"withoutHistory":59,"lag":{"count":1,)"
@@ -279,6 +280,20 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("withProcessor":5,"withFrameBuilder":6,"lost":7,"longestHeldNs":71,"unsettled":)"
               R"([{"frameNo":73,"requestNo":74,"sinceNs":75,"isClone":true,)"
               R"("holder":"frameBuilder"}]})");
+}
+
+TEST(Json, IsTheSameWhenItIsWrittenCaptureByCapture) {
+    log::Explanation const explanation = fullExplanation();
+    run::ReplayResult result = fullReplay();
+    result.path = "\n  \"captures\": []";
+    for (size_t const captures : {0, 1, 3}) {
+        result.captures.resize(captures);
+        std::ostringstream streamed;
+        report::writeJson({}, result, &explanation, {}, streamed);
+        std::ostringstream whole;
+        report::writeJson(report::toJson({}, result, &explanation), whole);
+        EXPECT_EQ(streamed.str(), whole.str());
+    }
 }
 
 TEST(Json, HasNumbersWordsAndNulls) {

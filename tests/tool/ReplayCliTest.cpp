@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CliFixture.h"
+#include "base/AtomicFile.h"
 #include "base/Text.h"
 #include "tool/SteadyRecording.h"
 
@@ -88,6 +89,9 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
         {{"replay", file, "--to", "0.5s", "--press", "0.6s"}, "expected 0s to 0.5s"},
         {{"replay", file, "--press", "5"}, "--press: expected a time with its unit"},
         {{"replay", file, "--captures", "0"}, "--captures: expected a whole number from 1"},
+        {{"replay", file, "--captures", "10001"},
+         "--captures: expected a whole number from 1 to 10000, found \"10001\"; more may take more "
+         "than 1 GB"},
         {{"replay", file, "--history", "8x"}, "--history: expected a whole number from 1"},
         {{"replay", file, "--delivery-delay", "-1ms"}, "expected a time from 0s to 3600s"},
         {{"replay", file, "--delivery-delay", "3600.1s"}, "expected a time from 0s to 3600s"},
@@ -230,6 +234,18 @@ TEST_F(ReplayCli, HasTheLastWordWhenAPolicyTakesItAlong) {
             EXPECT_THAT(files(), testing::UnorderedElementsAre("recording.csv", "result.json"));
         }
     }
+}
+
+TEST_F(ReplayCli, LeavesNothingBehindWhenThereIsNoMemory) {
+    std::string const result = write("result.json", "of another run");
+    auto const fill = [&] {
+        base::AtomicFile file(result);
+        file.stream() << "half of it" << std::flush;
+        commands::endForWantOfMemory();
+    };
+    EXPECT_EXIT(fill(), testing::ExitedWithCode(2), "^zsl: out of memory; [^\n]*\n$");
+    EXPECT_EQ(contentOf(result), "of another run");
+    EXPECT_THAT(files(), testing::UnorderedElementsAre("recording.csv", "result.json"));
 }
 
 TEST_F(ReplayCli, PropertiesLastOnlyForTheReplay) {

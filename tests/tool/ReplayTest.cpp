@@ -146,6 +146,46 @@ TEST(Replay, BooksTheAgesThatTheProcessorDecidesBy) {
     EXPECT_THAT(booked[1], Contains(2999));
 }
 
+TEST(Replay, KeepsTriesThatCameToTheSameOnce) {
+    // Each press has the processor try all that wait; nothing else happens in between.
+    std::vector<int64_t> presses;
+    for (int64_t ms = 1'035; ms < 1'085; ++ms) {
+        presses.push_back(ms);
+    }
+    pipeline::ReplayOptions options = pressing(presses);
+    options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
+    for (bool const folds : {true, false}) {
+        log::Explainer explainer;
+        log::Explainer whole;
+        run::ReplayListener listener;
+        listener.log = [&](int64_t, host::LogLine const& line) {
+            if (line.output == host::LogLine::Output::Camera) {
+                explainer.feed(log::fromLogLine(line));
+                whole.feed(log::fromLogLine(line));
+            }
+        };
+        listener.isRepeat = [&](uint32_t number) { return folds && explainer.foldRepeat(number); };
+        run::ReplayResult const result = run::replay(steadyRecording(80), options, listener);
+        log::Explanation const folded = explainer.finish();
+        log::Explanation const all = whole.finish();
+        for (size_t i = 0; i < presses.size(); ++i) {
+            pipeline::CaptureRecord const& capture = result.captures[i];
+            size_t const made = all.captures[i].tries.size();
+            EXPECT_EQ(capture.tryCount(), made);
+            EXPECT_EQ(folded.captures[i].tryCount(), made);
+            EXPECT_EQ(folded.captures[i].tries.size(), capture.tries.size());
+            size_t const last = *capture.frames[0].tryIndex;
+            EXPECT_EQ(last, capture.tries.size() - 1);
+            EXPECT_THAT(capture.tries[last].builtFrames, ElementsAre(0));
+            EXPECT_EQ(folded.captures[i].tries[last].ageMs, all.captures[i].tries.back().ageMs);
+        }
+        pipeline::TryRecord const& second = result.captures[0].tries[1];
+        EXPECT_EQ(second.repeats, folds ? 48U : 0U);
+        EXPECT_EQ(second.lastRepeatNs.has_value(), folds);
+        EXPECT_EQ(second.lastRepeatNs.value_or(START + 1'084 * MS), START + 1'084 * MS);
+    }
+}
+
 TEST(Replay, KeepsThePluginsFramesAccountedFor) {
     struct {
         char const* plugin;

@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
@@ -7,9 +8,11 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Version.h"
+#include "base/AtomicFile.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/Help.h"
@@ -154,6 +157,14 @@ std::optional<std::string> parse(CLI::App& app, CLI::App const& command, int arg
 }
 
 }  // namespace
+
+void endForWantOfMemory() {
+    constexpr std::string_view kLine =
+        "zsl: out of memory; fewer captures or a shorter recording need less\n";
+    [[maybe_unused]] auto const written = write(STDERR_FILENO, kLine.data(), kLine.size());
+    base::AtomicFile::removeTemporaries();
+    _exit(kBadInput);
+}
 
 int runCli(int argc, char const* const* argv, CliStreams const& given) {
     CliStreams streams = given;

@@ -87,6 +87,11 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 /// decisions are the device's; else 1.
 void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
 
+/// For the operator that allocates memory, when there is none left (std::set_new_handler): says so
+/// in a line, removes the temporary files, and ends the program with kBadInput. An exception would
+/// have to come through the processor, whose listeners must not throw.
+[[noreturn]] void endForWantOfMemory();
+
 /// The `zsl` command line. Gives the exit status: 0 when all is well, 1 when a command found
 /// something wrong, 2 for arguments or input that are no good (with one line on `err` that says
 /// what, and nothing on `out`).

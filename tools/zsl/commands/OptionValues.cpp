@@ -175,7 +175,8 @@ std::pair<std::string, std::string> parsePolicyParameter(std::string const& text
 namespace {
 
 // Bounds against slips that would take all memory or hours.
-constexpr int64_t kMaxCaptures = 100'000;
+constexpr int64_t kMaxCaptures = 10'000;
+constexpr char kWhyNotMore[] = "; more may take more than 1 GB of memory";
 constexpr int64_t kMaxTimeoutMs = 86'400'000;  // a day
 
 }  // namespace
@@ -278,6 +279,10 @@ void addInputOptions(CLI::App& command, recording::InputOptions& options) {
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     command.option_defaults()->group(kCaptures);
     auto const parse = [&options](std::string const& text) {
+        if (options.pressesNs.size() + options.pressBootTimesNs.size() == kMaxCaptures) {
+            throw std::invalid_argument(
+                fmt::format("expected at most {} presses{}", kMaxCaptures, kWhyNotMore));
+        }
         if (text.starts_with('@')) {
             options.pressBootTimesNs.push_back(parseBootTime(text.substr(1)));
         } else {
@@ -289,8 +294,17 @@ void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {
                  "Press this long after the first frame (1.2s, 350ms) or at a boot time "
                  "(@28670.53981); may be repeated",
                  "T|@T", true);
-    addCount(command, "--captures", options.captures, kMaxCaptures,
-             "Number of presses, evenly spread, without --press")
+    auto const parseCount = [](std::string const& text) {
+        try {
+            return static_cast<size_t>(parseWholeNumber(text, 1, kMaxCaptures));
+        } catch (std::invalid_argument const& error) {
+            throw std::invalid_argument(error.what() + std::string(kWhyNotMore));
+        }
+    };
+    addParsed(command, "--captures", options.captures, parseCount,
+              fmt::format("Number of presses, evenly spread, without --press [default: {}]",
+                          options.captures),
+              "N")
         ->excludes(press);
 }
 

@@ -79,6 +79,11 @@ public:
                 onLog(timeNs, line);
             };
         }
+        if (mWantsReasons) {
+            listener.isRepeat = [this](uint32_t requestNo) {
+                return mExplainer.foldRepeat(requestNo);
+            };
+        }
         if (mRecorder) {
             listener.occupancy = &mOccupancy;
         }
@@ -203,7 +208,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     }
 
     json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(recording, result, reasons, streams.provenance), out);
+        report::writeJson(recording, result, reasons, streams.provenance, out);
     });
     trace.put([&](std::ostream& out) {
         report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections(),

@@ -143,6 +143,9 @@ std::string runOne(ComparisonRow const& row) {
     options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_INFO;
     log::Explainer explainer;
     run::ReplayListener listener;
+    listener.isRepeat = [&explainer](uint32_t requestNo) {
+        return explainer.foldRepeat(requestNo);
+    };
     listener.log = [&explainer](int64_t, host::LogLine const& line) {
         // Of both outputs: libraries' policies give their reasons to the Android log only.
         explainer.feed(log::fromLogLine(line));

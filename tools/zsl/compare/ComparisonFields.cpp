@@ -39,7 +39,8 @@ RefusalCounts countRefusals(log::Explanation const& explanation) {
     for (log::CaptureExplanation const& capture : explanation.captures) {
         for (log::TryExplanation const& attempt : capture.tries) {
             for (log::Candidate const& frame : attempt.candidates) {
-                counts[frame.criterion] += frame.criterion == log::Criterion::None ? 0 : 1;
+                counts[frame.criterion] +=
+                    frame.criterion == log::Criterion::None ? 0 : 1 + attempt.repeats;
             }
         }
     }

@@ -271,6 +271,25 @@ void Explainer::tellIfOver(CaptureExplanation const& capture) const {
     }
 }
 
+bool Explainer::foldRepeat(uint32_t requestNo) {
+    auto const found =
+        mCaptures.find({mLastThread ? mLastThread->first : std::optional<uint32_t>(), requestNo});
+    if (found == mCaptures.end()) {
+        return false;
+    }
+    std::vector<TryExplanation>& tries = mExplanation.captures[found->second].tries;
+    if (tries.size() < 2) {
+        return false;
+    }
+    TryExplanation& before = tries[tries.size() - 2];
+    if (!before.tellsAs(tries.back())) {
+        return false;
+    }
+    ++before.repeats;
+    tries.pop_back();
+    return true;
+}
+
 /// The capture that a line on `requestNo` tells of: the newest of that number, if it is not over.
 size_t Explainer::captureOf(std::optional<uint32_t> pid, uint32_t requestNo) {
     auto const found = mCaptures.find({pid, requestNo});

@@ -41,6 +41,10 @@ public:
     /// What is known until now; open tries are not in it.
     Explanation const& soFar() const { return mExplanation; }
 
+    /// Whether the newest try of a capture that has ended tells the same as the one before but for
+    /// its place and age; it is then counted with that one.
+    bool foldRepeat(uint32_t requestNo);
+
     /// Ends the tries that are open and gives the whole, once.
     Explanation finish();
 

@@ -62,6 +62,14 @@ std::string Candidate::criterionName() const {
     return unknownCriterion.empty() ? infoOf(criterion).name : unknownCriterion;
 }
 
+size_t CaptureExplanation::tryCount() const {
+    size_t count = tries.size();
+    for (TryExplanation const& attempt : tries) {
+        count += attempt.repeats;
+    }
+    return count;
+}
+
 bool CaptureExplanation::isCertain() const {
     return std::any_of(tries.begin(), tries.end(),
                        [](TryExplanation const& attempt) { return attempt.hasInput; });

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "log/Logcat.h"
@@ -45,6 +46,8 @@ CriterionInfo infoOf(Criterion criterion);
 
 struct StreamList {
     std::vector<std::string> halImages, halMetas, appMetas;  ///< ids in hex
+
+    bool operator==(StreamList const&) const = default;
 };
 
 /// Names of streams by their ids in hex.
@@ -58,6 +61,8 @@ struct WantedFrame {
     uint64_t index = 0;
     std::string type;
     StreamList streams;
+
+    bool operator==(WantedFrame const&) const = default;
 };
 
 /// A history frame that was looked at, and what was decided.
@@ -76,6 +81,8 @@ struct Candidate {
 
     /// For people and for JSON.
     std::string criterionName() const;
+
+    bool operator==(Candidate const&) const = default;
 };
 
 enum class Source { Chosen, Arrived, TimedOut };
@@ -85,6 +92,8 @@ struct ServedFrame {
     std::optional<uint64_t> index;
     std::optional<uint32_t> frameNo;  ///< none: without a history frame
     Source source = Source::Chosen;
+
+    bool operator==(ServedFrame const&) const = default;
 };
 
 /// A policy's order on a history frame.
@@ -92,6 +101,8 @@ struct Order {
     enum class Kind { Lock, Unlock, Release } kind = Kind::Lock;
     enum class Fate { Done, InFlight, NotFound } fate = Fate::Done;
     uint32_t frameNo = 0;
+
+    bool operator==(Order const&) const = default;
 };
 
 enum class TryOutcome { Unknown, Served, Waiting };
@@ -117,6 +128,17 @@ struct TryExplanation {
     std::optional<size_t> remaining;  ///< wanted frames that nothing is chosen for
     std::vector<std::string> notes;
     std::vector<std::string> errors;
+    size_t repeats = 0;  ///< tries right after it that tell the same
+
+    /// Whether it tells the same as another try, at whatever place and age.
+    bool tellsAs(TryExplanation const& other) const {
+        auto const told = [](TryExplanation const& t) {
+            return std::tie(t.hasInput, t.zsdTimestampNs, t.selector, t.historySets, t.lockedSets,
+                            t.wanted, t.candidates, t.served, t.parked, t.orders, t.locked,
+                            t.timedOut, t.outcome, t.remaining, t.notes, t.errors);
+        };
+        return told(*this) == told(other);
+    }
 };
 
 char const* toString(Verdict verdict);
@@ -137,6 +159,8 @@ struct CaptureExplanation {
     std::optional<int64_t> earlyShutterNs;
     std::vector<TryExplanation> tries;
 
+    /// Repeats, too.
+    size_t tryCount() const;
     /// Lines that tell of success are there; without them a pending capture may have been served.
     bool isCertain() const;
 };

@@ -89,8 +89,11 @@ void CaptureBook::beginTry(size_t capture, TryRecord offer) {
     if (mKept == Tries::Newest) {
         tried.record.tries.clear();
     }
+    // The first is the first, whatever is kept of the others.
+    size_t const position = mKept == Tries::All ? tried.record.tries.size() : tried.tries;
     tried.record.tries.push_back(std::move(offer));
-    mOperations[std::this_thread::get_id()][capture] = tried.tries++;
+    mOperations[std::this_thread::get_id()][capture] = position;
+    ++tried.tries;
     mTried = capture;
 }
 
@@ -100,6 +103,29 @@ void CaptureBook::endTry(size_t timedOut) {
         mCaptures[*mTried].timedOutFrames += timedOut;
         mTried.reset();
     }
+}
+
+bool CaptureBook::hasRepeat(size_t capture) const {
+    LockGuard const lock(mLock);
+    std::vector<TryRecord> const& tries = mCaptures.at(capture).record.tries;
+    if (tries.size() < 2) {
+        return false;
+    }
+    TryRecord const& newest = tries.back();
+    TryRecord const& before = tries[tries.size() - 2];
+    // The first try is the submission's.
+    return before.isRetry && newest.builtFrames.empty() && before.builtFrames.empty() &&
+           newest.historyFrames == before.historyFrames &&
+           newest.lockedFrames == before.lockedFrames && newest.faults == before.faults;
+}
+
+void CaptureBook::foldRepeat(size_t capture) {
+    LockGuard const lock(mLock);
+    std::vector<TryRecord>& tries = mCaptures.at(capture).record.tries;
+    int64_t const timeNs = tries.back().timeNs;
+    tries.pop_back();
+    ++tries.back().repeats;
+    tries.back().lastRepeatNs = timeNs;
 }
 
 std::optional<BuiltFrame> CaptureBook::find(std::shared_ptr<host::FrameBuilder> const& builder,

@@ -95,6 +95,13 @@ public:
     void beginTry(size_t capture, TryRecord offer) EXCLUDES(mLock);
     void endTry(size_t timedOut) EXCLUDES(mLock);
 
+    /// Whether the newest try of a capture found the same history as the one before and built
+    /// nothing either; foldRepeat() then counts it with that one, so that a capture that waits
+    /// among many, tried anew with each of them, takes no room for each time. To be called between
+    /// two tries of the capture, while no other thread is inside the processor.
+    bool hasRepeat(size_t capture) const EXCLUDES(mLock);
+    void foldRepeat(size_t capture) EXCLUDES(mLock);
+
     /// Of the newest capture with this number; of none when there is none.
     void setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) EXCLUDES(mLock);
 
@@ -120,7 +127,7 @@ private:
         size_t unfinished = 0;      ///< frames whose result is still to come
     };
 
-    /// Position of a try among those of its capture, by capture, of one operation.
+    /// Position of a try among those of its capture that are kept, by capture, of one operation.
     using OperationTries = std::map<size_t, size_t>;
 
     std::optional<BuiltFrame> find(std::shared_ptr<host::FrameBuilder> const& builder,

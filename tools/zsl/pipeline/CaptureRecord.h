@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <vector>
 
@@ -53,12 +54,16 @@ struct TryRecord {
     std::vector<uint32_t> lockedFrames;    ///< frame numbers that policies have kept locked
     std::vector<size_t> builtFrames;       ///< indices of the capture's frames that came back
     FaultSet faults;                       ///< that were injected into it
+    /// Tries right after it that came to the same, and the boot time of the last of them: only what
+    /// was in flight may have changed.
+    size_t repeats = 0;
+    std::optional<int64_t> lastRepeatNs;
 };
 
 /// What became of one frame of a capture. Times are boot times.
 struct FrameOutcome {
     Served served = Served::Unanswered;
-    std::optional<size_t> tryIndex;        ///< none when flushed or unanswered
+    std::optional<size_t> tryIndex;        ///< in `tries`; none when flushed or unanswered
     std::optional<int64_t> answeredNs;     ///< when the processor returned the frame builder
     std::optional<uint32_t> historyFrame;  ///< frame number; none: an ordinary capture
     std::optional<int64_t> timestampNs;    ///< start of exposure of the history frame
@@ -78,6 +83,12 @@ struct CaptureRecord {
     std::vector<TryRecord> tries;
     FaultSet faults;  ///< that were injected into it and its tries
 
+    /// Repeats, too.
+    size_t tryCount() const {
+        return std::accumulate(
+            tries.begin(), tries.end(), tries.size(),
+            [](size_t count, TryRecord const& attempt) { return count + attempt.repeats; });
+    }
     bool isAnswered() const {
         return std::none_of(frames.begin(), frames.end(), [](FrameOutcome const& frame) {
             return frame.served == Served::Unanswered;

@@ -247,6 +247,11 @@ bool SimulatedPipeline::isListenerGone() {
 
 void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {
     setMetadataLockable(false);
+    // Only now the try before is whole.
+    if (mOptions.tries == CaptureBook::Tries::All && mBook.hasRepeat(capture) &&
+        (!mOptions.isRepeat || mOptions.isRepeat(mBook.requestNoOf(capture)))) {
+        mBook.foldRepeat(capture);
+    }
     offer.ageMs = mBook.ageMs(capture);
     mBook.beginTry(capture, std::move(offer));
     watchTimeout(capture);

@@ -33,6 +33,9 @@ struct PipelineOptions {
     int64_t timeoutMs = DEFAULT_TIMEOUT_MS;  ///< shortest time-out that a capture's policy implies
     bool frameSync = false;
     CaptureBook::Tries tries = CaptureBook::Tries::All;
+    /// Whether the newest try of the capture with this number, which found what the one before
+    /// did, told nothing else either, so that it need not be kept; empty: it did not.
+    std::function<bool(uint32_t requestNo)> isRepeat;
     /// Puts something between the pipeline and the processor; may be empty.
     std::function<android::sp<NSCam::v3::pipeline::model::IZslProcessor>(
         android::sp<NSCam::v3::pipeline::model::IZslProcessor>)>

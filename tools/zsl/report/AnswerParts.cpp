@@ -91,7 +91,9 @@ std::string lackText(pipeline::CaptureRecord const& capture, log::CaptureExplana
                      size_t tries) {
     tries = std::min(tries, capture.tries.size());
     std::set<uint32_t> offered;
+    size_t made = tries;
     for (size_t i = 0; i < tries; ++i) {
+        made += capture.tries[i].repeats;
         auto const& frames = capture.tries[i].historyFrames;
         offered.insert(frames.begin(), frames.end());
     }
@@ -104,7 +106,7 @@ std::string lackText(pipeline::CaptureRecord const& capture, log::CaptureExplana
         }
     }
     // The first try is made at the press.
-    std::string const when = tries == 1 ? "At the press" : fmt::format("In {} tries", tries);
+    std::string const when = tries == 1 ? "At the press" : fmt::format("In {} tries", made);
     if (offered.empty()) {
         return when + " the history was empty.";
     }

@@ -171,7 +171,7 @@ Json captureArgs(pipeline::CaptureRecord const& capture) {
          {"pressNs", capture.pressNs},
          {"faults", isStruck ? Json(pipeline::namesOf(capture.faults)) : Json(nullptr)},
          {"earlyShutterNs", orNull(capture.earlyShutterNs)},
-         {"tries", capture.tries.size()},
+         {"tries", capture.tryCount()},
          {"frames", std::move(frames)}});
 }
 

@@ -184,11 +184,15 @@ public:
             while (i < tries.size() && !shape.empty() && shapeOf(tries[i]) == shape) {
                 ++i;
             }
-            if (i > first) {
+            size_t alike = i - first;
+            for (size_t told = first - 1; told < i; ++told) {
+                alike += tries[told].repeats;
+            }
+            if (alike > 0) {
                 text +=
                     row(mHow.style, "  then", kLabelEnd,
-                        fmt::format("{} alike, until {}",
-                                    counted(i - first, "more try", "more tries"), whenText(i - 1)));
+                        fmt::format("{} alike, until {}", counted(alike, "more try", "more tries"),
+                                    untilText(i - 1)));
             }
         }
         return text;
@@ -211,7 +215,7 @@ private:
         if (mCapture.outcome == log::CaptureOutcome::Pending && !mCapture.isCertain()) {
             head += ", or served (the log has no lines that would tell)";
         }
-        head += fmt::format(", {}", counted(mCapture.tries.size(), "try", "tries"));
+        head += fmt::format(", {}", counted(mCapture.tryCount(), "try", "tries"));
         if (mCapture.waitedMs) {
             head += fmt::format(", waited {} ms", *mCapture.waitedMs);
         }
@@ -239,19 +243,31 @@ private:
         return relative(difference(timestampNs, *input->zsdTimestampNs), "the wanted instant");
     }
 
+    /// A moment of the replay, and what made the processor try again then.
+    std::string momentText(int64_t timeNs, bool isRetry) const {
+        std::string text = relative(timeNs - mReplayed->record.pressNs, "the press");
+        if (auto const arrived = mReplayed->frames.arrivedAt(timeNs); arrived && isRetry) {
+            append(text, ", ", fmt::format("when F{} arrived", *arrived));
+        } else if (auto const pressed = mReplayed->frames.pressedAt(timeNs); pressed && isRetry) {
+            append(text, ", ", fmt::format("with the press of capture {}", *pressed));
+        }
+        return text;
+    }
+
+    /// When a try was made, or the last of its repeats.
+    std::string untilText(size_t i) const {
+        pipeline::TryRecord const* const record = recordOf(i);
+        return record != nullptr && record->lastRepeatNs ? momentText(*record->lastRepeatNs, true)
+                                                         : whenText(i);
+    }
+
     /// When a try was made, and what made it.
     std::string whenText(size_t i) const {
         log::TryExplanation const& attempt = mCapture.tries[i];
         pipeline::TryRecord const* const record = recordOf(i);
         std::string text;
         if (record != nullptr) {
-            int64_t const timeNs = record->timeNs;
-            text = relative(timeNs - mReplayed->record.pressNs, "the press");
-            if (auto const arrived = mReplayed->frames.arrivedAt(timeNs); arrived && i > 0) {
-                append(text, ", ", fmt::format("when F{} arrived", *arrived));
-            } else if (auto const pressed = mReplayed->frames.pressedAt(timeNs); pressed && i > 0) {
-                append(text, ", ", fmt::format("with the press of capture {}", *pressed));
-            }
+            text = momentText(record->timeNs, i > 0);
         } else if (attempt.ageMs) {
             text = *attempt.ageMs == 0 ? "at the press"
                                        : fmt::format("{} ms after the press", *attempt.ageMs);

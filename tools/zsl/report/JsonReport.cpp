@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <ostream>
 #include <string_view>
 #include <utility>
@@ -24,6 +25,8 @@ Json attemptJson(pipeline::TryRecord const& attempt, log::TryExplanation const* 
             {"lockedFrames", attempt.lockedFrames},
             {"builtFrames", attempt.builtFrames},
             {"faults", pipeline::namesOf(attempt.faults)},
+            {"repeats", attempt.repeats},
+            {"lastRepeatNs", orNull(attempt.lastRepeatNs)},
             {"explanation", explanation != nullptr ? tryJson(*explanation) : Json(nullptr)}};
 }
 
@@ -74,18 +77,22 @@ Json deviceJson(run::DeviceVerdict const& verdict) {
             {"differences", verdict.differences}};
 }
 
-}  // namespace
-
-Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
-            log::Explanation const* explanation, base::Provenance const& provenance) {
+/// The captures in their order, each made when it is wanted: together they may take more memory
+/// than the replay.
+void forEachCapture(recording::Recording const& recording, run::ReplayResult const& result,
+                    log::Explanation const* explanation,
+                    std::function<void(Json capture)> const& take) {
     auto const reasons = explanationsOf(result.captures, explanation);
     std::vector<std::string> const answers =
         explanation != nullptr ? answersOf(ReplayFrames(recording, result), result, *explanation)
                                : std::vector<std::string>(result.captures.size());
-    Json captures = Json::array();
     for (size_t i = 0; i < result.captures.size(); ++i) {
-        captures.push_back(captureJson(result.captures[i], reasons[i], answers[i]));
+        take(captureJson(result.captures[i], reasons[i], answers[i]));
     }
+}
+
+Json replayJson(run::ReplayResult const& result, base::Provenance const& provenance,
+                Json captures) {
     Json json = documentOf("replay", result.isClean(), provenance);
     json["verdict"] = verdictJson(verdictOf(result));
     json["recording"] =
@@ -108,6 +115,44 @@ Json toJson(recording::Recording const& recording, run::ReplayResult const& resu
     json["device"] = result.device ? deviceJson(*result.device) : Json(nullptr);
     json["failures"] = result.failures;
     return json;
+}
+
+std::string indentedText(Json const& json) {
+    // A path need not be UTF-8, which JSON must be.
+    return json.dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace
+
+Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
+            log::Explanation const* explanation, base::Provenance const& provenance) {
+    Json captures = Json::array();
+    forEachCapture(recording, result, explanation,
+                   [&](Json capture) { captures.push_back(std::move(capture)); });
+    return replayJson(result, provenance, std::move(captures));
+}
+
+void writeJson(recording::Recording const& recording, run::ReplayResult const& result,
+               log::Explanation const* explanation, base::Provenance const& provenance,
+               std::ostream& out) {
+    constexpr std::string_view kEmpty = "\n  \"captures\": []";
+    constexpr std::string_view kIndent = "    ";
+    std::string const text = indentedText(replayJson(result, provenance, Json::array()));
+    // The only such line: texts have no line ends, and what is deeper is further to the right.
+    size_t const place = text.find(kEmpty) + kEmpty.size() - 1;
+    out << std::string_view(text).substr(0, place);
+    bool isFirst = true;
+    forEachCapture(recording, result, explanation, [&](Json const& capture) {
+        std::string const lines = indentedText(capture);
+        out << (std::exchange(isFirst, false) ? "\n" : ",\n") << kIndent;
+        for (size_t begin = 0; begin < lines.size();) {
+            size_t const end = std::min(lines.find('\n', begin), lines.size() - 1) + 1;
+            out << std::string_view(lines).substr(begin, end - begin)
+                << (end < lines.size() ? kIndent : std::string_view());
+            begin = end;
+        }
+    });
+    out << (isFirst ? "" : "\n  ") << std::string_view(text).substr(place) << '\n';
 }
 
 namespace {
@@ -354,8 +399,7 @@ Json toJson(recording::GeneratorOptions const& options, recording::Recording con
 }
 
 void writeJson(Json const& document, std::ostream& out) {
-    // A path need not be UTF-8, which JSON must be.
-    out << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
+    out << indentedText(document) << '\n';
 }
 
 }  // namespace zebcam::tool::report

@@ -100,6 +100,11 @@ nlohmann::ordered_json toJson(recording::GeneratorOptions const& options,
 /// Writes a document for people to read as well.
 void writeJson(nlohmann::ordered_json const& document, std::ostream& out);
 
+/// The same of a replay's document, without having all of it in memory.
+void writeJson(recording::Recording const& recording, run::ReplayResult const& result,
+               log::Explanation const* explanation, base::Provenance const& provenance,
+               std::ostream& out);
+
 /// A header and a line for each row, with LF line ends; docs/compare.md describes the columns.
 void writeCsv(compare::Comparison const& comparison, std::ostream& out);
 

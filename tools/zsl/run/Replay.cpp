@@ -69,6 +69,7 @@ private:
             mPolicyName = pipeline::nameOf(*options.pSelector);
         }
         options.faults = mFaults;
+        options.isRepeat = mListener.isRepeat;
         options.pause = [this](int64_t ns) { mClock.advance(ns); };
         if (mListener.log) {
             options.logSink = [this](host::LogLine const& line) {

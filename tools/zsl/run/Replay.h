@@ -25,6 +25,9 @@ struct ReplayListener {
     std::function<void(size_t frames, size_t total)> progress;  ///< frames that have arrived
     /// A line of the log up to the level asked for; `timeNs` counts from the first frame.
     std::function<void(int64_t timeNs, host::LogLine const& line)> log;
+    /// Whether the log told nothing new of the newest try of a capture, which found what the one
+    /// before did; the two are then kept as one. Empty: nobody looks at the log.
+    std::function<bool(uint32_t requestNo)> isRepeat;
     std::vector<OccupancySample>* occupancy = nullptr;  ///< gets one for each instant, as it ends
 
     /// To be told after each event, if there is somebody to hear it.

@@ -62,7 +62,7 @@ export class CaptureTable {
             element('td', {}, ms(frame.lagNs)),
             element('td', {class: 'text'}, swatch(toneOf(frame.served)), words(frame.served)),
             element('td', {}, ms(frame.waitNs)),
-            element('td', {}, i === 0 ? String(capture.tries.length) : ''),
+            element('td', {}, i === 0 ? String(capture.tries.at(-1)?.last ?? 0) : ''),
             element('td', {}, i === 0 ? ms(shutter) : ''),
             ...this.chosenOf ? [element('td', {class: 'text'}, this.chosenOf(frame))] : [],
             ...this.faultsOf ? [element('td', {class: 'text injected-text'}, this.faultsOf(capture, i))] : []));
@@ -124,11 +124,11 @@ function candidateRow(capture, frames, candidate, tries) {
 /// The verdicts of tries, each once, with the numbers of the tries that gave it.
 function verdictsOf(tries) {
     const verdicts = new Map();
-    for (const {number, attempt} of tries) {
+    for (const attempt of tries) {
         for (const candidate of attempt.explanation?.candidates ?? []) {
             const key = JSON.stringify(candidate);
-            const entry = verdicts.get(key) ?? {candidate, first: number};
-            entry.last = number;
+            const entry = verdicts.get(key) ?? {candidate, first: attempt.first};
+            entry.last = attempt.last;
             verdicts.set(key, entry);
         }
     }
@@ -136,7 +136,7 @@ function verdictsOf(tries) {
 }
 
 function candidatesTable(capture, frames, tries) {
-    const isOne = tries.length === 1;
+    const isOne = tries.length === 1 && tries[0].repeats === 0;
     const columns = isOne ? CANDIDATE_COLUMNS
         : [...CANDIDATE_COLUMNS.slice(0, 4), {label: 'Tries', isText: true}, ...CANDIDATE_COLUMNS.slice(4)];
     const rows = verdictsOf(tries).map(({candidate, first, last}) => candidateRow(capture, frames,
@@ -181,30 +181,32 @@ function outcomeOf({explanation, builtFrames, faults}) {
 
 function foldedTries(capture) {
     const folded = [];
-    capture.tries.forEach((attempt, i) => {
+    for (const attempt of capture.tries) {
         const outcome = outcomeOf(attempt).join(' \u00b7 ');
         const last = folded[folded.length - 1];
         if (last && last.outcome === outcome && attempt.builtFrames.length === 0) {
-            last.tries.push({attempt, number: i + 1});
+            last.tries.push(attempt);
         } else {
-            folded.push({outcome, tries: [{attempt, number: i + 1}]});
+            folded.push({outcome, tries: [attempt]});
         }
-    });
+    }
     return folded;
 }
 
 function triesHead(capture, {outcome, tries}) {
-    const age = ({attempt}) => ms(attempt.timeNs - capture.pressNs);
-    const [first, last] = [tries[0], tries[tries.length - 1]];
-    return tries.length === 1 ? `Try ${first.number}, ${age(first)} ms after the press \u00b7 ${outcome}`
-        : `Tries ${first.number} to ${last.number}, ${age(first)} to ${age(last)} ms after the press ` +
-            `\u00b7 ${whole(tries.length)} times the same \u00b7 ${outcome}`;
+    const age = (timeNs) => ms(timeNs - capture.pressNs);
+    const {first, timeNs} = tries[0];
+    const last = tries[tries.length - 1];
+    const made = last.last - first + 1;
+    return made === 1 ? `Try ${first}, ${age(timeNs)} ms after the press \u00b7 ${outcome}`
+        : `Tries ${first} to ${last.last}, ${age(timeNs)} to ${age(last.lastRepeatNs ?? last.timeNs)} ms ` +
+            `after the press \u00b7 ${whole(made)} times the same \u00b7 ${outcome}`;
 }
 
 function triesBody(capture, frames, tries) {
-    const explained = tries.map(({attempt}) => attempt.explanation).filter(Boolean);
+    const explained = tries.map(({explanation}) => explanation).filter(Boolean);
     const texts = new Set(explained.flatMap(({notes, errors}) => [...notes, ...errors]));
-    return [...tries.length === 1 ? [offered(tries[0].attempt)] : [],
+    return [...tries.length === 1 ? [offered(tries[0])] : [],
         ...explained.some(({candidates}) => candidates.length > 0)
             ? [candidatesTable(capture, frames, tries)] : [],
         ...[...texts].map((text) => element('p', {class: 'more'}, text))];
@@ -249,8 +251,8 @@ export function showDetails(model, capture) {
 function countByReason(model) {
     const counts = new Map();
     for (const {verdicts} of model.refusals) {
-        for (const {candidate} of verdicts) {
-            counts.set(candidate.criterion, (counts.get(candidate.criterion) ?? 0) + 1);
+        for (const {attempt, candidate} of verdicts) {
+            counts.set(candidate.criterion, (counts.get(candidate.criterion) ?? 0) + 1 + attempt.repeats);
         }
     }
     return [...counts].sort((a, b) => b[1] - a[1]);

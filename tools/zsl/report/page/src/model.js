@@ -73,10 +73,21 @@ const worst = (outcomes) => WORST_FIRST.find((outcome) => outcomes.includes(outc
 /// How much it matters that a capture is seen where many share a place.
 export const rankOf = (outcome) => WORST_FIRST.length - WORST_FIRST.indexOf(outcome);
 
+/// Tries with their numbers, as the processor made them: one stands for those that repeated it.
+function numbered(tries) {
+    let made = 0;
+    return tries.map((attempt) => {
+        const first = made + 1;
+        made += 1 + attempt.repeats;
+        return {...attempt, first, last: made};
+    });
+}
+
 function captureOf(capture, originNs) {
     const waits = capture.frames.map((frame) => frame.waitNs);
     return {
         ...capture,
+        tries: numbered(capture.tries),
         press: (capture.pressNs - originNs) / 1e9,
         served: worst(capture.frames.map((frame) => frame.served)),
         waitNs: waits.includes(null) ? null : Math.max(...waits),
@@ -88,17 +99,17 @@ function captureOf(capture, originNs) {
 function marksOf(captures, frames, verdicts) {
     const byFrame = new Map();
     for (const capture of captures) {
-        capture.tries.forEach((attempt, i) => {
+        for (const attempt of capture.tries) {
             for (const candidate of attempt.explanation?.candidates ?? []) {
                 const index = frames.indexOf(candidate.frameNo);
                 if (!verdicts.includes(candidate.verdict) || index === undefined) {
                     continue;
                 }
                 const mark = byFrame.get(index) ?? {index, time: frames.times[index], verdicts: []};
-                mark.verdicts.push({capture, attempt: i + 1, candidate});
+                mark.verdicts.push({capture, attempt, candidate});
                 byFrame.set(index, mark);
             }
-        });
+        }
     }
     return [...byFrame.values()].sort((a, b) => a.time - b.time);
 }
@@ -116,8 +127,8 @@ function choicesOf(captures) {
 }
 
 function triesOf(captures, originNs) {
-    return captures.flatMap((capture) => capture.tries.map((attempt, i) => (
-        {time: (attempt.timeNs - originNs) / 1e9, capture, attempt, number: i + 1})))
+    return captures.flatMap((capture) => capture.tries.map((attempt) => (
+        {time: (attempt.timeNs - originNs) / 1e9, capture, attempt})))
         .sort((a, b) => a.time - b.time);
 }
 

@@ -29,8 +29,8 @@ function verdictLines(verdicts) {
     for (const {capture, attempt, candidate} of verdicts) {
         const text = verdictText(capture, candidate);
         const key = `${capture.requestNo} ${text}`;
-        const entry = alike.get(key) ?? {capture, text, first: attempt, last: attempt};
-        entry.last = attempt;
+        const entry = alike.get(key) ?? {capture, text, first: attempt.first};
+        entry.last = attempt.last;
         alike.set(key, entry);
     }
     return [...alike.values()].map(({capture, text, first, last}) => {
@@ -67,13 +67,14 @@ function markTip(model, mark, title) {
         `${seconds(mark.time * 1e9)} s`, list(verdictLines(mark.verdicts))];
 }
 
-function tryTip(model, {time, capture, attempt, number}) {
+function tryTip(model, {time, capture, attempt}) {
     const refused = attempt.explanation?.candidates.filter((c) => c.verdict === 'refused').length;
-    return [element('strong', {}, `Try ${number} of capture ${capture.requestNo}`), definitions([
+    return [element('strong', {}, `Try ${attempt.first} of capture ${capture.requestNo}`), definitions([
         ['Time', `${seconds(time * 1e9)} s`],
         ['Age', `${ms(attempt.timeNs - capture.pressNs)} ms after the press`],
         ['Served', counted(attempt.builtFrames.length, 'frame', 'frames')],
         ['Refused', refused === undefined ? '' : counted(refused, 'frame', 'frames')],
+        ['Repeated', attempt.repeats > 0 ? counted(attempt.repeats, 'time', 'times') : ''],
         ['Injected', attempt.faults.join(', ')],
     ])];
 }
