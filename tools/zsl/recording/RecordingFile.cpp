@@ -31,7 +31,7 @@ void append(std::string& line, std::optional<Number> value) {
 }
 
 /// A name may hold what else would end its cell.
-std::string quoted(std::string_view name) {
+std::string quotedCell(std::string_view name) {
     std::string cell = "\"";
     for (char const c : name) {
         cell.append(c == '"' ? 2 : 1, c);
@@ -69,7 +69,7 @@ void writeRecording(Recording const& recording, std::ostream& out) {
         }
     }
     for (DataColumn const& column : recording.dataColumns) {
-        line.append(",").append(quoted(column.name));
+        line.append(",").append(quotedCell(column.name));
     }
     out << line << '\n';
     for (SensorFrame const& frame : recording.frames) {
