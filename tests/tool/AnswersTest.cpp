@@ -100,11 +100,11 @@ TEST(Answers, AddUpToLagAndWait) {
         R"(arrived ([0-9.]+) ms later \(([0-9.]+) ms exposure, ([0-9.]+) ms readout, )"
         R"(([0-9.]+) ms delivery(, ([0-9.]+) ms late)?\).( It had been in the history for ([0-9.]+) ms)?)");
     size_t checked = 0;
-    for (uint64_t const seed : {1, 2, 3}) {
-        generator.seedValue = seed;
+    for (uint64_t const randomSeed : {1, 2, 3}) {
+        generator.seedValue = randomSeed;
         pipeline::ReplayOptions options;
         options.captures = 20;
-        options.faults.rules = {{pipeline::FaultKind::Late, seed == 1 ? 0.0 : 0.5, {}}};
+        options.faults.rules = {{pipeline::FaultKind::Late, randomSeed == 1 ? 0.0 : 0.5, {}}};
         auto const [result, texts] = answer(recording::generate(generator), options);
         for (size_t i = 0; i < texts.size(); ++i) {
             pipeline::CaptureRecord const& capture = result.captures[i];
