@@ -7,6 +7,7 @@ import pathlib
 import re
 import shlex
 import shutil
+import signal
 import subprocess
 import tempfile
 import unittest
@@ -142,6 +143,19 @@ class InstalledTreeTest(unittest.TestCase):
 
     def test_tool_tells_version_and_revision(self):
         self.assertRegex(run(self.zsl, "--version"), r"^zsl \d+\.\d+\.\d+ \([\w.-]+\)\n$")
+
+    def test_interrupted_replay_leaves_the_old_result_and_nothing_else(self):
+        folder = self.work / "interrupted"
+        folder.mkdir()
+        (folder / "r.json").write_text("old")
+        with subprocess.Popen([self.zsl, "replay", "-", "--json", folder / "r.json"],
+                              stdin=subprocess.PIPE) as replay:
+            # It waits for a recording that nobody sends.
+            while len(list(folder.iterdir())) < 2:
+                self.assertIsNone(replay.poll())
+            replay.terminate()
+            self.assertEqual(replay.wait(), -signal.SIGTERM)
+        self.assertEqual([path.read_text() for path in folder.iterdir()], ["old"])
 
     def test_policy_built_by_pkg_config_chooses_like_the_one_built_by_cmake(self):
         library = self.work / "by_pkg_config.so"

@@ -20,6 +20,8 @@ namespace {
 /// Paths of the temporary files that there are. A command has few; what finds no place is not
 /// removed when the program crashes.
 std::array<std::atomic<char const*>, 16> gTemporaries{};
+/// Who made them: a child that was forked has a copy of the list, and must let its parent's be.
+std::atomic<pid_t> gOwner{0};
 
 void replaceNoted(char const* from, char const* to) {
     for (auto& noted : gTemporaries) {
@@ -72,6 +74,9 @@ AtomicFile::~AtomicFile() {
 }
 
 void AtomicFile::removeTemporaries() {
+    if (gOwner != getpid()) {
+        return;
+    }
     for (auto const& noted : gTemporaries) {
         if (char const* const path = noted) {
             unlink(path);
@@ -88,6 +93,7 @@ void AtomicFile::createTemporary() {
         fd = open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
         if (fd >= 0) {
             mTemporary = std::move(name);
+            gOwner = getpid();
             replaceNoted(nullptr, mTemporary.c_str());
         } else if (errno != EEXIST) {
             fail(systemReason());

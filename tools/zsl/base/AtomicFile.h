@@ -40,8 +40,8 @@ public:
     /// anything could not be written.
     void commit();
 
-    /// Removes the temporary files of all that live, for a program that ends without its
-    /// destructors. Async-signal-safe.
+    /// Removes the temporary files of all that this process made and that live, for a program that
+    /// ends without its destructors. Async-signal-safe.
     static void removeTemporaries();
 
 private:
