@@ -38,10 +38,11 @@ export class Frames {
         const mode = this.get('afMode', i);
         const state = this.get('afState', i);
         const lens = this.get('lensState', i);
-        if (mode === null || state === null || lens === null) {
+        if (state === null || lens === null) {
             return 'unknown';
         }
-        const hasAutoFocus = mode >= 1 && mode <= 4;
+        // Where no mode is told the state still says whether the focus ran.
+        const hasAutoFocus = mode === null || (mode >= 1 && mode <= 4);
         const isScanning = state === 0 || state === 1 || state === 3;
         const isAtRest = lens === 0 && state === 0;
         return hasAutoFocus && (lens === 1 || (isScanning && !isAtRest)) ? 'moving' : 'settled';
