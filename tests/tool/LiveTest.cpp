@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <future>
@@ -391,16 +392,27 @@ TEST(LineWriter, NeverWaitsForTheReader) {
     EXPECT_TRUE(counts.hasFailed);
 }
 
+std::atomic<bool> gIsHungUp = false;
+
 TEST_F(Live, IsNotHeldUpByWhoReadsItsLog) {
+    auto const before = std::signal(SIGHUP, [](int) { gIsHungUp = true; });
     StoppedReader reader;
     std::ostream err(&reader);
     std::ostringstream out;
     std::string const file = path("result.json");
-    std::thread user([&] {
-        // The result is there although nobody has read a line.
-        for (int i = 0; i < 3'000 && !std::filesystem::exists(file); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+    bool canBeEnded = false;
+    std::thread user([&, command = pthread_self()] {
+        auto const waitFor = [](auto const& hasCome) {
+            for (int i = 0; i < 3'000 && !hasCome(); ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        };
+        // The result is there although nobody has read a line, and who does not want to wait for
+        // the reader need not.
+        waitFor([&] { return std::filesystem::exists(file); });
+        pthread_kill(command, SIGHUP);
+        waitFor([] { return gIsHungUp.load(); });
+        canBeEnded = gIsHungUp;
         reader.goOn();
     });
     Arguments const command = {"zsl",   "live",  "--duration",    "0.3s", "--fps",  "120",
@@ -411,6 +423,8 @@ TEST_F(Live, IsNotHeldUpByWhoReadsItsLog) {
     }
     EXPECT_EQ(commands::runCli(static_cast<int>(argv.size()), argv.data(), {out, err}), 0);
     user.join();
+    std::signal(SIGHUP, before);
+    EXPECT_TRUE(canBeEnded);
     EXPECT_THAT(out.str(), HasSubstr(" DROPPED, because standard error takes them too slowly\n"));
     Json const result = Json::parse(contentOf(file));
     EXPECT_GT(result["log"]["droppedLines"], 100);

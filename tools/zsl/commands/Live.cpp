@@ -123,7 +123,7 @@ int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams
     recording::Recording const recording = sourceOf(arguments);
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.
-    base::SignalWatch const signals;
+    std::optional<base::SignalWatch> signals(std::in_place);
     auto const policy =
         watchPolicy("zsl live", arguments.options.replay.policy, arguments.policyLimit);
     // Destroyed before anybody else writes to the stream.
@@ -132,7 +132,7 @@ int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams
                       [&err](std::string const& lines) { err.push(lines); });
     live.start();
     auto const& style = json.isStandard() ? streams.errStyle : streams.outStyle;
-    std::optional<int> const signal = watch(live, signals, style, [&](std::string const& line) {
+    std::optional<int> const signal = watch(live, *signals, style, [&](std::string const& line) {
         if (json.isStandard()) {
             err.push(line);
         } else {
@@ -146,6 +146,8 @@ int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams
         result.log = shown;
     }
     tell(result, recording, json, streams);
+    // What is left is to wait for whoever reads the log: a signal shall end that as it ends others.
+    signals.reset();
     if (shown.hasFailed) {
         throw base::OutputError("standard error cannot be written");
     }

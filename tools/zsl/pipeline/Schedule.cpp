@@ -7,6 +7,7 @@
 
 #include "base/InputError.h"
 #include "base/Text.h"
+#include "recording/FrameStates.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -36,25 +37,6 @@ void requireBootTimeWithin(char const* option, int64_t timeNs, int64_t firstNs, 
 
 int64_t lengthOf(recording::Recording const& recording) {
     return recording.frames.back().timestampNs - recording.frames.front().timestampNs;
-}
-
-/// Puts in what no frame of `recording` tells and without which the processor would refuse them
-/// all, or log an error for each. A state that only some frames lack stays missing: that is what
-/// the phone reported.
-void assumeAbsent(recording::Recording const& recording, recording::SensorFrame& frame) {
-    using recording::Column;
-    auto const assume = [&recording](Column column, auto& state, int value = 0) {
-        if (recording.lacks(column)) {
-            state = value;
-        }
-    };
-    assume(Column::AeStable, frame.aeStable, 1);
-    assume(Column::FrameSync, frame.frameSync);
-    assume(Column::AfMode, frame.afMode);
-    assume(Column::AfState, frame.afState);
-    assume(Column::LensState, frame.lensState);
-    assume(Column::SensorId, frame.sensorId);
-    assume(Column::SensorMode, frame.sensorMode);
 }
 
 }  // namespace
@@ -215,8 +197,7 @@ SensorEvents sensorEvents(recording::Recording const& recording, ReplayOptions c
     made.frames.reserve(times.size());
     made.events.reserve(2 * times.size());
     for (size_t i = 0; i < times.size(); ++i) {
-        recording::SensorFrame frame = frames[i];
-        assumeAbsent(recording, frame);
+        recording::SensorFrame frame = recording::withAssumed(frames[i], recording);
         frame.timestampNs += shiftNs;
         frame.frameNo += pass * numbers;
         // Counted on from pass to pass, so that each meets faults of its own.

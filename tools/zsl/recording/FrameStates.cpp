@@ -25,6 +25,19 @@ std::string nameOf(std::span<char const* const> names, uint8_t value) {
     return value < names.size() ? names[value] : std::to_string(value);
 }
 
+/// Visits the states that the pipeline gets in any case, with what stands for one that no frame of
+/// a recording tells: at rest, in the only mode of the only sensor.
+template <typename Visit>
+void forEachAssumed(SensorFrame& frame, Visit const& visit) {
+    visit(Column::AeStable, frame.aeStable, 1);
+    visit(Column::FrameSync, frame.frameSync, 0);
+    visit(Column::AfMode, frame.afMode, 0);
+    visit(Column::AfState, frame.afState, 0);
+    visit(Column::LensState, frame.lensState, 0);
+    visit(Column::SensorId, frame.sensorId, 0);
+    visit(Column::SensorMode, frame.sensorMode, 0);
+}
+
 }  // namespace
 
 std::string afModeName(uint8_t mode) {
@@ -39,22 +52,21 @@ std::string lensStateName(uint8_t state) {
     return nameOf(kLensStates, state);
 }
 
-SensorFrame withoutAssumed(SensorFrame frame, Recording const& recording) {
-    auto const leaveOut = [&recording](Column column, auto& value) {
+SensorFrame withAssumed(SensorFrame frame, Recording const& recording) {
+    forEachAssumed(frame, [&recording](Column column, auto& state, int assumed) {
         if (recording.lacks(column)) {
-            value = {};
+            state = assumed;
         }
-    };
-    leaveOut(Column::Exposure, frame.exposureNs);
-    leaveOut(Column::Iso, frame.iso);
-    leaveOut(Column::FocusDistance, frame.focusDistance);
-    leaveOut(Column::AfMode, frame.afMode);
-    leaveOut(Column::AfState, frame.afState);
-    leaveOut(Column::LensState, frame.lensState);
-    leaveOut(Column::AeStable, frame.aeStable);
-    leaveOut(Column::FrameSync, frame.frameSync);
-    leaveOut(Column::SensorId, frame.sensorId);
-    leaveOut(Column::SensorMode, frame.sensorMode);
+    });
+    return frame;
+}
+
+SensorFrame withoutAssumed(SensorFrame frame, Recording const& recording) {
+    forEachAssumed(frame, [&recording](Column column, auto& state, int /*assumed*/) {
+        if (recording.lacks(column)) {
+            state.reset();
+        }
+    });
     return frame;
 }
 

@@ -14,6 +14,11 @@ std::string afModeName(uint8_t mode);
 std::string afStateName(uint8_t state);
 std::string lensStateName(uint8_t state);
 
+/// `frame` with the states that `recording` tells of no frame and without which the processor would
+/// refuse them all, or log an error for each. What only some frames lack stays missing: that is
+/// what the phone reported.
+SensorFrame withAssumed(SensorFrame frame, Recording const& recording);
+
 /// `frame` as the pipeline got it, without what was only assumed because `recording` tells it of no
 /// frame.
 SensorFrame withoutAssumed(SensorFrame frame, Recording const& recording);
