@@ -8,11 +8,11 @@ import {createRequire} from 'node:module';
 import {tmpdir} from 'node:os';
 import {join, resolve} from 'node:path';
 import {after, before, test} from 'node:test';
-import {pathToFileURL} from 'node:url';
+import {fileURLToPath, pathToFileURL} from 'node:url';
 
 const {chromium} = createRequire(resolve('node_modules/x.js'))('playwright-core');
 
-const WINDOWS = [{width: 1400, height: 900}, {width: 420, height: 800}];
+const WINDOWS = [{width: 1400, height: 900}, {width: 390, height: 800}];
 const SCHEMES = ['light', 'dark'];
 const LOAD_LIMIT_MS = 5000;
 const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
@@ -45,9 +45,19 @@ function writePages() {
         ...Array.from({length: 120}, (_, i) => 1e12 + i * 33_400_000)].join('\n') + '\n');
     zsl(0, 'replay', 'recordings/bare.csv --report faulty.html --json faulty.json --press 100ms',
         '--fault image-error:0.1 --fault late:0.1 --fault policy-throws:1');
-    zsl(1, 'compare', 'recordings/short.csv recordings/long.csv missing.csv --policy default',
-        '--policy cshot --policy multiframe --captures 20 --frames 2 --fail-if p95_lag_ms>50',
-        '--report comparison.html');
+    const runs = ['recordings/short.csv recordings/long.csv missing.csv --policy default',
+        '--policy cshot --policy multiframe --captures 20 --frames 2 --fail-if p95_lag_ms>50'];
+    zsl(1, 'compare', ...runs, '--json baseline.json');
+    const baseline = JSON.parse(readFileSync(join(pages, 'baseline.json'), 'utf8'));
+    baseline.rows[0].fields.max_wait_ms /= 2;
+    baseline.totals.rows[2].fields.p95_wait_ms += 1;
+    writeFileSync(join(pages, 'baseline.json'), JSON.stringify(baseline));
+    zsl(1, 'compare', ...runs, '--baseline baseline.json --report comparison.html --reports runs',
+        '--json comparison.json');
+    // The name of a policy, which fails as it is none, may be longer than a telephone is wide.
+    writeFileSync(join(pages, `${'averylongname'.repeat(5)}.so`), '');
+    zsl(1, 'compare', `recordings/short.csv recordings/bare.csv --policy ./${'averylongname'.repeat(5)}.so`,
+        '--policy default --policy multiframe --captures 20 --report names.html');
 }
 
 before(async () => {
@@ -300,23 +310,60 @@ test('what was injected and what nobody told shows', async () => {
     await page.close();
 });
 
-for (const size of WINDOWS) {
-    test(`comparison, ${size.width} px`, async () => {
-        const {page, problems} = await open('comparison.html', size, SCHEMES[0]);
-        await checkLayout(page, `comparison-${size.width}`);
-        const rows = await page.locator('#comparison-table tbody tr:has(th[scope=row])').count();
-        assert.equal(rows, 9);
-        assert.match(await page.textContent('#verdict'), /^Bad.*runs failed.*runs break a limit/);
-        assert.match(await page.textContent('#comparison-settings'), /Captures20.*Limitsp95_lag_ms>50/);
-        const text = await page.textContent('#comparison-table');
-        for (const part of ['multiframe', 'recordings/long.csv', '--fail-if p95_lag_ms>50',
-            'missing.csv: expected a readable file']) {
-            assert.ok(text.includes(part), part);
-        }
-        assert.deepEqual(problems, []);
-        await page.close();
+// Runs in the page: tables with a part that cannot be scrolled into sight.
+function hiddenColumns() {
+    return [...document.querySelectorAll('table.comparison')].flatMap((table) => {
+        const box = table.parentElement;
+        box.scrollLeft = 0;
+        const fixed = Math.max(...[...table.querySelectorAll('th[scope=row]')].map((th) => th.offsetWidth));
+        box.scrollLeft = box.scrollWidth;
+        const right = Math.max(...[...table.querySelectorAll('th, td')].map((cell) => cell.getBoundingClientRect().right));
+        return fixed > box.clientWidth / 2 || right > box.getBoundingClientRect().right + 1
+            ? [`${table.id}: ${fixed} px stay, ends at ${right}`] : [];
     });
 }
+
+for (const size of WINDOWS) {
+    test(`comparison, ${size.width} px`, async () => {
+        for (const name of ['names', 'comparison']) {
+            const {page, problems} = await open(`${name}.html`, size, SCHEMES[0]);
+            await checkLayout(page, `${name}-${size.width}`);
+            assert.deepEqual(await page.evaluate(hiddenColumns), []);
+            assert.deepEqual(problems, []);
+            await page.close();
+        }
+    });
+}
+
+test('a comparison tells runs, totals, ranking and changes, and leads to the runs', async () => {
+    const {page} = await open('comparison.html', WINDOWS[1], SCHEMES[1]);
+    const {rows, rankings} = JSON.parse(readFileSync(join(pages, 'comparison.json'), 'utf8'));
+    assert.equal(await page.locator('#comparison-table tbody tr:has(th[scope=row])').count(), 9);
+    const expectTold = async (where, ...parts) => {
+        const text = await page.textContent(where);
+        for (const part of parts) {
+            assert.match(text, part, where);
+        }
+    };
+    await expectTold('#verdict', /^Bad.*3 of 9 runs failed.*runs break a limit/);
+    await expectTold('#comparison-settings', /Captures20.*Limitsp95_lag_ms>50/);
+    await expectTold('#comparison-table', /multiframe/, /recordings\/long.csv/, /--fail-if p95_lag_ms>50/,
+        /missing.csv: expected a readable file/, /worse than the baseline: max_wait_ms [\d.,]+, was/);
+    await expectTold('#totals', /^\s*Total of 2 recordings\s*Without 1 recording in which/, /default.*cshot.*multiframe/);
+    await expectTold('#since', /9 of 9 runs matched.*1 value got worse, 1 better/);
+    const changes = await page.locator('#since-table tbody tr').allTextContents();
+    assert.match(changes[0], /^recordings\/short.csv.*default.*max_wait_ms.*\+100.0 %worse$/);
+    assert.match(changes[1], /^all recordings.*multiframe.*p95_wait_ms.*better$/);
+    const ranked = await page.locator('#ranking-table tbody tr').allTextContents();
+    assert.equal(ranked.length, rankings.length);
+    const {field, places: [best, , last]} = rankings.find(({places}) => places.at(-1).ratio > 1.01);
+    assert.ok(ranked.some((text) => text.startsWith(`${field}${rows[best.total].options.policy} `) &&
+        text.endsWith(`(\u00d7${last.ratio.toFixed(2)})`)), `${field} in ${ranked}`);
+    await page.click('#comparison-table a >> nth=4');
+    assert.match(await page.textContent('#lead'), /20,000 frames.*policy cshot/);
+    assert.equal(resolve(pages, rows[4].report), fileURLToPath(page.url()));
+    await page.close();
+});
 
 test('without scripts the numbers are there', async () => {
     const browser = await chromium.launch({executablePath: process.env.CHROMIUM, args: FLAGS});

@@ -71,14 +71,15 @@ protected:
     std::string path(std::string const& name) const { return mFolder + "/" + name; }
 
     std::string write(std::string const& name, std::string const& content) const {
+        std::filesystem::create_directories(std::filesystem::path(path(name)).parent_path());
         std::ofstream(path(name)) << content;
         return path(name);
     }
 
-    /// Names of the files that are left in the folder.
-    std::vector<std::string> files() const {
+    /// Names of the files that are left in the folder, or in one that it has.
+    std::vector<std::string> files(std::string const& folder = "") const {
         std::vector<std::string> names;
-        for (auto const& entry : std::filesystem::directory_iterator(mFolder)) {
+        for (auto const& entry : std::filesystem::directory_iterator(path(folder))) {
             names.push_back(entry.path().filename());
         }
         return names;

@@ -18,6 +18,7 @@
 #include "compare/ComparisonFields.h"
 #include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
+#include "report/Page.h"
 #include "report/Reports.h"
 
 namespace zebcam::tool {
@@ -242,15 +243,36 @@ protected:
         write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     }
 
+    /// Has pages written, if this build can.
+    Arguments pagesIn(std::string const& folder) const {
+        return report::reportPage() != nullptr ? Arguments{"--reports", path(folder)} : Arguments();
+    }
+
     std::string const mSelectors = SELECTOR_FOLDER "/selector_";
 };
 
 TEST_F(Compare, GoesOnAfterAFailingFileAndKeepsTheOrder) {
     auto const withJobs = [&](std::string const& jobs) {
-        return zsl({"compare", path("r1.csv"), path("broken.csv"), path("r2.csv"), "--policy",
-                    "multiframe", "--policy", "default", "--offset", "50ms", "--csv", "-", "--jobs",
-                    jobs, "--json", path("out" + jobs)});
+        Arguments const arguments = {"compare",
+                                     path("r1.csv"),
+                                     path("broken.csv"),
+                                     path("r2.csv"),
+                                     "--policy",
+                                     "multiframe",
+                                     "--policy",
+                                     "default",
+                                     "--offset",
+                                     "50ms",
+                                     "--csv",
+                                     "-",
+                                     "--jobs",
+                                     jobs,
+                                     "--json",
+                                     path("out" + jobs)};
+        return zsl(plus(arguments, pagesIn("pages")));
     };
+    write("pages/0001-r1-multiframe.html", "of the last time");
+    write("pages/notes", "");
     Outcome const one = withJobs("1");
     Outcome const two = withJobs("2");
     EXPECT_EQ(one.status, 1);
@@ -272,6 +294,16 @@ TEST_F(Compare, GoesOnAfterAFailingFileAndKeepsTheOrder) {
                                    "broken default failed", "r2 multiframe ok", "r2 default ok"));
     EXPECT_GT(rows[1]["refusals"]["time"], 0);
     EXPECT_LT(rows[1]["summary"]["lag"]["minNs"], 0) << "the offset has no effect";
+    if (report::reportPage() != nullptr) {
+        EXPECT_EQ(rows[5]["report"], path("pages/0006-r2-default.html"));
+        EXPECT_TRUE(rows[2]["report"].is_null()) << "of a run that failed";
+        for (auto const& row : {rows[0], rows[5]}) {
+            std::string const page = contentOf(row["report"]);
+            EXPECT_THAT(page, HasSubstr(row["recording"]["path"].get<std::string>() + " - replay"));
+            EXPECT_THAT(page, HasSubstr("</html>"));
+        }
+        EXPECT_THAT(files("pages"), testing::SizeIs(5)) << "four pages, and what was there";
+    }
 }
 
 TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
@@ -288,8 +320,10 @@ TEST_F(Compare, ReportsPlugInsThatCrashHangOrThrow) {
         EXPECT_THAT(outcome.err, HasSubstr(expected));
     }
     EXPECT_THAT(outcome.out, HasSubstr("\n  Cloner ")) << "the last one is good";
-    Outcome const hanging = zsl({"compare", path("r1.csv"), "--time-limit", "300ms", "--policy",
-                                 mSelectors + "sleeper.so"});
+    Outcome const hanging = zsl(plus(
+        {"compare", path("r1.csv"), "--time-limit", "300ms", "--policy", mSelectors + "sleeper.so"},
+        pagesIn("pages")));
+    EXPECT_FALSE(std::filesystem::exists(path("pages"))) << "for nothing came into it";
     EXPECT_EQ(hanging.status, 1);
     EXPECT_THAT(hanging.err, HasSubstr("no result after 0.3s, killed (--time-limit)\n"));
 }
@@ -317,8 +351,10 @@ TEST_F(Compare, SweepsTheParametersOfPolicies) {
 }
 
 TEST_F(Compare, AnInterruptionEndsItAndLeavesNoFile) {
-    Outcome const outcome = zsl({"compare", path("r1.csv"), "--json", path("result.json"),
-                                 "--time-limit", "30s", "--policy", mSelectors + "interrupter.so"});
+    Arguments const arguments = {
+        "compare",      path("r1.csv"), "--json",   path("result.json"),
+        "--time-limit", "30s",          "--policy", mSelectors + "interrupter.so"};
+    Outcome const outcome = zsl(plus(arguments, pagesIn("pages")));
     EXPECT_EQ(outcome.status, 143);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "zsl compare: interrupted: Terminated\n");
@@ -429,6 +465,12 @@ TEST_F(Compare, RefusesWhatItCannotDo) {
          "--offset: --property sets"},
     };
     expectRefused({"compare"}, table);
+    if (report::reportPage() != nullptr) {
+        expectRefused({"compare", file, "--json", path("x")},
+                      {{{"--report", path("x")}, "--report: --json goes to"},
+                       {{"--reports", file}, "cannot write to the folder"},
+                       {{"--reports", path("no/pages")}, "No such file"}});
+    }
     EXPECT_THAT(zsl({"compare", file}, true).err, HasSubstr("\r1 of 1 runs"));
 }
 

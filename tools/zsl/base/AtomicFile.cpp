@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -125,6 +126,58 @@ void AtomicFile::commit() {
 
 void AtomicFile::fail(std::string const& reason) const {
     throw OutputError("cannot write '" + mPath + "': " + reason);
+}
+
+namespace {
+
+std::string withoutSlash(std::string path) {
+    path.resize(std::max<size_t>(1, path.find_last_not_of('/') + 1));
+    return path;
+}
+
+}  // namespace
+
+AtomicFolder::AtomicFolder(std::string path) : mPath(withoutSlash(std::move(path))) {
+    std::error_code error;
+    mIsNew = fs::create_directory(mPath, error);
+    if (error) {
+        fail(error);
+    }
+    // Inside, because a rename cannot leave a file system.
+    std::string const temporary = mPath + "/tmp-" + std::to_string(getpid());
+    if (!fs::create_directory(temporary, error) && !error) {
+        error = std::make_error_code(std::errc::file_exists);
+    }
+    if (error) {
+        std::error_code ignored;
+        if (mIsNew) {
+            fs::remove(mPath, ignored);
+        }
+        fail(error);
+    }
+    mTemporary = temporary;
+}
+
+AtomicFolder::~AtomicFolder() {
+    std::error_code ignored;
+    fs::remove_all(mTemporary, ignored);
+    if (mIsNew) {
+        fs::remove(mPath, ignored);  // which leaves one that has something in it
+    }
+}
+
+void AtomicFolder::commit(std::vector<std::string> const& names) const {
+    for (std::string const& name : names) {
+        std::error_code error;
+        fs::rename(newFile(name), file(name), error);
+        if (error) {
+            fail(error);
+        }
+    }
+}
+
+void AtomicFolder::fail(std::error_code const& error) const {
+    throw OutputError("cannot write to the folder '" + mPath + "': " + error.message());
 }
 
 }  // namespace zebcam::tool::base

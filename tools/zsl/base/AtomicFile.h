@@ -6,6 +6,8 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <vector>
 
 namespace zebcam::tool::base {
 
@@ -55,6 +57,35 @@ private:
     std::string mTarget;     ///< the file to replace, links followed
     std::string mTemporary;  ///< empty when there is none
     std::ofstream mFile;
+};
+
+/**
+ * Files that appear together in a folder, or none of them: they are written under newFile() to a
+ * temporary folder in it, which the destructor removes with all that is left there. The folder is
+ * made if there is none, and removed again if nothing came of it. What else it holds stays.
+ */
+class AtomicFolder {
+public:
+    /// Throws OutputError when nothing could be written there.
+    explicit AtomicFolder(std::string path);
+    ~AtomicFolder();
+    AtomicFolder(AtomicFolder const&) = delete;
+    AtomicFolder& operator=(AtomicFolder const&) = delete;
+
+    /// Where to write the file of that name, from a child process as well.
+    std::string newFile(std::string const& name) const { return mTemporary + "/" + name; }
+    /// Where it is to be found afterwards.
+    std::string file(std::string const& name) const { return mPath + "/" + name; }
+
+    /// Puts the files of these names in place. Throws OutputError at the first that cannot be.
+    void commit(std::vector<std::string> const& names) const;
+
+private:
+    [[noreturn]] void fail(std::error_code const& error) const;
+
+    std::string const mPath;
+    std::string mTemporary;
+    bool mIsNew = false;
 };
 
 /// Where a command's result goes if it was asked for: a file that appears whole or not at all, or

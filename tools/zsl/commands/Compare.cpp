@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
@@ -40,6 +42,7 @@ struct Arguments {
     std::optional<std::string> baseline;
     std::vector<compare::Tolerance> tolerances;
     std::optional<std::string> report;
+    std::optional<std::string> reports;
 };
 
 /// Refuses before the first run what would make every run fail.
@@ -65,7 +68,8 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
     std::map<std::string, char const*> taken;
     for (auto const& [option, file] : {std::pair{"--json", &arguments.json},
                                        {"--csv", &arguments.csv},
-                                       {"--markdown", &arguments.markdown}}) {
+                                       {"--markdown", &arguments.markdown},
+                                       {"--report", &arguments.report}}) {
         if (*file && !taken.emplace(**file, option).second) {
             throw CLI::ValidationError(
                 option, fmt::format("{} goes to '{}' as well", taken.at(**file), **file));
@@ -109,6 +113,67 @@ void complain(compare::Comparison const& comparison, std::ostream& err) {
     }
 }
 
+/// `0012-street-multiframe.html`: sorted as the rows are, and of what any file system and address
+/// takes.
+std::string pageName(size_t row, std::string const& recording, std::string const& policy) {
+    constexpr size_t kLongest = 60;
+    std::string name = fmt::format("{:04}", row + 1);
+    for (std::string const& path : {recording, policy}) {
+        name += '-';
+        for (char const c : fs::path(path).stem().string().substr(0, kLongest)) {
+            bool const isPlain = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') ||
+                                 (c >= 'A' && c <= 'Z') || c == '_' || c == '-';
+            name += isPlain ? c : '_';
+        }
+    }
+    return name + ".html";
+}
+
+/// The pages of the runs, each written in its run's child.
+class RunPages {
+public:
+    RunPages(std::string const& folder, base::Provenance const& provenance)
+        : mFolder(folder), mProvenance(provenance) {}
+
+    compare::RunListener listener() const {
+        return [this](size_t row, recording::Recording const& recording,
+                      run::ReplayResult const& result, log::Explanation const& explanation) {
+            std::string const name = pageName(row, recording.path, result.options.policy.name());
+            // A run whose time is over leaves no page that breaks off.
+            std::string const unfinished = mFolder.newFile(name) + kUnfinished;
+            std::ofstream out(unfinished, std::ios::binary);
+            report::writeHtmlReport(recording, result, &explanation, mProvenance, out);
+            out.close();
+            if (!out) {
+                std::remove(unfinished.c_str());
+                throw base::OutputError(
+                    fmt::format("cannot write its page '{}'", mFolder.file(name)));
+            }
+            fs::rename(unfinished, mFolder.newFile(name));
+        };
+    }
+
+    /// Puts the pages in place and tells the rows where theirs is.
+    void commit(std::vector<compare::ComparisonRow>& rows) const {
+        std::vector<std::string> names;
+        for (size_t i = 0; i < rows.size(); ++i) {
+            std::string name = pageName(i, rows[i].recording, rows[i].options.policy.name());
+            std::error_code ignored;
+            if (fs::exists(mFolder.newFile(name), ignored)) {
+                rows[i].report = mFolder.file(name);
+                names.push_back(std::move(name));
+            }
+        }
+        mFolder.commit(names);
+    }
+
+private:
+    static constexpr char kUnfinished[] = ".part";
+
+    base::AtomicFolder const mFolder;
+    base::Provenance const& mProvenance;
+};
+
 int run(CLI::App const& command, Arguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(command, arguments);
@@ -119,6 +184,10 @@ int run(CLI::App const& command, Arguments arguments, CliStreams const& streams)
     base::ResultFile csv(arguments.csv, streams.out);
     base::ResultFile markdown(arguments.markdown, streams.out);
     base::ResultFile report(arguments.report, streams.out);
+    std::optional<RunPages> pages;
+    if (arguments.reports) {
+        arguments.plan.onRun = pages.emplace(*arguments.reports, streams.provenance).listener();
+    }
     compare::Comparison comparison;
     try {
         Progress progress(streams.err, streams.showProgress, "runs");
@@ -129,13 +198,17 @@ int run(CLI::App const& command, Arguments arguments, CliStreams const& streams)
         streams.err << "zsl compare: " << interrupted.what() << '\n';
         return kSignalStatus + interrupted.signal();
     }
+    if (pages) {
+        pages->commit(comparison.rows);
+    }
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(comparison, streams.provenance), out);
     });
     csv.put([&](std::ostream& out) { report::writeCsv(comparison, out); });
     markdown.put([&](std::ostream& out) { report::writeMarkdown(comparison, out); });
-    report.put(
-        [&](std::ostream& out) { report::writeHtmlReport(comparison, streams.provenance, out); });
+    report.put([&](std::ostream& out) {
+        report::writeHtmlReport(comparison, streams.provenance, *arguments.report, out);
+    });
     if (!json.isStandard() && !csv.isStandard() && !markdown.isStandard()) {
         streams.out << report::comparisonTable(comparison, streams.outStyle);
     }
@@ -221,6 +294,10 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
               "Write Markdown for a pull request, - for standard output instead of the table",
               "FILE");
     addReportOption(command, arguments.report);
+    addReportOption(
+        command, arguments.reports, "--reports",
+        "Write a page for each run into this folder; the page of --report links to them")
+        ->type_name("FOLDER");
     addFile(command, "--baseline", arguments.baseline,
             "Tell what changed since this file of --json; exit with 1 if something got worse");
     addParsed(

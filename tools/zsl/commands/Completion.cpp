@@ -35,7 +35,9 @@ std::vector<std::string> propertyWords() {
 
 Values valuesOf(CLI::App const& app, CLI::Option const& option) {
     std::string const type = option.get_type_name();
-    Values values{{}, type.ends_with("FILE") || type.find("PATH") != std::string::npos};
+    Values values{{},
+                  type.ends_with("FILE") || type.ends_with("FOLDER") ||
+                      type.find("PATH") != std::string::npos};
     std::string const name = option.get_name();
     if (name == "--policy") {
         values.words = policyNames();

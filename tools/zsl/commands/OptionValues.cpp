@@ -249,8 +249,9 @@ void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string
     addParsed(command, "--request", requests, parse, help, "N");
 }
 
-void addReportOption(CLI::App& command, std::optional<std::string>& path) {
-    addFile(command, "--report", path, "Write a page for a browser")->check([](std::string const&) {
+CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path,
+                             std::string const& name, std::string const& help) {
+    return addFile(command, name, path, help)->check([](std::string const&) {
         return report::reportPage() != nullptr ? std::string()
                                                : "this zsl was built without the page; build it "
                                                  "with -DZSL_BUILD_PAGE=ON, which "

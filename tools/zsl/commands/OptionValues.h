@@ -116,8 +116,10 @@ void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
 /// --request, the numbers of captures.
 void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string const& help);
 
-/// --report, which not every build can write.
-void addReportOption(CLI::App& command, std::optional<std::string>& path);
+/// --report and its like, which not every build can write.
+CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path,
+                             std::string const& name = "--report",
+                             std::string const& help = "Write a page for a browser");
 
 /// --from, --to, --any-rate.
 void addInputOptions(CLI::App& command, recording::InputOptions& options);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <type_traits>
 #include <utility>
 
@@ -108,12 +109,12 @@ private:
     size_t mTaken = 0;
 };
 
-std::string pack(RunNumbers const& numbers, run::ReplayResult const& result) {
+std::string pack(RunNumbers const& numbers, run::ReplayResult const& result,
+                 std::vector<std::string> const& problems) {
     Parcel parcel;
     parcel.put(numbers);
     parcel.putAll(run::measure(result.captures, result.offsetMs));
     parcel.putAll(result.options.policy.ownName);
-    std::vector<std::string> const problems = problemsOf(result);
     parcel.put(problems.size());
     for (std::string const& problem : problems) {
         parcel.putAll(problem);
@@ -134,13 +135,15 @@ void unpack(std::string data, ComparisonRow& row) {
     }
 }
 
-std::string runOne(ComparisonRow const& row) {
+std::string runOne(ComparisonPlan const& plan, std::vector<ComparisonRow> const& rows, size_t i) {
+    ComparisonRow const& row = rows[i];
     // Read in the child: a file that breaks off is a failure of its rows and of no other.
     recording::Recording const recording =
         recording::readRecording(row.recording, row.options.input);
     pipeline::ReplayOptions options = row.options;
     // Debug lines add the values that were found, which nobody counts.
-    options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_INFO;
+    options.logLevel =
+        plan.onRun ? NSCam::Utils::ULog::LOG_LEVEL_DEBUG : NSCam::Utils::ULog::LOG_LEVEL_INFO;
     log::Explainer explainer;
     run::ReplayListener listener;
     listener.isRepeat = [&explainer](uint32_t requestNo) {
@@ -150,8 +153,21 @@ std::string runOne(ComparisonRow const& row) {
         // Of both outputs: libraries' policies give their reasons to the Android log only.
         explainer.feed(log::fromLogLine(line));
     };
-    run::ReplayResult const result = run::replay(recording, options, listener);
-    return pack(numbersOf(result, countRefusals(explainer.finish())), result);
+    run::ReplayResult result = run::replay(recording, options, listener);
+    log::Explanation const explanation = explainer.finish();
+    RunNumbers const numbers = numbersOf(result, countRefusals(explanation));
+    std::vector<std::string> problems = problemsOf(result);
+    if (plan.onRun) {
+        for (Limit const& limit : plan.limits) {
+            result.limits.push_back(limit.check(numbers));
+        }
+        try {
+            plan.onRun(i, recording, result, explanation);
+        } catch (std::exception const& error) {
+            problems.emplace_back(error.what());  // the numbers are good nevertheless
+        }
+    }
+    return pack(numbers, result, problems);
 }
 
 void judge(ComparisonRow& row, std::vector<Limit> const& limits) {
@@ -196,7 +212,7 @@ Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
         progress(0, rows.size());
     }
     runInChildren(
-        rows.size(), pool, signals, [&rows](size_t task) { return runOne(rows[task]); }, onEnd);
+        rows.size(), pool, signals, [&](size_t task) { return runOne(plan, rows, task); }, onEnd);
     comparison.totals = totalsOf(rows, rows.size() / plan.recordings.size());
     comparison.rankings = rank(comparison.totals.rows);
     if (plan.baseline) {

@@ -13,7 +13,10 @@
 #include "compare/Baseline.h"
 #include "compare/ComparisonFields.h"
 #include "compare/ComparisonResult.h"
+#include "log/Explanation.h"
 #include "pipeline/ReplayOptions.h"
+#include "recording/Recording.h"
+#include "run/ReplayResult.h"
 
 namespace zebcam::tool::compare {
 
@@ -46,6 +49,12 @@ using ChildListener = std::function<void(size_t task, ChildOutcome outcome)>;
 void runInChildren(size_t tasks, ChildPoolOptions const& options, base::SignalWatch const& signals,
                    ChildTask const& task, ChildListener const& onEnd);
 
+/// Has something made of a run in its child, where there is more than its row tells: the reasons
+/// have all values. What it throws is a problem of the run.
+using RunListener =
+    std::function<void(size_t row, recording::Recording const& recording,
+                       run::ReplayResult const& result, log::Explanation const& explanation)>;
+
 /// What to compare: each recording under each combination of the settings. None of the lists may be
 /// empty.
 struct ComparisonPlan {
@@ -59,6 +68,7 @@ struct ComparisonPlan {
     pipeline::ReplayOptions common;  ///< everything else
     std::vector<Limit> limits;
     std::optional<Baseline> baseline;
+    RunListener onRun;  ///< may be empty
 };
 
 /// What came of a plan.

@@ -19,6 +19,7 @@ struct ComparisonRow {
     std::vector<run::FrameNumbers> frames;  ///< what the numbers were made from
     std::vector<std::string> problems;      ///< why it failed, or what went wrong in it
     std::vector<std::string> broken;        ///< the limits that it exceeds, with what was found
+    std::string report;                     ///< path of the run's own page; empty: there is none
     std::string worse;                      ///< in what it is worse than a baseline; empty: nothing
 
     /// In force, ms; of a failed run what was asked for, if anything was.

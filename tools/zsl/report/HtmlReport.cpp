@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <ostream>
 #include <string_view>
@@ -11,6 +12,7 @@
 
 #include "Version.h"
 #include "pipeline/Schedule.h"
+#include "report/ComparisonNames.h"
 #include "report/JsonParts.h"
 #include "report/Page.h"
 #include "report/TraceTracks.h"
@@ -235,11 +237,37 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
               out);
 }
 
+namespace {
+
+/// The way from one file to another, as a browser goes it; null where there is none.
+Json linkTo(std::string const& target, std::string const& from) {
+    std::filesystem::path const folder = std::filesystem::absolute(from).parent_path();
+    return target.empty() ? Json(nullptr)
+                          : Json(std::filesystem::absolute(target)
+                                     .lexically_normal()
+                                     .lexically_relative(folder.lexically_normal())
+                                     .generic_string());
+}
+
+}  // namespace
+
 void writeHtmlReport(compare::Comparison const& comparison, base::Provenance const& provenance,
-                     std::ostream& out) {
-    writePage("Comparison of policies",
-              comparisonTable(comparison) + comparisonComplaints(comparison),
-              {{"version", VERSION}, {"comparison", toJson(comparison, provenance)}}, out);
+                     std::string const& path, std::ostream& out) {
+    ComparisonNames const names(comparison.rows);
+    writePage(
+        "Comparison of policies", comparisonTable(comparison) + comparisonComplaints(comparison),
+        {{"version", VERSION},
+         {"settings",
+          listOf(comparison.totals.rows,
+                 [&](compare::ComparisonRow const& row) {
+                     return Json{{"policy", names.policyOf(row)}, {"name", names.nameOf(row)}};
+                 })},
+         {"links",
+          listOf(comparison.rows,
+                 [&](compare::ComparisonRow const& row) { return linkTo(row.report, path); })},
+         {"since", comparison.since ? Json(sinceSummary(*comparison.since)) : Json(nullptr)},
+         {"comparison", toJson(comparison, provenance)}},
+        out);
 }
 
 }  // namespace zebcam::tool::report

@@ -273,6 +273,7 @@ Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> cons
                  {"options", optionsJson(row.options, row.offsetMs())},
                  {"status", row.status()},
                  {"problems", row.problems},
+                 {"report", row.report.empty() ? Json(nullptr) : Json(row.report)},
                  {"brokenLimits", Json::array()}};
     // The row has them as texts for people.
     for (compare::Limit const& limit : limits) {
@@ -287,7 +288,9 @@ Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> cons
 }
 
 /// How a comparison is to be taken: by its runs, and by what they served.
-run::Verdict comparisonVerdict(std::vector<compare::ComparisonRow> const& rows) {
+run::Verdict comparisonVerdict(compare::Comparison const& comparison) {
+    std::vector<compare::ComparisonRow> const& rows = comparison.rows;
+    std::vector<compare::ComparisonRow> const& totals = comparison.totals.rows;
     run::Verdict verdict;
     auto const add = [&](run::Level level, char const* word, uint64_t count, uint64_t total,
                          char const* what) {
@@ -312,6 +315,16 @@ run::Verdict comparisonVerdict(std::vector<compare::ComparisonRow> const& rows) 
     add(run::Level::Bad, "limit", runsThatAre("limit"), rows.size(), "runs break a limit");
     add(run::Level::Bad, "worse", runsThatAre("worse"), rows.size(),
         "runs are worse than the baseline's");
+    // Of many runs that are a little different none need be worse by itself.
+    add(run::Level::Bad, "worseTotal",
+        static_cast<uint64_t>(std::count_if(
+            totals.begin(), totals.end(),
+            [](compare::ComparisonRow const& total) { return !total.worse.empty(); })),
+        totals.size(), "totals are worse than the baseline's");
+    if (comparison.since && comparison.since->matched == 0) {
+        add(run::Level::Bad, "unmatched", rows.size(), rows.size(),
+            "runs have no like in the baseline");
+    }
     add(run::Level::Doubtful, "timedOut", timedOut, frames, "frames timed out");
     add(run::Level::Doubtful, "flushed", flushed, frames, "frames were flushed");
     add(run::Level::Good, "ok", runsThatAre("ok"), rows.size(),
@@ -359,7 +372,7 @@ Json sinceJson(compare::Since const& since) {
 Json toJson(compare::Comparison const& comparison, base::Provenance const& provenance) {
     Json json = documentOf("compare", comparison.isGood(), provenance);
     json["verdict"] =
-        comparison.rows.empty() ? Json(nullptr) : verdictJson(comparisonVerdict(comparison.rows));
+        comparison.rows.empty() ? Json(nullptr) : verdictJson(comparisonVerdict(comparison));
     json["limits"] =
         listOf(comparison.limits, [](compare::Limit const& limit) { return limit.text(); });
     json["rows"] =

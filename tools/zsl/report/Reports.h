@@ -119,9 +119,9 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
                      log::Explanation const* explanation, base::Provenance const& provenance,
                      std::ostream& out);
 
-/// The same of a comparison.
+/// The same of a comparison. `path` is the page's own, from which it links to those of its runs.
 void writeHtmlReport(compare::Comparison const& comparison, base::Provenance const& provenance,
-                     std::ostream& out);
+                     std::string const& path, std::ostream& out);
 
 /// What a trace shows. Everything is on loan.
 struct TraceInput {

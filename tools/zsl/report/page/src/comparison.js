@@ -1,5 +1,6 @@
 import {byId, definitions, element, show, svgElement} from './dom.js';
-import {axisLabels, ms, number, orNone, whole, words} from './format.js';
+import {axisLabels, counted, ms, number, orNone, whole, words} from './format.js';
+import {changeOf, fillTable, showRanking, showSince} from './standing.js';
 
 const WIDTH = 180;
 const AXIS_LABELS = 5;
@@ -37,10 +38,10 @@ function chosenFrames(summary) {
     return told ? `chosen: ${told}` : '';
 }
 
-/// The policy by its own name, with its options.
-function policyOf({policy, policyName, policyOptions}) {
-    const options = Object.entries(policyOptions ?? {}).map(([name, value]) => `${name}=${value}`);
-    return [policyName ? `${policyName} (${policy.split('/').pop()})` : policy, ...options].join(' ');
+/// The policy, with its options.
+function policyOf(name, {policyOptions}) {
+    const options = Object.entries(policyOptions ?? {}).map(([key, value]) => `${key}=${value}`);
+    return [name, ...options].join(' ');
 }
 
 /// The numbers of a row, under a heading that neighbours share.
@@ -116,16 +117,31 @@ function headOf(settings, scale) {
         element('tr', {}, ...grouped.map(({label}) => element('th', {scope: 'col'}, label))));
 }
 
-function rowsOf(data, settings, scale) {
+/// Why a run is not in order, and what it did beside its numbers.
+function remarksOf({problems, brokenLimits, refusals: counts, summary}, changes) {
+    const broken = (brokenLimits ?? []).map(({limit, found}) =>
+        `--fail-if ${limit}: found ${found === null ? 'no value' : number(found, 2)}`);
+    const worse = changes.filter(({trend}) => trend === 'worse').map(changeOf);
+    return [...problems ?? [], ...broken,
+        worse.length > 0 ? `worse than the baseline: ${worse.join(', ')}` : '',
+        refusals(counts), chosenFrames(summary)].filter(Boolean).join('; ');
+}
+
+/// Where a run has a page of its own, beside this one or wherever it lies from here.
+const addressOf = (link) => link.split('/').map(encodeURIComponent).join('/');
+
+/// `run`: {data, policy, status, link, changes}.
+function rowsOf({data, policy, status, link, changes}, settings, scale) {
+    const name = policyOf(policy, data.options);
     const row = element('tr', {},
-        element('th', {scope: 'row', class: 'text', title: data.options.policy}, policyOf(data.options)),
+        element('th', {scope: 'row', class: 'text', title: data.options.policy},
+            link ? element('a', {class: 'name', href: addressOf(link)}, name)
+                : element('span', {class: 'name'}, name)),
         ...settings.map(({text}) => element('td', {}, text(data.options))),
-        element('td', {class: `text status-${data.status}`}, data.status),
+        element('td', {class: `text status-${status}`}, orNone(status)),
         ...scale ? [element('td', {}, lagRange(data.summary, scale))] : [],
         ...NUMBERS.map(({text}) => element('td', {}, text(data))));
-    const broken = data.brokenLimits.map(({limit, found}) =>
-        `--fail-if ${limit}: found ${found === null ? 'no value' : number(found, 2)}`);
-    const why = [...data.problems, ...broken, refusals(data.refusals), chosenFrames(data.summary)].filter(Boolean).join('; ');
+    const why = remarksOf(data, changes);
     if (!why) {
         return [row];
     }
@@ -134,20 +150,15 @@ function rowsOf(data, settings, scale) {
         element('span', {}, why)))];
 }
 
-function groupOf(recording, rows, settings, scale) {
-    const made = rows.flatMap((data) => rowsOf(data, settings, scale));
-    const head = element('th', {scope: 'rowgroup', class: 'text', colSpan: made[0].children.length},
-        element('span', {}, recording));
-    return element('tbody', {}, element('tr', {class: 'group'}, head), ...made);
-}
-
-function byRecording(rows) {
-    const groups = new Map();
-    for (const data of rows) {
-        const {path} = data.recording;
-        groups.set(path, [...groups.get(path) ?? [], data]);
+/// Rows below a heading, if they have one.
+function groupOf(heading, runs, settings, scale) {
+    const made = runs.flatMap((run) => rowsOf(run, settings, scale));
+    if (heading) {
+        made.unshift(element('tr', {class: 'group'},
+            element('th', {scope: 'rowgroup', class: 'text', colSpan: made[0].children.length},
+                element('span', {}, heading))));
     }
-    return [...groups];
+    return element('tbody', {}, ...made);
 }
 
 /// What is the same in all rows; of a setting that differs, that it stands in the table.
@@ -160,28 +171,48 @@ function showSettings({rows, limits}, settings) {
             : settings.includes(setting) ? 'differs, see below' : setting.text(runs[0].options)]),
         ['Limits', limits.length > 0 ? limits.join(', ') : 'none'],
     ]));
+    show('settings');
 }
 
-/// Says that a table goes on to the right, while it does.
-function hintAtScroll(box, hint) {
-    const update = () => { hint.hidden = box.scrollWidth <= box.clientWidth + 1; };
-    new ResizeObserver(update).observe(box);
-    update();
+/// A function that finds the changes of a row or of a total.
+function changesBy(changes) {
+    const found = new Map();
+    for (const change of changes) {
+        const key = change.total === null ? `row ${change.row}` : `total ${change.total}`;
+        found.set(key, [...found.get(key) ?? [], change]);
+    }
+    return (kind, i) => found.get(`${kind} ${i}`) ?? [];
 }
 
-export function showComparison(comparison) {
-    const {rows} = comparison;
-    const runs = rows.filter(({summary}) => summary).map(({options}) => options);
+/// `data`: the page's, whose settings are those of each recording's rows, in their order.
+export function showComparison({comparison, settings: named, links, since}) {
+    const {rows, totals, baseline} = comparison;
+    const options = rows.filter(({summary}) => summary).map((row) => row.options);
     const settings = SETTINGS.filter(
-        ({text}) => runs.some((options) => text(options) !== text(runs[0])));
+        ({text}) => options.some((each) => text(each) !== text(options[0])));
     const scale = lagScale(rows);
-    const table = byId('comparison-table');
-    table.replaceChildren(headOf(settings, scale),
-        ...byRecording(rows).map(([name, group]) => groupOf(name, group, settings, scale)));
+    const changesOf = changesBy(baseline?.changes ?? []);
     showSettings(comparison, settings);
-    byId('comparison-note').textContent = 'The lag\u2019s line reaches from the least to the most, ' +
+    showSince(comparison, named, since);
+    showRanking(comparison, named);
+    const count = totals.recordings + totals.leftOutRecordings;
+    if (count > 1) {
+        byId('totals-title').textContent = `Total of ${counted(totals.recordings, 'recording', 'recordings')}`;
+        const sums = totals.rows.map((data, i) => {
+            const changes = changesOf('total', i);
+            const isWorse = changes.some(({trend}) => trend === 'worse');
+            return {data, policy: named[i].policy, status: isWorse ? 'worse' : '', changes};
+        });
+        fillTable('totals', totals.leftOutRecordings === 0 ? ''
+            : `Without ${counted(totals.leftOutRecordings, 'recording', 'recordings')} in which a run failed.`,
+        headOf(settings, scale), groupOf('', sums, settings, scale));
+    }
+    const runs = rows.map((data, i) => ({data, policy: named[i % named.length].policy,
+        status: data.status, link: links[i], changes: changesOf('row', i)}));
+    const groups = Array.from({length: count}, (_, i) => runs.slice(i * named.length, (i + 1) * named.length));
+    fillTable('comparison', 'The lag\u2019s line reaches from the least to the most, ' +
         'its bar from the median (stroke) to the 95th percentile; the strong line is the press. ' +
-        'All rows share one scale.';
-    show('comparison');
-    hintAtScroll(table.parentElement, byId('comparison-hint'));
+        `All rows share one scale.${links.some(Boolean) ? ' A policy\u2019s name leads to the run\u2019s own page.' : ''}`,
+    headOf(settings, scale),
+    ...groups.map((group) => groupOf(group[0].data.recording.path, group, settings, scale)));
 }

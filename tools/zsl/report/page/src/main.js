@@ -86,7 +86,7 @@ function main() {
         showProvenance(data.comparison);
         showVerdict(data.comparison.verdict);
         if (rows.length > 0) {
-            showComparison(data.comparison);
+            showComparison(data);
         }
     }
     byId('footer').textContent = `Written by zsl ${data.version}. ` +
