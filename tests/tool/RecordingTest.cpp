@@ -199,14 +199,14 @@ TEST(RecordingReader, FillsInWhatTheRecordingLacks) {
 
 TEST(RecordingReader, BringsColumnsOfYourOwnToAPolicy) {
     auto const recording = read(
-        "Timestamp[nanosec],Sharpness,Video frame,who,\"a,\"\"b\"\"\",Sharpness\n"
+        "Timestamp[nanosec],Sharpness,Gyro,who,\"a,\"\"b\"\"\",Sharpness\n"
         "1000,2,7,me,1,9\n2000,nan,8,2,2e300,9\n3000,0.5,9,,,9\n");
     std::vector<std::string> names;
     for (recording::DataColumn const& column : recording.dataColumns) {
         names.push_back(column.name);
         EXPECT_EQ(column.tag >> 28, 0xbU) << "no vendor's";
     }
-    EXPECT_THAT(names, ElementsAre("Sharpness", "Video frame", "a,\"b\""));
+    EXPECT_THAT(names, ElementsAre("Sharpness", "Gyro", "a,\"b\""));
     EXPECT_THAT(recording.notes,
                 testing::Contains("columns that are unknown and hold no numbers are ignored: "
                                   "\"who\", \"Sharpness\""));
@@ -251,6 +251,7 @@ recording::Recording extremes() {
     highest.afMode = highest.afState = highest.lensState = 255;
     highest.frameSync = INT64_MAX;
     highest.hasError = true;
+    highest.videoFrame = recording::MAX_FRAMES - 1;
     return {"x", {lowest, highest}, {}, 3'599'999'999'999};
 }
 

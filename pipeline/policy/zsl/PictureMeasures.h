@@ -12,7 +12,7 @@ namespace NSCam::ZslPolicy {
 /// long as the numbers of neighbouring frames compare as these do. They lie below those of recorded
 /// columns (policy/zsl/RecordedColumns.h).
 ///
-/// How much detail there is: the variance of the 3x3 Laplacian over the squared mean of the luma.
+/// How much detail there is: the variance of the 3x3 Laplacian of the luma in percent of its mean.
 inline constexpr IMetadata::Tag PICTURE_SHARPNESS = 0xaf000000;
 /// How much moved since the picture before, apart from the picture as a whole: the mean absolute
 /// difference of the luma, 0 to 255, after the shift that makes it least.

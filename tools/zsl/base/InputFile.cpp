@@ -14,7 +14,7 @@ namespace zebcam::tool::base {
 
 namespace {
 
-constexpr size_t kStartBytes = 8;
+constexpr size_t kStartBytes = 64;
 
 }  // namespace
 

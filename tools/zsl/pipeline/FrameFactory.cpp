@@ -4,6 +4,7 @@
 #include <host/MetaStreamBuffer.h>
 #include <host/StreamInfos.h>
 #include <metadata/MetadataTags.h>
+#include <policy/zsl/PictureMeasures.h>
 
 #include "pipeline/MetadataAccess.h"
 
@@ -136,6 +137,15 @@ void describe(recording::SensorFrame const& frame, IMetadata& app) {
     put(app, NSCam::ANDROID_CONTROL_AF_MODE, frame.afMode);
     put(app, NSCam::ANDROID_CONTROL_AF_STATE, frame.afState);
     put(app, NSCam::ANDROID_LENS_STATE, frame.lensState);
+    auto const picture = [&frame](auto member) {
+        return frame.picture ? std::optional<float>((*frame.picture).*member) : std::nullopt;
+    };
+    using recording::PictureMeasures;
+    put(app, NSCam::ZslPolicy::PICTURE_SHARPNESS, picture(&PictureMeasures::sharpness));
+    put(app, NSCam::ZslPolicy::PICTURE_MOTION,
+        frame.picture ? frame.picture->motion : std::nullopt);
+    put(app, NSCam::ZslPolicy::PICTURE_BRIGHTNESS, picture(&PictureMeasures::brightness));
+    put(app, NSCam::ZslPolicy::PICTURE_CLIPPED, picture(&PictureMeasures::clipped));
 }
 
 void describeToHal(recording::SensorFrame const& frame, IMetadata& hal) {

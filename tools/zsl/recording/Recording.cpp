@@ -118,11 +118,13 @@ RecordingFacts computeFacts(Recording const& recording) {
     RecordingFacts facts;
     facts.absent = recording.absent;
     facts.dataColumns = recording.dataColumns;
+    facts.video = recording.video;
     auto const& frames = recording.frames;
     facts.frames = frames.size();
     countMissing(facts, recording);
     for (SensorFrame const& frame : frames) {
         facts.framesWithError += frame.hasError;
+        facts.framesWithoutPicture += recording.video && !frame.videoFrame ? 1 : 0;
         facts.focusMoves += frame.lensState == kLensMoving;
     }
     if (frames.size() >= 2) {

@@ -29,8 +29,9 @@ enum class Column : uint8_t {
     SensorId,
     SensorMode,
     Error,
+    VideoFrame,  ///< nothing is assumed where it is missing, so that it never counts as absent
 };
-inline constexpr size_t COLUMN_COUNT = static_cast<size_t>(Column::Error) + 1;
+inline constexpr size_t COLUMN_COUNT = static_cast<size_t>(Column::VideoFrame) + 1;
 
 /// The name in a header line, for instance `AF mode`, and the name for programs: `afMode`.
 std::string_view headerOf(Column column);
@@ -48,6 +49,16 @@ struct DataValue {
     std::variant<int64_t, double> value;
 
     bool operator==(DataValue const&) const = default;
+};
+
+/// What a frame's picture looks like; policy/zsl/PictureMeasures.h says what each is.
+struct PictureMeasures {
+    float sharpness = 0;
+    std::optional<float> motion;  ///< none of the first picture, which has none before
+    float brightness = 0;
+    float clipped = 0;
+
+    bool operator==(PictureMeasures const&) const = default;
 };
 
 /// The number beyond means "no frame" to the camera stack.
@@ -70,10 +81,32 @@ struct SensorFrame {
     std::optional<int64_t> frameSync;
     std::optional<int32_t> sensorId;
     std::optional<int32_t> sensorMode;
-    bool hasError = false;        ///< the image is unusable
-    std::vector<DataValue> data;  ///< in the order of the columns; none of empty cells
+    bool hasError = false;  ///< the image is unusable
+    /// Which picture of a video shows it, from 0 in the order of presentation; none: no one knows.
+    std::optional<uint32_t> videoFrame;
+    std::optional<PictureMeasures> picture;  ///< of that picture, once it has been measured
+    std::vector<DataValue> data;             ///< in the order of the columns; none of empty cells
 
     bool operator==(SensorFrame const&) const = default;
+};
+
+/// By what frames and pictures were brought together.
+enum class PictureMatch : uint8_t {
+    Column,  ///< the recording's column tells it
+    Count,   ///< there are as many: one to one
+    Time,    ///< by time, where the clocks agree
+    Start,   ///< by time from the first frame and the first picture on
+    Itself,  ///< the recording was made from the video
+};
+
+/// The video of a recording. Width and height are those of its first picture, turned upright.
+struct VideoFacts {
+    std::string path;
+    uint32_t width = 0;
+    uint32_t height = 0;
+    int rotation = 0;  ///< degrees clockwise by which the file has it turned
+    size_t pictures = 0;
+    PictureMatch match = PictureMatch::Column;
 };
 
 /// A recording: at least two frames, in strictly ascending time and frame number.
@@ -86,6 +119,7 @@ struct Recording {
     /// are then counted and worked out; states have no value.
     std::vector<Column> absent = {};
     std::vector<DataColumn> dataColumns = {};
+    std::optional<VideoFacts> video = {};  ///< whose pictures the frames know
 
     bool lacks(Column column) const;
 };
@@ -146,8 +180,10 @@ struct RecordingFacts {
     MissingStates missing;
     size_t framesWithError = 0;
     size_t focusMoves = 0;            ///< frames whose lens state is MOVING
-    std::vector<Column> absent = {};  ///< this and the next as the recording's
+    std::vector<Column> absent = {};  ///< this and the next two as the recording's
     std::vector<DataColumn> dataColumns = {};
+    std::optional<VideoFacts> video = {};
+    size_t framesWithoutPicture = 0;  ///< with a video
 };
 
 /// The facts of `recording`, computed from its frames alone. Without two frames every time is 0.

@@ -88,6 +88,7 @@ inline constexpr std::array<ColumnTraits, COLUMN_COUNT> TRAITS = {{
     state<&F::sensorId>(C::SensorId, "Sensor id", "sensorId", 0, MAX<int32_t>),
     state<&F::sensorMode>(C::SensorMode, "Sensor mode", "sensorMode", 0, MAX<int32_t>),
     fact<&F::hasError>(C::Error, "Error", "hasError", 0, 1),
+    state<&F::videoFrame>(C::VideoFrame, "Video frame", "videoFrame", 0, MAX_FRAMES - 1),
 }};
 
 }  // namespace columns

@@ -62,8 +62,14 @@ void writeRecording(Recording const& recording, std::ostream& out) {
     std::vector<ColumnTraits const*> columns;
     std::string line;
     for (ColumnTraits const& traits : columns::TRAITS) {
+        bool const isThere =
+            traits.column != Column::VideoFrame
+                ? !recording.lacks(traits.column)
+                : std::ranges::any_of(recording.frames, [](SensorFrame const& frame) {
+                      return frame.videoFrame.has_value();
+                  });
         // The timestamps always are there, so that no line is empty.
-        if (!recording.lacks(traits.column)) {
+        if (isThere) {
             line.append(columns.empty() ? "" : ",").append(traits.header);
             columns.push_back(&traits);
         }

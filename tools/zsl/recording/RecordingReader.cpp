@@ -262,7 +262,8 @@ private:
         for (ColumnTraits const& traits : columns::TRAITS) {
             // Whether the lens moves is seen in its distance.
             bool const isDerived = traits.column == Column::LensState && has(Column::FocusDistance);
-            if (!has(traits.column) && !isDerived) {
+            bool const isAssumed = traits.column != Column::VideoFrame;
+            if (!has(traits.column) && isAssumed && !isDerived) {
                 mRecording.absent.push_back(traits.column);
                 names.push_back(base::quoteContent(traits.header));
             }

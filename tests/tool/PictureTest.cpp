@@ -1,0 +1,216 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <policy/zsl/PictureMeasures.h>
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "CliFixture.h"
+#include "picture/MeasuredVideo.h"
+#include "picture/PictureMeter.h"
+#include "pipeline/FrameFactory.h"
+#include "tool/SteadyRecording.h"
+#include "tool/TestVideo.h"
+
+namespace zebcam::tool {
+namespace {
+
+using picture::PixelKind;
+using picture::Pixels;
+using recording::PictureMatch;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class Picture : public CliTest {
+protected:
+    static picture::MeasuredVideo measured(std::string const& path) {
+        base::InputFile file(path);
+        picture::VideoFile video(file);
+        return picture::measureVideo(video);
+    }
+
+    static std::string whatIsWrongWith(std::string const& path) {
+        return errorOf([&] { measured(path); });
+    }
+};
+
+TEST_F(Picture, ComesInTheOrderOfPresentationUprightAndSquare) {
+    // 64 x 48 points that are twice as wide as high, turned by a quarter: 48 x 128.
+    std::string const file = writeTestVideo(path("v.mp4"), {.rotation = 90, .aspect = 2});
+    base::InputFile input(file);
+    picture::VideoFile video(input);
+    EXPECT_EQ(video.rotation(), 90);
+    for (int pass = 0; pass < 2; ++pass, video.rewind()) {
+        std::vector<int64_t> timesMs;
+        while (video.next()) {
+            timesMs.push_back(video.timeNs() / MS);
+            Pixels const luma = video.pixels(PixelKind::Luma);
+            ASSERT_EQ(luma.width, 48u);
+            ASSERT_EQ(luma.height, 128u);
+            Pixels const rgb = video.pixels(PixelKind::Rgb, 24);
+            ASSERT_EQ(rgb.height, 64u);
+            // From 16 to 235 in the file, from 0 to 255 here.
+            int const expected = (brightnessOf(video.index()) - 16) * 255 / 219;
+            EXPECT_NEAR(luma.bytes[5 * 48 + 5], expected, 5);
+            EXPECT_NEAR(luma.bytes[5 * 48 + 43], 0, 5) << "the dark quarter is right above";
+            EXPECT_NEAR(rgb.bytes[(60 * 24 + 12) * 3 + 1], expected, 5);
+            EXPECT_NEAR(rgb.bytes[(3 * 24 + 20) * 3 + 1], 0, 5);
+        }
+        EXPECT_EQ(timesMs, TestVideo().timesMs);
+    }
+    std::vector<size_t> taken;
+    size_t const wanted[] = {1, 4, 99};
+    picture::forEachPicture(video, wanted, [&](auto& at) { taken.push_back(at.index()); });
+    EXPECT_THAT(taken, ElementsAre(1, 4));
+}
+
+TEST_F(Picture, ComesOutOfAPipeToo) {
+    // With its index at its end, which cannot be read from front to back.
+    std::string const file = writeTestVideo(path("v.mp4"), {.startsWithIndex = false});
+    std::istringstream content(contentOf(file));
+    std::streambuf* const before = std::cin.rdbuf(content.rdbuf());
+    picture::MeasuredVideo const piped = measured("-");
+    std::cin.rdbuf(before);
+    EXPECT_EQ(piped.path, "<standard input>");
+    EXPECT_EQ(piped.measures, measured(file).measures);
+    EXPECT_EQ(piped.measures.size(), 8u);
+}
+
+TEST_F(Picture, IsRefusedWithFileAndCause) {
+    std::string const whole = contentOf(writeTestVideo(path("whole.mp4")));
+    std::string const late =
+        contentOf(writeTestVideo(path("late.mp4"), {.startsWithIndex = false}));
+    std::string const y4m = "YUV4MPEG2 W4 H4 F30:1 Cmono\n";
+    std::string const wav(
+        "RIFF\x34\0\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x8\0"
+        "data\x10\0\0\0aaaaaaaaaaaaaaaa",
+        60);
+    std::string corrupt = whole;
+    std::fill(corrupt.begin() + static_cast<ptrdiff_t>(whole.find("mdat")) + 300, corrupt.end(),
+              '\x55');
+    std::pair<std::string, std::string> const cases[] = {
+        {"", "expected a video, found "},
+        {std::string(5'000, '\0'), "expected a video, found "},
+        {late.substr(0, late.size() / 3), "(moov atom not found)"},
+        {whole.substr(0, whole.size() - 1), "expected a whole file, found one that breaks off in"},
+        {whole.substr(0, whole.find("mdat") + 4),
+         "expected 8 pictures as its index tells, found 0"},
+        {corrupt, "cannot be decoded: "},
+        {wav, "found wav without pictures (audio)"},
+        {y4m, "expected a video, found no picture in it"},
+        {"YUV4MPEG2 W100000 H100000 F30:1 Cmono\nFRAME\nabc", "x: expected "},
+        {"YUV4MPEG2 W16385 H2 F30:1 Cmono\nFRAME\nabc",
+         "expected pictures of at most 67 million points and 16384 a side, found 16385 x 2"},
+    };
+    for (auto const& [content, told] : cases) {
+        std::string const error = whatIsWrongWith(write("x", content));
+        EXPECT_THAT(error, HasSubstr(told));
+        EXPECT_THAT(error, HasSubstr(path("x") + ": "));
+        EXPECT_EQ(std::count(error.begin(), error.end(), '\n'), 0) << error;
+    }
+}
+
+Pixels texture(uint32_t width, uint32_t height, uint32_t left, uint32_t top, int more = 0) {
+    Pixels pixels{width, height, {}};
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            double const wave = std::sin((x + left) / 9.0) + std::cos((y + top) / 7.0) +
+                                std::sin(((x + left) * (y + top)) / 500.0);
+            pixels.bytes.push_back(static_cast<uint8_t>(std::lround(120 + 30 * wave) + more));
+        }
+    }
+    return pixels;
+}
+
+TEST(PictureMeter, MeasuresWhatIsKnown) {
+    // Columns of 80 and 120: each point differs by 40 from two of its neighbours.
+    Pixels stripes{320, 240, {}};
+    for (size_t i = 0; i < size_t{320} * 240; ++i) {
+        stripes.bytes.push_back(i % 2 == 0 ? 80 : 120);
+    }
+    recording::PictureMeasures const sharp = picture::PictureMeter().measure(stripes);
+    EXPECT_FLOAT_EQ(sharp.sharpness, 80.0F * 80 / (100 * 100) * 1e4F);
+    EXPECT_FLOAT_EQ(sharp.brightness, 100);
+    EXPECT_FALSE(sharp.motion.has_value()) << "of the first there is none";
+    Pixels clipped{2, 2, {0, 255, 1, 254}};
+    EXPECT_FLOAT_EQ(picture::PictureMeter().measure(clipped).clipped, 0.5F);
+    EXPECT_FLOAT_EQ(picture::PictureMeter().measure({3, 3, std::vector<uint8_t>(9)}).sharpness, 0);
+
+    picture::PictureMeter meter;
+    meter.measure(texture(320, 240, 50, 50));
+    EXPECT_FLOAT_EQ(*meter.measure(texture(320, 240, 63, 44)).motion, 0) << "as a whole";
+    EXPECT_FLOAT_EQ(*meter.measure(texture(320, 240, 33, 65, 5)).motion, 5);
+    EXPECT_GT(*meter.measure(texture(320, 240, 333, 65)).motion, 5) << "another place";
+    EXPECT_FALSE(meter.measure(texture(320, 200, 0, 0)).motion.has_value());
+}
+
+/// Which picture each frame got, and by what, as `Count 0 1 - 2`.
+std::string matchOf(recording::Recording recording, std::vector<int64_t> timesMs) {
+    for (int64_t& time : timesMs) {
+        time *= MS;
+    }
+    char const* const words[] = {"Column", "Count", "Time", "Start", "Itself"};
+    std::string text =
+        words[static_cast<size_t>(picture::matchPictures(recording, timesMs, "v.mp4"))];
+    for (recording::SensorFrame const& frame : recording.frames) {
+        text += frame.videoFrame ? " " + std::to_string(*frame.videoFrame) : " -";
+    }
+    return text;
+}
+
+TEST(PictureMatch, FindsTheFramesOfPictures) {
+    recording::Recording const frames = steadyRecording(4);  // 100 ms apart
+    EXPECT_EQ(matchOf(frames, {0, 7, 9, 11}), "Count 0 1 2 3") << "whatever their times say";
+    EXPECT_EQ(matchOf(frames, {0, 140, 160, 210, 351}), "Start 0 1 3 -");
+    EXPECT_EQ(matchOf(frames, {0, 60, 130}), "Start 0 2 - -") << "nearer to the first";
+    EXPECT_EQ(matchOf(frames, {0, 150}), "Start 0 1 - -") << "of one, the first frame";
+    EXPECT_EQ(matchOf(frames, {5'000'110, 5'000'200}), "Time - 0 1 -");
+    recording::Recording told = frames;
+    told.frames[1].videoFrame = 4;
+    EXPECT_EQ(matchOf(told, {0, 1, 2, 3, 4}), "Column - 4 - -");
+    EXPECT_THAT(errorOf([&] {
+                    matchOf(told, {0, 1, 2, 3});
+                }),
+                HasSubstr("v.mp4: expected picture 4, which frame 2 of "));
+    EXPECT_THAT(errorOf([&] {
+                    matchOf(frames, {0, 200, 100});
+                }),
+                HasSubstr("ascend, found 0.1s of picture 2 after 0.2s"));
+}
+
+TEST_F(Picture, MakesARecordingOnItsOwn) {
+    picture::MeasuredVideo video = measured(writeTestVideo(path("v.mp4")));
+    recording::Recording const made = picture::recordingOf(video, {.toNs = 150 * MS});
+    ASSERT_EQ(made.frames.size(), 5u);
+    EXPECT_EQ(made.frames[1].timestampNs - made.frames[0].timestampNs, 33 * MS);
+    EXPECT_EQ(made.frames[4].picture, video.measures[4]);
+    EXPECT_EQ(made.video->match, PictureMatch::Itself);
+    EXPECT_TRUE(made.lacks(recording::Column::Exposure));
+    video.timesNs[3] = video.timesNs[2];
+    EXPECT_THAT(errorOf([&] { picture::recordingOf(video, {}); }), HasSubstr("of picture 3 after"));
+}
+
+TEST(PictureTags, TellAPolicyOfEachFrame) {
+    recording::SensorFrame measured = steadyRecording(1).frames.front();
+    measured.picture = {3, std::nullopt, 100, 0.5F};
+    recording::SensorFrame const unseen = steadyRecording(1).frames.front();
+    pipeline::FrameFactory factory;
+    std::vector<NSCam::ZslPolicy::PictureMeasures> told;
+    for (recording::SensorFrame const& frame : {measured, unseen}) {
+        auto const buffer = factory.sensorFrame(frame).appMeta.at(0);
+        NSCam::IMetadata* const metadata = buffer->tryReadLock("test");
+        told.push_back(NSCam::ZslPolicy::pictureMeasures({{nullptr, metadata}}));
+        buffer->unlock("test", metadata);
+    }
+    EXPECT_EQ(told[0].sharpness, 3);
+    EXPECT_EQ(told[0].motion, std::nullopt);
+    EXPECT_EQ(told[0].clipped, 0.5F);
+    EXPECT_EQ(told[1].sharpness, std::nullopt) << "those of the frame before are gone";
+}
+
+}  // namespace
+}  // namespace zebcam::tool

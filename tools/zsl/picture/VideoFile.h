@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "base/InputFile.h"
+
+/// Videos: their pictures, and what can be measured of them.
+namespace zebcam::tool::picture {
+
+/// Whether this build has FFmpeg's libraries.
+bool canReadVideos();
+
+/// What to say where it has not.
+inline constexpr char NO_VIDEOS[] =
+    "this zsl was built without videos; build it with -DZSL_BUILD_VIDEO=ON, which needs FFmpeg's "
+    "libraries (scripts/setup demo)";
+
+/// Points of a picture, row by row without gaps: one byte of luma each, 0 black to 255 white, or
+/// three of red, green and blue.
+struct Pixels {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<uint8_t> bytes;
+};
+
+enum class PixelKind : uint8_t { Luma, Rgb };
+
+/// More in one direction, or more points altogether, is a slip or an attack: beyond what phones
+/// take.
+inline constexpr uint32_t MAX_PICTURE_SIDE = 16'384;
+inline constexpr int64_t MAX_PICTURE_POINTS = int64_t{1} << 26;
+
+/**
+ * The pictures of a video in the order of presentation, one at a time: memory is bounded by the
+ * size of a picture and what its codec refers back to. Of several streams the one that FFmpeg holds
+ * for the best.
+ *
+ *     base::InputFile file("video.mp4");
+ *     VideoFile video(file);
+ *     while (video.next()) {
+ *         show(video.timeNs(), video.pixels(PixelKind::Rgb, 320));
+ *     }
+ *
+ * Whatever is wrong is an InputError, with the file's name and the cause: a file without pictures,
+ * a size beyond all phones', one that is cut off, pictures that cannot be decoded whole.
+ */
+class VideoFile {
+public:
+    /// What cannot be gone back in, as standard input, is kept in a temporary file without a name.
+    explicit VideoFile(base::InputFile& input);
+    ~VideoFile();
+    VideoFile(VideoFile&&) noexcept;
+    VideoFile& operator=(VideoFile&&) = delete;
+
+    std::string const& name() const;
+
+    /// By how much the file wants its pictures turned clockwise: 0, 90, 180 or 270 degrees.
+    int rotation() const;
+
+    /// Of the current picture, turned upright, with square points; before the first one as the file
+    /// declares it.
+    uint32_t width() const;
+    uint32_t height() const;
+
+    /// How many pictures there are as the file declares it; 0: it does not.
+    size_t declaredPictures() const;
+
+    /// Goes to the next picture; false after the last.
+    bool next();
+
+    /// Back to before the first picture.
+    void rewind();
+
+    /// Position of the current picture in the order of presentation, from 0.
+    size_t index() const;
+
+    /// Presentation time of the current picture; where the file has none, by its rate.
+    int64_t timeNs() const;
+
+    /// The current picture, upright with square points, at most as wide as `width`, scaled by area.
+    Pixels pixels(PixelKind kind, uint32_t width = MAX_PICTURE_SIDE);
+
+    /// Stands for what the file holds: two files with the same key have the same pictures.
+    std::string contentKey();
+
+private:
+    class Decoder;
+
+    std::unique_ptr<Decoder> mDecoder;
+};
+
+/// Decodes `video` from its start and gives the pictures whose positions `wanted` names, ascending;
+/// those that it has not are left out. Ends with the last that is wanted.
+void forEachPicture(VideoFile& video, std::span<size_t const> wanted,
+                    std::function<void(VideoFile& video)> const& take);
+
+}  // namespace zebcam::tool::picture
