@@ -29,6 +29,7 @@ function zsl(status, command, ...options) {
     const run = spawnSync(process.env.ZSL, [command, ...options.join(' ').split(' ')],
         {cwd: pages, encoding: 'utf8'});
     assert.equal(run.status, status, run.stderr);
+    return run;
 }
 
 function writePages() {
@@ -45,6 +46,13 @@ function writePages() {
         ...Array.from({length: 120}, (_, i) => 1e12 + i * 33_400_000)].join('\n') + '\n');
     zsl(0, 'replay', 'recordings/bare.csv --report faulty.html --json faulty.json --press 100ms',
         '--fault image-error:0.1 --fault late:0.1 --fault policy-throws:1');
+    const {stderr} = zsl(0, 'replay', 'recordings/short.csv --log debug --frames 2 --press 120ms --press 455ms');
+    // The last try is missing, and of one more capture there is a warning only.
+    const lines = stderr.trimEnd().split('\n');
+    writeFileSync(join(pages, 'device.log'), [...lines.slice(0, lines.findLastIndex((line) => / IN:/.test(line))),
+        '01-01 00:00:09.000  0  7 W ZebCam/ZslProc: [select] [DefaultSelector] zslReqNo(77) hbs[F3] X']
+        .join('\n') + '\n');
+    zsl(0, 'explain', 'device.log --report log.html --json log.json');
     const runs = ['recordings/short.csv recordings/long.csv missing.csv --policy default',
         '--policy cshot --policy multiframe --captures 20 --frames 2 --fail-if p95_lag_ms>50'];
     zsl(1, 'compare', ...runs, '--json baseline.json');
@@ -309,6 +317,39 @@ test('what was injected and what nobody told shows', async () => {
     assert.deepEqual(problems, []);
     await page.close();
 });
+
+for (const size of WINDOWS) {
+    test(`log, ${size.width} px`, async () => {
+        const {page, problems} = await open('log.html', size, SCHEMES[1]);
+        const data = JSON.parse(readFileSync(join(pages, 'log.json'), 'utf8'));
+        assert.deepEqual(JSON.parse(await page.textContent('#data')).explain, data);
+        await checkLayout(page, `log-${size.width}`);
+        assert.match(await page.getAttribute('#verdict', 'class'), /doubtful/);
+        for (const {text} of data.verdict.reasons) {
+            assert.ok((await page.textContent('#verdict')).includes(text), text);
+        }
+        assert.deepEqual(data.captures.map(({outcome}) => outcome), ['served', 'pending', 'unknown']);
+        assert.equal(await page.textContent('[data-field="served"]'), '1');
+        for (const {requestNo, answer, tries} of data.captures) {
+            await page.click(`#captures-table a:text-is("${requestNo}")`);
+            const why = await page.textContent('#details');
+            for (const text of [...answer.split('\n'), `line ${tries.at(-1).line}`]) {
+                assert.ok(why.includes(text), `${text} is missing in: ${why}`);
+            }
+        }
+        await page.click('[data-do="all"]');
+        const places = {captures: /^Capture 1wanted instant at 0.000 s/, tries: /^Try 1 of capture 2.*Age0.00 ms/,
+            shutters: /^Early shutter of capture \d.* ms from the wanted instant$/};
+        for (const [lane, expected] of Object.entries(places)) {
+            const tips = await sweep(page, lane, 1);
+            assert.ok(tips.some((tip) => expected.test(tip)), `${lane}: ${tips}`);
+            assert.ok(!tips.some((tip) => /apture 77/.test(tip)), 'its instant is not known');
+        }
+        assert.equal(await page.locator('[data-lane="frames"]').count(), 0);
+        assert.deepEqual(problems, []);
+        await page.close();
+    });
+}
 
 // Runs in the page: tables with a part that cannot be scrolled into sight.
 function hiddenColumns() {

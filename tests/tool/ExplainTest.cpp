@@ -413,6 +413,54 @@ TEST_F(ExplainTest, TakesTheSourceOffErrorLines) {
                 ElementsAre("[HistoryLease] no history buffer provider"));
 }
 
+TEST_F(ExplainTest, SaysWhatItComesTo) {
+    runEveryCriterion();
+    std::string const served = logcat(THREADTIME);
+    std::string const warned = logcat(THREADTIME, "W");
+    std::string const waiting = served.substr(0, served.rfind("[selectBuf_Locked] IN:"));
+    log.clear();
+    runOrders();
+    std::string const ordered = logcat(THREADTIME);
+    struct {
+        std::string log;
+        char const* level;
+        std::vector<char const*> words;
+        char const* answer;
+    } const table[] = {
+        {served,
+         "good",
+         {"answered"},
+         "Frame 0: F21 was taken because it is the first in the history that began exposing not "
+         "before the wanted instant and passed every test. F12 to F20 before were refused: 3 for "
+         "sensor mode (another mode, or another sensor), 1 for exposure"},
+        {served, "good", {"answered"}, "It came at once.\nFrame 1: F30 was taken because"},
+        {waiting, "doubtful", {"unanswered"}, "\nFrame 1: The capture was still waiting when the"},
+        {warned, "doubtful", {"notTold"}, "What became of the capture the log does not tell."},
+        {ordered,
+         "bad",
+         {"timedOut", "errors"},
+         "Frame 0: F40 was chosen by Scripted while still in flight. It came 20 ms after the "
+         "press.\nFrame 1: The capture's time ran out: F11 was what the history had with the "
+         "streams it needs. It came 3020 ms after the press. In 4 tries no frame was refused with "
+         "a reason."},
+        {threadtime("[flush] [requestNo:8]: change pending to normal capture (frameNo:8)"),
+         "bad",
+         {"flushed"},
+         "A flush ended the wait with an ordinary capture."},
+        {threadtime("[configure] x"), "doubtful", {"noCaptures"}, ""}};
+    for (auto const& [text, level, words, answer] : table) {
+        Json const told = report::toJson(explainText(text));
+        EXPECT_EQ(level, told["verdict"]["level"]) << answer;
+        std::vector<std::string> found;
+        for (Json const& reason : told["verdict"]["reasons"]) {
+            found.push_back(reason["word"]);
+        }
+        EXPECT_THAT(found, testing::ElementsAreArray(words)) << answer;
+        EXPECT_THAT(told["captures"].empty() ? "" : std::string(told["captures"][0]["answer"]),
+                    HasSubstr(answer));
+    }
+}
+
 TEST_F(ExplainTest, KeepsInterleavedThreadsApart) {
     runEveryCriterion();
     std::vector<std::string> const first = linesOf(logcat(THREADTIME));

@@ -36,6 +36,7 @@ struct Arguments {
     std::string log = kStandardStream;
     std::optional<std::string> json;
     std::optional<std::string> trace;
+    std::optional<std::string> report;
     std::vector<uint32_t> requests;
     bool isVerbose = false;
     bool follows = false;
@@ -139,7 +140,8 @@ log::Explanation read(Arguments const& arguments, bool hasText, CliStreams const
 int run(Arguments const& arguments, CliStreams const& streams) {
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
-    bool const hasText = !json.isStandard() && !trace.isStandard();
+    base::ResultFile report(arguments.report, streams.out);
+    bool const hasText = !json.isStandard();
     log::Explanation explanation = read(arguments, hasText, streams);
     // No error: a log without captures is what a grep for them gives, too.
     if (explanation.counts.processor == 0) {
@@ -159,13 +161,12 @@ int run(Arguments const& arguments, CliStreams const& streams) {
         report::writeJson(report::toJson(explanation, path, streams.provenance), out);
     });
     trace.put([&](std::ostream& out) { report::writeTrace(explanation, path, out); });
-    if (arguments.follows) {
-        // What is over was told when it was.
-        std::erase_if(explanation.captures,
-                      [](auto const& capture) { return log::isOver(capture.outcome); });
-    }
+    report.put([&](std::ostream& out) {
+        report::writeHtmlReport(explanation, path, streams.provenance, out);
+    });
     if (hasText) {
-        streams.out << report::explanationText(explanation, streams.outStyle, arguments.isVerbose);
+        streams.out << report::explanationText(explanation, streams.outStyle, arguments.isVerbose,
+                                               arguments.follows);
     }
     return 0;
 }
@@ -185,6 +186,7 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
         ->type_name("FILE");
     addJson(*command, arguments->json);
     addRequests(*command, arguments->requests, "Show this capture only; may be repeated");
+    addReportOption(*command, arguments->report);
     addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
     addFlag(
         *command, "-f,--follow", arguments->follows,

@@ -87,6 +87,41 @@ std::string selectorOf(log::CaptureExplanation const& reasons) {
     return "the policy";
 }
 
+std::string choiceText(std::set<uint64_t> const& frames, std::string const& selector,
+                       std::string const& wanted, bool endsAtFirst) {
+    std::string const names = namesOf(frames);
+    bool const isOne = frames.size() == 1;
+    std::string const were = isOne ? "was" : "were";
+    std::string const number = isOne ? "" : fmt::format(" {}", frames.size());
+    std::string const taken =
+        fmt::format("{} {} taken because {}", names, were, isOne ? "it is" : "they are");
+    if (selector == "DefaultSelector") {
+        return fmt::format(
+            "{} the first{} in the history that began exposing not before {} and passed every "
+            "test.",
+            taken, number, wanted);
+    }
+    if (selector == "CShotSelector") {
+        return fmt::format(
+            "{} the oldest{} in the history with the streams and the sensor mode that the "
+            "capture needs; {} does not look at the time.",
+            taken, number, selector);
+    }
+    if (selector != "MultiframeSelector") {
+        return fmt::format("{} {} chosen by {}.", names, were, selector);
+    }
+    std::string const run = isOne ? "first" : fmt::format("first{} in a row", number);
+    return endsAtFirst ? fmt::format(
+                             "{} the {} that passed every test and end{} with the first frame that "
+                             "began exposing not before {}.",
+                             taken, run, isOne ? "s" : "", wanted)
+                       : fmt::format(
+                             "{} the {} that passed every test, counted from where a run would end "
+                             "with the first frame not before {}, or from as near to there as the "
+                             "history goes.",
+                             taken, run, wanted);
+}
+
 std::string lackText(pipeline::CaptureRecord const& capture, log::CaptureExplanation const& reasons,
                      size_t tries) {
     tries = std::min(tries, capture.tries.size());

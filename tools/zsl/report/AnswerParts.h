@@ -38,6 +38,11 @@ std::string reasonsText(Refused const& refused);
 /// Name of the policy that was asked, as far as the log tells it.
 std::string selectorOf(log::CaptureExplanation const& reasons);
 
+/// Why a policy of that name took the frames: `F3 was taken because ...`. `wanted` is the instant
+/// that they were held against; `endsAtFirst`: the last of them is the first from there on.
+std::string choiceText(std::set<uint64_t> const& frames, std::string const& selector,
+                       std::string const& wanted, bool endsAtFirst);
+
 /// What the frames lacked that the history had in the first `tries` tries, by the last that was
 /// said of each.
 std::string lackText(pipeline::CaptureRecord const& capture, log::CaptureExplanation const& reasons,

@@ -123,47 +123,16 @@ private:
             return fmt::format("{} {} chosen by {} while still in flight.", names,
                                isOne ? "was" : "were", selectorOf(mReasons));
         }
-        std::string const taken = fmt::format("{} {} taken because {}", names,
-                                              isOne ? "was" : "were", isOne ? "it is" : "they are");
-        std::string const name = selectorOf(mReasons);
-        if (name == "DefaultSelector") {
-            return fmt::format(
-                "{} the first{} in the history that began exposing not before {} and passed every "
-                "test.",
-                taken, isOne ? "" : fmt::format(" {}", frames.size()), mWantedText + mOffsetText);
-        }
-        if (name == "CShotSelector") {
-            return fmt::format(
-                "{} the oldest{} in the history with the streams and the sensor mode that the "
-                "capture needs; {} does not look at the time.",
-                taken, isOne ? "" : fmt::format(" {}", frames.size()), name);
-        }
-        if (name == "MultiframeSelector") {
-            return runText(taken, frames);
-        }
-        return fmt::format("{} {} chosen by {}.", names, isOne ? "was" : "were", name);
+        recording::SensorFrame const* const first = firstWanted();
+        bool const endsAtFirst = first != nullptr && *frames.rbegin() == first->frameNo;
+        return report::choiceText(frames, selectorOf(mReasons), mWantedText + mOffsetText,
+                                  endsAtFirst);
     }
 
     bool isParked(log::TryExplanation const& attempt, size_t index) const {
         return std::any_of(attempt.served.begin(), attempt.served.end(), [&](auto const& served) {
             return served.index == index && served.source == log::Source::Arrived;
         });
-    }
-
-    std::string runText(std::string const& taken, std::set<uint64_t> const& frames) const {
-        recording::SensorFrame const* first = firstWanted();
-        std::string const run =
-            frames.size() == 1 ? "first" : fmt::format("first {} in a row", frames.size());
-        if (first != nullptr && *frames.rbegin() == first->frameNo) {
-            return fmt::format(
-                "{} the {} that passed every test and end{} with the first frame that began "
-                "exposing not before {}.",
-                taken, run, frames.size() == 1 ? "s" : "", mWantedText + mOffsetText);
-        }
-        return fmt::format(
-            "{} the {} that passed every test, counted from where a run would end with the first "
-            "frame not before {}, or from as near to there as the history goes.",
-            taken, run, mWantedText + mOffsetText);
     }
 
     recording::SensorFrame const* firstWanted() const {

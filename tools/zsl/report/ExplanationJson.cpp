@@ -1,7 +1,9 @@
 #include <utility>
 
 #include "report/JsonParts.h"
+#include "report/LogCaptures.h"
 #include "report/Reports.h"
+#include "run/Verdict.h"
 
 namespace zebcam::tool::report {
 
@@ -25,13 +27,14 @@ Json wantedJson(log::Candidate const& frame) {
     return json;
 }
 
-Json captureJson(log::CaptureExplanation const& capture) {
+Json explainedJson(log::CaptureExplanation const& capture) {
     return {{"requestNo", capture.requestNo},
             {"pid", orNull(capture.pid)},
             {"outcome", wordOf(toString(capture.outcome))},
             {"isCertain", capture.isCertain()},
             {"waitNs", capture.waitedMs ? Json(nsOfMs(*capture.waitedMs)) : Json(nullptr)},
             {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+            {"answer", answerOf(capture)},
             {"tries", listOf(capture.tries, tryJson)}};
 }
 
@@ -126,8 +129,9 @@ Json toJson(log::Explanation const& explanation, std::string const& path,
     }
     // A log may end anywhere: a capture that is still waiting then is nothing bad.
     Json json = documentOf("explain", explanation.counts.errors == 0, provenance);
+    json["verdict"] = verdictJson(run::verdictOf(explanation));
     json["log"] = logJson(path, explanation.counts);
-    json["captures"] = listOf(explanation.captures, captureJson);
+    json["captures"] = listOf(explanation.captures, explainedJson);
     json["pending"] = std::move(pending);
     json["flushReturns"] = listOf(explanation.flushReturns, [](log::FlushReturn const& returned) {
         return Json{{"line", lineJson(returned.line)},

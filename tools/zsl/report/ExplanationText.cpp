@@ -10,7 +10,10 @@
 #include "base/Text.h"
 #include "log/Explanation.h"
 #include "report/AnswerParts.h"
+#include "report/LogCaptures.h"
 #include "report/Reports.h"
+#include "report/RunText.h"
+#include "run/Verdict.h"
 
 namespace zebcam::tool::report {
 
@@ -166,14 +169,13 @@ public:
 
     std::string text() const {
         std::string text = headText();
-        if (mReplayed != nullptr) {
-            // First what it comes to, then how that is known.
-            std::string_view rest = mReplayed->answer;
-            while (!rest.empty()) {
-                size_t const end = std::min(rest.find('\n'), rest.size());
-                text += row(mHow.style, "", kLabelEnd, rest.substr(0, end));
-                rest.remove_prefix(std::min(end + 1, rest.size()));
-            }
+        // First what it comes to, then how that is known.
+        std::string const answer =
+            mReplayed != nullptr ? std::string(mReplayed->answer) : answerOf(mCapture);
+        for (std::string_view rest = answer; !rest.empty();) {
+            size_t const end = std::min(rest.find('\n'), rest.size());
+            text += row(mHow.style, "", kLabelEnd, rest.substr(0, end));
+            rest.remove_prefix(std::min(end + 1, rest.size()));
         }
         auto const& tries = mCapture.tries;
         for (size_t i = 0; i < tries.size();) {
@@ -436,7 +438,8 @@ std::string summaryText(TextStyle const& style, log::Explanation const& explanat
             row(style, "Error", START,
                 error.line != 0 ? fmt::format("line {}: {}", error.line, error.text) : error.text);
     }
-    return text + row(style, "Lines", START, countsText(explanation.counts));
+    return text + row(style, "Lines", START, countsText(explanation.counts)) +
+           verdictLines(style, run::verdictOf(explanation), START);
 }
 
 }  // namespace
@@ -447,11 +450,13 @@ std::string captureText(log::CaptureExplanation const& capture, ReasonsStyle con
 }
 
 std::string explanationText(log::Explanation const& explanation, TextStyle const& style,
-                            bool isVerbose) {
+                            bool isVerbose, bool leavesOutOver) {
     ReasonsStyle const how{style, isVerbose, explanation.streamNames};
     std::string text;
     for (log::CaptureExplanation const& capture : explanation.captures) {
-        text += captureText(capture, how) + "\n";
+        if (!leavesOutOver || !log::isOver(capture.outcome)) {
+            text += captureText(capture, how) + "\n";
+        }
     }
     return text + summaryText(style, explanation);
 }

@@ -14,6 +14,7 @@
 #include "pipeline/Schedule.h"
 #include "report/ComparisonNames.h"
 #include "report/JsonParts.h"
+#include "report/LogCaptures.h"
 #include "report/Page.h"
 #include "report/TraceTracks.h"
 
@@ -234,6 +235,23 @@ void writeHtmlReport(recording::Recording const& recording, run::ReplayResult co
               {{"version", VERSION},
                {"sensor", sensorJson(recording, result)},
                {"replay", toJson(recording, result, explanation, provenance)}},
+              out);
+}
+
+void writeHtmlReport(log::Explanation const& explanation, std::string const& path,
+                     base::Provenance const& provenance, std::ostream& out) {
+    // The tries are told once, by what the log tells of them.
+    Json const captures = listOf(explanation.captures, [](log::CaptureExplanation const& told) {
+        Json json = captureJson(recordOf(told), nullptr, "");
+        if (!wantedInstantNs(told)) {
+            json["pressNs"] = nullptr;
+        }
+        return json;
+    });
+    writePage((path.empty() ? "standard input" : path) + " - log", explanationText(explanation),
+              {{"version", VERSION},
+               {"explain", toJson(explanation, path, provenance)},
+               {"captures", captures}},
               out);
 }
 

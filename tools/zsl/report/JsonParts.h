@@ -77,6 +77,10 @@ Json faultsJson(pipeline::FaultOptions const& options,
 /// A frame of a capture.
 Json frameJson(pipeline::CaptureRecord const& capture, size_t index);
 
+/// A capture with its frames and tries, with the explanations of those where it is not null.
+Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation const* explanation,
+                 std::string const& answer);
+
 /// What the log tells of one history frame that a try looked at, and of the whole try.
 Json candidateJson(log::Candidate const& frame);
 Json tryJson(log::TryExplanation const& attempt);

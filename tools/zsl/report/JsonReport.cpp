@@ -30,33 +30,6 @@ Json attemptJson(pipeline::TryRecord const& attempt, log::TryExplanation const* 
             {"explanation", explanation != nullptr ? tryJson(*explanation) : Json(nullptr)}};
 }
 
-Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation const* explanation,
-                 std::string const& answer) {
-    Json frames = Json::array();
-    for (size_t index = 0; index < capture.frames.size(); ++index) {
-        frames.push_back(frameJson(capture, index));
-    }
-    Json tries = Json::array();
-    for (size_t i = 0; i < capture.tries.size(); ++i) {
-        // A capture's tries are those that its log lines tell of, in the same order.
-        bool const isExplained = explanation != nullptr && i < explanation->tries.size();
-        tries.push_back(
-            attemptJson(capture.tries[i], isExplained ? &explanation->tries[i] : nullptr));
-    }
-    return {{"requestNo", capture.requestNo},
-            {"pressNs", capture.pressNs},
-            {"requiredSensorModes",
-             listOf(capture.sensorModes,
-                    [](auto const& required) {
-                        return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
-                    })},
-            {"earlyShutterNs", orNull(capture.earlyShutterNs)},
-            {"faults", pipeline::namesOf(capture.faults)},
-            {"answer", orNull(answer)},
-            {"frames", std::move(frames)},
-            {"tries", std::move(tries)}};
-}
-
 Json struckFramesJson(std::vector<pipeline::ReportedFrame> const& reported) {
     Json frames = Json::array();
     for (pipeline::ReportedFrame const& frame : reported) {
@@ -123,6 +96,33 @@ std::string indentedText(Json const& json) {
 }
 
 }  // namespace
+
+Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation const* explanation,
+                 std::string const& answer) {
+    Json frames = Json::array();
+    for (size_t index = 0; index < capture.frames.size(); ++index) {
+        frames.push_back(frameJson(capture, index));
+    }
+    Json tries = Json::array();
+    for (size_t i = 0; i < capture.tries.size(); ++i) {
+        // A capture's tries are those that its log lines tell of, in the same order.
+        bool const isExplained = explanation != nullptr && i < explanation->tries.size();
+        tries.push_back(
+            attemptJson(capture.tries[i], isExplained ? &explanation->tries[i] : nullptr));
+    }
+    return {{"requestNo", capture.requestNo},
+            {"pressNs", capture.pressNs},
+            {"requiredSensorModes",
+             listOf(capture.sensorModes,
+                    [](auto const& required) {
+                        return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
+                    })},
+            {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+            {"faults", pipeline::namesOf(capture.faults)},
+            {"answer", orNull(answer)},
+            {"frames", std::move(frames)},
+            {"tries", std::move(tries)}};
+}
 
 Json toJson(recording::Recording const& recording, run::ReplayResult const& result,
             log::Explanation const* explanation, base::Provenance const& provenance) {

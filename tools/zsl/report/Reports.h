@@ -56,10 +56,11 @@ std::string statusLine(run::LiveStatus const& status, base::TextStyle const& sty
 std::string liveReport(run::LiveResult const& result, base::TextStyle const& style = {});
 
 /// An explained log: a block for each capture with a table for each try, then what is left pending,
-/// given back and wrong, and the counts. Its words are cut where they fill a line. Tries that
-/// waited alike are told once, and times are told by their distance, unless it is to be verbose.
+/// given back and wrong, the counts and the verdict. Its words are cut where they fill a line.
+/// Tries that waited alike are told once, and times are told by their distance, unless it is to be
+/// verbose. Captures that are over are left out where they were told when they were.
 std::string explanationText(log::Explanation const& explanation, base::TextStyle const& style = {},
-                            bool isVerbose = false);
+                            bool isVerbose = false, bool leavesOutOver = false);
 
 /// One capture; a part of the above. `replayed` is null of a log that no replay wrote.
 std::string captureText(log::CaptureExplanation const& capture, ReasonsStyle const& how,
@@ -118,6 +119,11 @@ void writeMarkdown(compare::Comparison const& comparison, std::ostream& out);
 void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
                      log::Explanation const* explanation, base::Provenance const& provenance,
                      std::ostream& out);
+
+/// The same of what a log shows: captures with their tries, verdicts and answers. `path` is that of
+/// the log, empty for standard input.
+void writeHtmlReport(log::Explanation const& explanation, std::string const& path,
+                     base::Provenance const& provenance, std::ostream& out);
 
 /// The same of a comparison. `path` is the page's own, from which it links to those of its runs.
 void writeHtmlReport(compare::Comparison const& comparison, base::Provenance const& provenance,

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "base/Text.h"
 
 namespace zebcam::tool::report {
@@ -34,17 +36,23 @@ std::string shownLevel(TextStyle const& style, run::Level level) {
 
 std::string labelled(TextStyle const& style, std::string_view label, std::string_view text,
                      Tone tone) {
-    return base::wrap(style.paint(label, tone), text, {.indent = 11, .columns = style.columns});
+    return base::wrap(style.paint(label, tone), text,
+                      {.indent = kLabelWidth, .columns = style.columns});
 }
 
-std::string verdictLines(TextStyle const& style, run::Verdict const& verdict) {
+std::string verdictLines(TextStyle const& style, run::Verdict const& verdict, size_t labelWidth) {
+    // What a failure or a log says can be of any length.
+    auto const line = [&](std::string head, std::string const& text) {
+        return base::wrap(std::move(head), text,
+                          {.indent = labelWidth, .columns = style.columns, .cutsWords = true});
+    };
     std::string text;
     for (run::VerdictReason const& reason : verdict.reasons) {
-        text += labelled(style, text.empty() ? "Verdict" : "",
-                         fmt::format("{}: {}", shownLevel(style, reason.level), reason.text));
+        text += line(text.empty() ? style.paint("Verdict", Tone::Heading) : "",
+                     fmt::format("{}: {}", shownLevel(style, reason.level), reason.text));
         if (!reason.details.empty()) {
             bool const isAll = reason.details.size() == 1;
-            text += labelled(style, "", (isAll ? "" : "first: ") + reason.details.front());
+            text += line("", (isAll ? "" : "first: ") + reason.details.front());
         }
     }
     return text;

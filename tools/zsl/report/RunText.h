@@ -18,8 +18,12 @@ namespace zebcam::tool::report {
 std::string labelled(base::TextStyle const& style, std::string_view label, std::string_view text,
                      base::Tone tone = base::Tone::Heading);
 
-/// The first lines: how the run is to be taken, and why.
-std::string verdictLines(base::TextStyle const& style, run::Verdict const& verdict);
+/// How far the texts are from the left edge.
+inline constexpr size_t kLabelWidth = 11;
+
+/// How the run is to be taken, and why.
+std::string verdictLines(base::TextStyle const& style, run::Verdict const& verdict,
+                         size_t labelWidth = kLabelWidth);
 
 /// The policy by its own name, with its file and what it was given. Without a label.
 std::string policyText(pipeline::ReplayOptions const& options);

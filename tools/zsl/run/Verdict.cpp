@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
+#include <tuple>
 #include <utility>
 
 #include "base/Text.h"
@@ -37,6 +39,18 @@ std::string longTime(int64_t ns) {
 /// `38 of 40 frames`.
 std::string share(uint64_t count, uint64_t total, char const* what) {
     return fmt::format("{} of {} {}", count, total, what);
+}
+
+/// Each text once, in the order of their first places; of many only the first.
+std::vector<std::string> firstKinds(std::vector<std::string> const& texts) {
+    constexpr size_t kMost = 20;
+    std::vector<std::string> kinds;
+    for (std::string const& text : texts) {
+        if (kinds.size() < kMost && std::find(kinds.begin(), kinds.end(), text) == kinds.end()) {
+            kinds.push_back(text);
+        }
+    }
+    return kinds;
 }
 
 class Judge {
@@ -180,6 +194,53 @@ public:
         }
     }
 
+    void judgeLog(log::Explanation const& explanation) {
+        uint64_t const captures = explanation.captures.size();
+        std::map<log::CaptureOutcome, uint64_t> counts;
+        std::vector<std::string> errors;
+        for (log::LogError const& error : explanation.errors) {
+            errors.push_back(error.text);
+        }
+        for (log::CaptureExplanation const& capture : explanation.captures) {
+            // Warnings alone tell of waiting and not of success.
+            bool const isOpen = capture.outcome == log::CaptureOutcome::Pending;
+            ++counts[isOpen && !capture.isCertain() ? log::CaptureOutcome::Unknown
+                                                    : capture.outcome];
+            for (log::TryExplanation const& attempt : capture.tries) {
+                errors.insert(errors.end(), attempt.errors.begin(), attempt.errors.end());
+            }
+        }
+        if (captures == 0) {
+            add({Level::Doubtful, "noCaptures", 0, 0, "the log tells of no capture", {}});
+        }
+        addShare("timedOut", counts[log::CaptureOutcome::TimedOut], captures,
+                 "captures timed out and got whatever was there");
+        addShare("flushed", counts[log::CaptureOutcome::Flushed], captures,
+                 "captures were flushed and became ordinary ones");
+        for (auto const& [word, outcome, what] :
+             {std::tuple{"unanswered", log::CaptureOutcome::Pending,
+                         "captures were still waiting when the log ended"},
+              {"notTold", log::CaptureOutcome::Unknown,
+               "captures may have been served or not: the log does not tell"}}) {
+            if (uint64_t const count = counts[outcome]; count > 0) {
+                add({Level::Doubtful, word, count, captures, share(count, captures, what), {}});
+            }
+        }
+        if (uint64_t const served = counts[log::CaptureOutcome::Served]; served > 0) {
+            add({Level::Good,
+                 "answered",
+                 served,
+                 captures,
+                 share(served, captures, "captures were served"),
+                 {}});
+        }
+        if (!errors.empty()) {
+            add({Level::Doubtful, "errors", errors.size(), explanation.counts.processor,
+                 "the processor logged " + counted(errors.size(), "error", "errors"),
+                 firstKinds(errors)});
+        }
+    }
+
     Verdict verdict() && {
         std::stable_sort(
             mVerdict.reasons.begin(), mVerdict.reasons.end(),
@@ -240,6 +301,12 @@ Verdict verdictOf(LiveResult const& result) {
         judge.judgeFlushes(summary);
     }
     judge.judgeFaults(result.faults);
+    return std::move(judge).verdict();
+}
+
+Verdict verdictOf(log::Explanation const& explanation) {
+    Judge judge;
+    judge.judgeLog(explanation);
     return std::move(judge).verdict();
 }
 

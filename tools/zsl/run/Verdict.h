@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "log/Explanation.h"
 #include "run/LiveRun.h"
 #include "run/ReplayResult.h"
 
@@ -40,5 +41,8 @@ struct Verdict {
 Verdict verdictOf(ReplayResult const& result);
 /// Of a live run, which keeps no frames, the lag is not looked at.
 Verdict verdictOf(LiveResult const& result);
+/// Of the captures that a log tells of. It may end anywhere and lack lines: what is open then is
+/// doubtful, not bad.
+Verdict verdictOf(log::Explanation const& explanation);
 
 }  // namespace zebcam::tool::run

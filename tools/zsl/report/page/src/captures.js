@@ -1,13 +1,12 @@
 import {byId, element, show, swatch, tableHead} from './dom.js';
-import {chosenText, counted, ms, orNone, seconds, toneOf, valueFrom, whole, words} from './format.js';
+import {chosenText, counted, ms, orNone, seconds, toneOf, valueFrom, whole, wholeMs, words} from './format.js';
 
 const ROWS = 30;
-const COLUMNS = [{label: 'Capture'}, {label: 'Pressed (s)'}, {label: 'Frame'},
-    {label: 'History frame'}, {label: 'Lag (ms)'}, {label: 'Served', isText: true},
-    {label: 'Waited (ms)'}, {label: 'Tries'}, {label: 'Early shutter (ms)'}];
+const columnsOf = ({isLog}) => [{label: 'Capture'}, {label: isLog ? 'Wanted instant (s)' : 'Pressed (s)'},
+    {label: 'Frame'}, {label: 'History frame'}, ...isLog ? [] : [{label: 'Lag (ms)'}],
+    {label: 'Served', isText: true}, {label: 'Waited (ms)'}, {label: 'Tries'}, {label: 'Early shutter (ms)'}];
 
-/// Where a capture stands in the page's address.
-export const anchorOf = (capture) => `#capture-${capture.requestNo}`;
+const pressText = ({press}) => seconds(press === null ? null : press * 1e9);
 
 /// The table of the captures, a page at a time; a number is a link to its capture.
 export class CaptureTable {
@@ -15,13 +14,15 @@ export class CaptureTable {
         this.captures = model.captures;
         const tellsChosen = model.captures.some(({frames}) => frames.some(({chosen}) => chosenText(chosen)));
         this.chosenOf = tellsChosen ? ({chosen}) => orNone(chosenText(chosen)) : null;
-        this.faultsOf = model.replay.faults ? faultTexts(model) : null;
+        this.faultsOf = model.replay?.faults ? faultTexts(model) : null;
+        this.hasLag = !model.isLog;
+        this.waitOf = model.isLog ? ({waitNs}) => wholeMs(waitNs) : ({waitNs}) => ms(waitNs);
         this.onSelect = onSelect;
         this.pageSize = Math.max(1, Math.floor(ROWS / (model.captures[0]?.frames.length ?? 1)));
         this.page = 0;
         this.selected = null;
         this.body = element('tbody');
-        byId('captures-table').replaceChildren(tableHead([...COLUMNS,
+        byId('captures-table').replaceChildren(tableHead([...columnsOf(model),
             ...this.chosenOf ? [{label: 'Chosen frame', isText: true}] : [],
             ...this.faultsOf ? [{label: 'Injected', isText: true}] : []]), this.body);
         this.draw();
@@ -43,7 +44,7 @@ export class CaptureTable {
     }
 
     linkTo(capture) {
-        const link = element('a', {href: anchorOf(capture), title: 'Why these frames?',
+        const link = element('a', {href: capture.anchor, title: 'Why these frames?',
             onclick: (event) => { event.preventDefault(); this.onSelect(capture); }},
         String(capture.requestNo));
         link.setAttribute('aria-label', `Capture ${capture.requestNo}: why these frames?`);
@@ -51,21 +52,21 @@ export class CaptureTable {
     }
 
     rowsOf(capture) {
-        const shutter = capture.earlyShutterNs === null ? null
+        const shutter = capture.earlyShutterNs === null || capture.pressNs === null ? null
             : capture.earlyShutterNs - capture.pressNs;
         return capture.frames.map((frame, i) => element('tr',
             {class: `${i > 0 ? 'further' : ''} ${capture === this.selected ? 'selected' : ''}`},
             element('td', {}, i === 0 ? this.linkTo(capture) : ''),
-            element('td', {}, i === 0 ? seconds(capture.press * 1e9) : ''),
-            element('td', {}, String(frame.index)),
+            element('td', {}, i === 0 ? pressText(capture) : ''),
+            element('td', {}, orNone(frame.index)),
             element('td', {}, orNone(frame.frameNo)),
-            element('td', {}, ms(frame.lagNs)),
+            ...this.hasLag ? [element('td', {}, ms(frame.lagNs))] : [],
             element('td', {class: 'text'}, swatch(toneOf(frame.served)), words(frame.served)),
-            element('td', {}, ms(frame.waitNs)),
+            element('td', {}, this.waitOf(frame)),
             element('td', {}, i === 0 ? String(capture.tries.at(-1)?.last ?? 0) : ''),
             element('td', {}, i === 0 ? ms(shutter) : ''),
-            ...this.chosenOf ? [element('td', {class: 'text'}, this.chosenOf(frame))] : [],
-            ...this.faultsOf ? [element('td', {class: 'text injected-text'}, this.faultsOf(capture, i))] : []));
+            ...this.chosenOf ? [element('td', {class: 'text wrap chosen'}, this.chosenOf(frame))] : [],
+            ...this.faultsOf ? [element('td', {class: 'text wrap injected-text'}, this.faultsOf(capture, i))] : []));
     }
 
     pager() {
@@ -94,8 +95,9 @@ function faultTexts({replay}) {
     };
 }
 
-const CANDIDATE_COLUMNS = [{label: 'History frame'}, {label: 'Lag (ms)'}, {label: 'Verdict', isText: true},
-    {label: 'Reason', isText: true}, {label: 'Wanted', isText: true}, {label: 'Found', isText: true}];
+/// `hasLag`: the times of frames are known; `isOne`: of one try only.
+const candidateColumns = (hasLag, isOne) => [{label: 'History frame'}, ...hasLag ? [{label: 'Lag (ms)'}] : [],
+    ...['Verdict', 'Reason', ...isOne ? [] : ['Tries'], 'Wanted', 'Found'].map((label) => ({label, isText: true}))];
 
 /// What a candidate is for or why it was refused.
 export function reasonOf(candidate) {
@@ -109,15 +111,15 @@ export function reasonOf(candidate) {
 function candidateRow(capture, frames, candidate, tries) {
     const index = frames.indexOf(candidate.frameNo);
     const lag = index === undefined ? null : (frames.times[index] - capture.press) * 1e9;
-    const found = [valueFrom(capture.pressNs, candidate.found), candidate.stream && `in ${candidate.stream}`]
+    const found = [valueFrom(capture, candidate.found), candidate.stream && `in ${candidate.stream}`]
         .filter(Boolean).join(' ');
     return element('tr', {},
         element('td', {}, String(candidate.frameNo)),
-        element('td', {}, ms(lag)),
+        ...frames.count > 0 ? [element('td', {}, ms(lag))] : [],
         element('td', {class: 'text'}, candidate.verdict),
         element('td', {class: 'text'}, reasonOf(candidate)),
         ...tries ? [element('td', {class: 'text'}, tries)] : [],
-        element('td', {class: 'text wrap'}, orNone(valueFrom(capture.pressNs, candidate.wanted))),
+        element('td', {class: 'text wrap'}, orNone(valueFrom(capture, candidate.wanted))),
         element('td', {class: 'text wrap'}, [orNone(found), ...candidate.notes].join('; ')));
 }
 
@@ -137,8 +139,7 @@ function verdictsOf(tries) {
 
 function candidatesTable(capture, frames, tries) {
     const isOne = tries.length === 1 && tries[0].repeats === 0;
-    const columns = isOne ? CANDIDATE_COLUMNS
-        : [...CANDIDATE_COLUMNS.slice(0, 4), {label: 'Tries', isText: true}, ...CANDIDATE_COLUMNS.slice(4)];
+    const columns = candidateColumns(frames.count > 0, isOne);
     const rows = verdictsOf(tries).map(({candidate, first, last}) => candidateRow(capture, frames,
         candidate, isOne ? '' : first === last ? String(first) : `${first} to ${last}`));
     return element('div', {class: 'scroll', tabIndex: 0}, element('table', {}, tableHead(columns),
@@ -154,12 +155,15 @@ function numbers(list) {
     return `${list.slice(0, SHOWN_NUMBERS).join(' ')} and ${list.length - SHOWN_NUMBERS} more`;
 }
 
-function offered(attempt) {
-    const lists = [`History: ${numbers(attempt.historyFrames)}`,
-        `in flight: ${numbers(attempt.inFlightFrames)}`];
-    if (attempt.lockedFrames.length > 0) {
-        lists.push(`locked: ${numbers(attempt.lockedFrames)}`);
-    }
+/// Of a log's try only those are known that were looked at.
+function offered({isLog}, attempt) {
+    const {historySets, lockedSets} = attempt.explanation ?? {};
+    const lists = [...isLog ? [`Looked at: ${numbers(attempt.historyFrames)}`]
+        : [`History: ${numbers(attempt.historyFrames)}`],
+    ...isLog && historySets !== null
+        ? [`of ${whole(historySets)} in the history and ${whole(lockedSets)} locked`] : [],
+    `in flight: ${numbers(attempt.inFlightFrames)}`,
+    ...attempt.lockedFrames.length > 0 ? [`locked: ${numbers(attempt.lockedFrames)}`] : []];
     return element('p', {class: 'more'}, `${lists.join('; ')}.`);
 }
 
@@ -193,31 +197,46 @@ function foldedTries(capture) {
     return folded;
 }
 
-function triesHead(capture, {outcome, tries}) {
-    const age = (timeNs) => ms(timeNs - capture.pressNs);
-    const {first, timeNs} = tries[0];
-    const last = tries[tries.length - 1];
-    const made = last.last - first + 1;
-    return made === 1 ? `Try ${first}, ${age(timeNs)} ms after the press \u00b7 ${outcome}`
-        : `Tries ${first} to ${last.last}, ${age(timeNs)} to ${age(last.lastRepeatNs ?? last.timeNs)} ms ` +
-            `after the press \u00b7 ${whole(made)} times the same \u00b7 ${outcome}`;
+/// After the press, in ns; null: the log does not tell.
+function agesOf(capture, {timeNs, lastRepeatNs, explanation}) {
+    return capture.origin === 'press' ? [timeNs - capture.pressNs, (lastRepeatNs ?? timeNs) - capture.pressNs]
+        : [explanation.ageNs, explanation.ageNs];
 }
 
-function triesBody(capture, frames, tries) {
+/// Of a log's tries, where they stand in it.
+function placeOf([{explanation: begin}, ...rest]) {
+    const end = rest.at(-1)?.explanation ?? begin;
+    const time = begin?.time ? `${begin.time}${end !== begin && end.time ? ` to ${end.time}` : ''}, ` : '';
+    return begin?.line ? [`${time}${end === begin ? `line ${begin.line}` : `lines ${begin.line} to ${end.line}`}`] : [];
+}
+
+function triesHead(capture, {outcome, tries}) {
+    const {first} = tries[0];
+    const last = tries[tries.length - 1];
+    const made = last.last - first + 1;
+    const [[from], [, to]] = [agesOf(capture, tries[0]), agesOf(capture, last)];
+    const age = capture.origin === 'press' ? ms : wholeMs;
+    const when = from === null || to === null ? ''
+        : `, ${made === 1 ? age(from) : `${age(from)} to ${age(to)}`} ms after the press`;
+    return [`${made === 1 ? `Try ${first}` : `Tries ${first} to ${last.last}`}${when}`, ...placeOf(tries),
+        ...made === 1 ? [] : [`${whole(made)} times the same`], outcome].join(' \u00b7 ');
+}
+
+function triesBody(model, capture, tries) {
     const explained = tries.map(({explanation}) => explanation).filter(Boolean);
     const texts = new Set(explained.flatMap(({notes, errors}) => [...notes, ...errors]));
-    return [...tries.length === 1 ? [offered(tries[0])] : [],
+    return [...tries.length === 1 ? [offered(model, tries[0])] : [],
         ...explained.some(({candidates}) => candidates.length > 0)
-            ? [candidatesTable(capture, frames, tries)] : [],
+            ? [candidatesTable(capture, model.frames, tries)] : [],
         ...[...texts].map((text) => element('p', {class: 'more'}, text))];
 }
 
-function triesDetails(capture, frames, fold, isOpen) {
+function triesDetails(model, capture, fold, isOpen) {
     const box = element('details', {}, element('summary', {}, triesHead(capture, fold)));
     // Made when it opens: most are never looked at.
     box.addEventListener('toggle', () => {
         if (box.open && box.children.length === 1) {
-            box.append(...triesBody(capture, frames, fold.tries));
+            box.append(...triesBody(model, capture, fold.tries));
         }
     });
     box.open = isOpen;
@@ -225,12 +244,15 @@ function triesDetails(capture, frames, fold, isOpen) {
 }
 
 function leadOf(capture) {
-    const served = capture.frames.map((frame) => {
-        const what = frame.frameNo === null ? 'no history frame'
-            : `history frame ${frame.frameNo}, ${ms(frame.lagNs)} ms from the press`;
+    const served = capture.frames.filter(({index}) => index !== null).map((frame) => {
+        const lag = frame.lagNs === null ? '' : `, ${ms(frame.lagNs)} ms from the press`;
+        const what = frame.frameNo === null ? 'no history frame' : `history frame ${frame.frameNo}${lag}`;
         return `frame ${frame.index} ${words(frame.served)}: ${what}`;
     });
-    return element('p', {class: 'note'}, `Pressed at ${seconds(capture.press * 1e9)} s; ${served.join('; ')}.`,
+    const when = capture.origin === 'press' ? `Pressed at ${pressText(capture)} s`
+        : `Wanted instant ${capture.press === null ? 'not told' : `at ${pressText(capture)} s`}`;
+    const process = capture.pid ? [`process ${capture.pid}`] : [];
+    return element('p', {class: 'note'}, `${[when, ...process, ...served].join('; ')}.`,
         ...capture.faults.length > 0 ? [' ', element('span', {class: 'injected-text'},
             `Injected: ${capture.faults.join(', ')}.`)] : []);
 }
@@ -238,21 +260,21 @@ function leadOf(capture) {
 export function showDetails(model, capture) {
     const title = byId('details-title');
     title.replaceChildren(`Capture ${capture.requestNo}: why these frames? `,
-        element('a', {class: 'anchor', href: anchorOf(capture), title: 'Link to this capture'}, '#'));
+        element('a', {class: 'anchor', href: capture.anchor, title: 'Link to this capture'}, '#'));
     const answer = (capture.answer ?? '').split('\n').filter(Boolean)
         .map((line) => element('p', {class: 'answer'}, line));
     const folds = foldedTries(capture);
     // The last one tells how it ended.
     byId('details-body').replaceChildren(...answer, leadOf(capture), ...folds.map(
-        (fold, i) => triesDetails(capture, model.frames, fold, i === folds.length - 1)));
+        (fold, i) => triesDetails(model, capture, fold, i === folds.length - 1)));
     show('details');
 }
 
 function countByReason(model) {
     const counts = new Map();
-    for (const {verdicts} of model.refusals) {
-        for (const {attempt, candidate} of verdicts) {
-            counts.set(candidate.criterion, (counts.get(candidate.criterion) ?? 0) + 1 + attempt.repeats);
+    for (const attempt of model.captures.flatMap(({tries}) => tries)) {
+        for (const {criterion} of attempt.explanation?.candidates.filter((c) => c.verdict === 'refused') ?? []) {
+            counts.set(criterion, (counts.get(criterion) ?? 0) + 1 + attempt.repeats);
         }
     }
     return [...counts].sort((a, b) => b[1] - a[1]);
@@ -266,7 +288,8 @@ export function showRefusals(model) {
     if (counts.length === 0) {
         // A policy that passes over frames without a word did refuse them.
         const isSilent = model.captures.some(({tries}) => tries.some((attempt) =>
-            attempt.historyFrames.length > 0 && attempt.builtFrames.length === 0));
+            (attempt.historyFrames.length > 0 || attempt.explanation?.historySets > 0) &&
+            attempt.builtFrames.length === 0));
         byId('refusals-body').replaceChildren(element('p', {},
             isSilent ? 'The policy gives no reasons.' : 'No history frame was refused.'));
     } else {

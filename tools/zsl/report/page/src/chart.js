@@ -4,7 +4,7 @@ import {byId, element, hideTooltip, show, showTooltip} from './dom.js';
 import {axisLabels, counted, fixedRange, ms} from './format.js';
 
 const NAMES = ['ink', 'muted', 'line', 'grid', 'panel', 'accent', 'at-once', 'waited', 'timed-out',
-    'flushed', 'unanswered', 'refused', 'injected', 'frame', 'settled', 'moving', 'unknown', 'error', 'series-1',
+    'flushed', 'unanswered', 'pending', 'not-told', 'refused', 'injected', 'frame', 'settled', 'moving', 'unknown', 'error', 'series-1',
     'series-2'];
 
 let colours = null;

@@ -11,6 +11,7 @@ function fixed(value, decimals, unit = 1) {
 const isMissing = (value) => value === null || value === undefined;
 
 export const ms = (ns) => (isMissing(ns) ? NONE : fixed(ns, 2, 1e6));
+export const wholeMs = (ns) => (isMissing(ns) ? NONE : whole(Math.round(ns / 1e6)));
 export const seconds = (ns) => (isMissing(ns) ? NONE : fixed(ns, 3, 1e9));
 const LONG_TIMES = [[3600e9, 'h'], [60e9, 'min'], [10e9, 's']];
 
@@ -37,19 +38,19 @@ export function axisLabels(values) {
 }
 
 /// How a frame can be served, in the data's words; the page writes them apart.
-export const OUTCOMES = ['atOnce', 'waited', 'timedOut', 'flushed', 'unanswered'];
+export const OUTCOMES = ['atOnce', 'waited', 'timedOut', 'flushed', 'unanswered', 'pending', 'notTold'];
 const apart = (word, separator) => word.replace(/[A-Z]/g, (c) => separator + c.toLowerCase());
 export const words = (word) => apart(word, ' ');
 export const toneOf = (word) => apart(word, '-');
 
-/// What a frame was held against, or what it had; empty for nothing. Instants count from the press:
-/// absolute ones have 14 digits.
-export function valueFrom(pressNs, value) {
+/// What a frame was held against, or what it had; empty for nothing. Instants count from the
+/// capture's: absolute ones have 14 digits.
+export function valueFrom({pressNs, origin}, value) {
     if (!value) {
         return '';
     }
-    const number = isMissing(value.ns) ? value.value
-        : `press ${value.ns < pressNs ? '' : '+'}${ms(value.ns - pressNs)} ms`;
+    const number = isMissing(value.ns) ? value.value : isMissing(pressNs) ? `${value.ns} ns`
+        : `${origin} ${value.ns < pressNs ? '' : '+'}${ms(value.ns - pressNs)} ms`;
     return value.text ?? (value.op ? `${value.op} ${number}` : String(number));
 }
 

@@ -15,17 +15,20 @@ const pressHeight = (rows) => FIRST_BAR + rows * BAR_PITCH;
 
 /// The lanes of the time line from the top, in CSS pixels from the plot's top.
 export function lanesOf(model) {
+    // A log knows none.
+    const hasFrames = model.frames.count > 0;
     const wanted = [
         {name: 'captures', label: 'Captures', height: pressHeight(model.rows)},
         {name: 'tries', label: 'Tries', height: 14},
-        {name: 'choices', label: 'Chosen', height: 20},
-        ...model.hasReasons ? [{name: 'refusals', label: 'Refused', height: 20}] : [],
+        ...model.shutters.length > 0 ? [{name: 'shutters', label: 'Shutters', height: 14}] : [],
+        ...hasFrames ? [{name: 'choices', label: 'Chosen', height: 20}] : [],
+        ...hasFrames && model.hasReasons ? [{name: 'refusals', label: 'Refused', height: 20}] : [],
         ...model.kept.length > 0 ? [{name: 'kept', label: 'Set aside', height: 20}] : [],
         ...model.injected.length > 0 ? [{name: 'injected', label: 'Injected', height: 14}] : [],
-        {name: 'frames', label: 'Frames', height: 26},
+        ...hasFrames ? [{name: 'frames', label: 'Frames', height: 26}] : [],
         ...model.arrivals.length > 0 ? [{name: 'arrivals', label: 'Arrivals', height: 14}] : [],
-        {name: 'focus', label: 'Focus', height: 16},
-        {name: 'exposure', label: 'Exposure', height: 16},
+        ...hasFrames ? [{name: 'focus', label: 'Focus', height: 16},
+            {name: 'exposure', label: 'Exposure', height: 16}] : [],
     ];
     let top = GAP;
     return wanted.map((lane) => {
@@ -44,9 +47,16 @@ const REACH = 9;
 const MANY = 3;
 
 /// Lanes whose marks are items of the model's list of that name.
-const MARKS = ['tries', 'choices', 'refusals', 'kept', 'injected', 'arrivals'];
+const MARKS = ['tries', 'shutters', 'choices', 'refusals', 'kept', 'injected', 'arrivals'];
 
 const rankOfItem = (item) => rankOf((item.capture ?? item).served);
+
+/// How far an item is from `time`. Within a span the ends are nearer: something else may stand there.
+function distanceTo({time, press, until}, at, reach) {
+    const begin = time ?? press;
+    const toEnds = Math.min(Math.abs(begin - at), Math.abs((until ?? begin) - at));
+    return begin < at && at < (until ?? begin) ? Math.min(toEnds, reach * 0.99) : toEnds;
+}
 
 /// The item nearest to `time` within reach, and how many others are; null when there is none.
 /// Where marks stand for many, the worst is meant: of the others there are enough elsewhere.
@@ -54,7 +64,7 @@ function nearest(items, time, reach) {
     let best = null;
     let count = 0;
     for (const item of items) {
-        const distance = Math.abs((item.time ?? item.press) - time);
+        const distance = distanceTo(item, time, reach);
         if (distance > reach) {
             continue;
         }
@@ -64,16 +74,16 @@ function nearest(items, time, reach) {
         }
     }
     if (count > MANY) {
-        const within = items.filter((item) => Math.abs((item.time ?? item.press) - time) <= reach);
+        const within = items.filter((item) => distanceTo(item, time, reach) <= reach);
         best.item = within.reduce((a, b) => (rankOfItem(b) > rankOfItem(a) ? b : a), best.item);
     }
     return best && {item: best.item, others: count - 1};
 }
 
 function captureAt(model, lane, time, y, reach) {
-    const onMark = y < pressY(lane) + REACH ? nearest(model.captures, time, reach) : null;
+    const onMark = y < pressY(lane) + REACH ? nearest(model.placed, time, reach) : null;
     const isOnBar = ({row}) => y >= barY(lane, row) - 1 && y <= barY(lane, row) + BAR_HEIGHT + 1;
-    const under = model.captures.find((capture) => isOnBar(capture) && capture.press <= time &&
+    const under = model.placed.find((capture) => isOnBar(capture) && capture.press <= time &&
         time <= capture.end);
     return onMark ?? (under ? {item: under, others: 0} : null);
 }
@@ -137,13 +147,16 @@ class LaneDrawing {
         ctx.textAlign = 'left';
         this.drawSelection();
         this.drawFlushes();
-        this.drawStrip(this.lanes.focus, (i) => this.model.frames.focus(i));
-        this.drawStrip(this.lanes.exposure, (i) => this.model.frames.exposure(i));
-        this.drawFrames();
-        this.drawConnectors();
+        if (this.lanes.frames) {
+            this.drawStrip(this.lanes.focus, (i) => this.model.frames.focus(i));
+            this.drawStrip(this.lanes.exposure, (i) => this.model.frames.exposure(i));
+            this.drawFrames();
+            this.drawConnectors();
+            this.drawChoices();
+        }
         this.drawCaptures();
-        this.drawChoices();
         this.drawTries();
+        this.drawTicks(this.lanes.shutters, this.model.shutters, 'accent', 2);
         this.drawTicks(this.lanes.injected, this.model.injected, 'injected', 3);
         this.drawTicks(this.lanes.arrivals, this.model.arrivals, 'frame', 1);
         this.drawMarks(this.lanes.refusals, this.model.refusals, (x, y) => this.cross(x, y));
@@ -161,7 +174,7 @@ class LaneDrawing {
     }
 
     drawSelection() {
-        if (this.selected) {
+        if (this.selected && this.selected.press !== null) {
             this.ctx.fillStyle = theme().grid;
             this.ctx.fillRect(this.x(this.selected.press) - 1, 0, 2, this.height);
         }
@@ -293,7 +306,7 @@ class LaneDrawing {
 
     drawCaptures() {
         const lane = this.lanes.captures;
-        const visible = this.model.captures.filter(({press, end}) => this.isVisible(press, end));
+        const visible = this.model.placed.filter(({press, end}) => this.isVisible(press, end));
         for (const capture of visible) {
             this.ctx.fillStyle = theme()[toneOf(capture.served)];
             const x = this.x(capture.press);
@@ -371,14 +384,21 @@ class LaneDrawing {
     }
 
     /// A high tick where a try gave frames back, in the capture's tone; a low one where it did not.
+    /// One that was repeated has a bar to the tick of its last repeat.
     drawTries() {
         const lane = this.lanes.tries;
+        const bottom = lane.top + lane.height;
         for (const served of [false, true]) {
-            for (const {time, capture, attempt} of this.model.tries) {
-                if (attempt.builtFrames.length > 0 === served && this.isVisible(time)) {
-                    const height = served ? lane.height : lane.height / 2;
-                    this.ctx.fillStyle = theme()[served ? toneOf(capture.served) : 'refused'];
-                    this.ctx.fillRect(this.x(time) - 1, lane.top + lane.height - height, served ? 3 : 1, height);
+            const height = served ? lane.height : lane.height / 2;
+            for (const {time, until, capture, attempt} of this.model.tries) {
+                if (attempt.builtFrames.length > 0 !== served || !this.isVisible(time, until)) {
+                    continue;
+                }
+                this.ctx.fillStyle = theme()[served ? toneOf(capture.served) : 'refused'];
+                this.ctx.fillRect(this.x(time) - 1, bottom - height, served ? 3 : 1, height);
+                if (attempt.repeats > 0) {
+                    this.ctx.fillRect(this.x(time), bottom - 3, this.x(until) - this.x(time), 3);
+                    this.ctx.fillRect(this.x(until) - 1, bottom - height, 1, height);
                 }
             }
         }

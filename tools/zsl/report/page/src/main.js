@@ -1,10 +1,10 @@
-import {anchorOf, CaptureTable, showDetails, showRefusals} from './captures.js';
+import {CaptureTable, showDetails, showRefusals} from './captures.js';
 import {showDistribution} from './chart.js';
 import {showComparison} from './comparison.js';
 import {byId} from './dom.js';
 import {counted, number, seconds, whole} from './format.js';
-import {makeModel} from './model.js';
-import {showFacts, showSummary} from './summary.js';
+import {modelOfLog, modelOfReplay} from './model.js';
+import {showFacts, showLogFacts, showLogSummary, showSummary} from './summary.js';
 import {Timeline} from './timeline.js';
 import {showProvenance, showVerdict} from './verdict.js';
 
@@ -29,23 +29,24 @@ function showCaptures(model) {
     let table = null;
     function select(capture, mayMove = true) {
         table.select(capture);
-        timeline.select(capture, mayMove);
+        timeline?.select(capture, mayMove);
         showDetails(model, capture);
     }
     function open(capture, mayMove) {
         select(capture, mayMove);
-        history.replaceState(null, '', anchorOf(capture));
+        history.replaceState(null, '', capture.anchor);
         byId('details').scrollIntoView({block: 'start'});
         byId('details-title').focus({preventScroll: true});
     }
     function openAddressed() {
-        const capture = model.captures.find((each) => anchorOf(each) === location.hash);
+        const capture = model.captures.find(({anchor}) => anchor === location.hash);
         if (capture) {
             open(capture, true);
         }
         return capture;
     }
-    const timeline = new Timeline(model, (capture, isStep) => (isStep ? select(capture) : open(capture, false)));
+    const timeline = model.placed.length === 0 && model.frames.count === 0 ? null
+        : new Timeline(model, (capture, isStep) => (isStep ? select(capture) : open(capture, false)));
     table = new CaptureTable(model, (capture) => open(capture, true));
     addEventListener('hashchange', openAddressed);
     if (model.captures.length > 0 && !openAddressed()) {
@@ -54,7 +55,7 @@ function showCaptures(model) {
 }
 
 function showReplay(data) {
-    const model = makeModel(data);
+    const model = modelOfReplay(data);
     const {recording, options} = data.replay;
     setHead('Zero shutter lag \u00b7 replay', baseName(recording.path),
         `${counted(recording.frames, 'frame', 'frames')} in ${seconds(recording.lengthNs)} s at ` +
@@ -72,11 +73,27 @@ function showReplay(data) {
     showCaptures(model);
 }
 
+function showLog(data) {
+    const {explain} = data;
+    const model = modelOfLog(data);
+    setHead('Zero shutter lag \u00b7 log', explain.log.path ? baseName(explain.log.path) : 'standard input',
+        `${counted(model.captures.length, 'capture', 'captures')} in ` +
+        `${counted(explain.log.processorLines, 'line', 'lines')} of the processor`);
+    showProvenance(explain);
+    showVerdict(explain.verdict);
+    showLogSummary(explain);
+    showRefusals(model);
+    showLogFacts(explain);
+    showCaptures(model);
+}
+
 function main() {
     const data = JSON.parse(byId('data').textContent);
     byId('main').hidden = false;
     if (data.replay) {
         showReplay(data);
+    } else if (data.explain) {
+        showLog(data);
     } else {
         const {rows} = data.comparison;
         const recordings = new Set(rows.map((row) => row.recording.path)).size;
@@ -89,8 +106,9 @@ function main() {
             showComparison(data);
         }
     }
-    byId('footer').textContent = `Written by zsl ${data.version}. ` +
-        'Lag: from the press to the start of exposure of the frame that was chosen.';
+    byId('footer').textContent = `Written by zsl ${data.version}. ${data.explain
+        ? 'Wanted instant: the one that a capture stands for, the press less the ZSL offset.'
+        : 'Lag: from the press to the start of exposure of the frame that was chosen.'}`;
 }
 
 main();

@@ -68,7 +68,7 @@ export class Frames {
 const MAX_ROWS = 5;
 
 /// From the worst; the first of a capture's stands for it.
-const WORST_FIRST = ['unanswered', 'timedOut', 'flushed', 'waited', 'atOnce'];
+const WORST_FIRST = ['unanswered', 'timedOut', 'flushed', 'pending', 'notTold', 'waited', 'atOnce'];
 const worst = (outcomes) => WORST_FIRST.find((outcome) => outcomes.includes(outcome)) ?? 'unanswered';
 
 /// How much it matters that a capture is seen where many share a place.
@@ -84,12 +84,15 @@ function numbered(tries) {
     });
 }
 
-function captureOf(capture, originNs) {
+/// `press`: the instant from which the capture's times count, named by `origin`; null: it has no
+/// place on the time line.
+function captureOf(all, originNs) {
+    const capture = {origin: 'press', isPlaced: true, ...all};
     const waits = capture.frames.map((frame) => frame.waitNs);
     return {
         ...capture,
         tries: numbered(capture.tries),
-        press: (capture.pressNs - originNs) / 1e9,
+        press: capture.isPlaced ? (capture.pressNs - originNs) / 1e9 : null,
         served: worst(capture.frames.map((frame) => frame.served)),
         waitNs: waits.includes(null) ? null : Math.max(...waits),
     };
@@ -129,7 +132,8 @@ function choicesOf(captures) {
 
 function triesOf(captures, originNs) {
     return captures.flatMap((capture) => capture.tries.map((attempt) => (
-        {time: (attempt.timeNs - originNs) / 1e9, capture, attempt})))
+        {time: (attempt.timeNs - originNs) / 1e9,
+            until: ((attempt.lastRepeatNs ?? attempt.timeNs) - originNs) / 1e9, capture, attempt})))
         .sort((a, b) => a.time - b.time);
 }
 
@@ -157,6 +161,12 @@ function injectedOf(frames, captures) {
     return struck.sort((a, b) => a.time - b.time);
 }
 
+function shuttersOf(captures, originNs) {
+    return captures.filter(({earlyShutterNs}) => earlyShutterNs !== null)
+        .map((capture) => ({time: (capture.earlyShutterNs - originNs) / 1e9, capture}))
+        .sort((a, b) => a.time - b.time);
+}
+
 /// Gives each capture a row that is free from its press to its last answer, the last one if none
 /// is; gives the number of rows.
 function placeBars(captures) {
@@ -172,7 +182,7 @@ function placeBars(captures) {
     return Math.max(1, ends.length);
 }
 
-function lastInstant(frames, captures, replay, originNs) {
+function lastInstant(frames, captures, originNs) {
     let last = frames.times[frames.count - 1] ?? 0;
     for (const capture of captures) {
         last = Math.max(last, capture.press + (capture.waitNs ?? 0) / 1e9);
@@ -183,34 +193,85 @@ function lastInstant(frames, captures, replay, originNs) {
     return last;
 }
 
-/// What the page shows of a replay. Times are in s from the first frame.
-export function makeModel(data) {
-    const {replay} = data;
-    const originNs = replay.recording.firstTimestampNs;
-    const frames = new Frames(data.sensor);
-    const captures = replay.captures
-        .map((capture) => captureOf(capture, originNs))
-        .sort((a, b) => a.press - b.press);
-    const end = lastInstant(frames, captures, replay, originNs);
-    captures.forEach((capture, i) => {
-        capture.index = i;
+/// Where each capture stands in the page's address: numbers start again with a new session.
+function nameAnchors(captures) {
+    const used = new Map();
+    for (const capture of captures) {
+        const count = (used.get(capture.requestNo) ?? 0) + 1;
+        used.set(capture.requestNo, count);
+        capture.anchor = `#capture-${capture.requestNo}${count > 1 ? `-${count}` : ''}`;
+    }
+}
+
+/// What all pages with captures show. Times are in s from `originNs`.
+function modelOf(data, all, frames, originNs) {
+    const captures = all.map((capture) => captureOf(capture, originNs))
+        .sort((a, b) => (a.press ?? Infinity) - (b.press ?? Infinity));
+    const placed = captures.filter(({press}) => press !== null);
+    const end = lastInstant(frames, placed, originNs);
+    captures.forEach((capture, i) => { capture.index = i; });
+    placed.forEach((capture) => {
         capture.end = capture.waitNs === null ? end : capture.press + capture.waitNs / 1e9;
     });
-    const rows = placeBars(captures);
+    nameAnchors(captures);
+    const rows = placeBars(placed);
     return {
         frames,
         captures,
+        placed,
         hasReasons: captures.some(({tries}) => tries.some(({explanation}) => explanation)),
-        choices: choicesOf(captures),
+        choices: choicesOf(placed),
         refusals: marksOf(captures, frames, ['refused']),
         kept: marksOf(captures, frames, ['parked', 'locked']),
-        tries: triesOf(captures, originNs),
+        tries: triesOf(placed, originNs),
+        shutters: shuttersOf(placed, originNs),
         arrivals: arrivalsOf(frames),
-        injected: injectedOf(frames, captures),
-        interval: replay.recording.medianIntervalNs / 1e9,
+        injected: injectedOf(frames, placed),
+        begin: frames.times[0] ?? placed[0]?.press ?? 0,
         end,
         rows,
-        flushes: replay.options.flushAtNs.map((ns) => ns / 1e9),
-        replay,
+        ...data,
     };
+}
+
+/// What the page shows of a replay. Times are in s from the first frame.
+export function modelOfReplay({replay, sensor}) {
+    const {recording, options} = replay;
+    return modelOf({
+        replay,
+        interval: recording.medianIntervalNs / 1e9,
+        flushes: options.flushAtNs.map((ns) => ns / 1e9),
+    }, replay.captures, new Frames(sensor), recording.firstTimestampNs);
+}
+
+/// A capture of a log: its frames and tries with what the log tells of them. What no line tells to
+/// have come back waits, or nobody knows.
+function toldCapture(told, record) {
+    const open = told.outcome === 'pending' && told.isCertain ? 'pending' : 'notTold';
+    const whole = {served: told.tries.length > 1 ? 'waited' : 'atOnce', timedOut: 'timedOut',
+        flushed: 'flushed'}[told.outcome] ?? open;
+    const nothing = {index: null, served: whole, frameNo: null, lagNs: null, waitNs: null, resultNs: null};
+    // Where no try tells it, what frames were held against does; when the tries were, nobody knows.
+    const timed = told.tries.flatMap(({candidates}) => candidates).find(({wanted}) => wanted?.op === '>=');
+    return {
+        ...record,
+        ...told,
+        origin: 'wanted instant',
+        isPlaced: record.pressNs !== null,
+        pressNs: record.pressNs ?? timed?.wanted.ns ?? null,
+        tries: record.tries.map((attempt, i) => ({...attempt, explanation: told.tries[i]})),
+        frames: record.frames.length === 0 ? [nothing] : record.frames.map(
+            (frame) => (frame.served === 'unanswered' ? {...frame, served: open} : frame)),
+    };
+}
+
+/// A log has no recording; marks are as far apart as at the usual rate.
+const USUAL_INTERVAL = 1 / 30;
+
+/// What the page shows of a log. Times are in s from the first wanted instant.
+export function modelOfLog({explain, captures}) {
+    const instants = captures.map(({pressNs}) => pressNs).filter((ns) => ns !== null);
+    return modelOf({isLog: true, interval: USUAL_INTERVAL, flushes: []},
+        explain.captures.map((told, i) => toldCapture(told, captures[i])),
+        new Frames({count: 0, total: 0}), instants.reduce((a, b) => Math.min(a, b), Infinity));
 }

@@ -17,7 +17,7 @@ function tiles(model) {
     const {summary} = model.replay;
     const made = [tile('Answered', 'answeredCaptures', whole(summary.answeredCaptures),
         `of ${whole(summary.captures)}`)];
-    for (const outcome of OUTCOMES) {
+    for (const outcome of OUTCOMES.filter((each) => each in summary)) {
         const count = summary[outcome];
         if (outcome !== 'unanswered' || count > 0) {
             const label = words(outcome);
@@ -37,16 +37,40 @@ function tiles(model) {
     return made;
 }
 
+/// `counts` by tone.
+function showShares(counts) {
+    byId('shares').replaceChildren(...counts.filter(([, count]) => count > 0).map(([tone, count]) => {
+        const share = element('span', {class: tone});
+        share.style.flexGrow = count;
+        return share;
+    }));
+    show('summary');
+}
+
 export function showSummary(model) {
     const {summary} = model.replay;
     byId('tiles').replaceChildren(...tiles(model));
-    const shares = OUTCOMES.filter((outcome) => summary[outcome] > 0).map((outcome) => {
-        const share = element('span', {class: toneOf(outcome)});
-        share.style.flexGrow = summary[outcome];
-        return share;
-    });
-    byId('shares').replaceChildren(...shares);
-    show('summary');
+    showShares(OUTCOMES.map((outcome) => [toneOf(outcome), summary[outcome] ?? 0]));
+}
+
+/// What became of a log's captures, by their outcomes.
+export function showLogSummary({captures, log}) {
+    const outcomes = captures.map(({outcome, isCertain}) => (outcome === 'unknown' ||
+        (outcome === 'pending' && !isCertain) ? 'notTold' : outcome));
+    const counts = [['served', 'at-once'], ['timedOut', 'timed-out'], ['flushed', 'flushed'],
+        ['pending', 'pending'], ['notTold', 'not-told']]
+        .map(([outcome, tone]) => ({outcome, tone, count: outcomes.filter((each) => each === outcome).length}));
+    const longest = captures.reduce((most, {waitNs}) => (most === null || waitNs > most ? waitNs : most), null);
+    byId('tiles').replaceChildren(
+        ...counts.filter(({outcome, count}) => count > 0 || ['served', 'timedOut', 'flushed'].includes(outcome))
+            .map(({outcome, tone, count}) => {
+                const label = words(outcome);
+                return tile(label[0].toUpperCase() + label.slice(1), outcome, whole(count),
+                    `of ${whole(captures.length)}`, tone);
+            }),
+        ...longest === null ? [] : [tile('Longest wait', 'waitNs', ...timeAndUnit(longest))],
+        tile('Error lines', 'errorLines', whole(log.errorLines)));
+    showShares(counts.map(({tone, count}) => [tone, count]));
 }
 
 const STATES = {afMode: 'AF mode', afState: 'AF state', lensState: 'lens state',
@@ -124,6 +148,26 @@ function ledgerFacts(replay) {
 }
 
 const titled = (title, body) => element('div', {}, element('h3', {}, title), body);
+
+export function showLogFacts({log, flushReturns, errors}) {
+    const lines = definitions([
+        ['File', log.path ?? 'standard input'],
+        ['Lines', whole(log.lines)],
+        ...[['Of the processor', 'processor'], ['Of others', 'foreign'], ['Errors', 'error'], ['Cut', 'cut'],
+            ['Out of order', 'outOfOrder'], ['Of another thread in a try', 'interleaved'],
+            ['Of no known capture', 'unassigned'], ['The provider\u2019s dumps', 'dump'],
+            ['Not recognised', 'unrecognised']]
+            .map(([term, kind]) => [term, log[`${kind}Lines`] > 0 ? whole(log[`${kind}Lines`]) : '']),
+    ]);
+    const texts = [
+        ...flushReturns.map(({line, selector, sets}) =>
+            `line ${line}: a flush gave back ${counted(sets, 'set', 'sets')} that ${selector} kept locked`),
+        ...errors.map(({line, text}) => `line ${line}: ${text}`)];
+    byId('facts-title').textContent = 'Log';
+    byId('facts-body').replaceChildren(titled('How its lines were taken', lines), ...texts.length === 0 ? []
+        : [titled('Outside the captures', element('ul', {}, ...texts.map((text) => element('li', {}, text))))]);
+    show('facts');
+}
 
 export function showFacts(replay) {
     byId('facts-body').replaceChildren(

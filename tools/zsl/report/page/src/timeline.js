@@ -33,8 +33,9 @@ function showLegend(model) {
         (_, i) => frames.focus(i) === state || frames.exposure(i) === state);
     const hasError = frames.times.some((_, i) => frames.get('hasError', i));
     byId('timeline-legend').replaceChildren(
-        ...outcomes.map((outcome) => legendEntry('press', toneOf(outcome), `press, ${words(outcome)}`)),
-        legendEntry('choice', '', 'chosen'),
+        ...outcomes.map((outcome) => legendEntry('press', toneOf(outcome),
+            `${model.isLog ? 'wanted instant' : 'press'}, ${words(outcome)}`)),
+        ...model.choices.length > 0 ? [legendEntry('choice', '', 'chosen')] : [],
         ...model.injected.length > 0 ? [legendEntry('state', 'injected', 'injected fault')] : [],
         ...model.refusals.length > 0 ? [legendEntry('refusal', 'refused', 'refused')] : [],
         ...model.kept.length > 0 ? [legendEntry('kept', 'refused', 'in flight or locked')] : [],
@@ -47,7 +48,7 @@ function showLegend(model) {
 function showThinning({replay, frames}) {
     const hint = byId('thinned');
     hint.hidden = !frames.isThinned;
-    hint.textContent = `Of the ${whole(replay.recording.frames)} frames the ${whole(frames.count)} are drawn ` +
+    hint.textContent = !frames.isThinned ? '' : `Of the ${whole(replay.recording.frames)} frames the ${whole(frames.count)} are drawn ` +
         'that lie around the captures or tell most of their surroundings: errors, gaps, moving states.';
 }
 
@@ -65,20 +66,21 @@ export class Timeline {
         this.onSelect = onSelect;
         this.lanes = lanesOf(model);
         this.selected = null;
-        const pad = Math.max(model.interval, (model.end - model.frames.times[0]) * 0.01);
-        this.limits = {from: -pad, to: model.end + pad, least: model.interval * LEAST_INTERVALS};
+        const pad = Math.max(model.interval, (model.end - model.begin) * 0.01);
+        this.limits = {from: model.begin - pad, to: model.end + pad, least: model.interval * LEAST_INTERVALS};
         show('timeline');
         showLegend(model);
         showThinning(model);
         this.chart = this.makeLanes();
-        this.sensor = this.makeSensor();
-        this.navigation = new Navigation([this.chart, this.sensor], this.limits);
+        byId('sensor').hidden = byId('sensor-legend').hidden = model.isLog === true;
+        this.sensor = model.isLog ? null : this.makeSensor();
+        this.navigation = new Navigation([this.chart, this.sensor].filter(Boolean), this.limits);
         this.connect();
     }
 
     select(capture, mayMove) {
         this.selected = capture;
-        if (mayMove) {
+        if (mayMove && capture.press !== null) {
             this.goTo(capture);
         }
         this.chart.redraw(false);
@@ -110,18 +112,22 @@ export class Timeline {
 
     makeLanes() {
         const box = byId('lanes');
-        box.setAttribute('aria-label', `Time line of ${whole(this.model.frames.count)} frames and ` +
-            `${whole(this.model.captures.length)} captures; the table of captures tells the same`);
+        const frames = this.model.isLog ? '' : `${whole(this.model.frames.count)} frames and `;
+        box.setAttribute('aria-label', `Time line of ${frames}` +
+            `${whole(this.model.placed.length)} captures; the table of captures tells the same`);
         const blank = axis({size: GUTTER, values: () => [], ticks: {show: false}, grid: {show: false}});
         const options = this.options(
-            [axis({label: 'Time from the first frame (s)', size: AXIS - 22}), blank],
+            [axis({label: `Time from the first ${this.model.isLog ? 'wanted instant' : 'frame'} (s)`,
+                size: AXIS - 22}), blank],
             [{}, {paths: () => null, points: {show: false}}],
             {
                 scales: {y: {auto: false, range: [0, 1]}},
                 hooks: {draw: [(chart) => drawLanes(chart, this.model, this.lanes, this.selected)]},
             });
+        const {from, to} = this.limits;
+        const times = this.model.frames.count > 0 ? this.model.frames.times : [from, to];
         const chart = makeChart(box, lanesHeight(this.lanes) + AXIS, options,
-            [this.model.frames.times, this.model.frames.times.map(() => null)]);
+            [times, times.map(() => null)]);
         labelLanes(chart, this.lanes);
         return chart;
     }
@@ -198,11 +204,11 @@ export class Timeline {
     }
 
     step(direction) {
-        const {captures} = this.model;
-        if (captures.length === 0) {
+        const {placed} = this.model;
+        if (placed.length === 0) {
             return;
         }
-        const at = this.selected ? this.selected.index + direction : 0;
-        this.onSelect(captures[(at + captures.length) % captures.length], true);
+        const at = this.selected ? placed.indexOf(this.selected) + direction : 0;
+        this.onSelect(placed[(at + placed.length) % placed.length], true);
     }
 }

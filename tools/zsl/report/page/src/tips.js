@@ -1,6 +1,6 @@
 import {reasonOf} from './captures.js';
 import {definitions, element} from './dom.js';
-import {afMode, afState, counted, lensState, ms, number, seconds, valueFrom, whole, words} from './format.js';
+import {afMode, afState, counted, lensState, ms, number, orNone, seconds, valueFrom, whole, words} from './format.js';
 
 const MAX_LINES = 8;
 
@@ -12,11 +12,11 @@ function list(lines) {
     return element('ul', {}, ...shown);
 }
 
-function verdictText({pressNs}, candidate) {
+function verdictText(capture, candidate) {
     const reason = reasonOf(candidate);
     let why = candidate.verdict === 'refused' ? reason : `${candidate.verdict} ${reason}`.trim();
     const values = [['wanted', candidate.wanted], ['found', candidate.found]]
-        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueFrom(pressNs, value)}`).join(', ');
+        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueFrom(capture, value)}`).join(', ');
     if (values) {
         why += `: ${values}`;
     }
@@ -41,14 +41,15 @@ function verdictLines(verdicts) {
 
 function captureTip(capture) {
     const frames = capture.frames.map((frame) => {
-        const chosen = frame.frameNo === null ? 'no history frame'
-            : `history frame ${frame.frameNo}, ${ms(frame.lagNs)} ms`;
+        const lag = frame.lagNs === null ? '' : `, ${ms(frame.lagNs)} ms`;
+        const chosen = frame.frameNo === null ? 'no history frame' : `history frame ${frame.frameNo}${lag}`;
         const waited = frame.waitNs > 0 ? ` after ${ms(frame.waitNs)} ms` : '';
-        return `frame ${frame.index} ${words(frame.served)}${waited}: ${chosen}`;
+        return `frame ${orNone(frame.index)} ${words(frame.served)}${waited}: ${chosen}`;
     });
     const faults = capture.faults.length > 0 ? `; injected: ${capture.faults.join(', ')}` : '';
     return [element('strong', {}, `Capture ${capture.requestNo}`),
-        `pressed at ${seconds(capture.press * 1e9)} s${faults}`, list(frames)];
+        `${capture.origin === 'press' ? 'pressed' : 'wanted instant'} at ${seconds(capture.press * 1e9)} s${faults}`,
+        list(frames)];
 }
 
 function choiceTip({time, capture, frame}) {
@@ -67,16 +68,24 @@ function markTip(model, mark, title) {
         `${seconds(mark.time * 1e9)} s`, list(verdictLines(mark.verdicts))];
 }
 
-function tryTip(model, {time, capture, attempt}) {
+function tryTip(model, {time, until, capture, attempt}) {
     const refused = attempt.explanation?.candidates.filter((c) => c.verdict === 'refused').length;
-    return [element('strong', {}, `Try ${attempt.first} of capture ${capture.requestNo}`), definitions([
-        ['Time', `${seconds(time * 1e9)} s`],
-        ['Age', `${ms(attempt.timeNs - capture.pressNs)} ms after the press`],
+    const {first, last} = attempt;
+    const span = (from, to, text) => (first === last ? text(from) : `${text(from)} to ${text(to)}`);
+    const age = (at) => ms(at * 1e9 - capture.press * 1e9);
+    return [element('strong', {}, `${span(first, last, (n) => (n === first ? `Try ${n}` : String(n)))} of capture ${capture.requestNo}`), definitions([
+        ['Time', `${span(time, until, (at) => seconds(at * 1e9))} s`],
+        ['Age', `${span(time, until, age)} ms after the press`],
         ['Served', counted(attempt.builtFrames.length, 'frame', 'frames')],
         ['Refused', refused === undefined ? '' : counted(refused, 'frame', 'frames')],
-        ['Repeated', attempt.repeats > 0 ? counted(attempt.repeats, 'time', 'times') : ''],
+        ['Made', attempt.repeats > 0 ? `${whole(1 + attempt.repeats)} times, all alike` : ''],
         ['Injected', attempt.faults.join(', ')],
     ])];
+}
+
+function shutterTip({time, capture}) {
+    return [element('strong', {}, `Early shutter of capture ${capture.requestNo}`),
+        `tells ${seconds(time * 1e9)} s, ${ms((time - capture.press) * 1e9)} ms from the ${capture.origin}`];
 }
 
 function arrivalTip({frames}, {time, index}) {
@@ -127,6 +136,8 @@ function contentOf(model, {kind, item}) {
             return captureTip(item);
         case 'tries':
             return tryTip(model, item);
+        case 'shutters':
+            return shutterTip(item);
         case 'arrivals':
             return arrivalTip(model, item);
         case 'injected':
