@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-namespace sample {
+namespace kit {
 
 using NSCam::IMetadata;
 
@@ -29,10 +29,26 @@ bool carriesAll(std::set<int64_t> const& ids, Infos const& infos, InfoOf infoOf)
 // A buffer that could not be locked leaves a null here. Nothing is known about it, so it settles
 // nothing.
 template <typename Judge>
+bool anyOf(ISelector::MetaMap const& metas, Judge judge) {
+    return std::any_of(metas.begin(), metas.end(), [&](auto const& entry) {
+        return entry.second != nullptr && judge(*entry.second);
+    });
+}
+
+template <typename Judge>
 bool allOf(ISelector::MetaMap const& metas, Judge judge) {
     return std::all_of(metas.begin(), metas.end(), [&](auto const& entry) {
         return entry.second != nullptr && judge(*entry.second);
     });
+}
+
+bool isFocusScanning(IMetadata const& metadata) {
+    auto const state = read<uint8_t>(metadata, NSCam::ANDROID_CONTROL_AF_STATE);
+    return state == NSCam::AF_STATE_PASSIVE_SCAN || state == NSCam::AF_STATE_ACTIVE_SCAN;
+}
+
+bool isLensMoving(IMetadata const& metadata) {
+    return read<uint8_t>(metadata, NSCam::ANDROID_LENS_STATE) == NSCam::LENS_STATE_MOVING;
 }
 
 bool isFocusSettled(IMetadata const& metadata) {
@@ -40,14 +56,28 @@ bool isFocusSettled(IMetadata const& metadata) {
     if (!mode || *mode == NSCam::AF_MODE_OFF || *mode == NSCam::AF_MODE_EDOF) {
         return true;
     }
-    if (read<uint8_t>(metadata, NSCam::ANDROID_LENS_STATE) == NSCam::LENS_STATE_MOVING) {
-        return false;
-    }
-    auto const state = read<uint8_t>(metadata, NSCam::ANDROID_CONTROL_AF_STATE);
-    return state != NSCam::AF_STATE_PASSIVE_SCAN && state != NSCam::AF_STATE_ACTIVE_SCAN;
+    return !isLensMoving(metadata) && !isFocusScanning(metadata);
 }
 
 }  // namespace
+
+std::optional<Failure> failureOf(ISelector::SelectInputParams const& in,
+                                 ISelector::HistoryFrame const& frame,
+                                 ISelector::ZslFrameInfo const& wanted) {
+    if (!isExposureSettled(frame)) {
+        return Failure{"exposure", "not settled"};
+    }
+    if (!carriesStreams(frame, *wanted.requiredStreams)) {
+        return Failure{"streams", "one is missing"};
+    }
+    if (!matchesSensorModes(frame, wanted)) {
+        return Failure{"sensor mode", "another one"};
+    }
+    if (in.needFrameSync && !isSynchronised(frame)) {
+        return Failure{"sync", "out of step"};
+    }
+    return std::nullopt;
+}
 
 bool carriesStreams(ISelector::HistoryFrame const& frame,
                     NSCam::ZslPolicy::RequiredStreams const& required) {
@@ -73,8 +103,36 @@ bool matchesSensorModes(ISelector::HistoryFrame const& frame,
     });
 }
 
+bool tellsFocus(ISelector::HistoryFrame const& frame, ISelector::ZslFrameInfo const& wanted) {
+    std::set<int64_t> const& required = wanted.requiredStreams->appMetas;
+    return std::all_of(frame.appMetas.begin(), frame.appMetas.end(), [&](auto const& entry) {
+        auto const& [info, metadata] = entry;
+        return required.count(info->getStreamId()) == 0 ||
+               (metadata != nullptr && read<uint8_t>(*metadata, NSCam::ANDROID_CONTROL_AF_MODE) &&
+                read<uint8_t>(*metadata, NSCam::ANDROID_CONTROL_AF_STATE) &&
+                read<uint8_t>(*metadata, NSCam::ANDROID_LENS_STATE));
+    });
+}
+
 bool isFocusSettled(ISelector::HistoryFrame const& frame) {
     return allOf(frame.appMetas, [](IMetadata const& meta) { return isFocusSettled(meta); });
+}
+
+bool isFocusScanning(ISelector::HistoryFrame const& frame) {
+    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isFocusScanning(meta); });
+}
+
+bool isLensMoving(ISelector::HistoryFrame const& frame) {
+    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isLensMoving(meta); });
+}
+
+std::optional<int64_t> exposureTimeNs(ISelector::HistoryFrame const& frame) {
+    std::optional<int64_t> exposure;
+    anyOf(frame.appMetas, [&](IMetadata const& meta) {
+        exposure = read<int64_t>(meta, NSCam::ANDROID_SENSOR_EXPOSURE_TIME);
+        return exposure.has_value();
+    });
+    return exposure > 0 ? exposure : std::nullopt;
 }
 
 bool isExposureSettled(ISelector::HistoryFrame const& frame) {
@@ -89,4 +147,4 @@ bool isSynchronised(ISelector::HistoryFrame const& frame) {
     });
 }
 
-}  // namespace sample
+}  // namespace kit

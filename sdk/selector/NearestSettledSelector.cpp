@@ -8,9 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "FrameFacts.h"
-
-namespace sample {
+namespace kit {
 
 namespace {
 
@@ -95,27 +93,16 @@ ISelector::SelectOutputParams bestChoice(ISelector::SelectInputParams const& in,
 
 }  // namespace
 
-std::optional<NearestSettledSelector::Failure> NearestSettledSelector::failureOf(
-    SelectInputParams const& in, HistoryFrame const& frame, ZslFrameInfo const& wanted) const {
+std::optional<Failure> NearestSettledSelector::judge(SelectInputParams const& in,
+                                                     HistoryFrame const& frame,
+                                                     ZslFrameInfo const& wanted) const {
     if (frame.timestamp < in.zsdTs - mLimits.maxAgeMs * NS_PER_MS) {
         return Failure{"age", "too much older than the press"};
     }
     if (!isFocusSettled(frame)) {
         return Failure{"focus", "not settled"};
     }
-    if (!isExposureSettled(frame)) {
-        return Failure{"exposure", "not settled"};
-    }
-    if (!carriesStreams(frame, *wanted.requiredStreams)) {
-        return Failure{"streams", "one is missing"};
-    }
-    if (!matchesSensorModes(frame, wanted)) {
-        return Failure{"sensor mode", "another one"};
-    }
-    if (in.needFrameSync && !isSynchronised(frame)) {
-        return Failure{"sync", "out of step"};
-    }
-    return std::nullopt;
+    return failureOf(in, frame, wanted);
 }
 
 void NearestSettledSelector::tellReasons(SelectInputParams const& in,
@@ -127,7 +114,7 @@ void NearestSettledSelector::tellReasons(SelectInputParams const& in,
         if (isChosen || in.frameInfos.empty()) {
             continue;
         }
-        auto const failure = failureOf(in, frame, in.frameInfos.begin()->second);
+        auto const failure = judge(in, frame, in.frameInfos.begin()->second);
         std::string const distance =
             std::to_string(std::abs(frame.timestamp - in.zsdTs) / NS_PER_MS) + " ms from the press";
         if (failure) {
@@ -146,7 +133,7 @@ ISelector::SelectOutputParams NearestSettledSelector::select(SelectInputParams c
     SelectOutputParams out;
     if (reachesPress || in.durationMs >= mLimits.maxWaitMs) {
         auto const mayServe = [&](HistoryFrame const& frame, ZslFrameInfo const& wanted) {
-            return !failureOf(in, frame, wanted);
+            return !judge(in, frame, wanted);
         };
         ScoreTable best = scoreChoices(in, mayServe);
         out = bestChoice(in, best);
@@ -155,4 +142,4 @@ ISelector::SelectOutputParams NearestSettledSelector::select(SelectInputParams c
     return out;
 }
 
-}  // namespace sample
+}  // namespace kit

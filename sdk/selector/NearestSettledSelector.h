@@ -5,7 +5,9 @@
 #include <cstdint>
 #include <optional>
 
-namespace sample {
+#include "FrameFacts.h"
+
+namespace kit {
 
 /**
  * Takes the settled frames nearest to the press.
@@ -34,16 +36,12 @@ public:
     SelectOutputParams select(SelectInputParams const& in) const override;
 
 private:
-    /// A test that the frame fails, and how; none: it may serve.
-    struct Failure {
-        char const* test;
-        char const* how;
-    };
-    std::optional<Failure> failureOf(SelectInputParams const& in, HistoryFrame const& frame,
-                                     ZslFrameInfo const& wanted) const;
+    /// None: the frame may serve.
+    std::optional<Failure> judge(SelectInputParams const& in, HistoryFrame const& frame,
+                                 ZslFrameInfo const& wanted) const;
     void tellReasons(SelectInputParams const& in, SelectOutputParams const& out) const;
 
     Limits const mLimits;
 };
 
-}  // namespace sample
+}  // namespace kit

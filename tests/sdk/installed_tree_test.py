@@ -163,6 +163,22 @@ class InstalledTreeTest(unittest.TestCase):
             *self.pkg_config("--cflags", "zebcam-selector"), "-o", library)
         self.assertEqual(self.replay(library)["captures"], self.replay(self.policy)["captures"])
 
+    def test_best_shot_is_found_beside_the_tool_and_is_the_one_of_the_kit(self):
+        self.assertIn("\nbest-shot ", run(self.zsl, "list", "policies"))
+        shipped = self.replay("best-shot")
+        self.assertEqual(shipped["options"]["policy"], "best-shot")
+        built = self.replay(self.policy.with_name("libbest_shot.so"))
+        self.assertEqual(shipped["captures"], built["captures"])
+        self.assertNotEqual(shipped["captures"], self.replay("default")["captures"])
+        words = run(self.zsl, "compare", RECORDING, "--policy", "best-shot", "--policy", "default",
+                    "--policy-option", "burst=run,spread", "--policy-option", "min_share=0.5")
+        self.assertRegex(words, r"\n *best-shot +spread ")
+        for option, expected in {"min_share=2": "min_share is '2': expected 0 to 1",
+                                 "max_locks=1.5": "max_locks is '1.5': expected 0 to 1000",
+                                 "burst=best": "burst is 'best': expected run or spread"}.items():
+            self.assertIn(expected, run(self.zsl, "replay", RECORDING, "--policy", "best-shot",
+                                        "--policy-option", option, expected=2))
+
     def test_policy_takes_the_nearest_settled_frame(self):
         with RECORDING.open(newline="") as file:
             rows = {int(row["Frame No."]): row for row in csv.DictReader(file)}

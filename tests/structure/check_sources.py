@@ -5,10 +5,14 @@ import pathlib
 import re
 import sys
 
-# By target: the folder of its sources. On the device its name begins with lib.
+# By target: where CMake lists its sources, and their patterns. On the device its name begins with
+# lib.
 LIBRARIES = {
-    "zebcam_pipelinemodel_zsl": "pipeline/model/zsl",
-    "zebcam_zsl_recorder": "pipeline/recorder",
+    "zebcam_pipelinemodel_zsl": ("pipeline/CMakeLists.txt", ["pipeline/model/zsl/**/*.cpp"]),
+    "zebcam_zsl_recorder": ("pipeline/CMakeLists.txt", ["pipeline/recorder/**/*.cpp"]),
+    "zebcam_best_shot": ("sdk/CMakeLists.txt",
+                         ["sdk/selector/best_shot/*.cpp", "sdk/selector/FrameFacts.cpp",
+                          "sdk/selector/Parameters.cpp"]),
 }
 
 
@@ -20,19 +24,20 @@ def android_sources(text: str, target: str) -> set[str]:
     return set()
 
 
-def cmake_sources(text: str, target: str) -> set[str]:
-    listed = re.search(rf"add_library\({target} SHARED\s(.*?)\)", text, re.DOTALL)
-    return {f"pipeline/{name}" for name in listed.group(1).split()} if listed else set()
+def cmake_sources(top: pathlib.Path, file: str, target: str) -> set[str]:
+    text = (top / file).read_text().replace("${kit}", "selector")
+    listed = re.search(rf"add_library\({target} (?:SHARED|MODULE)\s(.*?)\)", text, re.DOTALL)
+    folder = pathlib.PurePath(file).parent
+    return {str(folder / name) for name in listed.group(1).split()} if listed else set()
 
 
-def differences(top: pathlib.Path, target: str, folder: str) -> list[str]:
-    files = {str(p.relative_to(top)) for p in top.glob(f"{folder}/**/*.cpp")}
+def differences(top: pathlib.Path, target: str, lists: str, patterns: list[str]) -> list[str]:
+    files = {str(p.relative_to(top)) for pattern in patterns for p in top.glob(pattern)}
     builds = {
         "Android.bp": android_sources((top / "Android.bp").read_text(), target),
-        "pipeline/CMakeLists.txt": cmake_sources((top / "pipeline/CMakeLists.txt").read_text(),
-                                                 target),
+        lists: cmake_sources(top, lists, target),
     }
-    found = [] if files else [f"{folder}: no source files"]
+    found = [] if files else [f"{target}: no source files"]
     found += [f"{build}: lacks {name}" for build, listed in builds.items()
               for name in sorted(files - listed)]
     found += [f"{build}: {name} does not exist" for build, listed in builds.items()
@@ -41,8 +46,8 @@ def differences(top: pathlib.Path, target: str, folder: str) -> list[str]:
 
 
 def main(root: str) -> int:
-    found = [difference for target, folder in LIBRARIES.items()
-             for difference in differences(pathlib.Path(root), target, folder)]
+    found = [difference for target, (lists, patterns) in LIBRARIES.items()
+             for difference in differences(pathlib.Path(root), target, lists, patterns)]
     for difference in found:
         print(difference)
     return 1 if found else 0

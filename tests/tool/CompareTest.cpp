@@ -450,11 +450,11 @@ TEST_F(Compare, RefusesWhatItCannotDo) {
     std::vector<Refusal> const table = {
         {{}, "expected RECORDING, found nothing"},
         {{"-"}, "-: expected a file, because each run reads it anew, found standard input"},
-        {{file, "--policy", "best"}, "--policy: expected default, cshot or multiframe"},
+        {{file, "--policy", "best"}, "--policy: expected default, cshot, multiframe or best-shot"},
         {{file, "--policy", "./gone.so"}, "--policy ./gone.so: there is no such file"},
         {{file, "--fail-if", "lag>5"}, "--fail-if: expected a field, found \"lag\""},
         {{file, "--frames", "2", "--frames", "0"}, "--frames: expected a whole number from 1"},
-        {{file, "--policy-option", "a=1"}, "--policy-option: expected a library as --policy"},
+        {{file, "--policy-option", "a=1"}, "--policy-option: expected best-shot or a library as"},
         {{file, "--policy-option", "a b=1"}, "--policy-option: expected NAME=VALUE, with a name"},
         {{file, "--policy-option", "a=1,"}, "--policy-option: expected NAME=VALUE, with a value"},
         {{file, "--jobs", "0"}, "--jobs: expected a whole number from 1 to 1024"},

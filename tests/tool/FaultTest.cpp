@@ -281,6 +281,7 @@ TEST(Faults, AllAtOnceLoseNoFrameAndNoBuffer) {
         {pipeline::PolicyKind::Default, {}},
         {pipeline::PolicyKind::CShot, {}},
         {pipeline::PolicyKind::Multiframe, {}},
+        {pipeline::PolicyKind::BestShot, {}},
         {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_hoarder.so"},
         {pipeline::PolicyKind::Plugin, SELECTOR_FOLDER "/selector_cloner.so"}};
     recording::Recording const recording = steadyRecording();

@@ -51,10 +51,9 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
     requireConsistent(command, plan.common, plan.policies, command.count("--offset") > 0);
     std::error_code ignored;  // whoever opens it will say more
     for (pipeline::PolicyOption const& policy : plan.policies) {
-        if (policy.kind == pipeline::PolicyKind::Plugin &&
-            !fs::exists(policy.pluginPath, ignored)) {
-            throw base::InputError(
-                fmt::format("--policy {}: there is no such file", policy.pluginPath));
+        std::string const path = policy.libraryPath();
+        if (!path.empty() && !fs::exists(path, ignored)) {
+            throw base::InputError(fmt::format("--policy {}: there is no such file", path));
         }
     }
     for (std::string const& recording : plan.recordings) {
@@ -232,10 +231,11 @@ std::pair<std::string, std::vector<std::string>> parsePolicyParameters(std::stri
 
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     command.option_defaults()->group(kCaptures);
-    addParsed(
-        command, "--policy", plan.policies, parsePolicy,
-        "default, cshot, multiframe or a library with a policy [default: default]; may be repeated",
-        "NAME|PATH.so");
+    addParsed(command, "--policy", plan.policies, parsePolicy,
+              "default, cshot, multiframe, best-shot or a library with a policy [default: "
+              "default]; may be "
+              "repeated",
+              "NAME|PATH.so");
     auto const addParameter = [&plan](std::string const& text) {
         auto const [name, values] = parsePolicyParameters(text);
         auto& all = plan.policyParameters;
@@ -250,7 +250,8 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
         }
     };
     addValue(command, "--policy-option", addParameter,
-             "Give the libraries' policies a parameter, or try one value after another; may be "
+             "Give best-shot and the libraries' policies a parameter, or try one value after "
+             "another; may be "
              "repeated",
              "NAME=VALUE[,VALUE...]", true);
     addParsed(

@@ -47,6 +47,10 @@ Table policies() {
     table.addRow({"multiframe",
                   "for frames that are blended: an unbroken run that passes every "
                   "criterion and ends at the wanted instant if it can, or nothing"});
+    table.addRow({"best-shot",
+                  "the sharpest, unless one that is nearer to the wanted instant is nearly as "
+                  "sharp; of several frames the best run or spread; --policy-option sets what "
+                  "counts, docs/policies.md tells all"});
     table.addRow({"PATH.so",
                   "what the policy in this library says; the path has a slash or ends "
                   "with .so"});

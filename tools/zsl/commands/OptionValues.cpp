@@ -82,8 +82,9 @@ int64_t parseMilliseconds(std::string const& text) {
 
 namespace {
 
-constexpr pipeline::PolicyKind kBuiltIn[] = {
-    pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot, pipeline::PolicyKind::Multiframe};
+constexpr pipeline::PolicyKind kNamed[] = {
+    pipeline::PolicyKind::Default, pipeline::PolicyKind::CShot, pipeline::PolicyKind::Multiframe,
+    pipeline::PolicyKind::BestShot};
 
 constexpr std::pair<char const*, uint32_t> kLogLevels[] = {{"error", ulog::LOG_LEVEL_ERROR},
                                                            {"warning", ulog::LOG_LEVEL_WARNING},
@@ -94,7 +95,7 @@ constexpr std::pair<char const*, uint32_t> kLogLevels[] = {{"error", ulog::LOG_L
 
 std::vector<std::string> policyNames() {
     std::vector<std::string> names;
-    for (pipeline::PolicyKind const kind : kBuiltIn) {
+    for (pipeline::PolicyKind const kind : kNamed) {
         names.push_back(pipeline::PolicyOption{kind, {}}.name());
     }
     return names;
@@ -109,7 +110,7 @@ std::vector<std::string> logLevelNames() {
 }
 
 pipeline::PolicyOption parsePolicy(std::string const& text) {
-    for (pipeline::PolicyKind const kind : kBuiltIn) {
+    for (pipeline::PolicyKind const kind : kNamed) {
         pipeline::PolicyOption policy{kind, {}};
         if (policy.name() == text) {
             return policy;
@@ -314,10 +315,10 @@ void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
              "Frames of each capture");
     addParsed(command, "--policy", options.policy, parsePolicy,
-              "default, cshot, multiframe or a library with a policy [default: default]",
+              "default, cshot, multiframe, best-shot or a library with a policy [default: default]",
               "NAME|PATH.so");
     addParsed(command, "--policy-option", options.policyParameters, parsePolicyParameter,
-              "Give the library's policy a parameter; may be repeated", "NAME=VALUE");
+              "Give best-shot or the library's policy a parameter; may be repeated", "NAME=VALUE");
     addParsed(command, "--offset", options.offsetMs, parseMilliseconds,
               "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
     addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps")
@@ -342,10 +343,9 @@ void addPolicyLimit(CLI::App& command, std::chrono::nanoseconds& limit) {
 std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
                                                    pipeline::PolicyOption const& policy,
                                                    std::chrono::nanoseconds limit) {
-    return policy.kind == pipeline::PolicyKind::Plugin
-               ? std::make_unique<pipeline::PolicyWatch>(command, policy.pluginPath, limit,
-                                                         kBadInput)
-               : nullptr;
+    std::string const path = policy.libraryPath();
+    return path.empty() ? nullptr
+                        : std::make_unique<pipeline::PolicyWatch>(command, path, limit, kBadInput);
 }
 
 void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options) {
@@ -397,16 +397,18 @@ void requireConsistent(CLI::App const& command, pipeline::ReplayOptions const& o
                             base::quoteContent(name), base::didYouMean(name, known)));
         }
     }
-    auto const isAny = [policies](pipeline::PolicyKind kind) {
-        return std::any_of(policies.begin(), policies.end(),
-                           [kind](auto const& policy) { return policy.kind == kind; });
-    };
-    if (command.count("--policy-option") > 0 && !isAny(pipeline::PolicyKind::Plugin)) {
+    bool const takesParameters =
+        std::any_of(policies.begin(), policies.end(),
+                    [](auto const& policy) { return !policy.libraryPath().empty(); });
+    if (command.count("--policy-option") > 0 && !takesParameters) {
         throw CLI::ValidationError("--policy-option",
-                                   "expected a library as --policy, because the built-in policies "
-                                   "take no parameters");
+                                   "expected best-shot or a library as --policy, because the "
+                                   "built-in policies take no parameters");
     }
-    if (command.count("--timeout-ms") > 0 && !isAny(pipeline::PolicyKind::Multiframe)) {
+    bool const hasTimeout = std::any_of(policies.begin(), policies.end(), [](auto const& policy) {
+        return policy.kind == pipeline::PolicyKind::Multiframe;
+    });
+    if (command.count("--timeout-ms") > 0 && !hasTimeout) {
         throw CLI::ValidationError("--timeout-ms",
                                    fmt::format("expected --policy multiframe as well; the others "
                                                "wait for {} ms",

@@ -36,11 +36,11 @@ int64_t parseBootTime(std::string const& text);
 /// A time in whole ms, in ms.
 int64_t parseMilliseconds(std::string const& text);
 
-/// `default`, `cshot`, `multiframe`, or the path of a library (which contains a slash or ends with
-/// `.so`).
+/// `default`, `cshot`, `multiframe`, `best-shot`, or the path of a library (which contains a slash
+/// or ends with `.so`).
 pipeline::PolicyOption parsePolicy(std::string const& text);
 
-/// The policies that need no library.
+/// The policies that need no path.
 std::vector<std::string> policyNames();
 
 std::vector<std::string> logLevelNames();

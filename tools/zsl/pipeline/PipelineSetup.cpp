@@ -132,7 +132,8 @@ PipelineOptions pipelineOptions(ReplayOptions const& options) {
             pipeline.timeoutMs = options.timeoutMs;
             break;
         case PolicyKind::Plugin:
-            pipeline.pSelector = loadSelector(options.policy.pluginPath);
+        case PolicyKind::BestShot:
+            pipeline.pSelector = loadSelector(options.policy.libraryPath());
             break;
     }
     if (!options.faults.rules.empty()) {

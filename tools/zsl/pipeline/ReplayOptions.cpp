@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
 
+#include "Version.h"
 #include "base/Text.h"
 
 namespace zebcam::tool::pipeline {
@@ -128,10 +130,21 @@ std::string PolicyOption::name() const {
             return "cshot";
         case PolicyKind::Multiframe:
             return "multiframe";
+        case PolicyKind::BestShot:
+            return "best-shot";
         case PolicyKind::Plugin:
             break;
     }
     return pluginPath;
+}
+
+std::string PolicyOption::libraryPath() const {
+    if (kind != PolicyKind::BestShot) {
+        return pluginPath;
+    }
+    std::error_code ignored;  // whoever opens the library will say that it is not there
+    auto const program = std::filesystem::read_symlink("/proc/self/exe", ignored);
+    return (program.parent_path() / POLICY_FOLDER / "libzebcam_best_shot.so").lexically_normal();
 }
 
 }  // namespace zebcam::tool::pipeline

@@ -139,6 +139,7 @@ enum class PolicyKind {
     CShot,       ///< the processor's continuous-shot policy
     Multiframe,  ///< the processor's multi-frame policy
     Plugin,      ///< a library's, handed in with each capture
+    BestShot,    ///< the kit's best-shot policy: a library that comes with the tool
 };
 
 /// A policy as the user named it.
@@ -147,8 +148,11 @@ struct PolicyOption {
     std::string pluginPath;  ///< of a Plugin, else empty
     std::string ownName{};   ///< what a Plugin calls itself, once it has been loaded
 
-    /// `default`, `cshot`, `multiframe` or the path of the library.
+    /// `default`, `cshot`, `multiframe`, `best-shot` or the path of the library.
     std::string name() const;
+
+    /// The library that the policy is to be loaded from; empty for one of the processor's.
+    std::string libraryPath() const;
 };
 
 /// The processor's property for the user's part of the ZSL offset, in ms.

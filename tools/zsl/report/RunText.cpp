@@ -61,7 +61,7 @@ std::string verdictLines(TextStyle const& style, run::Verdict const& verdict, si
 std::string policyText(pipeline::ReplayOptions const& options) {
     pipeline::PolicyOption const& policy = options.policy;
     std::string text =
-        policy.ownName.empty()
+        policy.ownName.empty() || policy.pluginPath.empty()
             ? policy.name()
             : fmt::format("{} ({})", base::printable(policy.ownName), policy.pluginPath);
     for (auto const& [name, value] : options.policyParameters) {
