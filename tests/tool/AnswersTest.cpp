@@ -31,6 +31,7 @@ Answered answer(recording::Recording const& recording, pipeline::ReplayOptions o
         explainer.feed(log::fromLogLine(line));
     };
     Answered answered{run::replay(recording, options, listener), {}};
+    run::addDefaultOutcomes(recording, answered.result);
     answered.texts = report::answersOf(report::ReplayFrames(recording, answered.result),
                                        answered.result, explainer.finish());
     return answered;
@@ -82,7 +83,13 @@ TEST(Answers, SayWhyTheseFramesAndWhyThen) {
          "Frame 0: F9 was chosen by Cloner. It came at once: it began 200 ms before the press and "
          "had been in the history for 70 ms.\nFrame 1: The capture's time ran out"},
         {with(pressing({1000}), plugin("hoarder")), "gives no reasons."},
-        {with(pressing({1000}), plugin("picky")), "all refused: 39 for softness."},
+        {with(pressing({1000}), plugin("picky")),
+         "all refused: 39 for softness. With the default policy it gets F11, 130 ms after the "
+         "press."},
+        {with(pressing({1000}, 3), plugin("picky")),
+         "With the default policy they get F11 to F13, the last 330 ms after the press."},
+        {with(with(pressing({1000}), plugin("picky")), [](auto& o) { o.offsetMs = -20'000; }),
+         "With the default policy nothing is chosen for it either."},
     };
     for (auto const& [options, expected, unusable] : table) {
         recording::Recording recording = steadyRecording();

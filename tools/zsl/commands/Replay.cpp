@@ -144,7 +144,7 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
     }
 }
 
-/// What came of a replay, and the frames that were in it.
+/// What came of a replay, and the frames that were in it. The observation has ended.
 std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
                                                               Arguments const& arguments,
                                                               Observer& observer) {
@@ -158,11 +158,16 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
             device::readDeviceRecording(file.stream(), file.name());
         run::DeviceReplayResult replayed =
             run::replayDevice(recording, options.logLevel, observer.listener());
+        observer.finish();
         return {std::move(replayed.frames), std::move(replayed.replay)};
     }
     recording::Recording recording =
         recording::readRecording(file.stream(), file.name(), options.input);
     run::ReplayResult result = run::replay(recording, options, observer.listener());
+    observer.finish();
+    if (arguments.isExplaining() || arguments.json || arguments.report) {
+        run::addDefaultOutcomes(recording, result);
+    }
     return {std::move(recording), std::move(result)};
 }
 
@@ -199,7 +204,6 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     auto replayed = replayFile(command, arguments, observer);
     recording::Recording const& recording = replayed.first;
     run::ReplayResult& result = replayed.second;
-    observer.finish();
     log::Explanation const* const reasons = observer.explanation();
     requireCaptures(arguments.requests, result.captures);
     for (compare::Limit const& limit : arguments.limits) {

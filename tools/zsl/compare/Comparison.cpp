@@ -162,6 +162,7 @@ std::string runOne(ComparisonPlan const& plan, std::vector<ComparisonRow> const&
             result.limits.push_back(limit.check(numbers));
         }
         try {
+            run::addDefaultOutcomes(recording, result);
             plan.onRun(i, recording, result, explanation);
         } catch (std::exception const& error) {
             problems.emplace_back(error.what());  // the numbers are good nevertheless

@@ -71,6 +71,11 @@ struct FrameOutcome {
     /// Sensor timestamp that the application saw in the result; none when it was removed.
     std::optional<int64_t> reportedNs;
     std::optional<recording::SensorFrame> chosen{};  ///< what the sensor told of the history frame
+
+    /// A policy chose a history frame for it, which it got.
+    bool isChosen() const {
+        return historyFrame && (served == Served::AtOnce || served == Served::Waited);
+    }
 };
 
 /// One capture from the press to its results.

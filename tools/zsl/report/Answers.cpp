@@ -45,14 +45,18 @@ std::vector<Group> groupsOf(CaptureRecord const& capture) {
 /// What is said of one capture.
 class CaptureAnswer {
 public:
-    CaptureAnswer(ReplayFrames const& frames, run::ReplayResult const& result,
-                  CaptureRecord const& capture, log::CaptureExplanation const& reasons)
-        : mFrames(frames), mResult(result), mCapture(capture), mReasons(reasons) {
-        mWantedNs = difference(capture.pressNs, nsOfMs(result.offsetMs));
+    CaptureAnswer(ReplayFrames const& frames, run::ReplayResult const& result, size_t which,
+                  log::CaptureExplanation const& reasons)
+        : mFrames(frames),
+          mResult(result),
+          mCapture(result.captures[which]),
+          mByDefault(which < result.byDefault.size() ? &result.byDefault[which] : nullptr),
+          mReasons(reasons) {
+        mWantedNs = difference(mCapture.pressNs, nsOfMs(result.offsetMs));
         for (log::TryExplanation const& attempt : reasons.tries) {
             mWantedNs = attempt.zsdTimestampNs.value_or(mWantedNs);
         }
-        if (int64_t const offsetNs = difference(capture.pressNs, mWantedNs); offsetNs != 0) {
+        if (int64_t const offsetNs = difference(mCapture.pressNs, mWantedNs); offsetNs != 0) {
             mWantedText = "the wanted instant";
             mOffsetText = fmt::format(" (press {} {})", offsetNs > 0 ? '-' : '+',
                                       briefTime(std::abs(offsetNs)));
@@ -68,7 +72,7 @@ public:
                 text += fmt::format("{} {}: ", group.size() > 1 ? "Frames" : "Frame",
                                     namesOf({group.begin(), group.end()}, ""));
             }
-            text += groupText(group);
+            text += groupText(group) + byDefaultText(group);
         }
         return text;
     }
@@ -96,6 +100,36 @@ private:
         std::string text = choiceText(group);
         text += passedOverText(group);
         return text + " " + timingText(group);
+    }
+
+    /// What the default policy has for frames for which nothing was chosen, if anybody looked.
+    std::string byDefaultText(Group const& group) const {
+        if (mByDefault == nullptr || mCapture.frames[group.front()].isChosen()) {
+            return "";
+        }
+        std::set<uint64_t> indices;
+        std::set<uint64_t> frames;
+        int64_t lastNs = 0;
+        for (size_t const i : group) {
+            FrameOutcome const& frame = mByDefault->at(i);
+            if (frame.isChosen()) {
+                indices.insert(i);
+                frames.insert(*frame.historyFrame);
+                lastNs = std::max(lastNs, *frame.answeredNs - mCapture.pressNs);
+            }
+        }
+        bool const isOne = group.size() == 1;
+        if (frames.empty()) {
+            return fmt::format(" With the default policy nothing is chosen for {} either.",
+                               isOne ? "it" : "them");
+        }
+        std::string const who = isOne                            ? "it gets"
+                                : indices.size() == group.size() ? "they get"
+                                : indices.size() == 1 ? namesOf(indices, "frame ") + " gets"
+                                                      : namesOf(indices, "frame ") + " get";
+        return fmt::format(" With the default policy {} {}, {}{}.", who, namesOf(frames),
+                           frames.size() > 1 ? "the last " : "",
+                           lastNs == 0 ? "at once" : relative(lastNs, "the press"));
     }
 
     log::TryExplanation const* reasonsOf(FrameOutcome const& frame) const {
@@ -379,6 +413,7 @@ private:
     ReplayFrames const& mFrames;
     run::ReplayResult const& mResult;
     CaptureRecord const& mCapture;
+    std::vector<FrameOutcome> const* const mByDefault;  ///< null: nobody looked
     log::CaptureExplanation const& mReasons;
     int64_t mWantedNs = 0;
     std::string mWantedText = "the press";
@@ -412,10 +447,9 @@ std::vector<std::string> answersOf(ReplayFrames const& frames, run::ReplayResult
         explanationsOf(result.captures, &explanation);
     std::vector<std::string> answers;
     for (size_t i = 0; i < result.captures.size(); ++i) {
-        answers.push_back(
-            reasons[i] != nullptr
-                ? CaptureAnswer(frames, result, result.captures[i], *reasons[i]).text()
-                : "The log tells nothing of this capture.");
+        answers.push_back(reasons[i] != nullptr
+                              ? CaptureAnswer(frames, result, i, *reasons[i]).text()
+                              : "The log tells nothing of this capture.");
     }
     return answers;
 }

@@ -253,4 +253,18 @@ ReplayResult replay(recording::Recording const& recording, pipeline::ReplayOptio
     return ReplayRun(recording, options, listener).run();
 }
 
+void addDefaultOutcomes(recording::Recording const& recording, ReplayResult& result) {
+    if (!result.mayDefaultDoBetter() || !result.options.faults.rules.empty() || result.device) {
+        return;
+    }
+    pipeline::ReplayOptions options = result.options;
+    options.policy = {};
+    options.policyParameters.clear();
+    options.dumpsNs.clear();
+    options.logLevel = 0;
+    for (pipeline::CaptureRecord& capture : replay(recording, options).captures) {
+        result.byDefault.push_back(std::move(capture.frames));
+    }
+}
+
 }  // namespace zebcam::tool::run

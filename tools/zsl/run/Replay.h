@@ -48,4 +48,11 @@ struct ReplayListener {
 ReplayResult replay(recording::Recording const& recording, pipeline::ReplayOptions const& options,
                     ReplayListener const& listener = {});
 
+/**
+ * Where another policy than the default one left a frame without one that was chosen: makes the
+ * same replay once more with the default policy, and keeps in `result` what the captures got then.
+ * Not with faults, of which some strike by what a policy does. Throws as replay().
+ */
+void addDefaultOutcomes(recording::Recording const& recording, ReplayResult& result);
+
 }  // namespace zebcam::tool::run

@@ -148,6 +148,13 @@ std::string LimitCheck::text() const {
                        found ? fmt::format("is {}", *found) : "has no value", limit);
 }
 
+bool ReplayResult::mayDefaultDoBetter() const {
+    return options.policy.kind != pipeline::PolicyKind::Default &&
+           std::ranges::any_of(captures, [](pipeline::CaptureRecord const& capture) {
+               return !std::ranges::all_of(capture.frames, &pipeline::FrameOutcome::isChosen);
+           });
+}
+
 bool ReplayResult::isClean() const {
     if (std::ranges::any_of(limits, &LimitCheck::isBroken)) {
         return false;

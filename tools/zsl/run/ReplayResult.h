@@ -109,6 +109,9 @@ struct ReplayResult {
 
     std::vector<pipeline::CaptureRecord> captures;
     ReplaySummary summary;
+    /// What became of each capture's frames when all had the default policy instead; see
+    /// addDefaultOutcomes(). Empty: nobody looked.
+    std::vector<std::vector<pipeline::FrameOutcome>> byDefault;
     host::BufferLedger::Totals ledger;
     std::vector<host::LedgerLine> unsettled;  ///< buffer sets that were not given back
     int64_t longestHeldNs = 0;
@@ -125,6 +128,9 @@ struct ReplayResult {
     std::optional<DeviceVerdict> device;  ///< only of a device's recording
     std::vector<LimitCheck> limits;       ///< that somebody has set
     std::vector<std::string> failures;    ///< exceptions, answers that nobody asked for, held locks
+
+    /// Another policy than the default one left a frame without one that was chosen.
+    bool mayDefaultDoBetter() const;
 
     /// What struck a frame of the recording.
     pipeline::FaultSet faultsOf(uint32_t frameNo) const;
