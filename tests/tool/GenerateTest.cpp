@@ -128,6 +128,7 @@ TEST_F(GenerateCommand, NamesTheOptionThatIsNoGood) {
         {"generate"},
         {
             {{"--json", "-", "--output", "-"}, "--json: --output goes to '-' as well"},
+            {{"--json", path("r"), "--output", path("r")}, "--json: --output goes to"},
             {{"--output", "/nowhere/r.csv"}, "cannot write '/nowhere/r.csv': No such file"},
         });
 }

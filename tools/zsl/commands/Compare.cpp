@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -63,17 +62,11 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
                             recording, recording == kStandardStream ? "standard input" : "a pipe"));
         }
     }
-    // One file can hold one result.
-    std::map<std::string, char const*> taken;
-    for (auto const& [option, file] : {std::pair{"--json", &arguments.json},
-                                       {"--csv", &arguments.csv},
-                                       {"--markdown", &arguments.markdown},
-                                       {"--report", &arguments.report}}) {
-        if (*file && !taken.emplace(**file, option).second) {
-            throw CLI::ValidationError(
-                option, fmt::format("{} goes to '{}' as well", taken.at(**file), **file));
-        }
-    }
+    requireOwnFiles({{"--json", arguments.json},
+                     {"--csv", arguments.csv},
+                     {"--markdown", arguments.markdown},
+                     {"--report", arguments.report},
+                     {"--reports", arguments.reports}});
 }
 
 /// Read before the first run, so that a file that is none is told at once.

@@ -42,9 +42,7 @@ double parseNumber(std::string const& text) {
 }
 
 int run(Arguments const& arguments, CliStreams const& streams) {
-    if (arguments.output == "-" && arguments.json == "-") {
-        throw CLI::ValidationError("--json", "--output goes to '-' as well");
-    }
+    requireOwnFiles({{"--output", arguments.output}, {"--json", arguments.json}});
     // Both before the work, so that neither is left behind when the other cannot be written.
     base::ResultFile output(arguments.output, streams.out);
     base::ResultFile json(arguments.json, streams.out);

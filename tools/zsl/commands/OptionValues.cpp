@@ -8,7 +8,11 @@
 #include <charconv>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <optional>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "base/Decimal.h"
@@ -248,6 +252,17 @@ void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string
         return static_cast<uint32_t>(parseWholeNumber(text, 0, UINT32_MAX));
     };
     addParsed(command, "--request", requests, parse, help, "N");
+}
+
+void requireOwnFiles(
+    std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs) {
+    std::map<std::string, char const*> taken;
+    for (auto const& [option, path] : outputs) {
+        if (path && !taken.emplace(*path, option).second) {
+            throw CLI::ValidationError(
+                option, fmt::format("{} goes to '{}' as well", taken.at(*path), *path));
+        }
+    }
 }
 
 CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path,

@@ -116,6 +116,11 @@ void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
 /// --request, the numbers of captures.
 void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string const& help);
 
+/// Throws CLI::ValidationError for an option whose result goes where an earlier one's does, for one
+/// file holds one result. An option that was not given has no path.
+void requireOwnFiles(
+    std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs);
+
 /// --report and its like, which not every build can write.
 CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path,
                              std::string const& name = "--report",

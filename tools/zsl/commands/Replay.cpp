@@ -193,6 +193,8 @@ void requireCaptures(std::vector<uint32_t> const& requests,
 int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
     requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
                       arguments.options.offsetMs.has_value());
+    requireOwnFiles(
+        {{"--json", arguments.json}, {"--trace", arguments.trace}, {"--report", arguments.report}});
     // Before the replay, so that a path that cannot be written is told at once.
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
