@@ -425,15 +425,21 @@ TEST_F(Compare, TellsWhatChangedSinceABaseline) {
             zsl(plus(since, {"--tolerance", tolerance, "--tolerance", "at_once=1000"}));
         EXPECT_EQ(told.status, isEnough ? 0 : 1) << tolerance << "\n" << told.err;
     }
-    Outcome const other = zsl(plus(since, {"--captures", "3"}));
+    old["rows"][0]["options"]["pressAtBootNs"] = {1};
+    write("presses.json", old.dump());
+    Outcome const otherPresses = zsl(plus(again, {"--baseline", path("presses.json")}));
+    EXPECT_THAT(unwrapped(otherPresses.out), HasSubstr("3 of 4 runs matched"));
+    Outcome const other = zsl(plus(since, {"--captures", "3", "--json", path("other.json")}));
     EXPECT_EQ(other.status, 1);
     EXPECT_THAT(other.err, HasSubstr("none of its runs has recording and settings"));
+    EXPECT_THAT(contentOf(path("other.json")), HasSubstr("4 of 4 runs have no like in the"))
+        << "a verdict that is good";
 
     ASSERT_EQ(zsl({"replay", path("r1.csv"), "--json", path("replay.json")}).status, 0);
     old["format"] = 1;
     write("format.json", old.dump());
     old["format"] = 2;
-    old["rows"][2].erase("fields");
+    old["rows"][2]["fields"] = "none";
     write("rows.json", old.dump());
     expectRefused(again, {{{"--baseline", path("replay.json")}, "found what zsl replay wrote"},
                           {{"--baseline", path("r1.csv")}, "found no JSON"},

@@ -99,6 +99,7 @@ Baseline::Baseline(std::string path) : mPath(std::move(path)) {
     bool const isWhole = rows.is_array() && !rows.empty() &&
                          std::all_of(rows.begin(), rows.end(), [](Json const& row) {
                              return row.is_object() && row.contains("fields") &&
+                                    (row["fields"].is_object() || row["fields"].is_null()) &&
                                     memberOf(row, "options").is_object() &&
                                     memberOf(memberOf(row, "recording"), "path").is_string();
                          });
@@ -135,6 +136,7 @@ Json settingsOf(ComparisonRow const& row) {
         {"timeoutNs", hasTimeout ? Json(options.timeoutMs * kNsPerMs) : Json()},
         {"frameSync", options.frameSync},
         {"pressAtNs", options.pressesNs},
+        {"pressAtBootNs", options.pressBootTimesNs},
         {"fromNs", options.input.fromNs ? Json(*options.input.fromNs) : Json()},
         {"toNs", options.input.toNs ? Json(*options.input.toNs) : Json()},
         {"properties", std::move(properties)}};
