@@ -164,6 +164,12 @@ std::string shortText(compare::ComparisonRow const& row, compare::ComparisonFiel
                                                               : shortText(value);
 }
 
+std::string ratioText(compare::Place const& place) {
+    // Nothing is no ratio, and what is near the best says more by itself.
+    bool const saysMore = place.ratio && *place.ratio != 0 && std::abs(*place.ratio - 1) >= 0.005;
+    return saysMore ? fmt::format(" (x{:.2f})", *place.ratio) : "";
+}
+
 std::string changeText(compare::Change const& change) {
     if (!change.was || !change.is || *change.was == 0) {
         return "";

@@ -50,6 +50,10 @@ private:
 std::string shortText(std::optional<double> value);
 std::string shortText(compare::ComparisonRow const& row, compare::ComparisonField const& field);
 
+/// How many times the best it is, ` (x1.80)`; empty for nothing, and for what is as good as the
+/// best.
+std::string ratioText(compare::Place const& place);
+
 /// By how much a value has changed, `+5.0 %`; empty where that cannot be said.
 std::string changeText(compare::Change const& change);
 

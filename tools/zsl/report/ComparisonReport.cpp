@@ -145,7 +145,7 @@ void writeRankings(compare::Comparison const& comparison, ComparisonNames const&
             std::string const text =
                 escaped(names.nameOf(row)) + ' ' + shortText(row, *ranking.field);
             out << (isFirst ? "" : ", ") << (isBest ? "**" + text + "**" : text)
-                << (place.ratio && !isBest ? fmt::format(" (x{:.2f})", *place.ratio) : "");
+                << ratioText(place);
         }
         out << " |\n";
     }

@@ -1,8 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <functional>
 #include <optional>
 #include <span>
@@ -51,7 +49,7 @@ public:
         : mNames(names), mStyle(style) {}
 
     std::string text(std::span<ComparisonRow const> rows) const {
-        Table table(columns(rows));
+        Table table(columns());
         for (ComparisonRow const& row : rows) {
             table.addRow(cells(row));
             table.addBelow(below(row));
@@ -60,7 +58,7 @@ public:
     }
 
 private:
-    std::vector<Table::Column> columns(std::span<ComparisonRow const> rows) const {
+    std::vector<Table::Column> columns() const {
         std::vector<Table::Column> columns = {
             {.title = "  policy", .kind = Table::Kind::Text, .isKey = true}};
         for (ComparisonNames::Setting const& setting : mNames.differing()) {
@@ -69,7 +67,6 @@ private:
         for (FieldColumn const& column : kColumns) {
             columns.push_back({.title = column.title, .group = column.group});
         }
-        (void)rows;
         return columns;
     }
 
@@ -114,15 +111,6 @@ private:
     base::TextStyle const& mStyle;
 };
 
-/// `name value`, and to one that is not the best how many times the best it is.
-std::string placeText(compare::Place const& place, std::string const& name,
-                      compare::ComparisonField const& field, ComparisonRow const& row) {
-    std::string const value = fmt::format("{} {}", name, shortText(row, field));
-    // Nothing is no ratio, and what is near the best says more by itself.
-    bool const saysMore = place.ratio && *place.ratio != 0 && std::abs(*place.ratio - 1) >= 0.005;
-    return saysMore ? fmt::format("{} (x{:.2f})", value, *place.ratio) : value;
-}
-
 std::string rankingText(compare::Comparison const& comparison, ComparisonNames const& names,
                         base::TextStyle const& style) {
     if (comparison.rankings.empty()) {
@@ -141,7 +129,8 @@ std::string rankingText(compare::Comparison const& comparison, ComparisonNames c
             std::string& list = isBest ? best : others;
             list += list.empty() ? "" : ", ";
             list += isBest ? names.nameOf(row)
-                           : placeText(place, names.nameOf(row), *ranking.field, row);
+                           : fmt::format("{} {}{}", names.nameOf(row),
+                                         shortText(row, *ranking.field), ratioText(place));
         }
         ComparisonRow const& first = comparison.totals.rows[ranking.places.front().setting];
         table.addRow({ranking.field->name,
