@@ -5,7 +5,6 @@ namespace {
 
 constexpr uint32_t DEFAULT = 1;  ///< a policy word that leaves the choice to the processor
 constexpr uint32_t CSHOT = ZslPolicy::POLICY_CONTINUOUS_SHOT;
-constexpr uint32_t MULTIFRAME = ZslPolicy::POLICY_MULTIFRAME_BIT;
 
 template <typename... Frames>
 std::vector<ExposedFrame> of(Frames... frames) {

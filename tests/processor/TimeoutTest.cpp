@@ -3,8 +3,6 @@
 namespace zebcam::test {
 namespace {
 
-constexpr uint32_t MULTIFRAME = ZslPolicy::POLICY_MULTIFRAME_BIT;
-
 TEST_F(ZslTest, PatienceEndsJustAfterTheTimeout) {
     struct {
         char const* name;

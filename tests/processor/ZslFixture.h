@@ -43,6 +43,7 @@ constexpr StreamId_T APP_CONTROL = STREAM_ID_APP_META_CONTROL;
 constexpr uint32_t NO_FRAME = ISelector::ZslFrameResult::NO_FRAME;
 
 constexpr int64_t MS = 1'000'000;
+constexpr uint32_t MULTIFRAME = ZslPolicy::POLICY_MULTIFRAME_BIT;
 constexpr int64_t SHUTTER = 100'000 * MS;   ///< boot time at the start of every test
 constexpr int64_t MONOTONIC = 40'000 * MS;  ///< monotonic time at that instant
 

@@ -4,15 +4,13 @@
 #include <charconv>
 #include <string>
 
+#include "base/Text.h"
+
 namespace zebcam::tool::base {
 
 namespace {
 
 constexpr int64_t kMost = 19;  // digits of a 64-bit number
-
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 template <typename T>
 std::optional<T> wholeNumber(std::string_view text) {

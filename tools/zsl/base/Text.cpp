@@ -127,10 +127,6 @@ constexpr std::array<std::pair<std::string_view, uint64_t>, 4> kUnits = {
     throw std::invalid_argument(fmt::format("expected {}, found {}", expected, quoteContent(text)));
 }
 
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// Takes the digits at the front of `rest`.
 std::string_view takeDigits(std::string_view& rest) {
     auto const end = std::find_if_not(rest.begin(), rest.end(), isDigit);

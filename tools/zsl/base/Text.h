@@ -18,6 +18,11 @@ std::string quoteContent(std::string_view content);
 /// `text` with each byte that is not printable ASCII escaped, fit for a terminal and for JSON.
 std::string printable(std::string_view text);
 
+/// Whether `c` is one of ASCII's.
+constexpr bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 /// The ns of a time as `1.2s`, `350ms`, `5us` or `-20ns`. Throws std::invalid_argument, with a text
 /// that says what was expected and found, for anything else, for parts of a ns and for what does
 /// not fit 64 bits.

@@ -16,8 +16,6 @@ namespace {
 
 // The sum and the difference of two such times still fit 64 bits.
 constexpr int64_t kFarthestTimeNs = int64_t{1} << 62;
-// Six bits are the most that any kind of flags has.
-constexpr uint64_t kAnyFlags = 64;
 
 /// Wraps around, for the steps in a damaged file may be anything.
 int64_t sumOf(int64_t a, int64_t b) {
@@ -241,7 +239,7 @@ ConfigureCall EntryDecoder::decodeConfigure(Decoder& in) {
 SubmitCall EntryDecoder::decodeSubmit(Decoder& in) {
     SubmitCall call;
     call.requestNo = in.number32("a request number");
-    uint64_t const flags = in.below(kAnyFlags, "the flags of a capture");
+    uint64_t const flags = in.below(ANY_FLAGS, "the flags of a capture");
     call.checksPureRaw = (flags & flag::CHECKS_PURE_RAW) != 0;
     call.needsFrameSync = (flags & flag::NEEDS_FRAME_SYNC) != 0;
     call.callbackLives = (flags & flag::CALLBACK_LIVES) != 0;
@@ -285,7 +283,7 @@ void EntryDecoder::decodeSelectorName(Decoder& in, SubmitCall& call) {
 
 RequestedFrame EntryDecoder::decodeRequestedFrame(Decoder& in) {
     RequestedFrame frame;
-    uint64_t const flags = in.below(kAnyFlags, "the flags of a frame");
+    uint64_t const flags = in.below(ANY_FLAGS, "the flags of a frame");
     if ((flags & flag::HAS_RESULT_PARAMS) != 0) {
         frame.required.emplace();
         frame.required->halImages = decodeIds(in);

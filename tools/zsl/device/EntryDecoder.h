@@ -11,6 +11,9 @@
 
 namespace zebcam::tool::device {
 
+/// A bound for flags: six bits are the most that any kind of them has.
+inline constexpr uint64_t ANY_FLAGS = 64;
+
 /// Takes values one by one out of a piece of a file. Whatever is not there or out of range throws
 /// DeviceRecordingError.
 class Decoder {

@@ -17,8 +17,6 @@ namespace flag = record::flag;
 
 namespace {
 
-constexpr uint64_t kAnyFlags = 64;
-
 int32_t decodeInt32(Decoder& in) {
     int64_t const value = in.signedNumber("an item");
     if (value != static_cast<int32_t>(value)) {
@@ -162,7 +160,7 @@ void EntryDecoder::decodeFault(Decoder& in, DeviceOperation& operation) {
 
 DeviceAnswer EntryDecoder::decodeAnswer(Decoder& in) {
     DeviceAnswer answer;
-    uint64_t const flags = in.below(kAnyFlags, "the flags of an answer");
+    uint64_t const flags = in.below(ANY_FLAGS, "the flags of an answer");
     answer.requestNo = in.number32("a request number");
     answer.zsdNs = in.signedNumber("a time");
     answer.durationMs = in.signedNumber("a duration");
@@ -195,7 +193,7 @@ DeviceAnswer EntryDecoder::decodeAnswer(Decoder& in) {
 ReturnStep EntryDecoder::decodeReturn(Decoder& in) {
     ReturnStep step;
     step.provider = in.number("a provider");
-    uint64_t const flags = in.below(kAnyFlags, "the flags of a set that came back");
+    uint64_t const flags = in.below(ANY_FLAGS, "the flags of a set that came back");
     step.isUnused = (flags & flag::IS_UNUSED) != 0;
     step.isClone = (flags & flag::IS_CLONE) != 0;
     step.frameNo = in.number32("a frame number");
@@ -205,7 +203,7 @@ ReturnStep EntryDecoder::decodeReturn(Decoder& in) {
 BuiltStep EntryDecoder::decodeBuilt(Decoder& in) const {
     BuiltStep step;
     step.builder = in.below(mFirstBuilder, "a frame builder's number");
-    uint64_t const flags = in.below(kAnyFlags, "the flags of a built frame");
+    uint64_t const flags = in.below(ANY_FLAGS, "the flags of a built frame");
     step.isFromHistory = (flags & flag::IS_FROM_HISTORY) != 0;
     step.isClone = (flags & flag::IS_CLONE) != 0;
     step.timestampNs = in.signedNumber("a timestamp");
@@ -218,7 +216,7 @@ BuiltStep EntryDecoder::decodeBuilt(Decoder& in) const {
 void EntryDecoder::decodeDone(Decoder& in, DeviceOperation& operation) {
     operation.ended = in.clock(mClock);
     DeviceOutcome& outcome = operation.outcome;
-    if ((in.below(kAnyFlags, "the flags of an outcome") & flag::HAS_THROWN) != 0) {
+    if ((in.below(ANY_FLAGS, "the flags of an outcome") & flag::HAS_THROWN) != 0) {
         outcome.failure = in.text("the text of an exception");
         return;
     }
@@ -239,7 +237,7 @@ void EntryDecoder::decodeDone(Decoder& in, DeviceOperation& operation) {
 std::vector<DeviceMeta> EntryDecoder::decodeMetas(Decoder& in) {
     std::vector<DeviceMeta> metas;
     for (size_t left = in.count("a number of buffers"); left > 0; --left) {
-        uint64_t const flags = in.below(kAnyFlags, "the flags of a buffer");
+        uint64_t const flags = in.below(ANY_FLAGS, "the flags of a buffer");
         DeviceMeta& meta = metas.emplace_back();
         meta.hasError = (flags & flag::HAS_ERROR) != 0;
         meta.isLockable = (flags & flag::IS_LOCKABLE) != 0;
@@ -291,7 +289,7 @@ size_t EntryDecoder::decodeFrame(Decoder& in, bool isNew) {
     frame.requestNo = in.number32("a request number");
     frame.timestampNs = in.time(mTimestampNs, "a sensor timestamp");
     for (size_t left = in.count("a number of buffers"); left > 0; --left) {
-        uint64_t const flags = in.below(kAnyFlags, "the flags of a buffer");
+        uint64_t const flags = in.below(ANY_FLAGS, "the flags of a buffer");
         DeviceImage& image = frame.images.emplace_back();
         image.hasError = (flags & flag::HAS_ERROR) != 0;
         if ((flags & flag::HAS_STREAM) != 0) {

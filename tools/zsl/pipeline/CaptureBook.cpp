@@ -11,14 +11,6 @@ namespace zebcam::tool::pipeline {
 
 using NSCam::v3::pipeline::model::ZslFrameBuilders;
 
-namespace {
-
-int64_t nowNs() {
-    return systemTime(SYSTEM_TIME_BOOTTIME);
-}
-
-}  // namespace
-
 CaptureBook::Operation::Operation(CaptureBook& book) : mBook(book) {
     LockGuard const lock(mBook.mLock);
     mBook.mOperations[std::this_thread::get_id()].clear();

@@ -2,6 +2,7 @@
 
 #include <IZslProcessor.h>
 #include <host/FrameBuilder.h>
+#include <utils/Timers.h>
 #include <zebcam/ThreadSafety.h>
 
 #include <cstdint>
@@ -18,6 +19,11 @@
 #include "pipeline/CaptureRecord.h"
 
 namespace zebcam::tool::pipeline {
+
+/// The sensor's clock, by which presses, tries and answers are timed: boot time, ns.
+inline int64_t nowNs() {
+    return systemTime(SYSTEM_TIME_BOOTTIME);
+}
 
 /// A frame that the processor returned; the pipeline reprocesses or exposes it now.
 struct BuiltFrame {

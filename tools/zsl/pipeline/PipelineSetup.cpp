@@ -165,4 +165,9 @@ int64_t offsetInForceMs() {
     return static_cast<int64_t>(sum);
 }
 
+uint64_t offsetInForceNs() {
+    constexpr uint64_t kNsPerMs = 1'000'000;
+    return static_cast<uint64_t>(offsetInForceMs()) * kNsPerMs;
+}
+
 }  // namespace zebcam::tool::pipeline

@@ -47,4 +47,7 @@ std::vector<std::pair<std::string, std::string>> propertiesOf(ReplayOptions cons
 /// they are set at this moment, whoever set them.
 int64_t offsetInForceMs();
 
+/// The same in ns, for sums that wrap around as the processor's do.
+uint64_t offsetInForceNs();
+
 }  // namespace zebcam::tool::pipeline

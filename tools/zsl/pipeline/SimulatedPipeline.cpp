@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 #include <host/Debuggees.h>
 #include <metadata/MetadataTags.h>
-#include <utils/Timers.h>
 
 #include <algorithm>
 #include <cctype>
@@ -32,10 +31,6 @@ namespace {
 constexpr int32_t kOpenId = 0;
 constexpr char kUser[] = "zsl";
 constexpr uint8_t kTimestampsAreBootTime = 1;
-
-int64_t nowNs() {
-    return systemTime(SYSTEM_TIME_BOOTTIME);
-}
 
 IMetadata deviceFacts() {
     IMetadata facts;

@@ -15,13 +15,12 @@ namespace {
 constexpr size_t kMaxLineBytes = 1 << 20;
 constexpr size_t kCellBlockBytes = 1 << 16;  // long cells grow the buffer in few steps
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-constexpr std::string_view kBlanks = " \t";
 
 // Called from C code, through which no exception may pass.
 void storeCell(void* content, size_t size, void* cells) noexcept {
     std::string_view cell(static_cast<char const*>(content), size);
-    cell.remove_prefix(std::min(cell.find_first_not_of(kBlanks), cell.size()));
-    cell = cell.substr(0, cell.find_last_not_of(kBlanks) + 1);
+    cell.remove_prefix(std::min(cell.find_first_not_of(BLANKS), cell.size()));
+    cell = cell.substr(0, cell.find_last_not_of(BLANKS) + 1);
     static_cast<std::vector<std::string>*>(cells)->emplace_back(cell);
 }
 
@@ -56,7 +55,7 @@ std::vector<std::string> CsvLines::comment() {
     std::vector<std::string> cells;
     std::string_view text = mComment;
     text.remove_prefix(std::min(text.find_first_not_of('#'), text.size()));
-    if (text.find_first_not_of(kBlanks) != std::string_view::npos) {
+    if (text.find_first_not_of(BLANKS) != std::string_view::npos) {
         split(text, cells);
     }
     return cells;
@@ -64,7 +63,7 @@ std::vector<std::string> CsvLines::comment() {
 
 // True for the first line that is neither blank nor a comment, by which the separator is known.
 bool CsvLines::takeHead(std::string_view text) {
-    if (text.find_first_not_of(kBlanks) == std::string_view::npos) {
+    if (text.find_first_not_of(BLANKS) == std::string_view::npos) {
         return false;
     }
     if (text.starts_with('#')) {

@@ -10,6 +10,9 @@
 
 namespace zebcam::tool::recording {
 
+/// What may stand around a cell and means nothing.
+inline constexpr std::string_view BLANKS = " \t";
+
 /// The cells of a CSV stream line by line, so that every complaint has a line number and no more
 /// than one line is held. A cell therefore cannot span lines. The first line tells what separates
 /// cells: a comma, a semicolon or a tab. Lines before it that begin with # are passed over. Throws

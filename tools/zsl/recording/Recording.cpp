@@ -1,6 +1,7 @@
 #include "recording/Recording.h"
 
 #include <fmt/format.h>
+#include <metadata/MetadataTags.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -12,8 +13,6 @@
 namespace zebcam::tool::recording {
 
 namespace {
-
-constexpr uint8_t kLensMoving = 1;
 
 std::string describe(RecordingPlace const& place, std::string_view expected,
                      std::string_view found) {
@@ -125,7 +124,7 @@ RecordingFacts computeFacts(Recording const& recording) {
     for (SensorFrame const& frame : frames) {
         facts.framesWithError += frame.hasError;
         facts.framesWithoutPicture += recording.video && !frame.videoFrame ? 1 : 0;
-        facts.focusMoves += frame.lensState == kLensMoving;
+        facts.focusMoves += frame.lensState == NSCam::LENS_STATE_MOVING;
     }
     if (frames.size() >= 2) {
         addIntervals(facts, intervalsOf(frames));

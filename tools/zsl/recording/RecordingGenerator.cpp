@@ -1,6 +1,7 @@
 #include "recording/RecordingGenerator.h"
 
 #include <fmt/format.h>
+#include <metadata/MetadataTags.h>
 
 #include <algorithm>
 #include <cmath>
@@ -73,8 +74,6 @@ constexpr uint8_t kAfPassiveScan = 1;
 constexpr uint8_t kAfPassiveFocused = 2;
 constexpr uint8_t kAfPassiveUnfocused = 6;
 constexpr uint8_t kAfUndocumented = 101;
-constexpr uint8_t kLensStationary = 0;
-constexpr uint8_t kLensMoving = 1;
 
 // A power of two, so that distances are exact and print alike everywhere.
 constexpr float kLensStepsPerDiopter = 128;
@@ -243,7 +242,7 @@ void FocusGenerator::next(SensorFrame& frame) {
     bool const strange = mRandom.chance(mOptions.strangeAfStateRate);
     frame.afMode = kAfModeContinuousPicture;
     frame.afState = strange ? kAfUndocumented : scanning ? kAfPassiveScan : mSettledState;
-    frame.lensState = moving ? kLensMoving : kLensStationary;
+    frame.lensState = moving ? NSCam::LENS_STATE_MOVING : NSCam::LENS_STATE_STATIONARY;
     frame.focusDistance = static_cast<float>(mPosition) / kLensStepsPerDiopter;
     mMissingAfStates += mOptions.missingAfStateRate;
     if (mMissingAfStates >= 1) {

@@ -11,13 +11,12 @@
 #include <utility>
 
 #include "base/Text.h"
+#include "recording/CsvLines.h"
 #include "recording/RecordingColumns.h"
 
 namespace zebcam::tool::recording {
 
 namespace {
-
-constexpr std::string_view kBlanks = " \t";
 
 /// A unit of time, and all its names in headers; the first is the one to recommend.
 struct TimeUnit {
@@ -73,7 +72,7 @@ ColumnName parseName(std::string_view header) {
         result.unit = findUnit(std::string_view(name).substr(begin + 1, end - begin - 1));
         result.stem.resize(result.unit != nullptr ? begin : result.stem.size());
     }
-    result.stem.erase(result.stem.find_last_not_of(kBlanks) + 1);
+    result.stem.erase(result.stem.find_last_not_of(BLANKS) + 1);
     return result;
 }
 

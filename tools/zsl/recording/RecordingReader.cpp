@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <metadata/MetadataTags.h>
 #include <policy/zsl/RecordedColumns.h>
 
 #include <algorithm>
@@ -24,9 +25,6 @@ namespace {
 
 /// Stands in a frame's duration and readout until the whole recording is known.
 constexpr int64_t kUnknownTime = -1;
-
-constexpr uint8_t kLensStationary = 0;
-constexpr uint8_t kLensMoving = 1;
 
 std::optional<double> parseReal(std::string const& cell) {
     double value = 0;
@@ -54,7 +52,7 @@ void deriveLensStates(std::vector<SensorFrame>& frames) {
         bool const known =
             i > 0 && frames[i].focusDistance.has_value() && frames[i - 1].focusDistance.has_value();
         bool const moved = known && *frames[i].focusDistance != *frames[i - 1].focusDistance;
-        frames[i].lensState = moved ? kLensMoving : kLensStationary;
+        frames[i].lensState = moved ? NSCam::LENS_STATE_MOVING : NSCam::LENS_STATE_STATIONARY;
     }
 }
 

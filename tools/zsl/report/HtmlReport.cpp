@@ -29,7 +29,7 @@ void writePart(ReportPage::Part part, std::ostream& out) {
 }
 
 // A path may hold any byte.
-std::string escaped(std::string_view text) {
+std::string escapedForHtml(std::string_view text) {
     std::string html;
     for (char const c : text) {
         switch (c) {
@@ -67,9 +67,9 @@ void writePage(std::string_view title, std::string_view summary, Json const& dat
                std::ostream& out) {
     ReportPage const& page = *reportPage();  // --report is refused without one
     writePart(page.beforeTitle, out);
-    out << escaped(title);
+    out << escapedForHtml(title);
     writePart(page.beforeSummary, out);
-    out << escaped(summary);
+    out << escapedForHtml(summary);
     writePart(page.beforeData, out);
     writeData(data, out);
     writePart(page.afterData, out);

@@ -21,7 +21,6 @@ using NSCam::IMetadata;
 
 namespace {
 
-constexpr uint64_t kNsPerMs = 1'000'000;
 // A search that takes longer than a user waits is of no use: the first instants matter most.
 constexpr size_t kMostReplays = 500;
 constexpr size_t kMostCandidates = 16;
@@ -189,7 +188,7 @@ std::vector<record::ClockReading> candidatesOf(record::ClockReading const& earli
 /// In the order of the submissions.
 std::vector<UncertainInstant> uncertainInstants(device::DeviceRecording const& recording) {
     std::map<int64_t, uint32_t> frames;  // by the clock's reading for which they are the instant
-    uint64_t const offset = static_cast<uint64_t>(pipeline::offsetInForceMs()) * kNsPerMs;
+    uint64_t const offset = pipeline::offsetInForceNs();
     for (device::DeviceFrame const& frame : recording.frames) {
         frames.emplace(static_cast<int64_t>(static_cast<uint64_t>(frame.timestampNs) + offset),
                        frame.frameNo);

@@ -15,11 +15,7 @@ using NSCam::ZslPolicy::ISelector;
 using record::ProviderCall;
 namespace context = NSCam::v3::pipeline::NSPipelineContext;
 
-namespace {
-
-constexpr int64_t kNsPerMs = 1'000'000;
-
-}  // namespace
+namespace {}  // namespace
 
 record::ClockReading movedOn(record::ClockReading reading, int64_t ns) {
     constexpr int64_t kFarthestNs = (int64_t{1} << 62) - 1;
@@ -54,8 +50,7 @@ DeviceSubmission submissionOf(device::DeviceRecording const& recording,
                                    : submission.tries.front().offered;
     known.assumed = {std::midpoint(a.bootNs, b.bootNs), std::midpoint(a.monotonicNs, b.monotonicNs),
                      std::midpoint(a.wallNs, b.wallNs)};
-    uint64_t const offsetNs =
-        static_cast<uint64_t>(pipeline::offsetInForceMs()) * static_cast<uint64_t>(kNsPerMs);
+    uint64_t const offsetNs = pipeline::offsetInForceNs();
     for (device::DeviceAnswer const& answer : submission.answers) {
         // A policy was told the instant, so that the clock is known.
         auto const clockNs = static_cast<int64_t>(static_cast<uint64_t>(answer.zsdNs) + offsetNs);

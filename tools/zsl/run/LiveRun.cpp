@@ -1,7 +1,6 @@
 #include "run/LiveRun.h"
 
 #include <fmt/format.h>
-#include <utils/Timers.h>
 #include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
@@ -39,10 +38,6 @@ constexpr int32_t kOpenId = 0;
 /// Time for the threads to begin before the first frame is due.
 constexpr int64_t kLeadNs = 50'000'000;
 
-int64_t nowNs() {
-    return systemTime(SYSTEM_TIME_BOOTTIME);
-}
-
 /// The recorder, made for a device, tells why a file cannot be written in the log only.
 void requireWritable(std::string const& path) {
     std::FILE* const file = std::fopen(path.c_str(), "ab");
@@ -62,7 +57,7 @@ bool waitUntil(int64_t bootNs, std::stop_token const& stop) {
     LockGuard const lock(mutex);
     while (!stop.stop_requested()) {
         // Again and again: the wait is by a clock that does not count a suspended host's time.
-        std::chrono::nanoseconds const left(bootNs - nowNs());
+        std::chrono::nanoseconds const left(bootNs - pipeline::nowNs());
         if (left.count() <= 0) {
             return true;
         }
@@ -81,7 +76,7 @@ public:
         {
             // The clock is read under the lock, so that the entries stay in order.
             LockGuard const lock(mLock);
-            int64_t const dueNs = nowNs() + mDelayNs;
+            int64_t const dueNs = pipeline::nowNs() + mDelayNs;
             for (BuiltFrame const& frame : frames) {
                 mEntries.emplace_back(dueNs, frame);
             }
@@ -110,7 +105,7 @@ public:
                 continue;
             }
             auto const& [dueNs, next] = mEntries.front();
-            std::chrono::nanoseconds const left(dueNs - nowNs());
+            std::chrono::nanoseconds const left(dueNs - pipeline::nowNs());
             if (mIsClosed || left.count() <= 0) {
                 BuiltFrame frame = next;
                 mEntries.pop_front();
@@ -196,7 +191,7 @@ public:
           mOptions(options),
           mLog(std::move(log)),
           mProperties(pipeline::propertiesOf(options.replay)),
-          mStartNs(nowNs() + kLeadNs),
+          mStartNs(pipeline::nowNs() + kLeadNs),
           mFaults(pipeline::makeFaultInjector(options.replay.faults, mStartNs,
                                               recording.medianIntervalNs)),
           mResults(options.replay.reprocessDelayNs.value_or(recording.medianIntervalNs)),
@@ -252,7 +247,7 @@ pipeline::PipelineOptions LiveRun::Threads::listeningOptions() {
     options.faults = mFaults;
     options.pause = [](int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); };
     options.logSink = [this](host::LogLine const& line) {
-        mLog(log::toThreadtime(log::fromLogLine(line), nowNs() - mStartNs));
+        mLog(log::toThreadtime(log::fromLogLine(line), pipeline::nowNs() - mStartNs));
     };
     if (mOptions.recordPath) {
         requireWritable(*mOptions.recordPath);
@@ -281,7 +276,7 @@ void LiveRun::Threads::runSensor(std::stop_token const& stop) {
         }
         {
             LockGuard const lock(mLatenessLock);
-            mLateness.add(nowNs() - event->timeNs);
+            mLateness.add(pipeline::nowNs() - event->timeNs);
         }
         mResults.push(mPipeline.arrive(event->frame));
         ++mArrived;
@@ -355,7 +350,7 @@ void LiveRun::Threads::stop() {
 }
 
 LiveStatus LiveRun::Threads::status() const {
-    return {.elapsedNs = std::max<int64_t>(nowNs() - mStartNs, 0),
+    return {.elapsedNs = std::max<int64_t>(pipeline::nowNs() - mStartNs, 0),
             .arrivedFrames = mArrived,
             .dumps = mDumps,
             .captures = mPipeline.captures().totals(),
@@ -364,7 +359,7 @@ LiveStatus LiveRun::Threads::status() const {
 }
 
 LiveResult LiveRun::Threads::finish() {
-    int64_t const elapsedNs = nowNs() - mStartNs;
+    int64_t const elapsedNs = pipeline::nowNs() - mStartNs;
     stop();
     LiveResult result;
     result.source = mRecording.path;
