@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <iostream>
@@ -148,8 +149,11 @@ INSTANTIATE_TEST_SUITE_P(DeviceReplay, EveryScenario, testing::Range<size_t>(0, 
                              return name;
                          });
 
-TEST(Recorder, WritesAFrameOnceHoweverOftenItIsOffered) {
-    device::DeviceRecording const waiting = readBytes(recordingOf(scenarios()[3]));
+TEST(Recorder, WritesThingsOnceHoweverOftenTheyAreOffered) {
+    std::string const bytes = recordingOf(scenarios()[3]);
+    std::string const stream = metaStream(APP)->getStreamName();
+    EXPECT_EQ(bytes.find(stream), bytes.rfind(stream));
+    device::DeviceRecording const waiting = readBytes(bytes);
     EXPECT_EQ(2, waiting.frames.size());
     EXPECT_LT(2, std::count_if(waiting.operations.begin(), waiting.operations.end(),
                                [](auto const& operation) { return !operation.tries.empty(); }));
@@ -264,6 +268,15 @@ TEST(DeviceReplay, IsDoneByTheTool) {
                       ": expected a CSV file, found a recording of a device, which zsl replay "
                       "takes\n");
     }
+    try {
+        readBytes("a recording of birds");
+        ADD_FAILURE() << "read";
+    } catch (device::DeviceRecordingError const& error) {
+        EXPECT_STREQ(
+            "recording: byte 0: expected a recording of a device, found 20 bytes of "
+            "something else",
+            error.what());
+    }
     bytes[8] = 9;
     TempFile const newer("newer.zslrec", bytes);
     tool::Outcome const unknown = tool::zsl({"replay", newer.path});
@@ -343,6 +356,27 @@ TEST(Recorder, EndsAtAnOperationThatItsMemoryCannotTake) {
                                    file.path + ": ends after 1 operations: memory full")));
     EXPECT_THAT(device::readDeviceRecording(file.path).notes,
                 testing::ElementsAre(HasSubstr("ended early, after 1 operations")));
+}
+
+TEST(Recorder, GoesRoundItsMemoryManyTimes) {
+    constexpr size_t MEMORY = 4096;
+    TempFile const file("round.zslrec");
+    {
+        RecordedScene scene({.path = file.path, .memoryBytes = MEMORY});
+        ASSERT_EQ(0, scene.zsl->configure(scene.config()));
+        for (uint32_t requestNo = 1; requestNo <= 150; ++requestNo) {
+            scene.expose({requestNo});
+            scene.submit(scene.capture(requestNo));
+            // As long as the writer keeps up, nothing is too much.
+            for (int i = 0; i < 5'000 && scene.recorder->status().operations <= requestNo; ++i) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        }
+        ZslRecorderStatus const status = scene.end();
+        EXPECT_EQ(ZslRecordingEnd::FINISHED, status.end);
+        EXPECT_LT(4 * MEMORY, status.bytesWritten);
+    }
+    expectSameReplay(device::readDeviceRecording(file.path));
 }
 
 TEST(Recorder, IsNotMadeWithoutItsFile) {

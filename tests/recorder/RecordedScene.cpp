@@ -147,6 +147,9 @@ void playFaults(RecordedScene& s) {
     s.submit(through(s, On::Clone, s.capture(20).by(answering({clone}))));
     s.submit(s.capture(21).by(failing()));
     s.retry();
+    auto const nameless = answering({choose({{0, 7}})});
+    nameless->onName = [] { throw std::runtime_error("who?"); };
+    s.submit(s.capture(23).by(nameless));
     s.callback->onUpdate = [] { throw std::runtime_error("the application is gone"); };
     s.submit(s.capture(22).by(answering({})));
     s.callback->onUpdate = nullptr;

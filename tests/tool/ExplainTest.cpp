@@ -495,6 +495,9 @@ TEST_F(ExplainTest, CutsOfTheInputLineCostOnlyWhatTheyCut) {
     EXPECT_EQ(1U, told.counts.cut);
     log::TryExplanation const& attempt = told.captures.at(0).tries.at(0);
     EXPECT_THAT(attempt.notes, ElementsAre("the line that tells what is wanted is cut"));
+    log::Explanation const ended = explainText(
+        threadtime("[selectBuf_Locked] IN:{ requestNo=1 duration=0 zsdTs=5 pHBP=0x1 vFrameObj="));
+    EXPECT_EQ(ended.captures.at(0).tries.at(0).notes, attempt.notes) << "with the log";
 }
 
 TEST_F(ExplainTest, StartsANewCaptureWhenANumberComesAgain) {

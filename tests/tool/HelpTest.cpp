@@ -48,12 +48,18 @@ TEST_F(Help, FitsTheTerminalAndIsTheSameHoweverAsked) {
             EXPECT_LE(line.size(), 80U) << command << ": " << line;
         }
         EXPECT_EQ(told({"help", command}, 80), told({command, "--help"}, 80));
+        EXPECT_EQ(told({"version"}, 80), told({command, "--version"}, 80));
         EXPECT_THAT(told({"help"}, 80), HasSubstr("\n  " + command + " "));
         std::string const page(commands::guideOf(command).page);
         EXPECT_TRUE(fs::exists(fs::path(ZSL_ROOT) / "docs" / page)) << page;
     }
     EXPECT_EQ(told({"help"}, 80), told({"--help"}, 80));
     EXPECT_EQ(told({"version"}, 80), told({"-V"}, 80));
+    std::string const folder = path("share");
+    EXPECT_EQ(zsl({"write-manual", folder}).status, 0);
+    EXPECT_THAT(
+        contentOf(folder + "/man/man1/zsl-live.1"),
+        testing::AllOf(HasSubstr("\\-\\-press\\-every\\fR"), HasSubstr("\\-\\-any\\-rate\\fR\n")));
 }
 
 TEST_F(Help, IsNoLongerThanTheDocumentation) {

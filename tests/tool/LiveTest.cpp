@@ -261,6 +261,7 @@ TEST(LiveText, TellsWhatBecameOfARun) {
     result.recorder = {.end = NSCam::v3::pipeline::model::ZslRecordingEnd::WRITE_FAILED,
                        .writeError = ENOSPC,
                        .operations = 11,
+                       .unrecorded = 2,
                        .bytesWritten = 222};
     result.errorLines = 1;
     result.failures = {"at 1 s: no idea"};

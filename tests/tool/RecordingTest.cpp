@@ -139,7 +139,7 @@ TEST(RecordingReader, ReadsOtherShapesAndSaysHow) {
         {"timestamp;x\n28670339410000;0,5\n28670372810000;0,5\n", "separated by semicolons"},
         {"28670339410000\n28670372810000\n", "read as nanoseconds, which"},
         {"x\ttimestamp_us\n\t28670339410\n\t28670372810\n", "separated by tabs"},
-        {"timestamp[nanosec]\n28670339410000.0\n2.867037281e13\n",
+        {"timestamp[nanosec]\n28670339410000.0\n2.867037281e+13\n",
          "other names of columns: \"timestamp[nanosec]\" for \"Timestamp[nanosec]\""},
         {"x,Timestamp [microsec]\n,28670339410\n,28670372810\n",
          "\"Timestamp [microsec]\" for \"Timestamp[nanosec]\" in microseconds"},

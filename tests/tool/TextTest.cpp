@@ -1,12 +1,39 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <optional>
+
+#include "base/Decimal.h"
 #include "base/Table.h"
 #include "base/Text.h"
 #include "base/TextStyle.h"
 
 namespace zebcam::tool::base {
 namespace {
+
+TEST(Decimal, IsExactButForWhatAUnitRoundsAway) {
+    struct {
+        char const* text;
+        int exponent;
+        std::optional<int64_t> value;
+    } const cases[] = {
+        {"28670.33941", 9, 28'670'339'410'000},
+        {"2.8e+13", 0, 28'000'000'000'000},
+        {"0.4", 0, std::nullopt},
+        {"-12.0", 0, -12},
+        {"0.0005", 3, 1},
+        {"-0.0005", 3, -1},
+        {"0.00049", 3, 0},
+        {"0.00005", 3, 0},
+        {"9223372036854775807", 0, INT64_MAX},
+        {"9223372036854775.8075", 3, std::nullopt},
+        {"1e", 0, std::nullopt},
+        {".", 0, std::nullopt},
+    };
+    for (auto const& [text, exponent, value] : cases) {
+        EXPECT_EQ(scaledDecimal(text, exponent), value) << text;
+    }
+}
 
 TEST(Table, FitsTheLineStepByStep) {
     TextStyle style{.columns = 40};

@@ -95,9 +95,10 @@ std::string commandPage(CLI::App const& command) {
     for (auto const& [group, options] : groupsOf(command)) {
         text += ".SS " + group + "\n";
         for (CLI::Option const* const option : options) {
-            text +=
-                entry(bold(option->get_name(false, true)) + " " + italic(option->get_type_name()),
-                      option->get_description());
+            std::string const type = option->get_type_name();  // none of a flag
+            text += entry(
+                bold(option->get_name(false, true)) + (type.empty() ? "" : " " + italic(type)),
+                option->get_description());
         }
     }
     text += ".SH EXAMPLES\n";
