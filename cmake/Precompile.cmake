@@ -21,3 +21,11 @@ function(zsl_precompile_as target other)
     target_precompile_headers(${target} REUSE_FROM ${other})
   endif()
 endfunction()
+
+# zsl_unity(TARGET): compiles the target's sources a few at a time. All of a folder share a namespace,
+# so that names in their unnamed namespaces must differ, too.
+function(zsl_unity target)
+  if(ZSL_UNITY)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+  endif()
+endfunction()

@@ -10,6 +10,7 @@ function(zsl_revision target)
     COMMENT "Looking up the revision"
     VERBATIM)
   target_sources(${target} PRIVATE ${source})
-  set_source_files_properties(${source} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+  set_source_files_properties(${source} PROPERTIES SKIP_PRECOMPILE_HEADERS ON
+    SKIP_UNITY_BUILD_INCLUSION ON)
   add_dependencies(${target} ${target}_revision)
 endfunction()
