@@ -118,7 +118,7 @@ run::ReplayResult fullReplay() {
     capture.requestNo = 1;
     capture.sensorModes = {{0, 3}};
     capture.frames.resize(1);
-    capture.frames[0].chosen.emplace();
+    capture.frames[0].chosen.emplace().picture.emplace();
     capture.tries.resize(1);
     run::ReplayResult result;
     result.options = fullOptions();
@@ -131,6 +131,7 @@ run::ReplayResult fullReplay() {
     result.limits = {{}};
     result.device.emplace();
     result.facts.dataColumns = {{}};
+    result.facts.video.emplace();
     return result;
 }
 
@@ -150,9 +151,11 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
     recording::GeneratorOptions const generator;
     recording::Recording recording = recording::generate(generator);
     recording.dataColumns = {{}};
+    recording.video.emplace();
     compare::ComparisonRow row;
     row.options = fullOptions();
     row.numbers.emplace();
+    row.video.emplace();
     compare::Comparison comparison;
     comparison.limits = {compare::Limit("frames==0")};
     comparison.rows = {row, {}};
@@ -206,7 +209,8 @@ TEST(Json, HasTheNumbersOfItsParts) {
                     28,
                     29,
                     {recording::Column::Exposure, recording::Column::AfMode},
-                    {{"x", 30}}};
+                    {{"x", 30}},
+                    {{"v.mp4", 122, 123, 90, 121, recording::PictureMatch::Start, 124}}};
     result.options.policy.kind = pipeline::PolicyKind::Multiframe;
     result.options.timeoutMs = 31;
     result.options.history = 32;
@@ -223,12 +227,16 @@ TEST(Json, HasTheNumbersOfItsParts) {
     frame.chosen->focusDistance = 93.5F;
     frame.chosen->afState = NSCam::AF_STATE_FOCUSED_LOCKED;
     frame.chosen->lensState = 94;
+    frame.chosen->videoFrame = 111;
+    frame.chosen->picture = {112.5F, 113.5F, 114.5F, 0.5F};
+    frame.sharpnessShare = 0.25;
     result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}, {}, 53, 54};
     result.captures[0].pressNs = 40;
     result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
     result.summary.focusSettled = {95, 96};
     result.summary.exposureSettled = {97, 98};
     result.summary.iso = {1, 99, 100, 101, 102};
+    result.summary.pictures = {103, 104.5, 0.105, 0.106, 107};
     result.droppedFrames = 65;
     result.errorLines = 66;
     result.ledger = {.handedOut = 1,
@@ -247,20 +255,25 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("maxIntervalNs":16,"jitterNs":17,"gaps":18,"largestGapNs":19,"missingStates":)"
               R"({"afMode":21,"afState":22,"lensState":23,"aeStable":24,"frameSync":25,)"
               R"("sensorId":26,"sensorMode":27},"absentColumns":["exposureNs","afMode"],)"
-              R"("dataColumns":[{"name":"x","tag":30}],"notes":[]})");
-    EXPECT_EQ(replay["options"].dump(),
-              R"({"policy":"multiframe","policyName":null,"policyOptions":{"c":"2"},)"
-              R"("timeoutNs":31000000,"framesPerCapture":1,)"
-              R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"
-              R"("offsetNs":-34000000,"frameSync":false,"fromNs":38,"toNs":null,"anyRate":false,)"
-              R"("pressAtNs":[35,36],"pressAtBootNs":[39],"flushAtNs":[37],)"
-              R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
+              R"("dataColumns":[{"name":"x","tag":30}],"video":{"path":"v.mp4","pictures":121,)"
+              R"("width":122,"height":123,"rotation":90,"matchedBy":"start",)"
+              R"("framesWithoutPicture":124},"notes":[]})");
+    EXPECT_EQ(
+        replay["options"].dump(),
+        R"({"policy":"multiframe","policyName":null,"policyOptions":{"c":"2"},)"
+        R"("timeoutNs":31000000,"framesPerCapture":1,)"
+        R"("historySize":32,"deliveryDelayNs":33,"reprocessDelayNs":null,)"
+        R"("offsetNs":-34000000,"frameSync":false,"fromNs":38,"toNs":null,"anyRate":false,"video":null,)"
+        R"("pressAtNs":[35,36],"pressAtBootNs":[39],"flushAtNs":[37],)"
+        R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
     EXPECT_EQ(replay["captures"][0]["frames"][0].dump(),
               R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"
               R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46,"chosen":)"
               R"({"exposureNs":91,"iso":92,"focusDistance":93.5,"afMode":null,)"
               R"("afState":"focusedLocked","lensState":"94","isFocusSettled":true,)"
-              R"("isExposureSettled":null,"hasImageError":false}})");
+              R"("isExposureSettled":null,"hasImageError":false,"picture":{"videoFrame":111,)"
+              R"("sharpness":112.5,"sharpnessShare":0.25,"motion":113.5,"brightness":114.5,)"
+              R"("clipped":0.5}}})");
     EXPECT_EQ(replay["captures"][0]["tries"][0].dump(),
               R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
               R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"faults":[],)"
@@ -273,7 +286,9 @@ TEST(Json, HasTheNumbersOfItsParts) {
               R"("medianNs":null,"p95Ns":null,"maxNs":null},"chosen":{"focusSettled":{"count":95,)"
               R"("told":96},"exposureSettled":{"count":97,"told":98},"exposure":{"count":0,)"
               R"("minNs":null,"medianNs":null,"p95Ns":null,"maxNs":null},"iso":{"count":1,)"
-              R"("min":99,"median":100,"p95":101,"max":102}},"droppedFrames":65,)"
+              R"("min":99,"median":100,"p95":101,"max":102},"pictures":{"count":103,)"
+              R"("medianSharpness":104.5,"medianSharpnessShare":0.105,"p5SharpnessShare":0.106,)"
+              R"("belowHalf":107}},"droppedFrames":65,)"
               R"("logErrorLines":66})");
     EXPECT_EQ(replay["ledger"].dump(),
               R"({"balances":false,"handedOut":1,"returned":2,"released":3,"consumed":4,)"

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -22,11 +25,19 @@ namespace {
 using picture::PixelKind;
 using picture::Pixels;
 using recording::PictureMatch;
+namespace fs = std::filesystem;
+using Json = nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
 class Picture : public CliTest {
 protected:
+    Picture() {
+        fs::create_directory(path("cache"));
+        setenv("XDG_CACHE_HOME", path("cache").c_str(), 1);
+    }
+    ~Picture() override { unsetenv("XDG_CACHE_HOME"); }
+
     static picture::MeasuredVideo measured(std::string const& path) {
         base::InputFile file(path);
         picture::VideoFile video(file);
@@ -210,6 +221,120 @@ TEST(PictureTags, TellAPolicyOfEachFrame) {
     EXPECT_EQ(told[0].motion, std::nullopt);
     EXPECT_EQ(told[0].clipped, 0.5F);
     EXPECT_EQ(told[1].sharpness, std::nullopt) << "those of the frame before are gone";
+}
+
+/// A recording of 12 frames, 100 ms apart, and a video with a picture for each.
+class PictureCli : public Picture {
+protected:
+    std::string const mRecording = steadyFile(path("r.csv"), 12);
+    std::string const mVideo =
+        writeTestVideo(path("v.mp4"), {.timesMs = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}});
+    Arguments const mReplay = {"replay", mRecording, "--video", mVideo, "--offset", "300ms"};
+};
+
+TEST_F(PictureCli, TellsHowSharpTheChosenPicturesAre) {
+    Outcome const text = zsl(plus(mReplay, {"--press", "900ms"}));
+    EXPECT_EQ(text.status, 0) << text.err;
+    EXPECT_THAT(text.out,
+                HasSubstr("12 pictures of 64 x 48, one for each frame; every frame has "));
+    EXPECT_THAT(text.out, HasSubstr("Sharpness  median "));
+
+    picture::MeasuredVideo const video = measured(mVideo);
+    Json const json = Json::parse(zsl(plus(mReplay, {"--json", "-", "--captures", "4"})).out);
+    EXPECT_EQ(json["recording"]["video"]["matchedBy"], "count");
+    std::vector<double> shares;
+    for (Json const& capture : json["captures"]) {
+        Json const& frame = capture["frames"][0];
+        Json const& picture = frame["chosen"]["picture"];
+        size_t const index = frame["frameNo"].get<size_t>() - 1;
+        EXPECT_EQ(picture["videoFrame"], index);
+        EXPECT_EQ(picture["sharpness"], video.measures[index].sharpness);
+        float best = 0;
+        for (Json const& other : capture["tries"][frame["try"].get<size_t>()]["historyFrames"]) {
+            best = std::max(best, video.measures[other.get<size_t>() - 1].sharpness);
+        }
+        shares.push_back(video.measures[index].sharpness / best);
+        EXPECT_FLOAT_EQ(picture["sharpnessShare"].get<float>(), static_cast<float>(shares.back()));
+    }
+    ASSERT_EQ(shares.size(), 4u);
+    EXPECT_LT(shares.back(), 1) << "darker pictures have more contrast";
+    std::sort(shares.begin(), shares.end());
+    Json const& summary = json["summary"]["chosen"]["pictures"];
+    EXPECT_FLOAT_EQ(summary["p5SharpnessShare"].get<float>(), static_cast<float>(shares[0]));
+    EXPECT_FLOAT_EQ(summary["medianSharpnessShare"].get<float>(),
+                    static_cast<float>((shares[1] + shares[2]) / 2));
+    EXPECT_EQ(zsl(plus(mReplay, {"--fail-if", "median_sharpness_share<=1"})).status, 1);
+}
+
+TEST_F(PictureCli, ComparesByPicturesOfEachRecording) {
+    std::string const broken = write("broken.mp4", std::string(100, '\0'));
+    Outcome const outcome = zsl({"compare", mRecording, mVideo, broken, "--any-rate", "--video",
+                                 mVideo, "--video", mVideo, "--video", mVideo});
+    EXPECT_THAT(outcome.err, HasSubstr("which is a video itself"));
+    Outcome const alone =
+        zsl({"compare", mRecording, "--video", mVideo, "--offset", "300ms", "--json", "-"});
+    EXPECT_EQ(alone.status, 0) << alone.err;
+    Json const row = Json::parse(alone.out)["rows"][0];
+    Json const replay = Json::parse(zsl(plus(mReplay, {"--json", "-"})).out);
+    EXPECT_EQ(row["summary"]["chosen"], replay["summary"]["chosen"]);
+    EXPECT_EQ(row["recording"]["video"], replay["recording"]["video"]);
+    EXPECT_FALSE(row["fields"]["below_half_percent"].is_null());
+    Outcome const mixed = zsl({"compare", mRecording, mVideo, broken, "--any-rate"});
+    EXPECT_EQ(mixed.status, 1);
+    EXPECT_THAT(mixed.out, HasSubstr("12 pictures of 64 x 48, the recording itself; every frame"));
+    EXPECT_THAT(mixed.err, HasSubstr("broken.mp4: expected a video, found "));
+    EXPECT_THAT(mixed.out, HasSubstr("<half%"));
+}
+
+TEST_F(PictureCli, IsMeasuredOnce) {
+    auto const brightness = [&](Arguments const& more) {
+        Outcome const outcome = zsl(plus(mReplay, plus({"--json", "-", "--press", "1s"}, more)));
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        return Json::parse(
+            outcome.out)["captures"][0]["frames"][0]["chosen"]["picture"]["brightness"];
+    };
+    Json const measured = brightness({"--no-cache"});
+    EXPECT_TRUE(fs::is_empty(path("cache")));
+    EXPECT_EQ(brightness({}), measured);
+    std::vector<fs::path> kept;
+    for (auto const& entry : fs::recursive_directory_iterator(path("cache"))) {
+        if (entry.is_regular_file()) {
+            kept.push_back(entry.path());
+        }
+    }
+    ASSERT_EQ(kept.size(), 1u);
+    Json other = Json::parse(contentOf(kept[0]));
+    for (Json& each : other["brightness"]) {
+        each = 7;
+    }
+    std::ofstream(kept[0]) << other;
+    EXPECT_EQ(brightness({}), 7);
+    EXPECT_EQ(brightness({"--no-cache"}), measured);
+    other["brightness"].erase(0);
+    std::ofstream(kept[0]) << other;
+    EXPECT_EQ(brightness({}), measured) << "what is of no use is written anew";
+    EXPECT_EQ(Json::parse(contentOf(kept[0]))["brightness"].size(), 12u);
+    fs::remove_all(path("cache"));
+    write("cache", "a file where a folder should be");
+    EXPECT_EQ(brightness({}), measured);
+}
+
+TEST_F(PictureCli, RefusesVideosThatDoNotFit) {
+    std::string const csv =
+        write("named.csv", "Timestamp[nanosec],Video frame\n1000000,\n2000000,12\n");
+    expectRefused(
+        {},
+        {{{"replay", mRecording, "--video", csv}, "named.csv: expected a video, found "},
+         {{"replay", mRecording, "--video", mRecording}, "expected another file than the rec"},
+         {{"replay", mRecording, "--video", path("no.mp4")}, "no.mp4: expected a readable file"},
+         {{"replay", mRecording, "--video", ""}, "--video: expected the name of a file"},
+         {{"replay", mVideo, "--any-rate", "--video", mVideo}, "which is a video itself"},
+         {{"replay", csv, "--any-rate", "--video", mVideo},
+          "v.mp4: expected picture 12, which frame 2 of "},
+         {{"replay", mVideo, "--from", "1s", "--any-rate"}, "--from 1s: outside of the recording"},
+         {{"compare", mRecording, mRecording, "--video", mVideo},
+          "--video: expected one for each recording, found 1 for 2"},
+         {{"compare", mRecording, "--video", "-"}, "because each run reads it anew"}});
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "base/Provenance.h"
 #include "base/TextStyle.h"
+#include "picture/MeasuredVideo.h"
 
 namespace CLI {
 class App;
@@ -53,6 +54,9 @@ private:
     size_t mFirst = 0;
     std::optional<size_t> mShown;
 };
+
+/// Measures videos, and shows how far it is. With the cache each is decoded once only.
+picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache);
 
 /// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
 /// input leaves the parsing as an exception whose text says what was expected and found. `streams`

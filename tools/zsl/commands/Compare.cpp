@@ -40,6 +40,7 @@ struct Arguments {
     std::optional<std::string> markdown;
     std::optional<std::string> baseline;
     std::vector<compare::Tolerance> tolerances;
+    bool isCacheOff = false;
     std::optional<std::string> report;
     std::optional<std::string> reports;
 };
@@ -55,7 +56,14 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
             throw base::InputError(fmt::format("--policy {}: there is no such file", path));
         }
     }
-    for (std::string const& recording : plan.recordings) {
+    if (!plan.videos.empty() && plan.videos.size() != plan.recordings.size()) {
+        throw CLI::ValidationError("--video",
+                                   fmt::format("expected one for each recording, found {} for {}",
+                                               plan.videos.size(), plan.recordings.size()));
+    }
+    std::vector<std::string> inputs = plan.recordings;
+    inputs.insert(inputs.end(), plan.videos.begin(), plan.videos.end());
+    for (std::string const& recording : inputs) {
         if (recording == kStandardStream || fs::is_fifo(recording, ignored)) {
             throw base::InputError(
                 fmt::format("{}: expected a file, because each run reads it anew, found {}",
@@ -180,6 +188,7 @@ int run(CLI::App const& command, Arguments arguments, CliStreams const& streams)
     if (arguments.reports) {
         arguments.plan.onRun = pages.emplace(*arguments.reports, streams.provenance).listener();
     }
+    arguments.plan.measure = pictureMeasurer(streams, !arguments.isCacheOff);
     compare::Comparison comparison;
     try {
         Progress progress(streams.err, streams.showProgress, "runs");
@@ -308,12 +317,13 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
     auto const arguments = std::make_shared<Arguments>();
     CLI::App* const command = app.add_subcommand(
         "compare", "Replay recordings under several policies and settings and compare the results");
-    command->add_option("RECORDING", arguments->plan.recordings, "CSV files")
+    command->add_option("RECORDING", arguments->plan.recordings, "CSV files or videos")
         ->required()
         ->check(isNamed)
         ->type_name("FILE");
     addSettings(*command, arguments->plan);
     addInputOptions(*command, arguments->plan.common.input);
+    addVideoOptions(*command, arguments->plan.videos, arguments->isCacheOff);
     addPressOptions(*command, arguments->plan.common);
     addCaptureOptions(*command, arguments->plan.common);
     addPipelineOptions(*command, arguments->plan.common);

@@ -18,6 +18,7 @@
 #include "base/Decimal.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
+#include "picture/VideoFile.h"
 #include "pipeline/ProcessorProperties.h"
 #include "report/Page.h"
 
@@ -291,6 +292,33 @@ void addInputOptions(CLI::App& command, recording::InputOptions& options) {
               "Take the part up to so long after the first frame", "T");
     addFlag(command, "--any-rate", options.anyRate,
             "Take a recording below 1 or above 2000 frames/s too");
+}
+
+namespace {
+
+std::string isReadableVideo(std::string const& path) {
+    return picture::canReadVideos() ? isNamed(path) : picture::NO_VIDEOS;
+}
+
+template <typename Target>
+void addVideoOptionsTo(CLI::App& command, Target& target, std::string const& help,
+                       bool& isCacheOff) {
+    auto const parse = [](std::string const& path) { return path; };
+    addParsed(command, "--video", target, parse, help, "FILE")->check(isReadableVideo);
+    addFlag(command, "--no-cache", isCacheOff,
+            "Measure the pictures of videos anew, and keep nothing");
+}
+
+}  // namespace
+
+void addVideoOptions(CLI::App& command, std::optional<std::string>& path, bool& isCacheOff) {
+    addVideoOptionsTo(command, path, "Take the frames' pictures from this video", isCacheOff);
+}
+
+void addVideoOptions(CLI::App& command, std::vector<std::string>& paths, bool& isCacheOff) {
+    addVideoOptionsTo(command, paths,
+                      "The pictures of a recording: one video for each recording, in their order",
+                      isCacheOff);
 }
 
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options) {

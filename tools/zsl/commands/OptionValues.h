@@ -129,6 +129,10 @@ CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path
 /// --from, --to, --any-rate.
 void addInputOptions(CLI::App& command, recording::InputOptions& options);
 
+/// --video, which not every build can read, and --no-cache. A list may be given more than once.
+void addVideoOptions(CLI::App& command, std::optional<std::string>& path, bool& isCacheOff);
+void addVideoOptions(CLI::App& command, std::vector<std::string>& paths, bool& isCacheOff);
+
 /// --press, --captures.
 void addPressOptions(CLI::App& command, pipeline::ReplayOptions& options);
 

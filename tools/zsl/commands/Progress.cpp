@@ -1,8 +1,10 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ostream>
 
 #include "commands/Commands.h"
+#include "picture/MeasureCache.h"
 
 namespace zebcam::tool::commands {
 
@@ -48,6 +50,17 @@ void Progress::operator()(size_t done, size_t total) {
                             timeLeft(std::chrono::ceil<seconds>(elapsed * share)));
     }
     mErr << std::flush;
+}
+
+picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache) {
+    return [&streams, usesCache](base::InputFile& file) {
+        Progress progress(streams.err, streams.showProgress, "pictures");
+        picture::VideoFile video(file);
+        auto const tell = [&progress](size_t done, size_t declared) {
+            progress(done, std::max(done, declared));
+        };
+        return usesCache ? picture::measureOnce(video, tell) : picture::measureVideo(video, tell);
+    };
 }
 
 }  // namespace zebcam::tool::commands

@@ -21,6 +21,7 @@
 #include "device/DeviceRecordingReader.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
+#include "picture/MeasuredVideo.h"
 #include "pipeline/ProcessorLog.h"
 #include "recording/Recording.h"
 #include "report/Reports.h"
@@ -44,6 +45,7 @@ struct Arguments {
     std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
     std::vector<uint32_t> requests;
     bool isVerbose = false;
+    bool isCacheOff = false;
     pipeline::ReplayOptions options;
 
     /// To name a capture, or to ask for more, is to ask for the reasons.
@@ -147,7 +149,8 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
 /// What came of a replay, and the frames that were in it. The observation has ended.
 std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
                                                               Arguments const& arguments,
-                                                              Observer& observer) {
+                                                              Observer& observer,
+                                                              CliStreams const& streams) {
     pipeline::ReplayOptions options = arguments.options;
     options.logLevel = observer.logLevel();
     // By its first bytes: people rename files.
@@ -161,8 +164,8 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
         observer.finish();
         return {std::move(replayed.frames), std::move(replayed.replay)};
     }
-    recording::Recording recording =
-        recording::readRecording(file.stream(), file.name(), options.input);
+    recording::Recording recording = picture::readWithPictures(
+        file, options.input, pictureMeasurer(streams, !arguments.isCacheOff));
     run::ReplayResult result = run::replay(recording, options, observer.listener());
     observer.finish();
     if (arguments.isExplaining() || arguments.json || arguments.report) {
@@ -203,7 +206,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
     auto const watch = watchPolicy("zsl replay", arguments.options.policy, arguments.policyLimit);
     Observer observer(arguments, streams);
     // Not as a structured binding, which clang 14 does not let lambdas capture.
-    auto replayed = replayFile(command, arguments, observer);
+    auto replayed = replayFile(command, arguments, observer, streams);
     recording::Recording const& recording = replayed.first;
     run::ReplayResult& result = replayed.second;
     log::Explanation const* const reasons = observer.explanation();
@@ -240,11 +243,12 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
         "replay", "Replay a recording, press the button and tell which frames the captures get");
     command
         ->add_option("RECORDING", arguments->recording,
-                     "CSV file, - for standard input, or a recording of a device")
+                     "CSV file or video, - for standard input, or a recording of a device")
         ->required()
         ->check(isNamed)
         ->type_name("FILE");
     addInputOptions(*command, arguments->options.input);
+    addVideoOptions(*command, arguments->options.input.video, arguments->isCacheOff);
     addPressOptions(*command, arguments->options);
     addServiceOptions(*command, arguments->options);
     addParsed(*command, "--flush-at", arguments->options.flushesNs, base::parseDuration,

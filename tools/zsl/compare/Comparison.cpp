@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <map>
 #include <type_traits>
 #include <utility>
 
+#include "base/InputError.h"
+#include "base/InputFile.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "recording/Recording.h"
@@ -45,14 +48,17 @@ std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan) {
 std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
     std::vector<pipeline::ReplayOptions> const policies = policiesOf(plan);
     std::vector<ComparisonRow> rows;
-    for (std::string const& recording : plan.recordings) {
+    for (size_t i = 0; i < plan.recordings.size(); ++i) {
         for (pipeline::ReplayOptions const& policy : policies) {
             for (std::optional<int64_t> const& offsetMs : plan.offsetsMs) {
                 for (size_t const frames : plan.framesPerCapture) {
                     for (size_t const history : plan.history) {
                         ComparisonRow& row = rows.emplace_back();
-                        row.recording = recording;
+                        row.recording = plan.recordings[i];
                         row.options = policy;
+                        if (!plan.videos.empty()) {
+                            row.options.input.video = plan.videos[i];
+                        }
                         row.options.offsetMs = offsetMs;
                         row.options.framesPerCapture = frames;
                         row.options.history = history;
@@ -115,6 +121,14 @@ std::string pack(RunNumbers const& numbers, run::ReplayResult const& result,
     parcel.put(numbers);
     parcel.putAll(run::measure(result.captures, result.offsetMs));
     parcel.putAll(result.options.policy.ownName);
+    recording::VideoFacts const video = result.facts.video.value_or(recording::VideoFacts());
+    parcel.putAll(video.path);
+    parcel.put(video.width);
+    parcel.put(video.height);
+    parcel.put(video.rotation);
+    parcel.put(video.pictures);
+    parcel.put(video.match);
+    parcel.put(video.framesWithout);
     parcel.put(problems.size());
     for (std::string const& problem : problems) {
         parcel.putAll(problem);
@@ -127,6 +141,17 @@ void unpack(std::string data, ComparisonRow& row) {
     parcel.take(row.numbers.emplace());
     parcel.takeAll(row.frames);
     parcel.takeAll(row.options.policy.ownName);
+    recording::VideoFacts& video = row.video.emplace();
+    parcel.takeAll(video.path);
+    parcel.take(video.width);
+    parcel.take(video.height);
+    parcel.take(video.rotation);
+    parcel.take(video.pictures);
+    parcel.take(video.match);
+    parcel.take(video.framesWithout);
+    if (video.path.empty()) {
+        row.video.reset();
+    }
     size_t problems = 0;
     parcel.take(problems);
     row.problems.resize(problems);
@@ -135,11 +160,68 @@ void unpack(std::string data, ComparisonRow& row) {
     }
 }
 
-std::string runOne(ComparisonPlan const& plan, std::vector<ComparisonRow> const& rows, size_t i) {
+/// The videos of a plan, each decoded once, before there are children that all have them. One that
+/// cannot be is a failure of the rows that need it, and of no others.
+class Videos {
+public:
+    Videos(ComparisonPlan const& plan, base::SignalWatch const& signals) {
+        for (std::string const& video : plan.videos) {
+            measure(plan, video, signals);
+        }
+        for (std::string const& recording : plan.recordings) {
+            if (isVideo(recording)) {
+                measure(plan, recording, signals);
+            }
+        }
+    }
+
+    picture::MeasuredVideo const& of(std::string const& path) const {
+        Found const& found = mFound.at(path);
+        if (!found.failure.empty()) {
+            throw base::InputError(found.failure);
+        }
+        return found.video;
+    }
+
+private:
+    struct Found {
+        picture::MeasuredVideo video;
+        std::string failure;
+    };
+
+    static bool isVideo(std::string const& path) {
+        try {
+            return picture::looksLikeVideo(base::InputFile(path));
+        } catch (base::InputError const&) {
+            return false;  // whoever reads it says why
+        }
+    }
+
+    void measure(ComparisonPlan const& plan, std::string const& path,
+                 base::SignalWatch const& signals) {
+        auto const [at, isNew] = mFound.try_emplace(path);
+        if (!isNew) {
+            return;
+        }
+        signals.throwIfAny();
+        try {
+            base::InputFile file(path);
+            at->second.video = plan.measure(file);
+        } catch (base::InputError const& error) {
+            at->second.failure = error.what();
+        }
+    }
+
+    std::map<std::string, Found> mFound;  ///< by path
+};
+
+std::string runOne(ComparisonPlan const& plan, Videos const& videos,
+                   std::vector<ComparisonRow> const& rows, size_t i) {
     ComparisonRow const& row = rows[i];
     // Read in the child: a file that breaks off is a failure of its rows and of no other.
-    recording::Recording const recording =
-        recording::readRecording(row.recording, row.options.input);
+    base::InputFile file(row.recording);
+    recording::Recording const recording = picture::readWithPictures(
+        file, row.options.input, [&](base::InputFile& video) { return videos.of(video.name()); });
     pipeline::ReplayOptions options = row.options;
     // Debug lines add the values that were found, which nobody counts.
     options.logLevel =
@@ -212,8 +294,10 @@ Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
         // Somebody who looks should see at once how much there is to do.
         progress(0, rows.size());
     }
+    Videos const videos(plan, signals);
     runInChildren(
-        rows.size(), pool, signals, [&](size_t task) { return runOne(plan, rows, task); }, onEnd);
+        rows.size(), pool, signals, [&](size_t task) { return runOne(plan, videos, rows, task); },
+        onEnd);
     comparison.totals = totalsOf(rows, rows.size() / plan.recordings.size());
     comparison.rankings = rank(comparison.totals.rows);
     if (plan.baseline) {

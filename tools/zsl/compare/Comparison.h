@@ -14,6 +14,7 @@
 #include "compare/ComparisonFields.h"
 #include "compare/ComparisonResult.h"
 #include "log/Explanation.h"
+#include "picture/MeasuredVideo.h"
 #include "pipeline/ReplayOptions.h"
 #include "recording/Recording.h"
 #include "run/ReplayResult.h"
@@ -59,6 +60,8 @@ using RunListener =
 /// empty.
 struct ComparisonPlan {
     std::vector<std::string> recordings;  ///< paths
+    std::vector<std::string> videos;      ///< of the recordings, in their order; or none
+    picture::Measure measure;             ///< of videos; called once for each file
     std::vector<pipeline::PolicyOption> policies;
     /// Values for each parameter of the libraries' policies; the built-in ones take none.
     std::vector<std::pair<std::string, std::vector<std::string>>> policyParameters;

@@ -136,6 +136,19 @@ FieldValue sharePercent(RunNumbers const& numbers) {
                           : FieldValue();
 }
 
+template <auto Member>
+FieldValue picture(RunNumbers const& numbers) {
+    run::PictureSummary const& pictures = numbers.summary.pictures;
+    return pictures.count > 0 ? FieldValue(pictures.*Member) : FieldValue();
+}
+
+FieldValue belowHalfPercent(RunNumbers const& numbers) {
+    run::PictureSummary const& pictures = numbers.summary.pictures;
+    return pictures.count > 0 ? FieldValue(100.0 * static_cast<double>(pictures.belowHalf) /
+                                           static_cast<double>(pictures.count))
+                              : FieldValue();
+}
+
 FieldValue heldNs(RunNumbers const& numbers) {
     return msOf(numbers.ledger.handedOut > 0, numbers.longestHeldNs);
 }
@@ -208,6 +221,15 @@ std::vector<ComparisonField> makeFields() {
         {"median_iso", Better::Less, "ISO of the chosen frames: the median",
          iso<&base::Spread::median>},
         {"max_iso", Better::Less, "the most", iso<&base::Spread::max>},
+        {"median_sharpness", Better::More, "sharpness of the chosen pictures: the median",
+         picture<&run::PictureSummary::medianSharpness>},
+        {"median_sharpness_share", Better::More,
+         "the same, by the sharpest in the history when it was chosen: the median",
+         picture<&run::PictureSummary::medianShare>},
+        {"p5_sharpness_share", Better::More, "the 5th percentile (nearest rank)",
+         picture<&run::PictureSummary::p5Share>},
+        {"below_half_percent", Better::Less,
+         "chosen pictures less than half as sharp as the sharpest, of 100", belowHalfPercent},
     };
     addRefusals(fields);
     std::vector<ComparisonField> const rest = {

@@ -8,6 +8,7 @@
 
 #include "compare/ComparisonFields.h"
 #include "pipeline/ReplayOptions.h"
+#include "recording/Recording.h"
 
 namespace zebcam::tool::compare {
 
@@ -15,12 +16,13 @@ namespace zebcam::tool::compare {
 struct ComparisonRow {
     std::string recording;  ///< path; empty: all
     pipeline::ReplayOptions options;
-    std::optional<RunNumbers> numbers;      ///< none: the run failed
-    std::vector<run::FrameNumbers> frames;  ///< what the numbers were made from
-    std::vector<std::string> problems;      ///< why it failed, or what went wrong in it
-    std::vector<std::string> broken;        ///< the limits that it exceeds, with what was found
-    std::string report;                     ///< path of the run's own page; empty: there is none
-    std::string worse;                      ///< in what it is worse than a baseline; empty: nothing
+    std::optional<RunNumbers> numbers;           ///< none: the run failed
+    std::optional<recording::VideoFacts> video;  ///< whose pictures the frames have
+    std::vector<run::FrameNumbers> frames;       ///< what the numbers were made from
+    std::vector<std::string> problems;           ///< why it failed, or what went wrong in it
+    std::vector<std::string> broken;  ///< the limits that it exceeds, with what was found
+    std::string report;               ///< path of the run's own page; empty: there is none
+    std::string worse;                ///< in what it is worse than a baseline; empty: nothing
 
     /// In force, ms; of a failed run what was asked for, if anything was.
     std::optional<int64_t> offsetMs() const;

@@ -1,6 +1,7 @@
 #include "picture/MeasuredVideo.h"
 
 #include <fmt/format.h>
+#include <recorder/RecordFormat.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -14,6 +15,8 @@
 #include "picture/PictureMeter.h"
 
 namespace zebcam::tool::picture {
+
+namespace record = NSCam::v3::pipeline::model::record;
 
 namespace {
 
@@ -84,7 +87,8 @@ bool looksLikeVideo(base::InputFile const& file) {
     auto const isControl = [](char c) {
         return static_cast<unsigned char>(c) < ' ' && c != '\t' && c != '\n' && c != '\r';
     };
-    return std::ranges::any_of(file.start(), isControl) || file.start().starts_with(kTextualMagic);
+    bool const isBinary = std::ranges::any_of(file.start(), isControl);
+    return (isBinary && !record::hasMagic(file.start())) || file.start().starts_with(kTextualMagic);
 }
 
 MeasuredVideo measureVideo(VideoFile& video, std::function<void(size_t, size_t)> const& progress) {
@@ -135,13 +139,37 @@ PictureMatch matchPictures(recording::Recording& recording, std::span<int64_t co
 
 void addPictures(recording::Recording& recording, MeasuredVideo const& video) {
     PictureMatch const match = matchPictures(recording, video.timesNs, video.path);
-    recording.video = {video.path,     video.width,          video.height,
-                       video.rotation, video.timesNs.size(), match};
+    recording.video = {
+        video.path, video.width, video.height, video.rotation, video.timesNs.size(), match, 0};
     for (SensorFrame& frame : recording.frames) {
         if (frame.videoFrame) {
             frame.picture = video.measures[*frame.videoFrame];
         }
     }
+}
+
+recording::Recording readWithPictures(base::InputFile& file, recording::InputOptions const& options,
+                                      Measure const& measure) {
+    if (looksLikeVideo(file)) {
+        if (options.video) {
+            throw base::InputError(fmt::format(
+                "--video {}: expected a CSV file with it, found {}, which is a video itself",
+                *options.video, file.name()));
+        }
+        return recordingOf(measure(file), options);
+    }
+    if (!options.video) {
+        return recording::readRecording(file, options);
+    }
+    // Pictures belong to the frames of the whole file.
+    recording::Recording recording = recording::readRecording(file, {.anyRate = options.anyRate});
+    base::InputFile video(*options.video);
+    if (video.name() == file.name()) {
+        throw base::InputError(
+            fmt::format("--video {}: expected another file than the recording", *options.video));
+    }
+    addPictures(recording, measure(video));
+    return recording::partOf(std::move(recording), options);
 }
 
 recording::Recording recordingOf(MeasuredVideo const& video,

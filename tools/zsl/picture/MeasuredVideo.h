@@ -23,8 +23,7 @@ struct MeasuredVideo {
     std::vector<recording::PictureMeasures> measures;
 };
 
-/// Whether `file` begins with what no text does, as all videos do. A recording of a device does,
-/// too.
+/// Whether `file` begins with what no text does, as all videos do, and is no recording of a device.
 bool looksLikeVideo(base::InputFile const& file);
 
 /// Of all pictures of `video`. `progress` gets how many are done, and how many there are as the
@@ -46,6 +45,16 @@ recording::PictureMatch matchPictures(recording::Recording& recording,
 
 /// The same, with what was measured of the pictures.
 void addPictures(recording::Recording& recording, MeasuredVideo const& video);
+
+/// Gives what was measured of a video; it may have been measured before.
+using Measure = std::function<MeasuredVideo(base::InputFile& file)>;
+
+/**
+ * Reads a recording with its pictures, as `options` ask for: a CSV file, alone or with a video, or
+ * a video by itself. Throws RecordingError and InputError as readRecording() and `measure` do.
+ */
+recording::Recording readWithPictures(base::InputFile& file, recording::InputOptions const& options,
+                                      Measure const& measure);
 
 /// What a video is as a recording: its presentation times are the starts of exposure, and nothing
 /// else is told. Throws RecordingError and InputError as readRecording() does.

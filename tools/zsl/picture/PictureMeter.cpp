@@ -9,11 +9,11 @@ namespace zebcam::tool::picture {
 
 namespace {
 
-constexpr size_t kSizes = 3;
+constexpr size_t kSizes = 4;
 /// Smaller pictures are not halved: too little of them would overlap.
-constexpr uint32_t kLeastHalved = 64;
+constexpr uint32_t kLeastHalved = 48;
 /// How far apart neighbouring pictures are looked for, in the smallest size: a tenth of the width.
-constexpr int kMaxShift = 8;
+constexpr int kMaxShift = 4;
 
 /// 10^4 x variance / mean^2: the variance of the luma in percent of its mean.
 constexpr double kPercentSquared = 1e4;

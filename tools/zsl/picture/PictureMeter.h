@@ -19,8 +19,8 @@ public:
     recording::PictureMeasures measure(Pixels luma);
 
 private:
-    /// The picture before, and the same in a half and in a quarter of its size where it is large
-    /// enough.
+    /// The picture before, and the same in a half, a quarter and an eighth of its size where it is
+    /// large enough.
     std::vector<Pixels> mBefore;
 };
 

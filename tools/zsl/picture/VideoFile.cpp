@@ -23,7 +23,7 @@ extern "C" {
 #include <libavutil/display.h>
 #include <libavutil/log.h>
 #include <libavutil/murmur3.h>
-#include <libavutil/opt.h>
+#include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
@@ -454,8 +454,22 @@ private:
         return static_cast<uint32_t>(std::clamp<int64_t>(width, 1, MAX_PICTURE_SIDE));
     }
 
+    /// Whether the first plane of that format holds a byte of luma for each point.
+    static bool isLumaPlane(AVPixelFormat format) {
+        AVPixFmtDescriptor const* const traits = av_pix_fmt_desc_get(format);
+        AVComponentDescriptor const& first = traits->comp[0];
+        uint64_t const others = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL |
+                                AV_PIX_FMT_FLAG_BITSTREAM | AV_PIX_FMT_FLAG_HWACCEL;
+        return traits->nb_components >= 3 && (traits->flags & others) == 0 && first.plane == 0 &&
+               first.step == 1 && first.offset == 0 && first.shift == 0 && first.depth == 8;
+    }
+
     SwsContext* scalerTo(Pixels const& to, PixelKind kind) {
-        auto const format = static_cast<AVPixelFormat>(mFrame->format);
+        auto format = static_cast<AVPixelFormat>(mFrame->format);
+        // Nobody looks at the colours, whose planes take most of the time.
+        if (kind == PixelKind::Luma && isLumaPlane(format)) {
+            format = AV_PIX_FMT_GRAY8;
+        }
         mScaler.reset(
             sws_getCachedContext(mScaler.release(), mFrame->width, mFrame->height, format,
                                  static_cast<int>(to.width), static_cast<int>(to.height),

@@ -71,6 +71,8 @@ struct FrameOutcome {
     /// Sensor timestamp that the application saw in the result; none when it was removed.
     std::optional<int64_t> reportedNs;
     std::optional<recording::SensorFrame> chosen{};  ///< what the sensor told of the history frame
+    /// Sharpness of its picture by that of the sharpest in the history when it was chosen.
+    std::optional<double> sharpnessShare{};
 
     /// A policy chose a history frame for it, which it got.
     bool isChosen() const {

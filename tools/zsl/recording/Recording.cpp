@@ -123,7 +123,9 @@ RecordingFacts computeFacts(Recording const& recording) {
     countMissing(facts, recording);
     for (SensorFrame const& frame : frames) {
         facts.framesWithError += frame.hasError;
-        facts.framesWithoutPicture += recording.video && !frame.videoFrame ? 1 : 0;
+        if (facts.video) {
+            facts.video->framesWithout += frame.videoFrame ? 0 : 1;
+        }
         facts.focusMoves += frame.lensState == NSCam::LENS_STATE_MOVING;
     }
     if (frames.size() >= 2) {

@@ -10,6 +10,10 @@
 #include <variant>
 #include <vector>
 
+namespace zebcam::tool::base {
+class InputFile;
+}
+
 namespace zebcam::tool::recording {
 
 /// The columns of a recording, in the order in which they are written.
@@ -107,6 +111,7 @@ struct VideoFacts {
     int rotation = 0;  ///< degrees clockwise by which the file has it turned
     size_t pictures = 0;
     PictureMatch match = PictureMatch::Column;
+    size_t framesWithout = 0;  ///< frames of the recording that have no picture, as facts tell it
 };
 
 /// A recording: at least two frames, in strictly ascending time and frame number.
@@ -130,8 +135,9 @@ inline constexpr size_t MAX_FRAMES = 1'000'000;
 /// What to make of a recording.
 struct InputOptions {
     bool anyRate = false;  ///< also what no sensor does: below 1 or above 2000 frames/s
-    std::optional<int64_t> fromNs = {};  ///< from the first frame: what comes before is left out
-    std::optional<int64_t> toNs = {};    ///< so is what comes after
+    std::optional<int64_t> fromNs = {};     ///< from the first frame: what comes before is left out
+    std::optional<int64_t> toNs = {};       ///< so is what comes after
+    std::optional<std::string> video = {};  ///< path of the pictures; none: it has none
 };
 
 /// The part of `recording` that `options` ask for. Throws InputError when it begins or ends outside
@@ -183,7 +189,6 @@ struct RecordingFacts {
     std::vector<Column> absent = {};  ///< this and the next two as the recording's
     std::vector<DataColumn> dataColumns = {};
     std::optional<VideoFacts> video = {};
-    size_t framesWithoutPicture = 0;  ///< with a video
 };
 
 /// The facts of `recording`, computed from its frames alone. Without two frames every time is 0.
@@ -197,6 +202,9 @@ int64_t medianIntervalNs(std::vector<SensorFrame> const& frames);
 /// what it may look like). The path `-` is standard input. Throws RecordingError or InputError for
 /// whatever cannot be read in full: nothing is half-read.
 Recording readRecording(std::string const& path, InputOptions const& options = {});
+
+/// The same from a file that is open.
+Recording readRecording(base::InputFile& file, InputOptions const& options = {});
 
 /// The same from a stream; `name` stands for the path in errors and in the result.
 Recording readRecording(std::istream& in, std::string const& name,

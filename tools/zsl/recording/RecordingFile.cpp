@@ -51,6 +51,10 @@ std::string_view wordOf(Column column) {
 
 Recording readRecording(std::string const& path, InputOptions const& options) {
     base::InputFile file(path);
+    return readRecording(file, options);
+}
+
+Recording readRecording(base::InputFile& file, InputOptions const& options) {
     if (record::hasMagic(file.start())) {
         throw RecordingError({file.name(), 0, {}}, "a CSV file",
                              "a recording of a device, which zsl replay takes");

@@ -160,6 +160,9 @@ std::string shortText(compare::ComparisonRow const& row, compare::ComparisonFiel
         row.numbers ? compare::asNumber(field.value(*row.numbers)) : std::nullopt;
     // Measures have a decimal, so that they stand below each other; counts have none.
     bool const isMeasure = field.name.ends_with("_ms") || field.name.ends_with("_percent");
+    if (value && field.name.ends_with("_share")) {
+        return fmt::format("{:.2f}", *value);
+    }
     return value && isMeasure && *value == std::floor(*value) ? fmt::format("{:.1f}", *value)
                                                               : shortText(value);
 }

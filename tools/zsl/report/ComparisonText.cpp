@@ -10,6 +10,7 @@
 #include "base/Text.h"
 #include "report/ComparisonNames.h"
 #include "report/Reports.h"
+#include "report/RunText.h"
 
 namespace zebcam::tool::report {
 
@@ -41,6 +42,11 @@ constexpr FieldColumn kColumns[] = {{"served", "once", "at_once"},
                                     {"waiting (ms)", "max", "max_wait_ms"},
                                     {"settled (%)", "focus", "settled_focus_percent"},
                                     {"settled (%)", "AE", "settled_exposure_percent"}};
+/// Where there are pictures.
+constexpr FieldColumn kPictureColumns[] = {
+    {"sharpness (of best)", "median", "median_sharpness_share"},
+    {"sharpness (of best)", "5 %", "p5_sharpness_share"},
+    {"sharpness (of best)", "<half%", "below_half_percent"}};
 
 /// Rows of one recording, or of all, with the settings that differ.
 class RowTable {
@@ -49,28 +55,40 @@ public:
         : mNames(names), mStyle(style) {}
 
     std::string text(std::span<ComparisonRow const> rows) const {
-        Table table(columns());
+        std::vector<FieldColumn> const fields = fieldsOf(rows);
+        Table table(columns(fields));
         for (ComparisonRow const& row : rows) {
-            table.addRow(cells(row));
+            table.addRow(cells(row, fields));
             table.addBelow(below(row));
         }
         return table.text(mStyle);
     }
 
 private:
-    std::vector<Table::Column> columns() const {
+    static std::vector<FieldColumn> fieldsOf(std::span<ComparisonRow const> rows) {
+        std::vector<FieldColumn> fields(std::begin(kColumns), std::end(kColumns));
+        if (std::ranges::any_of(rows, [](ComparisonRow const& row) {
+                return row.numbers && row.numbers->summary.pictures.count > 0;
+            })) {
+            fields.insert(fields.end(), std::begin(kPictureColumns), std::end(kPictureColumns));
+        }
+        return fields;
+    }
+
+    std::vector<Table::Column> columns(std::vector<FieldColumn> const& fields) const {
         std::vector<Table::Column> columns = {
             {.title = "  policy", .kind = Table::Kind::Text, .isKey = true}};
         for (ComparisonNames::Setting const& setting : mNames.differing()) {
             columns.push_back({.title = setting.title, .isKey = true});
         }
-        for (FieldColumn const& column : kColumns) {
+        for (FieldColumn const& column : fields) {
             columns.push_back({.title = column.title, .group = column.group});
         }
         return columns;
     }
 
-    std::vector<std::string> cells(ComparisonRow const& row) const {
+    std::vector<std::string> cells(ComparisonRow const& row,
+                                   std::vector<FieldColumn> const& fields) const {
         bool const isGood = row.isGood();
         std::vector<std::string> cells = {mStyle.paint(
             (isGood ? "  " : "! ") + mNames.policyOf(row), isGood ? Tone::Plain : Tone::Bad)};
@@ -78,7 +96,7 @@ private:
             std::string const value = setting.value(row);
             cells.push_back(value.empty() ? kNothing : value);
         }
-        for (FieldColumn const& column : kColumns) {
+        for (FieldColumn const& column : fields) {
             compare::ComparisonField const& field = compare::fieldOf(column.field);
             bool const isBroken = std::ranges::any_of(row.broken, [&](std::string const& text) {
                 return text.starts_with(field.name + ' ');
@@ -215,8 +233,14 @@ std::string comparisonTable(compare::Comparison const& comparison, base::TextSty
     RowTable const table(names, style);
     std::string const shared = names.shared().empty() ? "" : ", " + names.shared();
     for (auto const& rows : byRecording(comparison.rows, comparison.totals.rows.size())) {
-        text += fmt::format("Recording {}{}\n", base::printable(rows.front().recording), shared) +
-                table.text(rows) + "\n";
+        text += fmt::format("Recording {}{}\n", base::printable(rows.front().recording), shared);
+        auto const seen = std::ranges::find_if(
+            rows, [](ComparisonRow const& row) { return row.video.has_value(); });
+        if (seen != rows.end()) {
+            text += fmt::format("Video {}: {}\n", base::printable(seen->video->path),
+                                videoText(*seen->video));
+        }
+        text += table.text(rows) + "\n";
     }
     compare::Totals const& totals = comparison.totals;
     size_t const recordings = totals.recordings + totals.leftOut;

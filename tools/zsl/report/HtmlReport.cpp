@@ -194,6 +194,11 @@ Json sensorJson(recording::Recording const& recording, run::ReplayResult const& 
     auto const state = [&](auto member) {
         return columnOf(drawn, [&](size_t i) { return orNull(told(i).*member); });
     };
+    auto const picture = [&](auto const& valueOf) {
+        return columnOf(drawn, [&](size_t i) {
+            return frames[i].picture ? valueOf(*frames[i].picture) : Json(nullptr);
+        });
+    };
     auto const intervalOf = [&](size_t i) {
         return i > 0 ? Json(frames[i].timestampNs - frames[i - 1].timestampNs) : Json(nullptr);
     };
@@ -219,7 +224,12 @@ Json sensorJson(recording::Recording const& recording, run::ReplayResult const& 
         {"sensorId", state(&F::sensorId)},
         {"sensorMode", state(&F::sensorMode)},
         {"hasError", columnOf(drawn, [&](size_t i) { return told(i).hasError; })},
-        {"faults", columnOf(drawn, [&](size_t i) { return faultNames(result, i); })}};
+        {"faults", columnOf(drawn, [&](size_t i) { return faultNames(result, i); })},
+        {"videoFrame", state(&F::videoFrame)},
+        {"sharpness", picture([](auto const& measures) { return Json(measures.sharpness); })},
+        {"motion", picture([](auto const& measures) { return orNull(measures.motion); })},
+        {"brightness", picture([](auto const& measures) { return Json(measures.brightness); })},
+        {"clipped", picture([](auto const& measures) { return Json(measures.clipped); })}};
     for (recording::Column const column : untoldColumns(recording)) {
         json[std::string(wordOf(column))] = nullptr;
     }

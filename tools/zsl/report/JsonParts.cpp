@@ -27,12 +27,48 @@ Json spreadJson(base::Spread const& spread, std::string const& unit = "Ns") {
             {"max" + unit, known(spread.max)}};
 }
 
+Json picturesJson(run::PictureSummary const& pictures) {
+    auto const known = [&](double value) {
+        return pictures.count > 0 ? Json(value) : Json(nullptr);
+    };
+    return {{"count", pictures.count},
+            {"medianSharpness", known(pictures.medianSharpness)},
+            {"medianSharpnessShare", known(pictures.medianShare)},
+            {"p5SharpnessShare", known(pictures.p5Share)},
+            {"belowHalf", pictures.belowHalf}};
+}
+
+Json pictureJson(recording::SensorFrame const& frame, std::optional<double> share) {
+    if (!frame.picture) {
+        return nullptr;
+    }
+    return {{"videoFrame", orNull(frame.videoFrame)},  {"sharpness", frame.picture->sharpness},
+            {"sharpnessShare", orNull(share)},         {"motion", orNull(frame.picture->motion)},
+            {"brightness", frame.picture->brightness}, {"clipped", frame.picture->clipped}};
+}
+
+char const* matchWord(recording::PictureMatch match) {
+    switch (match) {
+        case recording::PictureMatch::Column:
+            return "column";
+        case recording::PictureMatch::Count:
+            return "count";
+        case recording::PictureMatch::Time:
+            return "time";
+        case recording::PictureMatch::Start:
+            return "start";
+        case recording::PictureMatch::Itself:
+            break;
+    }
+    return "itself";
+}
+
 Json shareJson(run::Share const& share) {
     return {{"count", share.count}, {"told", share.told}};
 }
 
 /// What the sensor told of a history frame that was chosen.
-Json chosenJson(recording::SensorFrame const& frame) {
+Json chosenJson(recording::SensorFrame const& frame, std::optional<double> sharpnessShare) {
     auto const word = [](std::optional<uint8_t> state, std::string (*name)(uint8_t)) {
         return state ? Json(wordOf(name(*state))) : Json(nullptr);
     };
@@ -44,7 +80,8 @@ Json chosenJson(recording::SensorFrame const& frame) {
             {"lensState", word(frame.lensState, recording::lensStateName)},
             {"isFocusSettled", orNull(recording::isFocusSettled(frame))},
             {"isExposureSettled", orNull(recording::isExposureSettled(frame))},
-            {"hasImageError", frame.hasError}};
+            {"hasImageError", frame.hasError},
+            {"picture", pictureJson(frame, sharpnessShare)}};
 }
 
 }  // namespace
@@ -107,6 +144,19 @@ Json verdictJson(run::Verdict const& verdict) {
              })}};
 }
 
+Json videoJson(std::optional<recording::VideoFacts> const& video) {
+    if (!video) {
+        return nullptr;
+    }
+    return {{"path", video->path},
+            {"pictures", video->pictures},
+            {"width", video->width},
+            {"height", video->height},
+            {"rotation", video->rotation},
+            {"matchedBy", matchWord(video->match)},
+            {"framesWithoutPicture", video->framesWithout}};
+}
+
 Json recordingJson(std::string const& path, std::vector<std::string> const& notes,
                    recording::RecordingFacts const& facts, int64_t firstTimestampNs) {
     recording::MissingStates const& missing = facts.missing;
@@ -140,6 +190,7 @@ Json recordingJson(std::string const& path, std::vector<std::string> const& note
               {"sensorMode", missing.sensorMode}}},
             {"absentColumns", std::move(absent)},
             {"dataColumns", std::move(data)},
+            {"video", videoJson(facts.video)},
             {"notes", notes}};
 }
 
@@ -166,6 +217,7 @@ Json optionsJson(pipeline::ReplayOptions const& options, std::optional<int64_t> 
             {"fromNs", orNull(options.input.fromNs)},
             {"toNs", orNull(options.input.toNs)},
             {"anyRate", options.input.anyRate},
+            {"video", orNull(options.input.video)},
             {"pressAtNs", options.pressesNs},
             {"pressAtBootNs", options.pressBootTimesNs},
             {"flushAtNs", options.flushesNs},
@@ -190,7 +242,8 @@ Json summaryJson(run::ReplaySummary const& summary, uint64_t droppedFrames, uint
              {{"focusSettled", shareJson(summary.focusSettled)},
               {"exposureSettled", shareJson(summary.exposureSettled)},
               {"exposure", spreadJson(summary.exposure)},
-              {"iso", spreadJson(summary.iso, "")}}},
+              {"iso", spreadJson(summary.iso, "")},
+              {"pictures", picturesJson(summary.pictures)}}},
             {"droppedFrames", droppedFrames},
             {"logErrorLines", errorLines}};
 }
@@ -236,16 +289,17 @@ Json faultsJson(pipeline::FaultOptions const& options,
 
 Json frameJson(pipeline::CaptureRecord const& capture, size_t index) {
     pipeline::FrameOutcome const& frame = capture.frames[index];
-    return {{"index", index},
-            {"served", wordOf(toString(frame.served))},
-            {"try", orNull(frame.tryIndex)},
-            {"frameNo", orNull(frame.historyFrame)},
-            {"timestampNs", orNull(frame.timestampNs)},
-            {"lagNs", orNull(capture.lagNs(frame))},
-            {"waitNs", orNull(capture.waitNs(frame))},
-            {"resultNs", orNull(frame.resultNs)},
-            {"reportedTimestampNs", orNull(frame.reportedNs)},
-            {"chosen", frame.chosen ? chosenJson(*frame.chosen) : Json(nullptr)}};
+    return {
+        {"index", index},
+        {"served", wordOf(toString(frame.served))},
+        {"try", orNull(frame.tryIndex)},
+        {"frameNo", orNull(frame.historyFrame)},
+        {"timestampNs", orNull(frame.timestampNs)},
+        {"lagNs", orNull(capture.lagNs(frame))},
+        {"waitNs", orNull(capture.waitNs(frame))},
+        {"resultNs", orNull(frame.resultNs)},
+        {"reportedTimestampNs", orNull(frame.reportedNs)},
+        {"chosen", frame.chosen ? chosenJson(*frame.chosen, frame.sharpnessShare) : Json(nullptr)}};
 }
 
 }  // namespace zebcam::tool::report

@@ -56,6 +56,9 @@ Json documentOf(char const* command, bool isClean, base::Provenance const& prove
 
 Json verdictJson(run::Verdict const& verdict);
 
+/// Null without a video.
+Json videoJson(std::optional<recording::VideoFacts> const& video);
+
 /// An empty path: there is no file.
 Json recordingJson(std::string const& path, std::vector<std::string> const& notes,
                    recording::RecordingFacts const& facts, int64_t firstTimestampNs);

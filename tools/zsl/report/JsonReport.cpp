@@ -269,7 +269,7 @@ void addNumbers(compare::ComparisonRow const& row, Json& json) {
 
 /// A row has the fields of its replay's document that are short enough for a table.
 Json rowJson(compare::ComparisonRow const& row, std::vector<compare::Limit> const& limits) {
-    Json json = {{"recording", {{"path", row.recording}}},
+    Json json = {{"recording", {{"path", row.recording}, {"video", videoJson(row.video)}}},
                  {"options", optionsJson(row.options, row.offsetMs())},
                  {"status", row.status()},
                  {"problems", row.problems},

@@ -58,6 +58,32 @@ std::string verdictLines(TextStyle const& style, run::Verdict const& verdict, si
     return text;
 }
 
+std::string videoText(recording::VideoFacts const& video) {
+    char const* match = "by the column \"Video frame\"";
+    switch (video.match) {
+        case recording::PictureMatch::Column:
+            break;
+        case recording::PictureMatch::Count:
+            match = "one for each frame";
+            break;
+        case recording::PictureMatch::Time:
+            match = "by time";
+            break;
+        case recording::PictureMatch::Start:
+            match = "by time from the first frame and the first picture on";
+            break;
+        case recording::PictureMatch::Itself:
+            match = "the recording itself";
+            break;
+    }
+    return fmt::format(
+        "{} of {} x {}{}, {}; {}", counted(video.pictures, "picture", "pictures"), video.width,
+        video.height, video.rotation != 0 ? fmt::format(", turned by {}", video.rotation) : "",
+        match,
+        video.framesWithout == 0 ? "every frame has one"
+                                 : fmt::format("{} frames have none", video.framesWithout));
+}
+
 std::string policyText(pipeline::ReplayOptions const& options) {
     pipeline::PolicyOption const& policy = options.policy;
     std::string text =
@@ -96,6 +122,20 @@ std::string lagText(TextStyle const& style, base::Spread const& lag) {
                                       "{} ms after the press",
                                       base::formatMs(lag.min), base::formatMs(lag.median),
                                       base::formatMs(lag.p95), base::formatMs(lag.max)));
+}
+
+std::string picturesText(TextStyle const& style, run::PictureSummary const& pictures) {
+    if (pictures.count == 0) {
+        return "";
+    }
+    std::string const blurred =
+        fmt::format("{} of {} below half", pictures.belowHalf, pictures.count);
+    return labelled(
+        style, "Sharpness",
+        fmt::format("median {:.2f}; by the sharpest in the history median {:.2f}, 5th percentile "
+                    "{:.2f}, {}",
+                    pictures.medianSharpness, pictures.medianShare, pictures.p5Share,
+                    style.paint(blurred, pictures.belowHalf > 0 ? Tone::Doubtful : Tone::Good)));
 }
 
 std::string ledgerText(TextStyle const& style, host::BufferLedger::Totals const& totals,

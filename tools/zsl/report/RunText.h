@@ -25,11 +25,17 @@ inline constexpr size_t kLabelWidth = 11;
 std::string verdictLines(base::TextStyle const& style, run::Verdict const& verdict,
                          size_t labelWidth = kLabelWidth);
 
+/// How large a video is, by what its pictures were found for frames, and for how many there is
+/// none. Without a label and the path.
+std::string videoText(recording::VideoFacts const& video);
+
 /// The policy by its own name, with its file and what it was given. Without a label.
 std::string policyText(pipeline::ReplayOptions const& options);
 
 std::string servedText(base::TextStyle const& style, run::ReplaySummary const& summary);
 std::string lagText(base::TextStyle const& style, base::Spread const& lag);
+/// Empty without pictures.
+std::string picturesText(base::TextStyle const& style, run::PictureSummary const& pictures);
 
 /// Each buffer set that did not come back has its time from boot time `startNs` on.
 std::string ledgerText(base::TextStyle const& style, host::BufferLedger::Totals const& totals,

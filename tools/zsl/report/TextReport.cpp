@@ -86,6 +86,10 @@ std::string factsText(TextStyle const& style, run::ReplayResult const& result) {
     for (std::string const& note : result.notes) {
         text += labelled(style, "", "note: " + note);
     }
+    if (facts.video) {
+        text += labelled(style, "Video", facts.video->path) +
+                labelled(style, "", videoText(*facts.video));
+    }
     pipeline::ReplayOptions const& options = result.options;
     text += labelled(
         style, "Replay",
@@ -161,72 +165,111 @@ std::string tableText(TextStyle const& style, run::ReplayResult const& result) {
     return table.text(style);
 }
 
-using ChosenFrame = recording::SensorFrame;
-
 /// Painted where it may spoil the picture; empty: not told.
 std::string settlingText(TextStyle const& style, std::string const& word,
                          std::optional<bool> isSettled) {
     return style.paint(word, isSettled.value_or(true) ? Tone::Plain : Tone::Doubtful);
 }
 
-/// A column of what the sensor told of the chosen frames.
+/// A number in that form; empty: not told.
+template <typename Number>
+std::string numberText(char const* form, std::optional<Number> const& value) {
+    return value ? fmt::format(fmt::runtime(form), *value) : std::string();
+}
+
+/// Of the picture, if there is one.
+std::string measureText(char const* form, recording::SensorFrame const& frame,
+                        float recording::PictureMeasures::*measure) {
+    return frame.picture ? numberText(form, std::optional((*frame.picture).*measure))
+                         : std::string();
+}
+
+/// A column of what is known of the chosen frames.
 struct ChosenColumn {
     char const* title;
     base::Table::Kind kind;
-    std::string (*value)(TextStyle const& style, ChosenFrame const& frame);  ///< empty: not told
+    /// Of a frame for which one was chosen; empty: not told.
+    std::string (*value)(TextStyle const& style, pipeline::FrameOutcome const& frame);
 };
+
+using Outcome = pipeline::FrameOutcome;
+using Measures = recording::PictureMeasures;
+constexpr double kHalf = 0.5;
 
 constexpr ChosenColumn kChosenColumns[] = {
     {"exposure (ms)", base::Table::Kind::Number,
-     [](TextStyle const&, ChosenFrame const& frame) {
-         auto const ns = recording::exposureNs(frame);
+     [](TextStyle const&, Outcome const& frame) {
+         auto const ns = recording::exposureNs(*frame.chosen);
          return ns ? base::formatMs(*ns) : std::string();
      }},
     {"ISO", base::Table::Kind::Number,
-     [](TextStyle const&, ChosenFrame const& frame) {
-         return frame.iso ? std::to_string(*frame.iso) : std::string();
-     }},
+     [](TextStyle const&, Outcome const& frame) { return numberText("{}", frame.chosen->iso); }},
     {"focus (1/m)", base::Table::Kind::Number,
-     [](TextStyle const&, ChosenFrame const& frame) {
-         return frame.focusDistance ? fmt::format("{:.2f}", *frame.focusDistance) : std::string();
+     [](TextStyle const&, Outcome const& frame) {
+         return numberText("{:.2f}", frame.chosen->focusDistance);
      }},
     {"AF state", base::Table::Kind::Text,
-     [](TextStyle const& style, ChosenFrame const& frame) {
-         return settlingText(style, frame.afState ? recording::afStateName(*frame.afState) : "",
-                             recording::isFocusSettled(frame));
+     [](TextStyle const& style, Outcome const& frame) {
+         auto const& state = frame.chosen->afState;
+         return settlingText(style, state ? recording::afStateName(*state) : "",
+                             recording::isFocusSettled(*frame.chosen));
      }},
     {"lens", base::Table::Kind::Text,
-     [](TextStyle const& style, ChosenFrame const& frame) {
+     [](TextStyle const& style, Outcome const& frame) {
          // Shorter than Android's word, so that the table fits a page.
-         std::string const word = !frame.lensState ? ""
-                                  : *frame.lensState == NSCam::LENS_STATE_STATIONARY
+         auto const& state = frame.chosen->lensState;
+         std::string const word = !state ? ""
+                                  : *state == NSCam::LENS_STATE_STATIONARY
                                       ? "at rest"
-                                      : recording::lensStateName(*frame.lensState);
-         return settlingText(style, word, recording::isFocusSettled(frame));
+                                      : recording::lensStateName(*state);
+         return settlingText(style, word, recording::isFocusSettled(*frame.chosen));
      }},
     {"AE", base::Table::Kind::Text,
-     [](TextStyle const& style, ChosenFrame const& frame) {
-         auto const isSettled = recording::isExposureSettled(frame);
+     [](TextStyle const& style, Outcome const& frame) {
+         auto const isSettled = recording::isExposureSettled(*frame.chosen);
          return settlingText(style, isSettled ? *isSettled ? "settled" : "changing" : "",
                              isSettled);
      }},
+    {"sharpness", base::Table::Kind::Number,
+     [](TextStyle const&, Outcome const& frame) {
+         return measureText("{:.2f}", *frame.chosen, &Measures::sharpness);
+     }},
+    {"of best", base::Table::Kind::Number,
+     [](TextStyle const& style, Outcome const& frame) {
+         bool const isBlurred = frame.sharpnessShare.value_or(1) < kHalf;
+         return style.paint(numberText("{:.2f}", frame.sharpnessShare),
+                            isBlurred ? Tone::Doubtful : Tone::Plain);
+     }},
+    {"motion", base::Table::Kind::Number,
+     [](TextStyle const&, Outcome const& frame) {
+         auto const& picture = frame.chosen->picture;
+         return picture ? numberText("{:.1f}", picture->motion) : std::string();
+     }},
+    {"brightness", base::Table::Kind::Number,
+     [](TextStyle const&, Outcome const& frame) {
+         return measureText("{:.0f}", *frame.chosen, &Measures::brightness);
+     }},
+    {"clipped", base::Table::Kind::Number,
+     [](TextStyle const&, Outcome const& frame) {
+         return measureText("{:.4f}", *frame.chosen, &Measures::clipped);
+     }},
 };
 
-/// What the recording tells of the frames that were chosen; what it tells of none is left out.
+/// What is known of the frames that were chosen; what is known of none is left out.
 std::string chosenText(TextStyle const& style, run::ReplayResult const& result) {
     std::vector<std::vector<std::string>> rows;
     std::array<bool, std::size(kChosenColumns)> isTold{};
     for (pipeline::CaptureRecord const& capture : result.captures) {
         for (size_t index = 0; index < capture.frames.size(); ++index) {
-            auto const& chosen = capture.frames[index].chosen;
-            if (!chosen) {
+            pipeline::FrameOutcome const& frame = capture.frames[index];
+            if (!frame.chosen) {
                 continue;
             }
             auto& row = rows.emplace_back(std::vector{std::to_string(capture.requestNo),
                                                       std::to_string(index),
-                                                      std::to_string(chosen->frameNo)});
+                                                      std::to_string(frame.chosen->frameNo)});
             for (size_t i = 0; i < isTold.size(); ++i) {
-                row.push_back(kChosenColumns[i].value(style, *chosen));
+                row.push_back(kChosenColumns[i].value(style, frame));
                 isTold[i] = isTold[i] || !row.back().empty();
             }
         }
@@ -335,6 +378,7 @@ std::string textReport(recording::Recording const& recording, run::ReplayResult 
     }
     // At the end, where a terminal shows it: what most people run a replay for.
     text += servedText(style, result.summary) + lagText(style, result.summary.lag) +
+            picturesText(style, result.summary.pictures) +
             ledgerText(style, result.ledger, result.unsettled, result.firstTimestampNs) +
             troublesText(style, result.errorLines, result.failures) +
             limitsText(style, result.limits) +

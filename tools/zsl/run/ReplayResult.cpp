@@ -54,6 +54,38 @@ Share shareOf(std::vector<FrameNumbers> const& frames) {
     return share;
 }
 
+template <auto Member>
+std::vector<double> sorted(std::vector<FrameNumbers> const& frames) {
+    std::vector<double> values;
+    for (FrameNumbers const& frame : frames) {
+        if (frame.*Member) {
+            values.push_back(*(frame.*Member));
+        }
+    }
+    std::sort(values.begin(), values.end());
+    return values;
+}
+
+double medianOf(std::vector<double> const& values) {
+    return (values[(values.size() - 1) / 2] + values[values.size() / 2]) / 2;
+}
+
+PictureSummary picturesOf(std::vector<FrameNumbers> const& frames) {
+    std::vector<double> const shares = sorted<&FrameNumbers::sharpnessShare>(frames);
+    PictureSummary summary;
+    if (shares.empty()) {
+        return summary;
+    }
+    constexpr size_t kTwentieth = 20;
+    summary.count = shares.size();
+    summary.medianSharpness = medianOf(sorted<&FrameNumbers::sharpness>(frames));
+    summary.medianShare = medianOf(shares);
+    summary.p5Share = shares[(shares.size() + kTwentieth - 1) / kTwentieth - 1];
+    summary.belowHalf =
+        static_cast<size_t>(std::lower_bound(shares.begin(), shares.end(), 0.5) - shares.begin());
+    return summary;
+}
+
 // Saturating: the offset is a property, which may hold any number.
 int64_t distanceNs(int64_t lagNs, int64_t offsetMs) {
     constexpr int64_t kNsPerMs = 1'000'000;
@@ -86,6 +118,10 @@ std::vector<FrameNumbers> measure(std::vector<pipeline::CaptureRecord> const& ca
                 measured.iso = frame.chosen->iso;
                 measured.isFocusSettled = recording::isFocusSettled(*frame.chosen);
                 measured.isExposureSettled = recording::isExposureSettled(*frame.chosen);
+                if (frame.chosen->picture) {
+                    measured.sharpness = frame.chosen->picture->sharpness;
+                }
+                measured.sharpnessShare = frame.sharpnessShare;
             }
         }
     }
@@ -108,6 +144,7 @@ ReplaySummary summarize(std::vector<FrameNumbers> const& frames) {
     summary.exposureSettled = shareOf<&FrameNumbers::isExposureSettled>(frames);
     summary.exposure = spreadOf<&FrameNumbers::exposureNs>(frames);
     summary.iso = spreadOf<&FrameNumbers::iso>(frames);
+    summary.pictures = picturesOf(frames);
     return summary;
 }
 
@@ -120,14 +157,44 @@ ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures, in
     return summary;
 }
 
-void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures,
-                     std::function<recording::SensorFrame const*(uint32_t)> const& find) {
+namespace {
+
+using FindFrame = std::function<recording::SensorFrame const*(uint32_t)>;
+
+/// How sharp the picture of a chosen frame is by the sharpest that was to be had; where all are of
+/// one colour it is the best.
+std::optional<double> sharpnessShare(pipeline::CaptureRecord const& capture,
+                                     pipeline::FrameOutcome const& frame, FindFrame const& find) {
+    if (!frame.chosen->picture) {
+        return std::nullopt;
+    }
+    float const sharpness = frame.chosen->picture->sharpness;
+    float best = sharpness;
+    if (frame.tryIndex) {
+        pipeline::TryRecord const& attempt = capture.tries[*frame.tryIndex];
+        // What a policy has kept it could have taken as well.
+        for (auto const* const frames : {&attempt.historyFrames, &attempt.lockedFrames}) {
+            for (uint32_t const frameNo : *frames) {
+                recording::SensorFrame const* const other = find(frameNo);
+                if (other != nullptr && other->picture) {
+                    best = std::max(best, other->picture->sharpness);
+                }
+            }
+        }
+    }
+    return best > 0 ? static_cast<double>(sharpness) / static_cast<double>(best) : 1.0;
+}
+
+}  // namespace
+
+void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures, FindFrame const& find) {
     for (pipeline::CaptureRecord& capture : captures) {
         for (pipeline::FrameOutcome& frame : capture.frames) {
             recording::SensorFrame const* const sensor =
                 frame.historyFrame ? find(*frame.historyFrame) : nullptr;
             if (sensor != nullptr) {
                 frame.chosen = *sensor;
+                frame.sharpnessShare = sharpnessShare(capture, frame, find);
             }
         }
     }

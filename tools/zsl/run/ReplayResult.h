@@ -28,12 +28,24 @@ struct FrameNumbers {
     std::optional<int64_t> iso;
     std::optional<bool> isFocusSettled;
     std::optional<bool> isExposureSettled;
+    std::optional<double> sharpness;       ///< of the picture
+    std::optional<double> sharpnessShare;  ///< see FrameOutcome
 };
 
 /// Of how many frames something was told, and in how many of those it was so.
 struct Share {
     size_t count = 0;
     size_t told = 0;
+};
+
+/// How sharp the pictures of the chosen frames are, of those whose pictures are known.
+struct PictureSummary {
+    size_t count = 0;
+    double medianSharpness = 0;
+    // By the sharpest in the history when they were chosen:
+    double medianShare = 0;
+    double p5Share = 0;    ///< which 95 % of them do not fall below (nearest rank)
+    size_t belowHalf = 0;  ///< less than half as sharp
 };
 
 /// Numbers over all frames of all captures.
@@ -55,6 +67,7 @@ struct ReplaySummary {
     Share exposureSettled{};
     base::Spread exposure{};
     base::Spread iso{};  ///< in its own unit
+    PictureSummary pictures{};
 };
 
 /// Of every frame of every capture. `offsetMs` is the ZSL offset in force.
@@ -65,8 +78,8 @@ std::vector<FrameNumbers> measure(std::vector<pipeline::CaptureRecord> const& ca
 ReplaySummary summarize(std::vector<FrameNumbers> const& frames);
 ReplaySummary summarize(std::vector<pipeline::CaptureRecord> const& captures, int64_t offsetMs);
 
-/// Adds to each frame of a capture what `find` has of its history frame, by frame number; null: it
-/// has nothing.
+/// Adds to each frame of a capture what `find` has of its history frame, by frame number, and how
+/// sharp its picture was among those of the history; null: it has nothing.
 void addChosenFrames(std::vector<pipeline::CaptureRecord>& captures,
                      std::function<recording::SensorFrame const*(uint32_t frameNo)> const& find);
 
