@@ -46,6 +46,8 @@ function writePages() {
         ...Array.from({length: 120}, (_, i) => 1e12 + i * 33_400_000)].join('\n') + '\n');
     zsl(0, 'replay', 'recordings/bare.csv --report faulty.html --json faulty.json --press 100ms',
         '--fault image-error:0.1 --fault late:0.1 --fault policy-throws:1');
+    zsl(0, 'replay', 'recordings/short.csv --report dense.html --json dense.json --captures 40 --frames 2',
+        '--offset 60ms --fault late:0.5');
     const {stderr} = zsl(0, 'replay', 'recordings/short.csv --log debug --frames 2 --press 120ms --press 455ms');
     // The last try is missing, and of one more capture there is a warning only.
     const lines = stderr.trimEnd().split('\n');
@@ -315,6 +317,29 @@ test('what was injected and what nobody told shows', async () => {
     assert.ok(data.captures[0].tries.length > 80 && details.length < 20, `${details.length} rows of tries`);
     assert.ok(details.some((text) => /\d\d times the same/.test(text)), details[0]);
     assert.deepEqual(problems, []);
+    await page.close();
+});
+
+test('a try that was repeated shows to its last repeat, and no column is out of sight', async () => {
+    const {page} = await open('dense.html', {width: 1440, height: 900}, 'light');
+    const {captures} = JSON.parse(readFileSync(join(pages, 'dense.json'), 'utf8'));
+    // One capture at a time: where many marks lie together, the worst is told.
+    const tips = [];
+    for (let i = 0; i < 4; ++i) {
+        await page.click('[data-do="next"]');
+        tips.push(...await sweep(page, 'tries', 4));
+    }
+    const repeated = tips.map((tip) => tip.match(/^Tries (\d+) to (\d+) of capture (\d+)Time.*Made(\d+) times, all alike/))
+        .filter(Boolean).map((parts) => parts.slice(1).map(Number));
+    assert.ok(repeated.length > 0, tips.join("\n"));
+    for (const [first, last, requestNo, times] of repeated) {
+        assert.equal(last - first + 1, times);
+        assert.ok(captures.find((capture) => capture.requestNo === requestNo).tries
+            .some(({repeats}) => repeats + 1 === times), `${times} times of capture ${requestNo}`);
+    }
+    const widths = await page.$eval('#captures .scroll', (box) => [box.scrollWidth, box.clientWidth]);
+    assert.match(await page.textContent('#captures-table'), /Chosen frameInjected.*dpt, focus/);
+    assert.ok(widths[0] <= widths[1], `the table is ${widths[0]} of ${widths[1]} px wide`);
     await page.close();
 });
 

@@ -73,7 +73,8 @@ function tryTip(model, {time, until, capture, attempt}) {
     const {first, last} = attempt;
     const span = (from, to, text) => (first === last ? text(from) : `${text(from)} to ${text(to)}`);
     const age = (at) => ms(at * 1e9 - capture.press * 1e9);
-    return [element('strong', {}, `${span(first, last, (n) => (n === first ? `Try ${n}` : String(n)))} of capture ${capture.requestNo}`), definitions([
+    const which = first === last ? `Try ${first}` : `Tries ${first} to ${last}`;
+    return [element('strong', {}, `${which} of capture ${capture.requestNo}`), definitions([
         ['Time', `${span(time, until, (at) => seconds(at * 1e9))} s`],
         ['Age', `${span(time, until, age)} ms after the press`],
         ['Served', counted(attempt.builtFrames.length, 'frame', 'frames')],
