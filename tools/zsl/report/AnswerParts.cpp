@@ -17,7 +17,8 @@ std::string briefTime(int64_t ns) {
 
 int64_t difference(int64_t a, int64_t b) {
     int64_t result = 0;
-    return __builtin_sub_overflow(a, b, &result) ? 0 : result;
+    bool const fits = !__builtin_sub_overflow(a, b, &result) && result != INT64_MIN;
+    return fits ? result : 0;
 }
 
 std::string relative(int64_t ns, std::string_view to) {
@@ -120,6 +121,19 @@ std::string choiceText(std::set<uint64_t> const& frames, std::string const& sele
                              "with the first frame not before {}, or from as near to there as the "
                              "history goes.",
                              taken, run, wanted);
+}
+
+std::string withoutHistoryText(log::TryExplanation const* attempt, uint64_t index,
+                               std::string const& selector) {
+    for (size_t i = 0; attempt != nullptr && i < attempt->candidates.size(); ++i) {
+        log::Candidate const& frame = attempt->candidates[i];
+        if (frame.criterion == log::Criterion::Lost && frame.index == index) {
+            return fmt::format(
+                "F{}, which {} chose, could not be handed over ({}): an ordinary capture.",
+                frame.frameNo, selector, frame.found);
+        }
+    }
+    return fmt::format("{} asked for an ordinary capture, without a history frame.", selector);
 }
 
 std::string lackText(pipeline::CaptureRecord const& capture, log::CaptureExplanation const& reasons,

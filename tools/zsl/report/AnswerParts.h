@@ -20,7 +20,8 @@ namespace zebcam::tool::report {
 /// `20.7 ms`.
 std::string briefTime(int64_t ns);
 
-/// a - b; 0 when that does not fit, for a log may tell any number as an instant.
+/// a - b; 0 when that or its absolute value does not fit, for a log may tell any number as an
+/// instant.
 int64_t difference(int64_t a, int64_t b);
 
 /// `33 ms before the press`; `to` is what is told about, for instance `the press`.
@@ -42,6 +43,11 @@ std::string selectorOf(log::CaptureExplanation const& reasons);
 /// that they were held against; `endsAtFirst`: the last of them is the first from there on.
 std::string choiceText(std::set<uint64_t> const& frames, std::string const& selector,
                        std::string const& wanted, bool endsAtFirst);
+
+/// Why the frame at `index` of a capture became an ordinary capture in a try; null: the log tells
+/// nothing of it.
+std::string withoutHistoryText(log::TryExplanation const* attempt, uint64_t index,
+                               std::string const& selector);
 
 /// What the frames lacked that the history had in the first `tries` tries, by the last that was
 /// said of each.

@@ -95,7 +95,7 @@ private:
                 break;
         }
         if (!frame.historyFrame) {
-            return withoutHistoryText(group);
+            return withoutHistoryText(reasonsOf(frame), group.front(), selectorOf(mReasons));
         }
         std::string text = choiceText(group);
         text += passedOverText(group);
@@ -393,21 +393,6 @@ private:
         });
         bool const isOther = mayBeFault || mResult.device.has_value();
         return isOther ? "A flush" : "The flush at the end of the recording";
-    }
-
-    std::string withoutHistoryText(Group const& group) const {
-        log::TryExplanation const* const attempt = reasonsOf(mCapture.frames[group.front()]);
-        for (size_t i = 0; attempt != nullptr && i < attempt->candidates.size(); ++i) {
-            log::Candidate const& frame = attempt->candidates[i];
-            if (frame.criterion == log::Criterion::Lost && frame.index == group.front()) {
-                return fmt::format(
-                    "F{}, which {} chose, could not be handed over ({}): an ordinary "
-                    "capture.",
-                    frame.frameNo, selectorOf(mReasons), frame.found);
-            }
-        }
-        return fmt::format("{} asked for an ordinary capture, without a history frame.",
-                           selectorOf(mReasons));
     }
 
     ReplayFrames const& mFrames;

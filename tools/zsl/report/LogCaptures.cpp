@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <set>
@@ -20,6 +21,8 @@ using log::CaptureExplanation;
 using log::TryExplanation;
 
 namespace {
+
+using Numbers = std::set<uint64_t>;
 
 /// A damaged line may have any number; half of the range leaves room for sums.
 constexpr int64_t kLastInstantNs = std::numeric_limits<int64_t>::max() / 4;
@@ -110,7 +113,7 @@ std::string lackText(CaptureExplanation const& capture) {
 /// What was refused before the chosen frames for more than its time: it would have suited better.
 std::string passedOverText(CaptureExplanation const& capture, size_t tryIndex, uint64_t first) {
     Refused refused = refusedIn(capture, tryIndex + 1);
-    std::set<uint64_t> numbers;
+    Numbers numbers;
     for (auto frame = refused.begin(); frame != refused.end();) {
         bool const isBetter =
             frame->first < first && frame->second->criterion != log::Criterion::Time;
@@ -155,12 +158,27 @@ std::string cameText(TryExplanation const& attempt, bool isOne) {
                : fmt::format(" {} came {} ms after the press.", who, *attempt.ageMs);
 }
 
-/// Of frames that one try gave back from the same source.
+/// What a try gave back, by source and by whether there is a history frame: indices within the
+/// capture, and numbers of the history frames.
+std::map<std::pair<log::Source, bool>, std::pair<Numbers, Numbers>> partsOf(
+    TryExplanation const& attempt) {
+    std::map<std::pair<log::Source, bool>, std::pair<Numbers, Numbers>> parts;
+    for (log::ServedFrame const& frame : attempt.served) {
+        auto& [indices, history] = parts[{frame.source, frame.frameNo.has_value()}];
+        indices.insert(frame.index.value_or(0));
+        if (frame.frameNo) {
+            history.insert(*frame.frameNo);
+        }
+    }
+    return parts;
+}
+
+/// Of such a part.
 std::string servedText(CaptureExplanation const& capture, size_t tryIndex, log::Source source,
-                       std::set<uint64_t> const& frames) {
+                       Numbers const& indices, Numbers const& frames) {
     TryExplanation const& attempt = capture.tries[tryIndex];
     std::string const selector = selectorOf(capture);
-    bool const isOne = frames.size() < 2;
+    bool const isOne = indices.size() < 2;
     if (source == log::Source::TimedOut) {
         std::string const what =
             frames.empty() ? "it became an ordinary capture."
@@ -169,8 +187,7 @@ std::string servedText(CaptureExplanation const& capture, size_t tryIndex, log::
         return "The capture's time ran out: " + what + cameText(attempt, isOne) + lackText(capture);
     }
     if (frames.empty()) {
-        return fmt::format("{} asked for an ordinary capture, without a history frame.", selector) +
-               cameText(attempt, isOne);
+        return withoutHistoryText(&attempt, *indices.begin(), selector) + cameText(attempt, isOne);
     }
     std::string text = source == log::Source::Arrived
                            ? fmt::format("{} {} chosen by {} while still in flight.",
@@ -232,46 +249,36 @@ pipeline::CaptureRecord recordOf(CaptureExplanation const& told) {
 }
 
 std::string answerOf(CaptureExplanation const& capture) {
+    size_t const frames = framesOf(capture);
+    Numbers open;
+    for (size_t index = 0; index < frames; ++index) {
+        open.insert(index);
+    }
     std::string text;
-    std::set<uint64_t> served;
-    auto const add = [&](std::set<uint64_t> const& indices, std::string const& part) {
+    auto const add = [&](Numbers const& indices, std::string const& part) {
         text += text.empty() ? "" : "\n";
-        if (framesOf(capture) > 1 && !indices.empty()) {
+        if (frames > 1 && !indices.empty()) {
             text += fmt::format("{} {}: ", indices.size() > 1 ? "Frames" : "Frame",
                                 namesOf(indices, ""));
         }
         text += part;
     };
     for (size_t i = 0; i < capture.tries.size(); ++i) {
-        std::map<log::Source, std::pair<std::set<uint64_t>, std::set<uint64_t>>> bySource;
-        for (log::ServedFrame const& frame : capture.tries[i].served) {
-            auto& [indices, frames] = bySource[frame.source];
-            indices.insert(frame.index.value_or(0));
-            if (frame.frameNo) {
-                frames.insert(*frame.frameNo);
-            }
-        }
-        for (auto const& [source, part] : bySource) {
-            add(part.first, servedText(capture, i, source, part.second));
-            served.insert(part.first.begin(), part.first.end());
+        for (auto const& [how, part] : partsOf(capture.tries[i])) {
+            auto const& [indices, history] = part;
+            add(indices, servedText(capture, i, how.first, indices, history));
+            std::erase_if(open, [&](uint64_t index) { return indices.contains(index); });
         }
     }
-    std::set<uint64_t> open;
-    for (size_t index = 0; index < framesOf(capture); ++index) {
-        if (!served.contains(index)) {
-            open.insert(index);
-        }
-    }
-    if (served.empty() || (!open.empty() && !log::isOver(capture.outcome)) ||
+    bool const isServed = !text.empty();
+    if (!isServed || (!open.empty() && !log::isOver(capture.outcome)) ||
         capture.outcome == log::CaptureOutcome::Flushed) {
         add(open, openText(capture));
     }
     // Of all parts together, for the first try was made for all.
-    if (std::string const early = capture.tries.size() > 1 ? earlyText(capture) : "";
-        !early.empty() && !served.empty()) {
-        text += (framesOf(capture) > 1 ? "\n" : " ") + early;
-    }
-    return text;
+    std::string const early = isServed && capture.tries.size() > 1 ? earlyText(capture) : "";
+    text += early.empty() ? "" : frames > 1 ? "\n" : " ";
+    return text + early;
 }
 
 }  // namespace zebcam::tool::report
