@@ -102,10 +102,9 @@ TEST_F(BestShotSelectorTest, WeighsSharpnessAgainstTime) {
          {{.sinceWantedMs = -33, .exposureNs = 10 * MS},
           {.sinceWantedMs = 0, .exposureNs = 20 * MS}},
          1},
-        {"a scan blurs", {{-33}, {.sinceWantedMs = 0, .afState = NSCam::AF_STATE_ACTIVE_SCAN}}, 1},
-        {"a moving lens blurs",
-         {{-33}, {.sinceWantedMs = 0, .lensState = NSCam::LENS_STATE_MOVING}},
-         1},
+        {"a scan blurs", {{.afState = NSCam::AF_STATE_ACTIVE_SCAN}, {33}}, 2},
+        {"a moving lens blurs", {{.lensState = NSCam::LENS_STATE_MOVING}, {33}}, 2},
+        {"no more than what made it move", {{-33}, {.lensState = NSCam::LENS_STATE_MOVING}}, 2},
     };
     in.frameInfos.clear();
     want({RAW});

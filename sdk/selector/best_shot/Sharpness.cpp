@@ -24,7 +24,7 @@ std::optional<double> measuredSharpness(ISelector::HistoryFrame const& frame) {
 
 namespace {
 
-/// For frames that nobody measured.
+/// For frames that nobody measured, in ascending order.
 std::vector<double> estimates(std::vector<ISelector::HistoryFrame const*> const& frames) {
     std::optional<int64_t> shortest;
     for (auto const* frame : frames) {
@@ -33,13 +33,17 @@ std::vector<double> estimates(std::vector<ISelector::HistoryFrame const*> const&
         }
     }
     constexpr double UNSETTLED = 0.5;
-    std::vector<double> estimates;
-    for (auto const* frame : frames) {
-        auto const exposure = exposureTimeNs(*frame);
+    double scans = 1;
+    double moves = 1;
+    std::vector<double> estimates(frames.size());
+    for (size_t i = frames.size(); i-- > 0;) {
+        // From the newest on: a focus goes looking because it was lost before.
+        scans = isFocusScanning(*frames[i]) ? UNSETTLED : scans;
+        moves = isLensMoving(*frames[i]) ? UNSETTLED : moves;
+        auto const exposure = exposureTimeNs(*frames[i]);
         double const blur =
             exposure ? static_cast<double>(*exposure) / static_cast<double>(*shortest) : 1;
-        estimates.push_back((isFocusScanning(*frame) ? UNSETTLED : 1) *
-                            (isLensMoving(*frame) ? UNSETTLED : 1) / blur);
+        estimates[i] = scans * moves / blur;
     }
     return estimates;
 }
