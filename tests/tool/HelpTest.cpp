@@ -132,11 +132,12 @@ TEST_F(Help, ListsTheTagsThatAFrameCarries) {
     frame.iso = 100;
     frame.exposureNs = 1;
     frame.focusDistance = 1.0F;
+    frame.picture = {1, 1, 1, 1};
     frame.exposureNs = 1;
     frame.data = {{NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, 1.0}};
     auto const set = pipeline::FrameFactory().sensorFrame(frame);
     std::string const listed = told({"list", "tags"}, 200);
-    std::regex const row("((?:ANDROID|ZEB)_\\w+) +0x([0-9a-f]{8})");
+    std::regex const row("((?:ANDROID|ZEB|PICTURE)_\\w+) +0x([0-9a-f]{8})");
     size_t rows = 0;
     for (std::sregex_iterator each(listed.begin(), listed.end(), row), end; each != end; ++each) {
         auto const tag = static_cast<uint32_t>(std::stoul((*each)[2], nullptr, 16));
@@ -146,7 +147,7 @@ TEST_F(Help, ListsTheTagsThatAFrameCarries) {
         buffer->unlock("test", metadata);
         ++rows;
     }
-    EXPECT_GE(rows, 14U);
+    EXPECT_GE(rows, 18U);
 }
 
 }  // namespace

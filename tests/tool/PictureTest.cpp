@@ -328,6 +328,7 @@ TEST_F(PictureCli, RefusesVideosThatDoNotFit) {
          {{"replay", mRecording, "--video", mRecording}, "expected another file than the rec"},
          {{"replay", mRecording, "--video", path("no.mp4")}, "no.mp4: expected a readable file"},
          {{"replay", mRecording, "--video", ""}, "--video: expected the name of a file"},
+         {{"replay", "/dev/zero"}, "/dev/zero: expected a video, found what FFmpeg does not"},
          {{"replay", mVideo, "--any-rate", "--video", mVideo}, "which is a video itself"},
          {{"replay", csv, "--any-rate", "--video", mVideo},
           "v.mp4: expected picture 12, which frame 2 of "},

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 #include <metadata/MetadataTags.h>
+#include <policy/zsl/PictureMeasures.h>
 #include <policy/zsl/RecordedColumns.h>
 #include <CLI/CLI.hpp>
 
@@ -123,6 +124,14 @@ Table tagsOfFrames() {
              {"ZEB_3A_AE_SOFT_STABLE", ZEB_3A_AE_SOFT_STABLE, "int32", "1: exposure is settled"},
              {"ZEB_FRAME_SYNC_RESULT", ZEB_FRAME_SYNC_RESULT, "int64",
               "0: sensors are synchronised"},
+             {"PICTURE_SHARPNESS", ZslPolicy::PICTURE_SHARPNESS, "float",
+              "with a video: detail, in percent squared of the mean luma"},
+             {"PICTURE_MOTION", ZslPolicy::PICTURE_MOTION, "float",
+              "with a video: what moved since the picture before, luma of 0 to 255"},
+             {"PICTURE_BRIGHTNESS", ZslPolicy::PICTURE_BRIGHTNESS, "float",
+              "with a video: mean luma, 0 to 255"},
+             {"PICTURE_CLIPPED", ZslPolicy::PICTURE_CLIPPED, "float",
+              "with a video: share of black and white, 0 to 1"},
              {"of your own", NSCam::ZslPolicy::RECORDED_COLUMN_FIRST, "number",
               "and up: int64 or double, a column of the recording; recordedColumnTag(\"NAME\")"},
          }) {

@@ -12,11 +12,13 @@
 #include <string>
 
 #include "base/AtomicFile.h"
+#include "base/InputFile.h"
 #include "base/LineWriter.h"
 #include "base/SignalWatch.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
+#include "picture/MeasuredVideo.h"
 #include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
 #include "report/Reports.h"
@@ -58,9 +60,11 @@ int64_t parseTime(std::string const& text) {
 }
 
 /// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
-recording::Recording sourceOf(Arguments& arguments) {
+recording::Recording sourceOf(Arguments& arguments, CliStreams const& streams) {
     if (arguments.recording) {
-        return recording::readRecording(*arguments.recording, arguments.options.replay.input);
+        base::InputFile file(*arguments.recording);
+        return picture::readWithPictures(file, arguments.options.replay.input,
+                                         pictureMeasurer(streams, true));
     }
     recording::GeneratorOptions generator;
     generator.fps = static_cast<double>(arguments.fps);
@@ -120,7 +124,7 @@ int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams
     if (arguments.recording && command.count("--fps") > 0) {
         throw CLI::ValidationError("--fps", "the RECORDING tells its own rate");
     }
-    recording::Recording const recording = sourceOf(arguments);
+    recording::Recording const recording = sourceOf(arguments, streams);
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.
     std::optional<base::SignalWatch> signals(std::in_place);
@@ -158,7 +162,7 @@ void addSourceOptions(CLI::App& command, Arguments& arguments) {
     command.option_defaults()->group(kRecordingGroup);
     command
         .add_option("RECORDING", arguments.recording,
-                    "CSV file, - for standard input; without one, frames are generated")
+                    "CSV file or video, - for standard input; without one, frames are generated")
         ->check(isNamed)
         ->type_name("FILE");
     auto const parseFps = [](std::string const& text) {

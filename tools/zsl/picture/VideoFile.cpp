@@ -40,6 +40,8 @@ constexpr int kIoBytes = 1 << 16;
 constexpr double kMaxTimeNs = 1e18;
 /// What standard input may fill a disk with.
 constexpr int64_t kMaxSpooledBytes = int64_t{8} << 30;
+/// What it is read in, and judged by.
+constexpr int64_t kPieceBytes = 1 << 20;
 
 template <auto Free>
 struct Freed {
@@ -118,20 +120,35 @@ int64_t seekFile(void* file, int64_t offset, int whence) {
     return position >= 0 ? position : AVERROR(errno);
 }
 
+/// Whether a file that begins so can be a video, so that none without end is kept that is none.
+/// FFmpeg reads some zeros behind `start`.
+bool beginsVideo(std::vector<char> start) {
+    AVProbeData probe = {};
+    probe.filename = "";
+    probe.buf_size = static_cast<int>(start.size());
+    start.resize(start.size() + AVPROBE_PADDING_SIZE);
+    probe.buf = reinterpret_cast<unsigned char*>(start.data());
+    int score = 0;
+    return av_probe_input_format3(&probe, 1, &score) != nullptr && score > AVPROBE_SCORE_RETRY;
+}
+
 /// All of `input`, so that it can be gone back in: the index of a video often stands at its end.
 File spool(base::InputFile& input) {
     File file(std::tmpfile());
-    std::array<char, kIoBytes> buffer{};
     int64_t bytes = 0;
-    while (file != nullptr && (input.stream().read(buffer.data(), buffer.size()) || true) &&
-           input.stream().gcount() > 0) {
-        auto const got = static_cast<size_t>(input.stream().gcount());
-        bytes += static_cast<int64_t>(got);
+    for (std::vector<char> piece(kPieceBytes); file != nullptr && input.stream();) {
+        input.stream().read(piece.data(), kPieceBytes);
+        piece.resize(static_cast<size_t>(input.stream().gcount()));
+        if (bytes == 0 && !beginsVideo(piece)) {
+            throw base::InputError(
+                fmt::format("{}: expected a video, found what FFmpeg does not know", input.name()));
+        }
+        bytes += static_cast<int64_t>(piece.size());
         if (bytes > kMaxSpooledBytes) {
             throw base::InputError(fmt::format("{}: expected a video of at most {} GiB, found more",
                                                input.name(), kMaxSpooledBytes >> 30));
         }
-        if (std::fwrite(buffer.data(), 1, got, file.get()) != got) {
+        if (std::fwrite(piece.data(), 1, piece.size(), file.get()) != piece.size()) {
             file.reset();
         }
     }
