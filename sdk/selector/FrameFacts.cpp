@@ -42,12 +42,12 @@ bool allOf(ISelector::MetaMap const& metas, Judge judge) {
     });
 }
 
-bool isFocusScanning(IMetadata const& metadata) {
+bool isScanning(IMetadata const& metadata) {
     auto const state = read<uint8_t>(metadata, NSCam::ANDROID_CONTROL_AF_STATE);
     return state == NSCam::AF_STATE_PASSIVE_SCAN || state == NSCam::AF_STATE_ACTIVE_SCAN;
 }
 
-bool isLensMoving(IMetadata const& metadata) {
+bool isMoving(IMetadata const& metadata) {
     return read<uint8_t>(metadata, NSCam::ANDROID_LENS_STATE) == NSCam::LENS_STATE_MOVING;
 }
 
@@ -56,7 +56,7 @@ bool isFocusSettled(IMetadata const& metadata) {
     if (!mode || *mode == NSCam::AF_MODE_OFF || *mode == NSCam::AF_MODE_EDOF) {
         return true;
     }
-    return !isLensMoving(metadata) && !isFocusScanning(metadata);
+    return !isMoving(metadata) && !isScanning(metadata);
 }
 
 }  // namespace
@@ -119,11 +119,11 @@ bool isFocusSettled(ISelector::HistoryFrame const& frame) {
 }
 
 bool isFocusScanning(ISelector::HistoryFrame const& frame) {
-    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isFocusScanning(meta); });
+    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isScanning(meta); });
 }
 
 bool isLensMoving(ISelector::HistoryFrame const& frame) {
-    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isLensMoving(meta); });
+    return anyOf(frame.appMetas, [](IMetadata const& meta) { return isMoving(meta); });
 }
 
 std::optional<int64_t> exposureTimeNs(ISelector::HistoryFrame const& frame) {

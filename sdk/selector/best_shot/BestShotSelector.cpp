@@ -18,11 +18,13 @@ namespace {
 using Choice = FrameChooser::Choice;
 using In = ISelector::SelectInputParams;
 
-constexpr double NS_PER_MS = 1e6;
-
 /// Broken frames may be of any time; sums of doubles do not overflow.
 constexpr double wide(int64_t number) {
     return static_cast<double>(number);
+}
+
+constexpr double nsOfMs(int64_t ms) {
+    return wide(ms) * 1e6;
 }
 
 bool isChosen(ISelector::SelectOutputParams const& out, uint32_t frameNo) {
@@ -33,7 +35,7 @@ bool isChosen(ISelector::SelectOutputParams const& out, uint32_t frameNo) {
 /// None: the frame may serve the wanted one.
 std::optional<Failure> judge(In const& in, int64_t maxAgeMs, ISelector::HistoryFrame const& frame,
                              ISelector::ZslFrameInfo const& wanted) {
-    if (wide(in.zsdTs) - wide(frame.timestamp) > wide(maxAgeMs) * NS_PER_MS) {
+    if (wide(in.zsdTs) - wide(frame.timestamp) > nsOfMs(maxAgeMs)) {
         return Failure{"time", "too much older than the wanted instant"};
     }
     if (!tellsFocus(frame, wanted)) {
@@ -92,8 +94,7 @@ void rejectCandidate(ISelector const& policy, In const& in, BestShotRule const& 
 /// Of a capture that was flushed nobody hears any more.
 void BestShotSelector::forgetEnded(SelectInputParams const& in) const {
     // As if now were the wanted instant of a capture that has waited twice as long as any can.
-    double const oldest =
-        wide(in.zsdTs) + (wide(in.durationMs) - 2 * wide(MAX_WAIT_MS)) * NS_PER_MS;
+    double const oldest = wide(in.zsdTs) + nsOfMs(in.durationMs) - nsOfMs(2 * MAX_WAIT_MS);
     std::erase_if(mKept, [oldest](auto const& each) { return wide(each.first.second) < oldest; });
 }
 
