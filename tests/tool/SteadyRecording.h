@@ -1,11 +1,16 @@
 #pragma once
 
+#include <host/LogCapture.h>
+
 #include <cstdint>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "log/Explainer.h"
+#include "log/Logcat.h"
 #include "recording/Recording.h"
 #include "run/Replay.h"
 
@@ -50,6 +55,15 @@ template <typename Change>
 pipeline::ReplayOptions with(pipeline::ReplayOptions options, Change change) {
     change(options);
     return options;
+}
+
+/// A listener's log that goes to an explainer.
+inline std::function<void(int64_t, host::LogLine const&)> feeding(log::Explainer& explainer) {
+    return [&explainer](int64_t, host::LogLine const& line) {
+        if (line.output == host::LogLine::Output::Camera) {
+            explainer.feed(log::fromLogLine(line));
+        }
+    };
 }
 
 /// `<frame>: F<history frame> <lag> <wait> <served>` in ms for each frame of each capture.

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -153,11 +154,7 @@ struct Traced {
         options.logLevel = NSCam::Utils::ULog::LOG_LEVEL_DEBUG;
         log::Explainer explainer;
         run::ReplayListener listener;
-        listener.log = [&](int64_t, host::LogLine const& line) {
-            if (line.output == host::LogLine::Output::Camera) {
-                explainer.feed(log::fromLogLine(line));
-            }
-        };
+        listener.log = feeding(explainer);
         listener.occupancy = &occupancy;
         run::SectionRecorder sectionRecorder;
         result = run::replay(recording, options, listener);
@@ -183,11 +180,12 @@ struct Case {
     recording::Recording recording;
     pipeline::ReplayOptions options;
     bool locks = false;
+    bool fillsRows = false;
 };
 
 std::vector<Case> cases() {
     recording::GeneratorOptions generator;
-    generator.frames = 400;
+    generator.frames = 160;
     generator.fps = 960;
     generator.startNs = START;
     recording::Recording const fast = recording::generate(generator);
@@ -208,7 +206,8 @@ std::vector<Case> cases() {
               }),
          true},
         {"more frames on their way than rows", fast,
-         with(pressing({}), [](auto& o) { o.captures = 8, o.deliveryDelayNs = 200 * MS; })},
+         with(pressing({}), [](auto& o) { o.captures = 3, o.deliveryDelayNs = 90 * MS; }), false,
+         true},
     };
 }
 
@@ -253,19 +252,23 @@ std::multiset<std::string> expectedFlows(run::ReplayResult const& result) {
 }
 
 void checkCounters(Traced const& run, ReadTrace const& trace) {
-    /// What a counter showed at an instant, the last value of it at the end.
-    auto const shown = [&](char const* name, int64_t ns) {
-        std::vector<int64_t> values;
-        for (auto const& [at, value] : trace.counters.at(name)) {
-            EXPECT_GE(value, 0);
-            if (at < ns) {
-                values.clear();
-            }
-            if (at <= ns) {
-                values.push_back(value);
-            }
+    for (auto const& [name, values] : trace.counters) {
+        for (size_t i = 0; i < values.size(); ++i) {
+            EXPECT_GE(values[i].second, 0) << name;
+            EXPECT_GE(values[i].first, values[i - std::min<size_t>(i, 1)].first) << name;
         }
-        return values;
+    }
+    /// What a counter showed at an instant: all at it, and what it had before.
+    auto const shown = [&](char const* name, int64_t ns) {
+        auto const& values = trace.counters.at(name);
+        auto const at = [](auto const& value) { return value.first; };
+        auto first = std::ranges::lower_bound(values, ns, {}, at);
+        auto const end = std::ranges::upper_bound(values, ns, {}, at);
+        first -= first != values.begin() ? 1 : 0;
+        std::vector<int64_t> found;
+        std::transform(first, end, std::back_inserter(found),
+                       [](auto const& value) { return value.second; });
+        return found;
     };
     for (pipeline::CaptureRecord const& capture : run.result.captures) {
         for (pipeline::TryRecord const& attempt : capture.tries) {
@@ -290,6 +293,7 @@ TEST(TraceExport, KeepsTheRulesOfTheFormat) {
             EXPECT_EQ(slice.endNs - slice.beginNs, slice.args.at("realDurationNs"));
         }
         EXPECT_EQ(trace.counters.at("locked").size() > 1, c.locks);
+        EXPECT_EQ(!trace.slicesOn("more frames").empty(), c.fillsRows);
         EXPECT_EQ(trace.flowTexts(), expectedFlows(run.result));
     }
 }
