@@ -159,7 +159,9 @@ TEST(Replay, KeepsTriesThatCameToTheSameOnce) {
             feeding(explainer)(timeNs, line);
             feeding(whole)(timeNs, line);
         };
-        listener.isRepeat = [&](uint32_t number) { return folds && explainer.foldRepeat(number); };
+        listener.isRepeat = [&](uint32_t number, bool) {
+            return folds && explainer.foldRepeat(number);
+        };
         run::ReplayResult const result = run::replay(steadyRecording(20, 300), options, listener);
         EXPECT_GT(result.summary.waited, 0U);
         EXPECT_GT(result.summary.timedOut, 0U);

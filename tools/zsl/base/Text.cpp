@@ -70,6 +70,7 @@ std::string quoteContent(std::string_view content) {
 
 std::string printable(std::string_view text) {
     std::string out;
+    out.reserve(text.size());
     for (char const c : text) {
         // Most are; a text of its own for each of them would take longer than all else.
         if (isPrintable(c)) {

@@ -82,8 +82,13 @@ public:
             };
         }
         if (mWantsReasons) {
-            listener.isRepeat = [this](uint32_t requestNo) {
-                return mExplainer.foldRepeat(requestNo);
+            listener.isRepeat = [this](uint32_t requestNo, bool evenIfUnlike) {
+                return mExplainer.foldRepeat(requestNo, evenIfUnlike);
+            };
+        }
+        if (mWantsReasons && mShownLevel == 0) {
+            listener.skipRepeat = [this](uint32_t requestNo, int64_t ageMs) {
+                mExplainer.skipRepeat(requestNo, ageMs);
             };
         }
         if (mRecorder) {

@@ -228,8 +228,11 @@ std::string runOne(ComparisonPlan const& plan, Videos const& videos,
         plan.onRun ? NSCam::Utils::ULog::LOG_LEVEL_DEBUG : NSCam::Utils::ULog::LOG_LEVEL_INFO;
     log::Explainer explainer;
     run::ReplayListener listener;
-    listener.isRepeat = [&explainer](uint32_t requestNo) {
-        return explainer.foldRepeat(requestNo);
+    listener.isRepeat = [&explainer](uint32_t requestNo, bool evenIfUnlike) {
+        return explainer.foldRepeat(requestNo, evenIfUnlike);
+    };
+    listener.skipRepeat = [&explainer](uint32_t requestNo, int64_t ageMs) {
+        explainer.skipRepeat(requestNo, ageMs);
     };
     listener.log = [&explainer](int64_t, host::LogLine const& line) {
         // Of both outputs: libraries' policies give their reasons to the Android log only.

@@ -271,23 +271,39 @@ void Explainer::tellIfOver(CaptureExplanation const& capture) const {
     }
 }
 
-bool Explainer::foldRepeat(uint32_t requestNo) {
+/// Of the process that was heard last; null: there is none of this number.
+CaptureExplanation* Explainer::newestOf(uint32_t requestNo) {
     auto const found =
         mCaptures.find({mLastThread ? mLastThread->first : std::optional<uint32_t>(), requestNo});
-    if (found == mCaptures.end()) {
+    return found != mCaptures.end() ? &mExplanation.captures[found->second] : nullptr;
+}
+
+bool Explainer::foldRepeat(uint32_t requestNo, bool evenIfUnlike) {
+    CaptureExplanation* const capture = newestOf(requestNo);
+    if (capture == nullptr || capture->tries.size() < 2) {
         return false;
     }
-    std::vector<TryExplanation>& tries = mExplanation.captures[found->second].tries;
-    if (tries.size() < 2) {
-        return false;
-    }
+    std::vector<TryExplanation>& tries = capture->tries;
     TryExplanation& before = tries[tries.size() - 2];
-    if (!before.tellsAs(tries.back())) {
+    if (!evenIfUnlike && !before.tellsAs(tries.back())) {
         return false;
     }
     ++before.repeats;
     tries.pop_back();
     return true;
+}
+
+void Explainer::skipRepeat(uint32_t requestNo, int64_t ageMs) {
+    CaptureExplanation* const capture = newestOf(requestNo);
+    if (capture == nullptr || capture->tries.empty()) {
+        return;
+    }
+    Thread& thread = mThreads[*mLastThread];
+    if (thread.attempt && thread.attempt->requestNo() == requestNo) {
+        thread.attempt.reset();
+    }
+    capture->waitedMs = std::max(capture->waitedMs.value_or(ageMs), ageMs);
+    ++capture->tries.back().repeats;
 }
 
 /// The capture that a line on `requestNo` tells of: the newest of that number, if it is not over.

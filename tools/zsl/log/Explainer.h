@@ -42,8 +42,12 @@ public:
     Explanation const& soFar() const { return mExplanation; }
 
     /// Whether the newest try of a capture that has ended tells the same as the one before but for
-    /// its place and age; it is then counted with that one.
-    bool foldRepeat(uint32_t requestNo);
+    /// its place and age, or whatever it tells; it is then counted with that one.
+    bool foldRepeat(uint32_t requestNo, bool evenIfUnlike = false);
+
+    /// The log tells at most the first line of the try that a capture is in now, at this age: it is
+    /// counted with the one before.
+    void skipRepeat(uint32_t requestNo, int64_t ageMs);
 
     /// Ends the tries that are open and gives the whole, once.
     Explanation finish();
@@ -60,6 +64,7 @@ private:
         bool usesLatest = false;  ///< told of the try that begins
     };
 
+    CaptureExplanation* newestOf(uint32_t requestNo);
     void feedLine(LogRecord const& record, std::string_view text);
     void countPlace(LogRecord const& record, ThreadId const& id);
     void take(Thread& thread, LogRecord const& record, ProcessorLine const& line);

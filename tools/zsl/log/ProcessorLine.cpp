@@ -286,16 +286,20 @@ ProcessorLine parseProcessorLine(std::string_view text) {
     // work, and keeps a set that somebody else prints in a line from being taken for a dump.
     size_t const nameEnd = text.starts_with('[') ? text.find("] ") : std::string_view::npos;
     bool const hasFunction = nameEnd != std::string_view::npos;
+    std::string_view const function = hasFunction ? text.substr(0, nameEnd + 1) : "";
     bool isKnown = false;
     for (auto const& [kind, form] : FORMS) {
-        if (form.starts_with('[') != hasFunction) {
+        // Two bytes tell most of them apart: the forms are many, and so are the lines.
+        bool const isOfAny = form.starts_with("[<");
+        if (form.starts_with('[') != hasFunction ||
+            (hasFunction && !isOfAny && !form.starts_with(function))) {
             continue;
         }
         line.kind = kind;
         if (base::match(text, form, fields) && readRest(line, rest)) {
             return line;
         }
-        isKnown = isKnown || (hasFunction && form.starts_with(text.substr(0, nameEnd + 1)));
+        isKnown = isKnown || (hasFunction && !isOfAny);
     }
     line.kind = isKnown ? Kind::Cut : Kind::Unrecognised;
     return line;

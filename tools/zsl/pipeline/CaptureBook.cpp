@@ -5,11 +5,27 @@
 #include <utils/Timers.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace zebcam::tool::pipeline {
 
 using NSCam::v3::pipeline::model::ZslFrameBuilders;
+
+namespace {
+
+/// Frames that are told of for a try.
+size_t framesOf(CaptureRecord const& capture, TryRecord const& attempt) {
+    return 1 + capture.frames.size() + attempt.historyFrames.size();
+}
+
+/// Whether but for what was in flight they were offered the same.
+bool foundTheSame(TryRecord const& a, TryRecord const& b) {
+    return a.historyFrames == b.historyFrames && a.lockedFrames == b.lockedFrames &&
+           a.faults == b.faults;
+}
+
+}  // namespace
 
 CaptureBook::Operation::Operation(CaptureBook& book) : mBook(book) {
     LockGuard const lock(mBook.mLock);
@@ -83,6 +99,8 @@ void CaptureBook::beginTry(size_t capture, TryRecord offer) {
     }
     // The first is the first, whatever is kept of the others.
     size_t const position = mKept == Tries::All ? tried.record.tries.size() : tried.tries;
+    tried.inFlight = offer.inFlightFrames;
+    mKeptFrames += mKept == Tries::All ? framesOf(tried.record, offer) : 0;
     tried.record.tries.push_back(std::move(offer));
     mOperations[std::this_thread::get_id()][capture] = position;
     ++tried.tries;
@@ -97,27 +115,70 @@ void CaptureBook::endTry(size_t timedOut) {
     }
 }
 
-bool CaptureBook::hasRepeat(size_t capture) const {
+CaptureBook::Repeat CaptureBook::repeatOf(size_t capture) const {
     LockGuard const lock(mLock);
     std::vector<TryRecord> const& tries = mCaptures.at(capture).record.tries;
-    if (tries.size() < 2) {
-        return false;
+    if (mKept != Tries::All || tries.size() < 2) {
+        return Repeat::None;
     }
     TryRecord const& newest = tries.back();
     TryRecord const& before = tries[tries.size() - 2];
     // The first try is the submission's.
-    return before.isRetry && newest.builtFrames.empty() && before.builtFrames.empty() &&
-           newest.historyFrames == before.historyFrames &&
-           newest.lockedFrames == before.lockedFrames && newest.faults == before.faults;
+    if (!before.isRetry || !newest.builtFrames.empty() || !before.builtFrames.empty()) {
+        return Repeat::None;
+    }
+    return foundTheSame(newest, before) ? Repeat::Alike
+           : mKeptFrames > MOST_FRAMES  ? Repeat::Unlike
+                                        : Repeat::None;
 }
 
-void CaptureBook::foldRepeat(size_t capture) {
+void CaptureBook::foldRepeat(size_t capture, Repeat repeat) {
     LockGuard const lock(mLock);
-    std::vector<TryRecord>& tries = mCaptures.at(capture).record.tries;
+    CaptureRecord& record = mCaptures.at(capture).record;
+    std::vector<TryRecord>& tries = record.tries;
     int64_t const timeNs = tries.back().timeNs;
+    mKeptFrames -= framesOf(record, tries.back());
+    mUnlikeRepeats += repeat == Repeat::Unlike ? 1 : 0;
     tries.pop_back();
     ++tries.back().repeats;
     tries.back().lastRepeatNs = timeNs;
+}
+
+/// It is offered all that the newest try was, which built nothing.
+bool CaptureBook::wouldRepeat(Capture const& capture, TryRecord const& offer) const {
+    std::vector<TryRecord> const& tries = capture.record.tries;
+    return mKept == Tries::All && !tries.empty() && tries.back().isRetry &&
+           tries.back().builtFrames.empty() && foundTheSame(tries.back(), offer) &&
+           capture.inFlight == offer.inFlightFrames;
+}
+
+bool CaptureBook::addRepeat(size_t capture, TryRecord const& offer) {
+    LockGuard const lock(mLock);
+    Capture& tried = mCaptures.at(capture);
+    if (!wouldRepeat(tried, offer)) {
+        return false;
+    }
+    std::vector<TryRecord>& tries = tried.record.tries;
+    ++tries.back().repeats;
+    tries.back().lastRepeatNs = nowNs();
+    mOperations[std::this_thread::get_id()][capture] = tries.size() - 1;
+    ++tried.tries;
+    mTried = capture;
+    return true;
+}
+
+bool CaptureBook::isNextRepeat(size_t capture, TryRecord const& offer) const {
+    LockGuard const lock(mLock);
+    // They are tried in the order of their submission.
+    auto const next =
+        std::find_if(mCaptures.begin() + static_cast<std::ptrdiff_t>(capture) + 1, mCaptures.end(),
+                     [](Capture const& behind) { return !behind.record.isAnswered(); });
+    return next != mCaptures.end() && wouldRepeat(*next, offer);
+}
+
+size_t CaptureBook::unlikeRepeats() const {
+    LockGuard const lock(mLock);
+    return mUnlikeRepeats;
 }
 
 std::optional<BuiltFrame> CaptureBook::find(std::shared_ptr<host::FrameBuilder> const& builder,

@@ -101,12 +101,26 @@ public:
     void beginTry(size_t capture, TryRecord offer) EXCLUDES(mLock);
     void endTry(size_t timedOut) EXCLUDES(mLock);
 
-    /// Whether the newest try of a capture found the same history as the one before and built
-    /// nothing either; foldRepeat() then counts it with that one, so that a capture that waits
-    /// among many, tried anew with each of them, takes no room for each time. To be called between
-    /// two tries of the capture, while no other thread is inside the processor.
-    bool hasRepeat(size_t capture) const EXCLUDES(mLock);
-    void foldRepeat(size_t capture) EXCLUDES(mLock);
+    /// How the newest try of a capture compares with the one before.
+    enum class Repeat {
+        None,    ///< to be kept: it built something, or found another history
+        Alike,   ///< it found the same history and built nothing either
+        Unlike,  ///< it built nothing either, and there is no room for more that differ
+    };
+    /// foldRepeat() counts a repeat with the try before, so that a capture that waits among many,
+    /// tried anew with each of them, takes no room for each time. To be called between two tries of
+    /// the capture, while no other thread is inside the processor.
+    Repeat repeatOf(size_t capture) const EXCLUDES(mLock);
+    void foldRepeat(size_t capture, Repeat repeat) EXCLUDES(mLock);
+
+    /// In beginTry()'s place: if the newest try of a capture built nothing though `offer` is what
+    /// it had, all of it, then one more is counted with it.
+    bool addRepeat(size_t capture, TryRecord const& offer) EXCLUDES(mLock);
+    /// Whether the next one that waits would be such a repeat, too, after one that was.
+    bool isNextRepeat(size_t capture, TryRecord const& offer) const EXCLUDES(mLock);
+
+    /// How many tries were folded that found another history.
+    size_t unlikeRepeats() const EXCLUDES(mLock);
 
     /// Of the newest capture with this number; of none when there is none.
     void setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) EXCLUDES(mLock);
@@ -127,15 +141,21 @@ private:
     /// A capture while the pipeline works on it.
     struct Capture {
         CaptureRecord record;
+        std::vector<uint32_t> inFlight;  ///< at the newest try
         int64_t pressWallNs = 0;
         size_t tries = 0;           ///< made so far
         size_t timedOutFrames = 0;  ///< served because of the time-out, but not yet returned
         size_t unfinished = 0;      ///< frames whose result is still to come
     };
 
+    /// Frames that tries were offered and asked for, over all that are kept, up to which those that
+    /// differ are kept: with all that is told of each, half a GB.
+    static constexpr size_t MOST_FRAMES = 250'000;
+
     /// Position of a try among those of its capture that are kept, by capture, of one operation.
     using OperationTries = std::map<size_t, size_t>;
 
+    bool wouldRepeat(Capture const& capture, TryRecord const& offer) const REQUIRES(mLock);
     std::optional<BuiltFrame> find(std::shared_ptr<host::FrameBuilder> const& builder,
                                    std::string& problem) const REQUIRES(mLock);
     void answer(BuiltFrame const& frame, bool isFlush, size_t remaining) REQUIRES(mLock);
@@ -152,6 +172,8 @@ private:
         GUARDED_BY(mLock);
     std::map<std::thread::id, OperationTries> mOperations GUARDED_BY(mLock);  ///< that are running
     std::optional<size_t> mTried GUARDED_BY(mLock);  ///< capture of the running try
+    size_t mKeptFrames GUARDED_BY(mLock) = 0;
+    size_t mUnlikeRepeats GUARDED_BY(mLock) = 0;
     CaptureTotals mTotals GUARDED_BY(mLock);
 };
 

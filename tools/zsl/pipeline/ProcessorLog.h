@@ -26,6 +26,14 @@ public:
     /// time-out. They are debug lines, which cost time, so that they are asked for only then.
     void watchTimeout(bool watch);
 
+    /// How long the lines that follow tell nothing new. Errors are counted all the same.
+    enum class Quiet {
+        Off,
+        ThisTry,  ///< up to the line that says that the capture keeps waiting
+        On,
+    };
+    void setQuiet(Quiet quiet);
+
     /// Frames that were served because of the time-out, since the last call.
     size_t takeTimedOutFrames();
 
@@ -36,6 +44,7 @@ private:
 
     uint32_t const mShownLevel;
     Sink const mShown;
+    std::atomic<Quiet> mQuiet = Quiet::Off;
     std::atomic<size_t> mTimedOutFrames = 0;
     std::atomic<uint64_t> mErrorLines = 0;
     std::optional<host::LogCapture> mCapture;

@@ -243,19 +243,50 @@ bool SimulatedPipeline::isListenerGone() {
 void SimulatedPipeline::beginTry(size_t capture, TryRecord offer) {
     setMetadataLockable(false);
     // Only now the try before is whole.
-    if (mOptions.tries == CaptureBook::Tries::All && mBook.hasRepeat(capture) &&
-        (!mOptions.isRepeat || mOptions.isRepeat(mBook.requestNoOf(capture)))) {
-        mBook.foldRepeat(capture);
+    foldRepeat(capture);
+    if (skipRepeat(capture, offer)) {
+        return;
     }
     offer.ageMs = mBook.ageMs(capture);
     mBook.beginTry(capture, std::move(offer));
     watchTimeout(capture);
 }
 
+void SimulatedPipeline::foldRepeat(size_t capture) {
+    CaptureBook::Repeat const repeat = mBook.repeatOf(capture);
+    bool const isUnlike = repeat == CaptureBook::Repeat::Unlike;
+    if (repeat != CaptureBook::Repeat::None &&
+        (!mOptions.isRepeat || mOptions.isRepeat(mBook.requestNoOf(capture), isUnlike))) {
+        mBook.foldRepeat(capture, repeat);
+    }
+}
+
+/// A built-in policy decides by what it is offered alone. With captures that wait, nearly all tries
+/// are such repeats, and their lines would take most of a replay's time.
+bool SimulatedPipeline::skipRepeat(size_t capture, TryRecord const& offer) {
+    bool const mayDifferBy = mOptions.pSelector != nullptr || mOptions.faults != nullptr;
+    bool const isSkipped = mOptions.skipRepeat && !mayDifferBy && !maySoonTimeOut(capture) &&
+                           mBook.addRepeat(capture, offer);
+    if (isSkipped) {
+        mOptions.skipRepeat(mBook.requestNoOf(capture), mBook.ageMs(capture));
+        // The next one is younger, so that it times out no sooner. Its first line comes before
+        // anything tells of it, and is wanted if it is no repeat.
+        mLog.setQuiet(mBook.isNextRepeat(capture, offer) ? ProcessorLog::Quiet::On
+                                                         : ProcessorLog::Quiet::ThisTry);
+    } else {
+        mLog.setQuiet(ProcessorLog::Quiet::Off);
+    }
+    return isSkipped;
+}
+
 // The processor looks at the age once the policy has answered, which takes its time.
-void SimulatedPipeline::watchTimeout(size_t capture) {
+bool SimulatedPipeline::maySoonTimeOut(size_t capture) const {
     constexpr int64_t kPolicyMs = 20;
-    mLog.watchTimeout(mBook.ageMs(capture) + kPolicyMs >= mOptions.timeoutMs);
+    return mBook.ageMs(capture) + kPolicyMs >= mOptions.timeoutMs;
+}
+
+void SimulatedPipeline::watchTimeout(size_t capture) {
+    mLog.watchTimeout(maySoonTimeOut(capture));
 }
 
 void SimulatedPipeline::setMetadataLockable(bool isLockable) {
@@ -300,6 +331,9 @@ std::vector<BuiltFrame> SimulatedPipeline::collect(char const* what, bool isFlus
     CaptureBook::Operation operation(mBook);
     model::ZslFrameBuilders lists;
     guard(what, [&] { lists = call(); });
+    if (mOptions.skipRepeat) {
+        mLog.setQuiet(ProcessorLog::Quiet::Off);
+    }
     std::vector<std::string> problems;
     std::vector<BuiltFrame> built = operation.take(lists, isFlush, problems);
     for (std::string& problem : problems) {

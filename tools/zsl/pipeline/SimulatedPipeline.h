@@ -34,8 +34,12 @@ struct PipelineOptions {
     bool frameSync = false;
     CaptureBook::Tries tries = CaptureBook::Tries::All;
     /// Whether the newest try of the capture with this number, which found what the one before
-    /// did, told nothing else either, so that it need not be kept; empty: it did not.
-    std::function<bool(uint32_t requestNo)> isRepeat;
+    /// did, told nothing else either, so that it need not be kept; `evenIfUnlike`: it is not kept
+    /// whatever it told. Empty: it did not.
+    std::function<bool(uint32_t requestNo, bool evenIfUnlike)> isRepeat;
+    /// The try that begins, at this age, is a repeat of the one before, so sure that none of its
+    /// further lines is told. Empty: every line is wanted.
+    std::function<void(uint32_t requestNo, int64_t ageMs)> skipRepeat;
     /// Puts something between the pipeline and the processor; may be empty.
     std::function<android::sp<NSCam::v3::pipeline::model::IZslProcessor>(
         android::sp<NSCam::v3::pipeline::model::IZslProcessor>)>
@@ -112,6 +116,9 @@ private:
     template <typename Call>
     std::vector<BuiltFrame> collect(char const* what, bool isFlush, Call call);
     void beginTry(size_t capture, TryRecord offer);
+    void foldRepeat(size_t capture);
+    bool skipRepeat(size_t capture, TryRecord const& offer);
+    bool maySoonTimeOut(size_t capture) const;
     void endTry();
     void watchTimeout(size_t capture);
     NSCam::v3::pipeline::model::ZslRequestParams requestOf(size_t capture, size_t frames);

@@ -1,5 +1,6 @@
 #include "run/Replay.h"
 
+#include <fmt/format.h>
 #include <platform/VirtualClock.h>
 
 #include <algorithm>
@@ -70,6 +71,7 @@ private:
         }
         options.faults = mFaults;
         options.isRepeat = mListener.isRepeat;
+        options.skipRepeat = mListener.skipRepeat;
         options.pause = [this](int64_t ns) { mClock.advance(ns); };
         if (mListener.log) {
             options.logSink = [this](host::LogLine const& line) {
@@ -212,6 +214,12 @@ private:
             result.reported = std::move(mFrames);
         }
         result.failures = mPipeline.failures(mStartNs);
+        if (size_t const unlike = mPipeline.captures().unlikeRepeats(); unlike > 0) {
+            result.notes.push_back(fmt::format(
+                "{} that got nothing are counted with the one before, whatever they found: all "
+                "that differ would take too much memory",
+                base::counted(unlike, "try", "tries")));
+        }
         return result;
     }
 

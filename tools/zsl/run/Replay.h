@@ -26,8 +26,12 @@ struct ReplayListener {
     /// A line of the log up to the level asked for; `timeNs` counts from the first frame.
     std::function<void(int64_t timeNs, host::LogLine const& line)> log;
     /// Whether the log told nothing new of the newest try of a capture, which found what the one
-    /// before did; the two are then kept as one. Empty: nobody looks at the log.
-    std::function<bool(uint32_t requestNo)> isRepeat;
+    /// before did, or whatever it told; the two are then kept as one. Empty: nobody looks at the
+    /// log.
+    std::function<bool(uint32_t requestNo, bool evenIfUnlike)> isRepeat;
+    /// The try that begins is kept as one with the one before, and the log leaves it out. Empty:
+    /// the log is wanted whole.
+    std::function<void(uint32_t requestNo, int64_t ageMs)> skipRepeat;
     std::vector<OccupancySample>* occupancy = nullptr;  ///< gets one for each instant, as it ends
 
     /// To be told after each event, if there is somebody to hear it.
