@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <future>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -96,6 +97,13 @@ MeasuredVideo measureVideo(VideoFile& video, std::function<void(size_t, size_t)>
     measured.path = video.name();
     measured.rotation = video.rotation();
     PictureMeter meter;
+    // While one is measured the next is decoded.
+    std::future<recording::PictureMeasures> measuring;
+    auto const collect = [&] {
+        if (measuring.valid()) {
+            measured.measures.push_back(measuring.get());
+        }
+    };
     while (video.next()) {
         if (measured.timesNs.empty()) {
             measured.width = video.width();
@@ -106,11 +114,16 @@ MeasuredVideo measureVideo(VideoFile& video, std::function<void(size_t, size_t)>
                                                video.name(), recording::MAX_FRAMES));
         }
         measured.timesNs.push_back(video.timeNs());
-        measured.measures.push_back(meter.measure(video.pixels(PixelKind::Luma, MEASURED_WIDTH)));
+        Pixels luma = video.pixels(PixelKind::Luma, MEASURED_WIDTH);
+        collect();
+        measuring = std::async(std::launch::async, [&meter, luma = std::move(luma)]() mutable {
+            return meter.measure(std::move(luma));
+        });
         if (progress) {
             progress(measured.timesNs.size(), video.declaredPictures());
         }
     }
+    collect();
     return measured;
 }
 

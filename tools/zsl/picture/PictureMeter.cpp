@@ -47,13 +47,14 @@ float sharpnessOf(Pixels const& luma, double mean) {
 
 Pixels halved(Pixels const& luma) {
     Pixels half{luma.width / 2, luma.height / 2, {}};
-    half.bytes.reserve(size_t{half.width} * half.height);
+    half.bytes.resize(size_t{half.width} * half.height);
     for (size_t y = 0; y < half.height; ++y) {
         uint8_t const* const upper = &luma.bytes[2 * y * luma.width];
         uint8_t const* const lower = upper + luma.width;
-        for (size_t x = 0; x < 2 * half.width; x += 2) {
-            int const sum = upper[x] + upper[x + 1] + lower[x] + lower[x + 1];
-            half.bytes.push_back(static_cast<uint8_t>((sum + 2) / 4));
+        uint8_t* const to = &half.bytes[y * half.width];
+        for (size_t x = 0; x < half.width; ++x) {
+            int const sum = upper[2 * x] + upper[2 * x + 1] + lower[2 * x] + lower[2 * x + 1];
+            to[x] = static_cast<uint8_t>((sum + 2) / 4);
         }
     }
     return half;
