@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -55,8 +56,10 @@ private:
     std::optional<size_t> mShown;
 };
 
-/// Measures videos, and shows how far it is. With the cache each is decoded once only.
-picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache);
+/// Measures videos, and shows how far it is. With the cache each is decoded once only. `check` is
+/// called after each picture and may throw, for somebody who wants it to end.
+picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
+                                 std::function<void()> check = {});
 
 /// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
 /// input leaves the parsing as an exception whose text says what was expected and found. `streams`

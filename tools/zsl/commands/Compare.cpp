@@ -188,7 +188,8 @@ int run(CLI::App const& command, Arguments arguments, CliStreams const& streams)
     if (arguments.reports) {
         arguments.plan.onRun = pages.emplace(*arguments.reports, streams.provenance).listener();
     }
-    arguments.plan.measure = pictureMeasurer(streams, !arguments.isCacheOff);
+    arguments.plan.measure =
+        pictureMeasurer(streams, !arguments.isCacheOff, [&] { signals.throwIfAny(); });
     compare::Comparison comparison;
     try {
         Progress progress(streams.err, streams.showProgress, "runs");

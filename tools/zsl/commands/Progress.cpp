@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ostream>
+#include <utility>
 
 #include "commands/Commands.h"
 #include "picture/MeasureCache.h"
@@ -52,11 +53,15 @@ void Progress::operator()(size_t done, size_t total) {
     mErr << std::flush;
 }
 
-picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache) {
-    return [&streams, usesCache](base::InputFile& file) {
+picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
+                                 std::function<void()> check) {
+    return [&streams, usesCache, check = std::move(check)](base::InputFile& file) {
         Progress progress(streams.err, streams.showProgress, "pictures");
         picture::VideoFile video(file);
-        auto const tell = [&progress](size_t done, size_t declared) {
+        auto const tell = [&](size_t done, size_t declared) {
+            if (check) {
+                check();
+            }
             progress(done, std::max(done, declared));
         };
         return usesCache ? picture::measureOnce(video, tell) : picture::measureVideo(video, tell);
