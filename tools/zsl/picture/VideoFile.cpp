@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zebcam/ThreadSafety.h>
 
 #include <algorithm>
 #include <array>
@@ -77,14 +78,14 @@ public:
     static void listen() {
         static std::once_flag once;
         std::call_once(once, [] { av_log_set_callback(hear); });
-        std::lock_guard const lock(sMutex);
+        LockGuard const lock(sMutex);
         sText.clear();
     }
 
     static std::string on(int status) {
         char reason[AV_ERROR_MAX_STRING_SIZE] = {};
         av_strerror(status, reason, sizeof reason);
-        std::lock_guard const lock(sMutex);
+        LockGuard const lock(sMutex);
         return sText.empty() ? reason : fmt::format("{} ({})", reason, sText);
     }
 
@@ -97,12 +98,12 @@ private:
         std::vsnprintf(line, sizeof line, format, arguments);
         std::string text = base::printable(
             std::string_view(line).substr(0, std::string_view(line).find_last_not_of("\n ") + 1));
-        std::lock_guard const lock(sMutex);
+        LockGuard const lock(sMutex);
         sText = std::move(text);
     }
 
-    inline static std::mutex sMutex;
-    inline static std::string sText;
+    inline static Mutex sMutex;
+    inline static std::string sText GUARDED_BY(sMutex);
 };
 
 int readFile(void* file, uint8_t* buffer, int size) {
