@@ -27,12 +27,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kStandardStream[] = "-";
 // More is a slip: each is a process that reads a recording.
 constexpr int64_t kMaxJobs = 1'024;
 constexpr int kSignalStatus = 128;  // and the signal, as shells have it
 
-struct Arguments {
+struct CompareArguments {
     compare::ComparisonPlan plan;
     compare::ChildPoolOptions pool;
     std::optional<std::string> json;
@@ -46,7 +45,7 @@ struct Arguments {
 };
 
 /// Refuses before the first run what would make every run fail.
-void requireUsable(CLI::App const& command, Arguments const& arguments) {
+void requireUsable(CLI::App const& command, CompareArguments const& arguments) {
     compare::ComparisonPlan const& plan = arguments.plan;
     requireConsistent(command, plan.common, plan.policies, command.count("--offset") > 0);
     std::error_code ignored;  // whoever opens it will say more
@@ -64,10 +63,10 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
     std::vector<std::string> inputs = plan.recordings;
     inputs.insert(inputs.end(), plan.videos.begin(), plan.videos.end());
     for (std::string const& recording : inputs) {
-        if (recording == kStandardStream || fs::is_fifo(recording, ignored)) {
+        if (recording == STANDARD_STREAM || fs::is_fifo(recording, ignored)) {
             throw base::InputError(
                 fmt::format("{}: expected a file, because each run reads it anew, found {}",
-                            recording, recording == kStandardStream ? "standard input" : "a pipe"));
+                            recording, recording == STANDARD_STREAM ? "standard input" : "a pipe"));
         }
     }
     requireOwnFiles({{"--json", arguments.json},
@@ -78,7 +77,7 @@ void requireUsable(CLI::App const& command, Arguments const& arguments) {
 }
 
 /// Read before the first run, so that a file that is none is told at once.
-void readBaseline(Arguments& arguments) {
+void readBaseline(CompareArguments& arguments) {
     if (!arguments.baseline) {
         if (!arguments.tolerances.empty()) {
             throw CLI::ValidationError("--tolerance", "expected --baseline with it");
@@ -174,7 +173,7 @@ private:
     base::Provenance const& mProvenance;
 };
 
-int run(CLI::App const& command, Arguments arguments, CliStreams const& streams) {
+int runCompare(CLI::App const& command, CompareArguments arguments, CliStreams const& streams) {
     fillIn(arguments.plan);
     requireUsable(command, arguments);
     readBaseline(arguments);
@@ -288,7 +287,7 @@ void addRunOptions(CLI::App& command, compare::ChildPoolOptions& pool) {
               "Give a run up after this long [default: 600s]", "T");
 }
 
-void addResultOptions(CLI::App& command, Arguments& arguments) {
+void addResultOptions(CLI::App& command, CompareArguments& arguments) {
     command.option_defaults()->group(kResults);
     addLimitOption(command, arguments.plan.limits);
     addJson(command, arguments.json, "Write JSON, - for standard output instead of the table");
@@ -315,7 +314,7 @@ void addResultOptions(CLI::App& command, Arguments& arguments) {
 }  // namespace
 
 void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<CompareArguments>();
     CLI::App* const command = app.add_subcommand(
         "compare", "Replay recordings under several policies and settings and compare the results");
     command->add_option("RECORDING", arguments->plan.recordings, "CSV files or videos")
@@ -331,7 +330,7 @@ void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
     addRunOptions(*command, arguments->pool);
     addResultOptions(*command, *arguments);
     command->callback([command, arguments, &streams, &exitStatus] {
-        exitStatus = run(*command, *arguments, streams);
+        exitStatus = runCompare(*command, *arguments, streams);
     });
 }
 

@@ -29,11 +29,10 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr char kStandardStream[] = "-";
 constexpr int kNothingFound = 1;
 
-struct Arguments {
-    std::string log = kStandardStream;
+struct ExplainArguments {
+    std::string log = STANDARD_STREAM;
     std::optional<std::string> json;
     std::optional<std::string> trace;
     std::optional<std::string> report;
@@ -48,7 +47,7 @@ struct Arguments {
 };
 
 std::string nameOf(std::string const& path) {
-    return path == kStandardStream ? "standard input" : base::printable(path);
+    return path == STANDARD_STREAM ? "standard input" : base::printable(path);
 }
 
 [[noreturn]] void failToRead(std::string const& path, std::string const& reason) {
@@ -69,7 +68,7 @@ log::Explanation explain(std::istream& in, std::string const& path, log::Explain
 
 log::Explanation explainFile(std::string const& path) {
     log::Explainer explainer;
-    if (path == kStandardStream) {
+    if (path == STANDARD_STREAM) {
         return explain(std::cin, path, explainer);
     }
     // A folder opens like a file and reads as an empty one.
@@ -88,7 +87,7 @@ log::Explanation explainFile(std::string const& path) {
 log::Explanation follow(std::string const& path, log::Explainer& explainer) {
     base::SignalWatch const watch;
     int const fd =
-        path == kStandardStream ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        path == STANDARD_STREAM ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         failToRead(path, std::strerror(errno));
     }
@@ -121,7 +120,7 @@ std::optional<std::string> missingOf(std::vector<uint32_t> const& requests,
     return std::nullopt;
 }
 
-log::Explanation read(Arguments const& arguments, bool hasText, CliStreams const& streams) {
+log::Explanation read(ExplainArguments const& arguments, bool hasText, CliStreams const& streams) {
     if (!arguments.follows) {
         return explainFile(arguments.log);
     }
@@ -137,7 +136,7 @@ log::Explanation read(Arguments const& arguments, bool hasText, CliStreams const
     return follow(arguments.log, explainer);
 }
 
-int run(Arguments const& arguments, CliStreams const& streams) {
+int runExplain(ExplainArguments const& arguments, CliStreams const& streams) {
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
     base::ResultFile report(arguments.report, streams.out);
@@ -156,7 +155,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
     }
     std::erase_if(explanation.captures,
                   [&](auto const& capture) { return !arguments.wants(capture.requestNo); });
-    std::string const path = arguments.log == kStandardStream ? "" : arguments.log;
+    std::string const path = arguments.log == STANDARD_STREAM ? "" : arguments.log;
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(explanation, path, streams.provenance), out);
     });
@@ -174,7 +173,7 @@ int run(Arguments const& arguments, CliStreams const& streams) {
 }  // namespace
 
 void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<ExplainArguments>();
     CLI::App* const command = app.add_subcommand(
         "explain", "Tell from a log of the processor why each capture got what it got");
     command
@@ -194,7 +193,7 @@ void addExplainCommand(CLI::App& app, CliStreams const& streams, int& exitStatus
     addFlag(*command, "-v,--verbose", arguments->isVerbose,
             "Show each try and frame on its own, with times in ns");
     command->callback(
-        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+        [arguments, &streams, &exitStatus] { exitStatus = runExplain(*arguments, streams); });
 }
 
 }  // namespace zebcam::tool::commands

@@ -25,7 +25,7 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-struct Arguments {
+struct GenerateArguments {
     std::string output;
     std::optional<std::string> json;
     recording::GeneratorOptions options;
@@ -41,7 +41,7 @@ double parseNumber(std::string const& text) {
     return value;
 }
 
-int run(Arguments const& arguments, CliStreams const& streams) {
+int runGenerate(GenerateArguments const& arguments, CliStreams const& streams) {
     requireOwnFiles({{"--output", arguments.output}, {"--json", arguments.json}});
     // Both before the work, so that neither is left behind when the other cannot be written.
     base::ResultFile output(arguments.output, streams.out);
@@ -112,7 +112,7 @@ void addOptions(CLI::App& command, recording::GeneratorOptions& options) {
 }  // namespace
 
 void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<GenerateArguments>();
     CLI::App* const command = app.add_subcommand(
         "generate", "Write a made-up recording that shows what phones show (a rate is 0 to 1)");
     command->option_defaults()->group(kResults);
@@ -123,7 +123,7 @@ void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatu
     addOptions(*command, arguments->options);
     addJson(*command, arguments->json, "Tell what was made as JSON, - for standard output");
     command->callback(
-        [arguments, &streams, &exitStatus] { exitStatus = run(*arguments, streams); });
+        [arguments, &streams, &exitStatus] { exitStatus = runGenerate(*arguments, streams); });
 }
 
 }  // namespace zebcam::tool::commands

@@ -41,7 +41,7 @@ constexpr size_t kLogBytes = 8U << 20U;
 // For a reader who is slow but not gone.
 constexpr std::chrono::seconds kPatience(1);
 
-struct Arguments {
+struct LiveArguments {
     std::optional<std::string> recording;
     int64_t fps = kMinFps;
     std::optional<std::string> json;
@@ -60,7 +60,7 @@ int64_t parseTime(std::string const& text) {
 }
 
 /// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
-recording::Recording sourceOf(Arguments& arguments, CliStreams const& streams) {
+recording::Recording sourceOf(LiveArguments& arguments, CliStreams const& streams) {
     if (arguments.recording) {
         base::InputFile file(*arguments.recording);
         return picture::readWithPictures(file, arguments.options.replay.input,
@@ -118,7 +118,7 @@ void tell(run::LiveResult const& result, recording::Recording const& recording,
     });
 }
 
-int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams) {
+int runLive(CLI::App const& command, LiveArguments& arguments, CliStreams const& streams) {
     requireConsistent(command, arguments.options.replay, {&arguments.options.replay.policy, 1},
                       arguments.options.replay.offsetMs.has_value());
     if (arguments.recording && command.count("--fps") > 0) {
@@ -158,7 +158,7 @@ int run(CLI::App const& command, Arguments& arguments, CliStreams const& streams
     return result.isClean() ? 0 : 1;
 }
 
-void addSourceOptions(CLI::App& command, Arguments& arguments) {
+void addSourceOptions(CLI::App& command, LiveArguments& arguments) {
     command.option_defaults()->group(kRecordingGroup);
     command
         .add_option("RECORDING", arguments.recording,
@@ -185,7 +185,7 @@ void addSourceOptions(CLI::App& command, Arguments& arguments) {
 }  // namespace
 
 void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<LiveArguments>();
     CLI::App* const command = app.add_subcommand(
         "live", "Run the pipeline in real time, with threads of its own, and tell how it fares");
     addSourceOptions(*command, *arguments);
@@ -200,7 +200,7 @@ void addLiveCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
             "Record what the processor sees, for zsl replay");
     addJson(*command, arguments->json);
     command->callback([command, arguments, &streams, &exitStatus] {
-        exitStatus = run(*command, *arguments, streams);
+        exitStatus = runLive(*command, *arguments, streams);
     });
 }
 

@@ -19,6 +19,9 @@
 
 namespace zebcam::tool::commands {
 
+/// Stands for standard input or output where a file is to be named.
+inline constexpr char STANDARD_STREAM[] = "-";
+
 /// The values of options. Each reads `text` or throws std::invalid_argument with a text that says
 /// what was expected and found.
 

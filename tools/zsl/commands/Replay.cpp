@@ -35,7 +35,7 @@ namespace {
 
 constexpr size_t kLongRecording = 2'000;  // what is shorter is done before anybody looks
 
-struct Arguments {
+struct ReplayArguments {
     std::string recording;
     std::optional<std::string> json;
     std::optional<std::string> trace;
@@ -56,7 +56,7 @@ struct Arguments {
 /// decision, and what a trace shows. What was not asked for costs nothing and stays empty.
 class Observer {
 public:
-    Observer(Arguments const& arguments, CliStreams const& streams)
+    Observer(ReplayArguments const& arguments, CliStreams const& streams)
         : mShownLevel(arguments.options.logLevel),
           mErr(streams.err),
           mProgress(std::in_place, streams.err, streams.showProgress, "frames", kLongRecording),
@@ -153,7 +153,7 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
 
 /// What came of a replay, and the frames that were in it. The observation has ended.
 std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
-                                                              Arguments const& arguments,
+                                                              ReplayArguments const& arguments,
                                                               Observer& observer,
                                                               CliStreams const& streams) {
     pipeline::ReplayOptions options = arguments.options;
@@ -198,7 +198,8 @@ void requireCaptures(std::vector<uint32_t> const& requests,
     }
 }
 
-int run(CLI::App const& command, Arguments const& arguments, CliStreams const& streams) {
+int runReplay(CLI::App const& command, ReplayArguments const& arguments,
+              CliStreams const& streams) {
     requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
                       arguments.options.offsetMs.has_value());
     requireOwnFiles(
@@ -243,7 +244,7 @@ int run(CLI::App const& command, Arguments const& arguments, CliStreams const& s
 }  // namespace
 
 void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
-    auto const arguments = std::make_shared<Arguments>();
+    auto const arguments = std::make_shared<ReplayArguments>();
     CLI::App* const command = app.add_subcommand(
         "replay", "Replay a recording, press the button and tell which frames the captures get");
     command
@@ -276,7 +277,7 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addReportOption(*command, arguments->report);
     addLimitOption(*command, arguments->limits);
     command->callback([command, arguments, &streams, &exitStatus] {
-        exitStatus = run(*command, *arguments, streams);
+        exitStatus = runReplay(*command, *arguments, streams);
     });
 }
 
