@@ -27,5 +27,8 @@ endfunction()
 function(zsl_unity target)
   if(ZSL_UNITY)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+    # gcc takes what is included for a header, in which an unnamed namespace would be a mistake.
+    target_compile_options(${target} PRIVATE
+      $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   endif()
 endfunction()

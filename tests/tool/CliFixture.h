@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,6 +16,9 @@
 #include "commands/Commands.h"
 
 namespace zebcam::tool {
+
+/// Results keep the order of their fields.
+using Json = nlohmann::ordered_json;
 
 using Arguments = std::vector<std::string>;
 

@@ -25,7 +25,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
-using Json = nlohmann::ordered_json;
 
 constexpr uint32_t PID = 1234;
 constexpr uint32_t TID = 5678;

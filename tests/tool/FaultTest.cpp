@@ -88,7 +88,7 @@ size_t marksOf(run::ReplayResult const& result, pipeline::FaultKind kind) {
     return marks;
 }
 
-struct Case {
+struct FaultCase {
     char const* fault;
     pipeline::ReplayOptions options;
     uint64_t strikes;
@@ -118,7 +118,7 @@ bool wasPressedLate(run::ReplayResult const& result) {
     return result.captures.at(1).pressNs == START + 1250 * MS;
 }
 
-std::vector<Case> cases() {
+std::vector<FaultCase> faultCases() {
     // Frame 11 begins at 1 s and, all being well, serves a press at that moment.
     pipeline::ReplayOptions const one = pressing({1000});
     pipeline::ReplayOptions const two = pressing({1000}, 2);
@@ -159,7 +159,7 @@ std::vector<Case> cases() {
 }
 
 TEST(Faults, DoToCapturesWhatTheyShould) {
-    for (Case const& c : cases()) {
+    for (FaultCase const& c : faultCases()) {
         SCOPED_TRACE(c.fault);
         run::ReplayResult const result =
             run::replay(steadyRecording(), failing(c.options, {c.fault}));

@@ -18,7 +18,6 @@
 namespace zebcam::tool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Paths = std::set<std::string>;
 
 std::string join(std::string const& path, std::string const& key) {

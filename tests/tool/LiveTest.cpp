@@ -24,7 +24,6 @@
 namespace zebcam::tool {
 namespace {
 
-using Json = nlohmann::json;
 using testing::AllOf;
 using testing::Each;
 using testing::HasSubstr;

@@ -26,7 +26,6 @@ using picture::PixelKind;
 using picture::Pixels;
 using recording::PictureMatch;
 namespace fs = std::filesystem;
-using Json = nlohmann::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 

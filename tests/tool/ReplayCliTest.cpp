@@ -18,7 +18,6 @@
 namespace zebcam::tool {
 namespace {
 
-using Json = nlohmann::json;
 using testing::HasSubstr;
 using testing::Not;
 

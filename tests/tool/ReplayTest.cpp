@@ -17,14 +17,14 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::Not;
 
-struct Case {
+struct ReplayCase {
     char const* name;
     pipeline::ReplayOptions options;
     char const* expected;
     void (*change)(recording::Recording&) = nullptr;
 };
 
-std::vector<Case> cases() {
+std::vector<ReplayCase> replayCases() {
     auto const cshot = [](pipeline::ReplayOptions& o) {
         o.policy.kind = pipeline::PolicyKind::CShot;
     };
@@ -82,7 +82,7 @@ std::vector<Case> cases() {
 }
 
 TEST(Replay, ServesCaptures) {
-    for (Case const& c : cases()) {
+    for (ReplayCase const& c : replayCases()) {
         SCOPED_TRACE(c.name);
         recording::Recording recording = steadyRecording();
         if (c.change != nullptr) {

@@ -28,7 +28,6 @@
 namespace zebcam::tool {
 namespace {
 
-using Json = nlohmann::json;
 using testing::Contains;
 using testing::ElementsAre;
 
@@ -175,7 +174,7 @@ struct Traced {
     std::vector<run::ProcessorSection> sections;
 };
 
-struct Case {
+struct TraceCase {
     char const* name;
     recording::Recording recording;
     pipeline::ReplayOptions options;
@@ -183,7 +182,7 @@ struct Case {
     bool fillsRows = false;
 };
 
-std::vector<Case> cases() {
+std::vector<TraceCase> traceCases() {
     recording::GeneratorOptions generator;
     generator.frames = 160;
     generator.fps = 960;
@@ -279,7 +278,7 @@ void checkCounters(Traced const& run, ReadTrace const& trace) {
 }
 
 TEST(TraceExport, KeepsTheRulesOfTheFormat) {
-    for (Case const& c : cases()) {
+    for (TraceCase const& c : traceCases()) {
         SCOPED_TRACE(c.name);
         Traced const run(c.recording, c.options);
         ReadTrace const trace = run.trace();
