@@ -267,7 +267,9 @@ std::string answerOf(CaptureExplanation const& capture) {
         for (auto const& [how, part] : partsOf(capture.tries[i])) {
             auto const& [indices, history] = part;
             add(indices, servedText(capture, i, how.first, indices, history));
-            std::erase_if(open, [&](uint64_t index) { return indices.contains(index); });
+            for (uint64_t const index : indices) {
+                open.erase(index);
+            }
         }
     }
     bool const isServed = !text.empty();
