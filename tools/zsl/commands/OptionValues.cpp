@@ -76,13 +76,13 @@ int64_t parseBootTime(std::string const& text) {
 }
 
 int64_t parseMilliseconds(std::string const& text) {
-    constexpr int64_t kNsPerMs = 1'000'000;
+    constexpr int64_t kMsNs = 1'000'000;
     int64_t const ns = base::parseDuration(text);
     // The property that it becomes counts in ms.
-    if (ns % kNsPerMs != 0) {
+    if (ns % kMsNs != 0) {
         refuse("whole milliseconds", text);
     }
-    return ns / kNsPerMs;
+    return ns / kMsNs;
 }
 
 namespace {

@@ -90,7 +90,8 @@ public:
     }
 
 private:
-    static void hear(void*, int level, char const* format, va_list arguments) {
+    [[gnu::format(printf, 3, 0)]] static void hear(void*, int level, char const* format,
+                                                   va_list arguments) {
         if (level > AV_LOG_ERROR) {
             return;
         }
