@@ -28,6 +28,8 @@
 namespace zebcam::tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 using testing::Contains;
 using testing::ElementsAre;
 
