@@ -16,6 +16,8 @@
 namespace zebcam::tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 using namespace zebcam::test;
 using NSCam::Utils::ULog::ULogger;
 using ::testing::AllOf;

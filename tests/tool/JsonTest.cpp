@@ -18,6 +18,8 @@
 namespace zebcam::tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 using Paths = std::set<std::string>;
 
 std::string join(std::string const& path, std::string const& key) {

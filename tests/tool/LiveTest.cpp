@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -344,6 +345,7 @@ class StoppedReader : public std::stringbuf {
 public:
     void waitUntilAsked() { mAsked.get_future().wait(); }
     void goOn() { mGoesOn.set_value(); }
+    std::streamsize most() const { return mMost; }  ///< bytes that it was given at once
 
 protected:
     std::streamsize xsputn(char const* text, std::streamsize size) override {
@@ -351,11 +353,13 @@ protected:
             mAsked.set_value();
             mGoesOn.get_future().wait();
         }
+        mMost = std::max(mMost, size);
         return std::stringbuf::xsputn(text, size);
     }
 
 private:
     bool mIsFirst = true;
+    std::streamsize mMost = 0;
     std::promise<void> mAsked;
     std::promise<void> mGoesOn;
 };
@@ -384,6 +388,21 @@ TEST(LineWriter, NeverWaitsForTheReader) {
         }
         EXPECT_EQ(reader.str(), goesOn ? "under way\nwaits\nis\n" : "under way\n");
     }
+    // Whoever takes some bytes a second holds up the end for a few lines only.
+    StoppedReader slow;
+    std::ostream stream(&slow);
+    {
+        base::LineWriter lines(stream, 1'000'000);
+        lines.push("under way\n");
+        slow.waitUntilAsked();
+        for (int i = 0; i < 500; ++i) {
+            lines.push(std::string(999, 'x') + '\n');
+        }
+        slow.goOn();
+        EXPECT_EQ(lines.finish(std::chrono::seconds(60)).dropped, 0U);
+    }
+    EXPECT_EQ(slow.str().size(), 500'010U);
+    EXPECT_LE(slow.most(), 4096);
     std::ostream closed(nullptr);
     base::LineWriter lines(closed, 10);
     lines.push("lost\n");

@@ -88,6 +88,8 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
         {{"replay", file, "--to", "0.5s", "--press", "0.6s"}, "expected 0s to 0.5s"},
         {{"replay", file, "--press", "5"}, "--press: expected a time with its unit"},
         {{"replay", file, "--captures", "0"}, "--captures: expected a whole number from 1"},
+        {{"replay", file, "--captures", "3001", "--trace", path("t.json")},
+         "--trace: expected at most 3000 captures, found 3001; more may take more than 1 GB"},
         {{"replay", file, "--captures", "10001"},
          "--captures: expected a whole number from 1 to 10000, found \"10001\"; more may take more "
          "than 1 GB"},

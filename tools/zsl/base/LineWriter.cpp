@@ -1,8 +1,14 @@
 #include "base/LineWriter.h"
 
-#include <utility>
-
 namespace zebcam::tool::base {
+
+namespace {
+
+// Many lines at once, for each call costs, but not all that have gathered: a reader who takes some
+// bytes a second would keep the program for hours after its end.
+constexpr size_t kPiece = 4096;
+
+}  // namespace
 
 LineWriter::LineWriter(std::ostream& out, size_t capacity)
     : mOut(out), mCapacity(capacity), mThread([this] { run(); }) {
@@ -16,12 +22,12 @@ void LineWriter::push(std::string const& line) {
     {
         LockGuard const lock(mLock);
         ++mCounts.lines;
-        if (mIsFinished || mWaiting.size() + line.size() > mCapacity) {
+        if (mIsFinished || mWaitingBytes + line.size() > mCapacity) {
             ++mCounts.dropped;
             return;
         }
-        mWaiting += line;
-        ++mWaitingLines;
+        mWaiting.push_back(line);
+        mWaitingBytes += line.size();
     }
     mChanged.notify_all();
 }
@@ -38,8 +44,8 @@ LineWriter::Counts LineWriter::finish(std::chrono::milliseconds patience) {
         }
         mChanged.wait_for(mLock, left);
     }
+    mCounts.dropped += mWaiting.size();
     mWaiting.clear();
-    mCounts.dropped += std::exchange(mWaitingLines, 0);
     return mCounts;
 }
 
@@ -55,11 +61,14 @@ void LineWriter::run() {
             if (mWaiting.empty()) {
                 return;
             }
-            lines.swap(mWaiting);
-            count = std::exchange(mWaitingLines, 0);
+            do {
+                lines += mWaiting.front();
+                mWaiting.pop_front();
+                ++count;
+            } while (!mWaiting.empty() && lines.size() + mWaiting.front().size() <= kPiece);
+            mWaitingBytes -= lines.size();
             mIsWriting = true;
         }
-        // All that has gathered at once: what a slow reader costs is counted in calls.
         mOut << lines << std::flush;
         {
             LockGuard const lock(mLock);

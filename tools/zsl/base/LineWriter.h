@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -25,9 +26,10 @@ public:
         bool hasFailed = false;  ///< the stream cannot be written
     };
 
-    /// Up to `capacity` bytes wait to be written, and as many are being written.
+    /// Up to `capacity` bytes wait to be written.
     LineWriter(std::ostream& out, size_t capacity);
-    /// Drops what waits, but waits itself for what is being written, which nothing can call back.
+    /// Drops what waits, but waits itself for the few lines that are being written, which nothing
+    /// can call back.
     ~LineWriter();
     LineWriter(LineWriter const&) = delete;
     LineWriter& operator=(LineWriter const&) = delete;
@@ -45,8 +47,8 @@ private:
     size_t const mCapacity;
     Mutex mLock;
     std::condition_variable_any mChanged;
-    std::string mWaiting GUARDED_BY(mLock);
-    uint64_t mWaitingLines GUARDED_BY(mLock) = 0;
+    std::deque<std::string> mWaiting GUARDED_BY(mLock);
+    size_t mWaitingBytes GUARDED_BY(mLock) = 0;
     bool mIsWriting GUARDED_BY(mLock) = false;
     bool mIsFinished GUARDED_BY(mLock) = false;
     Counts mCounts GUARDED_BY(mLock);

@@ -198,12 +198,30 @@ void requireCaptures(std::vector<uint32_t> const& requests,
     }
 }
 
+/// Throws CLI::ValidationError for more captures than a trace can show in 1 GB of memory: it has
+/// each try of each, and their number grows with the square of the captures.
+void requireTraceable(pipeline::ReplayOptions const& options) {
+    constexpr size_t kMostTraced = 3'000;  // some 500 MB
+    size_t const pressed = options.pressesNs.size() + options.pressBootTimesNs.size();
+    size_t const captures = pressed > 0 ? pressed : options.captures;
+    if (captures > kMostTraced) {
+        throw CLI::ValidationError(
+            "--trace",
+            fmt::format("expected at most {} captures, found {}; more may take more than "
+                        "1 GB of memory",
+                        kMostTraced, captures));
+    }
+}
+
 int runReplay(CLI::App const& command, ReplayArguments const& arguments,
               CliStreams const& streams) {
     requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
                       arguments.options.offsetMs.has_value());
     requireOwnFiles(
         {{"--json", arguments.json}, {"--trace", arguments.trace}, {"--report", arguments.report}});
+    if (arguments.trace) {
+        requireTraceable(arguments.options);
+    }
     // Before the replay, so that a path that cannot be written is told at once.
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
