@@ -10,9 +10,12 @@
 
 #include "CliFixture.h"
 #include "commands/Help.h"
+#include "compare/ComparisonFields.h"
 #include "pipeline/FrameFactory.h"
 #include "pipeline/MetadataAccess.h"
 #include "pipeline/ProcessorProperties.h"
+#include "pipeline/ReplayOptions.h"
+#include "recording/Recording.h"
 #include "report/Page.h"
 
 namespace zebcam::tool {
@@ -122,6 +125,23 @@ TEST_F(Help, NamesEveryPropertyThatTheProcessorReads) {
     }
     EXPECT_EQ(known, read);
     EXPECT_FALSE(read.empty());
+}
+
+TEST_F(Help, HasPagesThatNameWhatTheyAreAbout) {
+    std::vector<std::pair<char const*, std::string>> names;
+    for (pipeline::FaultTraits const& fault : pipeline::FAULT_KINDS) {
+        names.emplace_back("faults.md", fault.name);
+    }
+    for (size_t i = 0; i < recording::COLUMN_COUNT; ++i) {
+        names.emplace_back("recordings.md", headerOf(static_cast<recording::Column>(i)));
+    }
+    for (compare::ComparisonField const& field : compare::comparisonFields()) {
+        names.emplace_back("compare.md", field.name);
+    }
+    for (auto const& [page, name] : names) {
+        EXPECT_THAT(contentOf(std::string(ZSL_ROOT) + "/docs/" + page), HasSubstr("`" + name + "`"))
+            << page;
+    }
 }
 
 TEST_F(Help, ListsTheTagsThatAFrameCarries) {

@@ -161,6 +161,27 @@ TEST_F(ReplayCli, PrintsWhatItsPageShows) {
     EXPECT_EQ(out, expected);
 }
 
+TEST_F(ReplayCli, TellsTheSameWhetherRepeatsAreReadOrSkipped) {
+    for (std::string const policy : {"default", "cshot"}) {
+        std::vector<Json> told;
+        // With a shown log every line is read.
+        for (Arguments const& log : {Arguments{}, {"--log", "error"}}) {
+            Arguments const command = {"replay", mRecording, "--captures", "30",     "--offset",
+                                       "-20s",   "--policy", policy,       "--json", "-"};
+            told.push_back(Json::parse(zsl(plus(command, log)).out));
+            told.back().erase("run");
+        }
+        EXPECT_EQ(told[0], told[1]) << policy;
+        size_t repeats = 0;
+        for (Json const& capture : told[0]["captures"]) {
+            for (Json const& attempt : capture["tries"]) {
+                repeats += attempt["repeats"].get<size_t>();
+            }
+        }
+        EXPECT_GT(repeats, 0U) << policy;
+    }
+}
+
 TEST_F(ReplayCli, ExplainsTheWantedCaptures) {
     Arguments const command = {"replay",  mRecording, "--press",  "500ms",
                                "--press", "700ms",    "--offset", "-10s"};

@@ -41,6 +41,16 @@ std::string quotedCell(std::string_view name) {
 
 }  // namespace
 
+// Rows are found by their places: one that was forgotten would be that of another column.
+static_assert([] {
+    for (size_t i = 0; i < COLUMN_COUNT; ++i) {
+        if (columns::TRAITS[i].column != static_cast<Column>(i)) {
+            return false;
+        }
+    }
+    return true;
+}());
+
 std::string_view headerOf(Column column) {
     return traitsOf(column).header;
 }
