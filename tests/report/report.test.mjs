@@ -180,12 +180,18 @@ async function sweep(page, lane, step) {
     await page.locator('#lanes').scrollIntoViewIfNeeded();
     const plot = await page.locator('#lanes .u-over').boundingBox();
     const label = await page.locator(`[data-lane="${lane}"]`).boundingBox();
-    const texts = new Set();
-    for (let x = plot.x + 1; x < plot.x + plot.width; x += step) {
-        await page.mouse.move(x, label.y + label.height / 2);
-        texts.add(await page.evaluate(() => document.querySelector('#tooltip:not([hidden])')
-            ?.textContent ?? ''));
-    }
+    const y = label.y + label.height / 2;
+    await page.mouse.move(plot.x + 1, y);
+    // Within the page: each true move waits for a frame of the screen.
+    const texts = new Set(await page.evaluate(({from, to, by, height}) => {
+        const told = [];
+        for (let x = from; x < to; x += by) {
+            document.elementFromPoint(x, height)?.dispatchEvent(
+                new PointerEvent('pointermove', {clientX: x, clientY: height, pointerType: 'mouse', bubbles: true}));
+            told.push(document.querySelector('#tooltip:not([hidden])')?.textContent ?? '');
+        }
+        return told;
+    }, {from: plot.x + 1, to: plot.x + plot.width, by: step, height: y}));
     texts.delete('');
     return [...texts];
 }
