@@ -105,7 +105,9 @@ TEST(IMetadata, RefusesWhatItCannotDoAndStaysAsItWas) {
     EXPECT_TRUE(metadata.entryAt(0).isEmpty());
 
     metadata.update(7, entryOf(7, 3, 2));
-    EXPECT_EQ(metadata.entryFor(8).tag(), 8U) << "whether it is there or not";
+    for (IMetadata const& lacksIt : {metadata, IMetadata()}) {
+        EXPECT_EQ(lacksIt.entryFor(8).tag(), 8U);
+    }
     EXPECT_NE(metadata.update(7, metadata.entryFor(8)), 0);
     EXPECT_TRUE(metadata.entryAt(1).isEmpty());
     EXPECT_EQ(contentOf(metadata), contentOf(entryOf(7, 3, 2)));

@@ -287,7 +287,7 @@ TEST(TraceExport, KeepsTheRulesOfTheFormat) {
         EXPECT_EQ(trace.root.at("otherData").at("bootTimeOfZeroNs"), START);
         checkSensor(run, trace);
         checkCounters(run, trace);
-        auto const sections = trace.slicesOn("sections");
+        auto const sections = trace.slicesOn("sections of thread 1");
         EXPECT_EQ(sections.size(), run.sections.size());
         for (Slice const& slice : sections) {
             EXPECT_GE(slice.beginNs, slice.args.at("bootTimeNs"));
