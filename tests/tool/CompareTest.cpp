@@ -474,7 +474,8 @@ TEST_F(Compare, RefusesWhatItCannotDo) {
     if (report::reportPage() != nullptr) {
         expectRefused({"compare", file, "--json", path("x")},
                       {{{"--report", path("x")}, "--report: --json goes to"},
-                       {{"--reports", file}, "cannot write to the folder"},
+                       {{"--report", file}, "' is what is read, and would be lost"},
+                       {{"--reports", "/proc/self/exe"}, "cannot write to the folder"},
                        {{"--reports", path("no/pages")}, "No such file"}});
     }
     EXPECT_THAT(zsl({"compare", file}, true).err, HasSubstr("\r1 of 1 runs"));

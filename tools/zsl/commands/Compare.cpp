@@ -73,7 +73,8 @@ void requireUsable(CLI::App const& command, CompareArguments const& arguments) {
                      {"--csv", arguments.csv},
                      {"--markdown", arguments.markdown},
                      {"--report", arguments.report},
-                     {"--reports", arguments.reports}});
+                     {"--reports", arguments.reports}},
+                    inputs);
 }
 
 /// Read before the first run, so that a file that is none is told at once.

@@ -13,6 +13,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "base/AtomicFile.h"
@@ -91,6 +92,10 @@ log::Explanation follow(std::string const& path, log::Explainer& explainer) {
     if (fd < 0) {
         failToRead(path, std::strerror(errno));
     }
+    if (std::error_code ignored; std::filesystem::is_directory(path, ignored)) {
+        close(fd);
+        failToRead(path, std::strerror(EISDIR));
+    }
     base::FollowedInput buffer(fd, watch);
     std::istream in(&buffer);
     log::Explanation explanation = explain(in, path, explainer);
@@ -137,6 +142,9 @@ log::Explanation read(ExplainArguments const& arguments, bool hasText, CliStream
 }
 
 int runExplain(ExplainArguments const& arguments, CliStreams const& streams) {
+    requireOwnFiles(
+        {{"--json", arguments.json}, {"--trace", arguments.trace}, {"--report", arguments.report}},
+        {arguments.log});
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
     base::ResultFile report(arguments.report, streams.out);

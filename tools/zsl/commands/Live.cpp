@@ -124,6 +124,8 @@ int runLive(CLI::App const& command, LiveArguments& arguments, CliStreams const&
     if (arguments.recording && command.count("--fps") > 0) {
         throw CLI::ValidationError("--fps", "the RECORDING tells its own rate");
     }
+    requireOwnFiles({{"--json", arguments.json}, {"--record", arguments.options.recordPath}},
+                    {arguments.recording.value_or("")});
     recording::Recording const recording = sourceOf(arguments, streams);
     base::ResultFile json(arguments.json, streams.out);
     // First of all, so that every thread leaves the signals to this one.

@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -255,13 +257,22 @@ void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string
     addParsed(command, "--request", requests, parse, help, "N");
 }
 
-void requireOwnFiles(
-    std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs) {
+void requireOwnFiles(std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs,
+                     std::vector<std::string> const& inputs) {
+    namespace fs = std::filesystem;
     std::map<std::string, char const*> taken;
     for (auto const& [option, path] : outputs) {
         if (path && !taken.emplace(*path, option).second) {
             throw CLI::ValidationError(
                 option, fmt::format("{} goes to '{}' as well", taken.at(*path), *path));
+        }
+        for (std::string const& input : inputs) {
+            std::error_code ignored;  // of a file that is not there
+            if (path && fs::is_regular_file(input, ignored) &&
+                fs::equivalent(*path, input, ignored)) {
+                throw CLI::ValidationError(
+                    option, fmt::format("'{}' is what is read, and would be lost", *path));
+            }
         }
     }
 }

@@ -120,9 +120,10 @@ void addLogOption(CLI::App& command, pipeline::ReplayOptions& options);
 void addRequests(CLI::App& command, std::vector<uint32_t>& requests, std::string const& help);
 
 /// Throws CLI::ValidationError for an option whose result goes where an earlier one's does, for one
-/// file holds one result. An option that was not given has no path.
-void requireOwnFiles(
-    std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs);
+/// file holds one result, or would replace one of `inputs`. An option that was not given has no
+/// path.
+void requireOwnFiles(std::vector<std::pair<char const*, std::optional<std::string>>> const& outputs,
+                     std::vector<std::string> const& inputs = {});
 
 /// --report and its like, which not every build can write.
 CLI::Option* addReportOption(CLI::App& command, std::optional<std::string>& path,

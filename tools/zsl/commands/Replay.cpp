@@ -218,7 +218,8 @@ int runReplay(CLI::App const& command, ReplayArguments const& arguments,
     requireConsistent(command, arguments.options, {&arguments.options.policy, 1},
                       arguments.options.offsetMs.has_value());
     requireOwnFiles(
-        {{"--json", arguments.json}, {"--trace", arguments.trace}, {"--report", arguments.report}});
+        {{"--json", arguments.json}, {"--trace", arguments.trace}, {"--report", arguments.report}},
+        {arguments.recording, arguments.options.input.video.value_or("")});
     if (arguments.trace) {
         requireTraceable(arguments.options);
     }
