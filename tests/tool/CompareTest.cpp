@@ -350,6 +350,24 @@ TEST_F(Compare, SweepsTheParametersOfPolicies) {
     platform::clearProperty(every);
 }
 
+TEST_F(Compare, TellsAPolicysOwnReasonsByTheirNames) {
+    std::string const file = path("own.json");
+    Outcome const outcome = zsl({"compare", path("r1.csv"), path("r2.csv"), "--captures", "2",
+                                 "--policy", mSelectors + "picky.so", "--json", file});
+    auto const document = nlohmann::json::parse(contentOf(file));
+    uint64_t all = 0;
+    for (auto const& row : document["rows"]) {
+        auto const& refusals = row["refusals"];
+        EXPECT_EQ(refusals["own"].at(0)["criterion"], "softness");
+        EXPECT_EQ(refusals["own"].at(0)["count"], refusals["unknown"]);
+        all += refusals["unknown"].get<uint64_t>();
+        EXPECT_THAT(outcome.out, HasSubstr("softness " + refusals["unknown"].dump()));
+    }
+    EXPECT_GT(all, 0U);
+    EXPECT_EQ(document["totals"]["rows"][0]["refusals"]["own"][0]["count"], all);
+    EXPECT_THAT(outcome.out, Not(HasSubstr("unknown")));
+}
+
 TEST_F(Compare, AnInterruptionEndsItAndLeavesNoFile) {
     Arguments const arguments = {
         "compare",      path("r1.csv"), "--json",   path("result.json"),

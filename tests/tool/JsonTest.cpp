@@ -156,6 +156,7 @@ TEST(Json, HasTheFieldsThatItsPageLists) {
     compare::ComparisonRow row;
     row.options = fullOptions();
     row.numbers.emplace();
+    row.ownRefusals = {{"softness", 1}};
     row.video.emplace();
     compare::Comparison comparison;
     comparison.limits = {compare::Limit("frames==0")};

@@ -115,20 +115,31 @@ private:
     size_t mTaken = 0;
 };
 
-std::string pack(RunNumbers const& numbers, run::ReplayResult const& result,
-                 std::vector<std::string> const& problems) {
+/// Visits what is plain of a video's facts.
+template <typename Video, typename Visit>
+void forEachFact(Video& video, Visit const& visit) {
+    visit(video.width);
+    visit(video.height);
+    visit(video.rotation);
+    visit(video.pictures);
+    visit(video.match);
+    visit(video.framesWithout);
+}
+
+std::string pack(RunNumbers const& numbers, OwnRefusals const& ownRefusals,
+                 run::ReplayResult const& result, std::vector<std::string> const& problems) {
     Parcel parcel;
     parcel.put(numbers);
+    parcel.put(ownRefusals.size());
+    for (auto const& [name, count] : ownRefusals) {
+        parcel.putAll(name);
+        parcel.put(count);
+    }
     parcel.putAll(run::measure(result.captures, result.offsetMs));
     parcel.putAll(result.options.policy.ownName);
     recording::VideoFacts const video = result.facts.video.value_or(recording::VideoFacts());
     parcel.putAll(video.path);
-    parcel.put(video.width);
-    parcel.put(video.height);
-    parcel.put(video.rotation);
-    parcel.put(video.pictures);
-    parcel.put(video.match);
-    parcel.put(video.framesWithout);
+    forEachFact(video, [&parcel](auto const& fact) { parcel.put(fact); });
     parcel.put(problems.size());
     for (std::string const& problem : problems) {
         parcel.putAll(problem);
@@ -139,16 +150,17 @@ std::string pack(RunNumbers const& numbers, run::ReplayResult const& result,
 void unpack(std::string data, ComparisonRow& row) {
     Parcel parcel(std::move(data));
     parcel.take(row.numbers.emplace());
+    size_t names = 0;
+    for (parcel.take(names); names > 0; --names) {
+        std::string name;
+        parcel.takeAll(name);
+        parcel.take(row.ownRefusals[name]);
+    }
     parcel.takeAll(row.frames);
     parcel.takeAll(row.options.policy.ownName);
     recording::VideoFacts& video = row.video.emplace();
     parcel.takeAll(video.path);
-    parcel.take(video.width);
-    parcel.take(video.height);
-    parcel.take(video.rotation);
-    parcel.take(video.pictures);
-    parcel.take(video.match);
-    parcel.take(video.framesWithout);
+    forEachFact(video, [&parcel](auto& fact) { parcel.take(fact); });
     if (video.path.empty()) {
         row.video.reset();
     }
@@ -253,7 +265,7 @@ std::string runOne(ComparisonPlan const& plan, Videos const& videos,
             problems.emplace_back(error.what());  // the numbers are good nevertheless
         }
     }
-    return pack(numbers, result, problems);
+    return pack(numbers, countOwnRefusals(explanation), result, problems);
 }
 
 void judge(ComparisonRow& row, std::vector<Limit> const& limits) {

@@ -17,12 +17,17 @@ uint64_t RefusalCounts::total() const {
     return std::accumulate(byCriterion.begin(), byCriterion.end(), uint64_t{0});
 }
 
-std::string RefusalCounts::text() const {
-    std::vector<std::pair<uint64_t, char const*>> counts;
+std::string RefusalCounts::text(OwnRefusals const& own) const {
+    std::vector<std::pair<uint64_t, std::string>> counts;
     for (size_t i = 0; i < byCriterion.size(); ++i) {
-        if (byCriterion[i] > 0) {
-            counts.emplace_back(byCriterion[i], log::infoOf(static_cast<log::Criterion>(i)).name);
+        auto const criterion = static_cast<log::Criterion>(i);
+        bool const hasNames = criterion == log::Criterion::Unknown && !own.empty();
+        if (byCriterion[i] > 0 && !hasNames) {
+            counts.emplace_back(byCriterion[i], log::infoOf(criterion).name);
         }
+    }
+    for (auto const& [name, count] : own) {
+        counts.emplace_back(count, name);
     }
     // Stable: equal counts stay in the order of the criteria, from run to run.
     std::stable_sort(counts.begin(), counts.end(),
@@ -34,16 +39,40 @@ std::string RefusalCounts::text() const {
     return text;
 }
 
-RefusalCounts countRefusals(log::Explanation const& explanation) {
-    RefusalCounts counts;
+namespace {
+
+/// Calls `count` with each frame that was refused and how often it was, by tries that told the
+/// same.
+template <typename Count>
+void forEachRefusal(log::Explanation const& explanation, Count const& count) {
     for (log::CaptureExplanation const& capture : explanation.captures) {
         for (log::TryExplanation const& attempt : capture.tries) {
             for (log::Candidate const& frame : attempt.candidates) {
-                counts[frame.criterion] +=
-                    frame.criterion == log::Criterion::None ? 0 : 1 + attempt.repeats;
+                if (frame.criterion != log::Criterion::None) {
+                    count(frame, uint64_t{1} + attempt.repeats);
+                }
             }
         }
     }
+}
+
+}  // namespace
+
+RefusalCounts countRefusals(log::Explanation const& explanation) {
+    RefusalCounts counts;
+    forEachRefusal(explanation, [&counts](log::Candidate const& frame, uint64_t times) {
+        counts[frame.criterion] += times;
+    });
+    return counts;
+}
+
+OwnRefusals countOwnRefusals(log::Explanation const& explanation) {
+    OwnRefusals counts;
+    forEachRefusal(explanation, [&counts](log::Candidate const& frame, uint64_t times) {
+        if (frame.criterion == log::Criterion::Unknown) {
+            counts[frame.criterionName()] += times;
+        }
+    });
     return counts;
 }
 

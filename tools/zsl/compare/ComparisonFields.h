@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -17,9 +18,11 @@
 
 namespace zebcam::tool::compare {
 
-/// How often history frames were refused, by criterion; a criterion that the tool does not know
-/// counts as unknown. A frame counts each time that it is looked at: once for each try of each
-/// capture.
+/// How often frames were refused for criteria of a policy's own, by their names.
+using OwnRefusals = std::map<std::string, uint64_t>;
+
+/// How often history frames were refused, by criterion; one of a policy's own counts as unknown. A
+/// frame counts each time that it is looked at: once for each try of each capture.
 struct RefusalCounts {
     std::array<uint64_t, log::CRITERIA> byCriterion{};
 
@@ -27,13 +30,15 @@ struct RefusalCounts {
         return byCriterion[static_cast<size_t>(criterion)];
     }
     uint64_t total() const;
-    /// `time 12, focus 3`: what is not 0, the most frequent first; empty for none.
-    std::string text() const;
+    /// `time 12, focus 3`: what is not 0, the most frequent first; empty for none. What is unknown
+    /// goes by the names that `own` has for it.
+    std::string text(OwnRefusals const& own = {}) const;
 
     bool operator==(RefusalCounts const&) const = default;
 };
 
 RefusalCounts countRefusals(log::Explanation const& explanation);
+OwnRefusals countOwnRefusals(log::Explanation const& explanation);
 
 /// What is counted and measured in one run. Plain data, so that it can go from process to process.
 struct RunNumbers {

@@ -48,6 +48,9 @@ ComparisonRow totalOf(std::vector<ComparisonRow const*> const& rows) {
     RunNumbers& numbers = total.numbers.emplace();
     for (ComparisonRow const* const row : rows) {
         add(*row->numbers, numbers);
+        for (auto const& [name, count] : row->ownRefusals) {
+            total.ownRefusals[name] += count;
+        }
         total.frames.insert(total.frames.end(), row->frames.begin(), row->frames.end());
     }
     run::ReplaySummary const counts = numbers.summary;

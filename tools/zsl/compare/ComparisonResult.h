@@ -17,6 +17,7 @@ struct ComparisonRow {
     std::string recording;  ///< path; empty: all
     pipeline::ReplayOptions options;
     std::optional<RunNumbers> numbers;           ///< none: the run failed
+    OwnRefusals ownRefusals;                     ///< the unknown ones of the numbers by name
     std::optional<recording::VideoFacts> video;  ///< whose pictures the frames have
     std::vector<run::FrameNumbers> frames;       ///< what the numbers were made from
     std::vector<std::string> problems;           ///< why it failed, or what went wrong in it

@@ -119,9 +119,10 @@ private:
         return refusals.total() == 0
                    ? ""
                    : mStyle.paint(
-                         base::wrap(
-                             "", fmt::format("refused {}: {}", refusals.total(), refusals.text()),
-                             {.indent = 4, .columns = mStyle.columns, .breakAfter = ", "}),
+                         base::wrap("",
+                                    fmt::format("refused {}: {}", refusals.total(),
+                                                refusals.text(row.ownRefusals)),
+                                    {.indent = 4, .columns = mStyle.columns, .breakAfter = ", "}),
                          Tone::Faint);
     }
 

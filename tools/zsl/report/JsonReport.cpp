@@ -231,7 +231,7 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
 
 namespace {
 
-Json refusalsJson(compare::RefusalCounts const& refusals) {
+Json refusalsJson(compare::RefusalCounts const& refusals, compare::OwnRefusals const& own) {
     Json json = {{"total", refusals.total()}};
     for (size_t i = 0; i < refusals.byCriterion.size(); ++i) {
         auto const criterion = static_cast<log::Criterion>(i);
@@ -240,6 +240,9 @@ Json refusalsJson(compare::RefusalCounts const& refusals) {
             json[wordOf(log::infoOf(criterion).name)] = refusals.byCriterion[i];
         }
     }
+    json["own"] = listOf(own, [](auto const& refused) {
+        return Json{{"criterion", refused.first}, {"count", refused.second}};
+    });
     return json;
 }
 
@@ -262,7 +265,7 @@ void addNumbers(compare::ComparisonRow const& row, Json& json) {
     json["summary"] = isThere
                           ? summaryJson(numbers.summary, numbers.droppedFrames, numbers.errorLines)
                           : Json(nullptr);
-    json["refusals"] = isThere ? refusalsJson(numbers.refusals) : Json(nullptr);
+    json["refusals"] = isThere ? refusalsJson(numbers.refusals, row.ownRefusals) : Json(nullptr);
     json["ledger"] =
         isThere ? ledgerJson(numbers.ledger, numbers.longestHeldNs, nullptr) : Json(nullptr);
 }

@@ -15,12 +15,15 @@ const SETTINGS = [
     {label: 'Frame sync', text: ({frameSync}) => (frameSync ? 'yes' : 'no')},
 ];
 
-/// The reasons by frequency, as `time 12, focus 3`.
-function refusals(counts) {
-    const reasons = Object.entries(counts ?? {})
-        .filter(([reason, count]) => reason !== 'total' && count > 0)
-        .sort((a, b) => b[1] - a[1])
-        .map(([reason, count]) => `${words(reason)} ${whole(count)}`);
+/// The reasons by frequency, as `time 12, focus 3`; a policy's own by their names.
+function refusals(refused) {
+    const {own = [], ...counts} = refused ?? {};
+    const known = Object.entries(counts)
+        .filter(([word]) => word !== 'total' && (word !== 'unknown' || own.length === 0))
+        .map(([word, count]) => ({criterion: words(word), count}));
+    const reasons = [...known, ...own].filter(({count}) => count > 0)
+        .sort((a, b) => b.count - a.count)
+        .map(({criterion, count}) => `${criterion} ${whole(count)}`);
     return reasons.length > 0 ? `refused: ${reasons.join(', ')}` : '';
 }
 
