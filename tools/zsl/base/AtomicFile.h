@@ -60,8 +60,8 @@ private:
 };
 
 /**
- * Files that appear together in a folder, or none of them: they are written under newFile() to a
- * temporary folder in it, which the destructor removes with all that is left there. The folder is
+ * Files of a folder of which none appears before all are written: they are made under newFile() in
+ * a temporary folder in it, which the destructor removes with all that is left there. The folder is
  * made if there is none, and removed again if nothing came of it. What else it holds stays.
  */
 class AtomicFolder {
@@ -77,7 +77,8 @@ public:
     /// Where it is to be found afterwards.
     std::string file(std::string const& name) const { return mPath + "/" + name; }
 
-    /// Puts the files of these names in place. Throws OutputError at the first that cannot be.
+    /// Puts the files of these names in place, one after the other. Throws OutputError at the first
+    /// that cannot be; those before it stay.
     void commit(std::vector<std::string> const& names) const;
 
 private:

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
@@ -13,7 +14,6 @@
 #include <optional>
 #include <ostream>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "base/AtomicFile.h"
@@ -92,16 +92,22 @@ log::Explanation follow(std::string const& path, log::Explainer& explainer) {
     if (fd < 0) {
         failToRead(path, std::strerror(errno));
     }
-    if (std::error_code ignored; std::filesystem::is_directory(path, ignored)) {
-        close(fd);
+    // Whatever is thrown; but standard input is not its to close.
+    struct Closer {
+        int const fd;
+        ~Closer() {
+            if (fd != STDIN_FILENO) {
+                close(fd);
+            }
+        }
+    } const closer{fd};
+    struct stat status = {};
+    if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
         failToRead(path, std::strerror(EISDIR));
     }
     base::FollowedInput buffer(fd, watch);
     std::istream in(&buffer);
     log::Explanation explanation = explain(in, path, explainer);
-    if (fd != STDIN_FILENO) {
-        close(fd);
-    }
     try {
         watch.throwIfAny();
     } catch (base::Interrupted const&) {
