@@ -11,6 +11,9 @@
 
 namespace zebcam::tool::base {
 
+inline constexpr int64_t NS_PER_MS = 1'000'000;
+inline constexpr int64_t NS_PER_SECOND = 1'000'000'000;
+
 /// `content` between double quotes, fit for a terminal: what is not printable ASCII is escaped and
 /// what exceeds 40 characters is cut off and marked by `...`.
 std::string quoteContent(std::string_view content);

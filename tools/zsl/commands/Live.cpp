@@ -28,10 +28,8 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr int64_t kNsPerMs = 1'000'000;
-constexpr int64_t kNsPerSecond = 1'000'000'000;
-constexpr int64_t kMaxDurationNs = 7 * 24 * 3600 * kNsPerSecond;
-constexpr int64_t kGeneratedNs = 10 * kNsPerSecond;
+constexpr int64_t kMaxDurationNs = 7 * 24 * 3600 * base::NS_PER_SECOND;
+constexpr int64_t kGeneratedNs = 10 * base::NS_PER_SECOND;
 // What phones do, from preview to slow motion.
 constexpr int64_t kMinFps = 30;
 constexpr int64_t kMaxFps = 960;
@@ -51,10 +49,10 @@ struct LiveArguments {
 
 int64_t parseTime(std::string const& text) {
     int64_t const ns = base::parseDuration(text);
-    if (ns < kNsPerMs || ns > kMaxDurationNs) {
-        throw std::invalid_argument(
-            fmt::format("expected a time from {} to {}, found {}", base::formatDuration(kNsPerMs),
-                        base::formatDuration(kMaxDurationNs), base::formatDuration(ns)));
+    if (ns < base::NS_PER_MS || ns > kMaxDurationNs) {
+        throw std::invalid_argument(fmt::format(
+            "expected a time from {} to {}, found {}", base::formatDuration(base::NS_PER_MS),
+            base::formatDuration(kMaxDurationNs), base::formatDuration(ns)));
     }
     return ns;
 }
@@ -68,7 +66,7 @@ recording::Recording sourceOf(LiveArguments& arguments, CliStreams const& stream
     }
     recording::GeneratorOptions generator;
     generator.fps = static_cast<double>(arguments.fps);
-    generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / kNsPerSecond);
+    generator.frames = static_cast<uint32_t>(arguments.fps * kGeneratedNs / base::NS_PER_SECOND);
     recording::Recording recording = recording::generate(generator);
     recording.path.clear();  // it is in no file
     // For people who try it: long enough to see, short enough to wait for.
@@ -83,7 +81,7 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
                          base::TextStyle const& style,
                          std::function<void(std::string const&)> const& tell) {
     pollfd signalled{signals.fd(), POLLIN, 0};
-    int64_t nextNs = kNsPerSecond;
+    int64_t nextNs = base::NS_PER_SECOND;
     // Polled, for a run ends by itself as well as by a signal.
     while (!run.isOver()) {
         if (poll(&signalled, 1, kPollMs) > 0) {
@@ -97,7 +95,7 @@ std::optional<int> watch(run::LiveRun const& run, base::SignalWatch const& signa
         if (status.elapsedNs >= nextNs) {
             tell(report::statusLine(status, style));
             // Lines that this thread was too late for are not made up for.
-            nextNs = (status.elapsedNs / kNsPerSecond + 1) * kNsPerSecond;
+            nextNs = (status.elapsedNs / base::NS_PER_SECOND + 1) * base::NS_PER_SECOND;
         }
     }
     return std::nullopt;

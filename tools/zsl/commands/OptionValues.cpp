@@ -78,13 +78,12 @@ int64_t parseBootTime(std::string const& text) {
 }
 
 int64_t parseMilliseconds(std::string const& text) {
-    constexpr int64_t kMsNs = 1'000'000;
     int64_t const ns = base::parseDuration(text);
     // The property that it becomes counts in ms.
-    if (ns % kMsNs != 0) {
+    if (ns % base::NS_PER_MS != 0) {
         refuse("whole milliseconds", text);
     }
-    return ns / kMsNs;
+    return ns / base::NS_PER_MS;
 }
 
 namespace {

@@ -113,7 +113,6 @@ namespace {
 /// What makes two rows runs of the same, apart from recording and policy.
 Json settingsOf(ComparisonRow const& row) {
     pipeline::ReplayOptions const& options = row.options;
-    constexpr int64_t kNsPerMs = 1'000'000;
     bool const hasTimeout = options.policy.kind == pipeline::PolicyKind::Multiframe;
     Json parameters = Json::object();
     for (auto const& [name, value] : options.policyParameters) {
@@ -125,7 +124,7 @@ Json settingsOf(ComparisonRow const& row) {
     }
     // As a number with a fraction, for a property may hold more ms than there are ns.
     Json const offset =
-        row.offsetMs() ? Json(static_cast<double>(*row.offsetMs()) * kNsPerMs) : Json();
+        row.offsetMs() ? Json(static_cast<double>(*row.offsetMs()) * base::NS_PER_MS) : Json();
     return {
         {"policyOptions", std::move(parameters)},
         {"framesPerCapture", options.framesPerCapture},
@@ -133,7 +132,7 @@ Json settingsOf(ComparisonRow const& row) {
         {"deliveryDelayNs", options.deliveryDelayNs ? Json(*options.deliveryDelayNs) : Json()},
         {"reprocessDelayNs", options.reprocessDelayNs ? Json(*options.reprocessDelayNs) : Json()},
         {"offsetNs", offset},
-        {"timeoutNs", hasTimeout ? Json(options.timeoutMs * kNsPerMs) : Json()},
+        {"timeoutNs", hasTimeout ? Json(options.timeoutMs * base::NS_PER_MS) : Json()},
         {"frameSync", options.frameSync},
         {"pressAtNs", options.pressesNs},
         {"pressAtBootNs", options.pressBootTimesNs},

@@ -35,7 +35,6 @@ namespace zebcam::tool::picture {
 
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr int kIoBytes = 1 << 16;
 /// So that sums and differences of a few times fit.
 constexpr double kMaxTimeNs = 1e18;
@@ -437,7 +436,7 @@ private:
         }
         int64_t const time = mFrame->best_effort_timestamp;
         if (time != AV_NOPTS_VALUE) {
-            mTimeNs = av_rescale_q(time, mStream->time_base, {1, kNsPerSecond});
+            mTimeNs = av_rescale_q(time, mStream->time_base, {1, base::NS_PER_SECOND});
         } else {
             mTimeNs = mPictures > 0 ? mTimeNs + intervalNs() : 0;
         }
@@ -450,7 +449,8 @@ private:
     int64_t intervalNs() const {
         AVRational const rate = mStream->avg_frame_rate;
         constexpr AVRational kUsualRate = {30, 1};
-        return av_rescale_q(1, av_inv_q(rate.num > 0 ? rate : kUsualRate), {1, kNsPerSecond});
+        return av_rescale_q(1, av_inv_q(rate.num > 0 ? rate : kUsualRate),
+                            {1, base::NS_PER_SECOND});
     }
 
     /// A file's index, where it has one, tells of what was cut off.

@@ -7,13 +7,14 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/Text.h"
+
 namespace zebcam::tool::pipeline {
 
 using NSCam::ZslPolicy::ISelector;
 
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr uint64_t kSecondsPerHour = 3600;
 constexpr uint64_t kMostIntervalsLate = 4;
 constexpr uint64_t kMostHalfIntervalsSlow = 6;
@@ -57,7 +58,7 @@ FrameFaults FaultInjector::ofFrame(uint64_t frame, int64_t timestampNs) {
         // As long as a phone may have slept; the same for the whole run.
         uint64_t const seconds =
             kSecondsPerHour + pick(FaultKind::WrongClock, 11 * kSecondsPerHour, 0);
-        faults.clockBehindNs = static_cast<int64_t>(seconds) * kNsPerSecond;
+        faults.clockBehindNs = static_cast<int64_t>(seconds) * base::NS_PER_SECOND;
         faults.kinds.set(static_cast<size_t>(FaultKind::WrongClock));
     }
     return faults;

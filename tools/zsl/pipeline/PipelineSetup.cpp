@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "base/InputError.h"
+#include "base/Text.h"
 #include "pipeline/PolicyWatch.h"
 
 namespace zebcam::tool::pipeline {
@@ -166,8 +167,7 @@ int64_t offsetInForceMs() {
 }
 
 uint64_t offsetInForceNs() {
-    constexpr uint64_t kNsPerMs = 1'000'000;
-    return static_cast<uint64_t>(offsetInForceMs()) * kNsPerMs;
+    return static_cast<uint64_t>(offsetInForceMs()) * base::NS_PER_MS;
 }
 
 }  // namespace zebcam::tool::pipeline

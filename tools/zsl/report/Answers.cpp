@@ -22,8 +22,6 @@ using pipeline::Served;
 
 namespace {
 
-constexpr int64_t kNsPerMs = 1'000'000;
-
 /// Frames of a capture that came back together in the same way.
 using Group = std::vector<size_t>;
 
@@ -361,7 +359,7 @@ private:
             " At the press the newest frame in the history, F{}, had begun {}; with an offset of "
             "{} ms it would have begun in time.",
             newest, relative(difference(*found->foundNumber, mWantedNs), mWantedText),
-            (neededNs + kNsPerMs - 1) / kNsPerMs);
+            (neededNs + base::NS_PER_MS - 1) / base::NS_PER_MS);
     }
 
     std::string timeoutText(Group const& group, FrameOutcome const& frame) const {

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Version.h"
+#include "base/Text.h"
 #include "recording/FrameStates.h"
 
 namespace zebcam::tool::report {
@@ -112,10 +113,9 @@ std::string wordOf(std::string_view name) {
 }
 
 int64_t nsOfMs(int64_t ms) {
-    constexpr int64_t kNsPerMs = 1'000'000;
     // A property or a log line may hold any number.
     int64_t ns = 0;
-    if (__builtin_mul_overflow(ms, kNsPerMs, &ns)) {
+    if (__builtin_mul_overflow(ms, base::NS_PER_MS, &ns)) {
         return ms < 0 ? std::numeric_limits<int64_t>::min() : std::numeric_limits<int64_t>::max();
     }
     return ns;

@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "base/Text.h"
 #include "recording/FrameStates.h"
 
 namespace zebcam::tool::run {
@@ -88,9 +89,8 @@ PictureSummary picturesOf(std::vector<FrameNumbers> const& frames) {
 
 // Saturating: the offset is a property, which may hold any number.
 int64_t distanceNs(int64_t lagNs, int64_t offsetMs) {
-    constexpr int64_t kNsPerMs = 1'000'000;
     int64_t distance = 0;
-    if (__builtin_mul_overflow(offsetMs, kNsPerMs, &distance) ||
+    if (__builtin_mul_overflow(offsetMs, base::NS_PER_MS, &distance) ||
         __builtin_add_overflow(distance, lagNs, &distance) ||
         distance == std::numeric_limits<int64_t>::min()) {
         return std::numeric_limits<int64_t>::max();

@@ -16,11 +16,10 @@ using base::counted;
 
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 /// Later than this nobody takes a picture for that of the press.
-constexpr int64_t kLongLagNs = kNsPerSecond;
+constexpr int64_t kLongLagNs = base::NS_PER_SECOND;
 /// No history and no time-out reaches so far: two clocks of different bases do.
-constexpr int64_t kOtherClockNs = 60 * kNsPerSecond;
+constexpr int64_t kOtherClockNs = 60 * base::NS_PER_SECOND;
 
 /// Good when it strikes none of `total`, bad when it strikes half of them or more.
 Level levelOf(uint64_t count, uint64_t total) {
@@ -29,7 +28,7 @@ Level levelOf(uint64_t count, uint64_t total) {
 
 /// `11.2 h`, `1.5 min` or `2.5 s`.
 std::string longTime(int64_t ns) {
-    double const s = std::abs(static_cast<double>(ns)) / kNsPerSecond;
+    double const s = std::abs(static_cast<double>(ns)) / base::NS_PER_SECOND;
     constexpr double kMinute = 60, kHour = 3600;
     return s >= kHour     ? fmt::format("{:.1f} h", s / kHour)
            : s >= kMinute ? fmt::format("{:.1f} min", s / kMinute)
