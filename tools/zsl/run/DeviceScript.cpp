@@ -15,8 +15,6 @@ using NSCam::ZslPolicy::ISelector;
 using record::ProviderCall;
 namespace context = NSCam::v3::pipeline::NSPipelineContext;
 
-namespace {}  // namespace
-
 record::ClockReading movedOn(record::ClockReading reading, int64_t ns) {
     constexpr int64_t kFarthestNs = (int64_t{1} << 62) - 1;
     // Both are brought into range before they are added, so that the sum cannot overflow.
