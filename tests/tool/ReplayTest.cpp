@@ -185,6 +185,31 @@ TEST(Replay, KeepsTriesThatCameToTheSameOnce) {
     }
 }
 
+TEST(Replay, KeepsAsManyTriesThatDifferAsMemoryHasRoomFor) {
+    pipeline::CaptureBook book(pipeline::CaptureBook::Tries::All);
+    size_t const capture = book.open({}, 1);
+    auto const tryWith = [&](uint32_t frameNo) {
+        pipeline::TryRecord offer;
+        offer.historyFrames.assign(60'000, frameNo);
+        book.beginTry(capture, std::move(offer));
+        book.endTry(0);
+        return book.repeatOf(capture);
+    };
+    using enum pipeline::CaptureBook::Repeat;
+    for (uint32_t frameNo = 0; frameNo < 4; ++frameNo) {
+        EXPECT_EQ(tryWith(frameNo), None) << frameNo;
+    }
+    for (uint32_t frameNo = 4; frameNo < 6; ++frameNo) {
+        EXPECT_EQ(tryWith(frameNo), Unlike) << frameNo;
+        book.foldRepeat(capture, Unlike);
+    }
+    EXPECT_EQ(tryWith(3), Alike);
+    EXPECT_EQ(book.unlikeRepeats(), 2U);
+    pipeline::CaptureRecord const record = book.records().at(0);
+    EXPECT_EQ(record.tryCount(), 7U);
+    EXPECT_EQ(record.tries.size(), 5U);
+}
+
 TEST(Replay, KeepsThePluginsFramesAccountedFor) {
     struct {
         char const* plugin;
