@@ -37,7 +37,8 @@ protected:
     std::pair<run::LiveResult, device::DeviceRecording> record(recording::Recording const& source,
                                                                run::LiveOptions options) {
         options.recordPath = path("live.zslrec");
-        run::LiveRun run(source, options, [this](std::string const& lines) { mLog += lines; });
+        run::RecordedFrames frames(source, options.replay, options.durationNs.has_value());
+        run::LiveRun run(frames, options, [this](std::string const& lines) { mLog += lines; });
         run.start();
         while (!run.isOver()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));

@@ -132,7 +132,9 @@ int runLive(CLI::App const& command, LiveArguments& arguments, CliStreams const&
         watchPolicy("zsl live", arguments.options.replay.policy, arguments.policyLimit);
     // Destroyed before anybody else writes to the stream.
     base::LineWriter err(streams.err, kLogBytes);
-    run::LiveRun live(recording, arguments.options,
+    run::RecordedFrames frames(recording, arguments.options.replay,
+                               arguments.options.durationNs.has_value());
+    run::LiveRun live(frames, arguments.options,
                       [&err](std::string const& lines) { err.push(lines); });
     live.start();
     auto const& style = json.isStandard() ? streams.errStyle : streams.outStyle;

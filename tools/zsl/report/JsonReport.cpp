@@ -202,14 +202,14 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
     Json json = documentOf("live", result.isClean(), provenance);
     json["verdict"] = verdictJson(verdictOf(result));
     json["elapsedNs"] = result.status.elapsedNs;
-    json["plannedNs"] = result.plannedNs;
+    json["plannedNs"] = orNull(result.plannedNs);
     json["endedBySignal"] = orNull(result.signal);
     json["recording"] =
         recordingJson(recording.path, recording.notes, recording::computeFacts(recording),
                       recording.frames.front().timestampNs);
     json["options"] = optionsJson(options.replay, result.offsetMs);
     json["options"]["durationNs"] = orNull(options.durationNs);
-    json["options"]["pressEveryNs"] = options.pressEveryNs;
+    json["options"]["pressEveryNs"] = orNull(options.pressEveryNs);
     json["options"]["dumpEveryNs"] = options.dumpEveryNs;
     json["sensor"] = {{"arrivedFrames", result.status.arrivedFrames},
                       {"lateness", distributionJson(result.lateness)}};

@@ -65,20 +65,23 @@ std::string lockText(TextStyle const& style, run::LiveResult const& result) {
 std::string headText(TextStyle const& style, run::LiveResult const& result) {
     pipeline::ReplayOptions const& replay = result.options.replay;
     std::string ran = base::formatSeconds(result.status.elapsedNs) + " s";
-    if (result.signal) {
+    if (result.signal && result.plannedNs) {
         ran = fmt::format("interrupted after {} of {} s ({})", ran,
-                          base::formatSeconds(result.plannedNs), strsignal(*result.signal));
+                          base::formatSeconds(*result.plannedNs), strsignal(*result.signal));
     }
+    std::string const when =
+        result.options.pressEveryNs
+            ? fmt::format("every {} ms", base::formatMs(*result.options.pressEveryNs))
+            : "for each press";
     return labelled(style, "Live",
                     fmt::format("{}, {:.2f} frames/s, {}",
                                 result.source.empty() ? "generated frames" : result.source,
                                 result.fps, ran)) +
            labelled(
                style, "Captures",
-               fmt::format("policy {}, {} every {} ms, history of {}, ZSL offset {} ms{}",
+               fmt::format("policy {}, {} {}, history of {}, ZSL offset {} ms{}",
                            policyText(replay), counted(replay.framesPerCapture, "frame", "frames"),
-                           base::formatMs(result.options.pressEveryNs),
-                           counted(replay.history, "frame", "frames"), result.offsetMs,
+                           when, counted(replay.history, "frame", "frames"), result.offsetMs,
                            replay.frameSync ? ", frame sync" : ""));
 }
 

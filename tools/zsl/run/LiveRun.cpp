@@ -11,11 +11,10 @@
 #include <cstdio>
 #include <cstring>
 #include <deque>
-#include <queue>
+#include <limits>
 #include <set>
 #include <stop_token>
 #include <thread>
-#include <tuple>
 #include <utility>
 
 #include "base/InputError.h"
@@ -23,7 +22,6 @@
 #include "log/Logcat.h"
 #include "pipeline/FaultInjector.h"
 #include "pipeline/PipelineSetup.h"
-#include "pipeline/Schedule.h"
 
 namespace zebcam::tool::run {
 
@@ -37,6 +35,8 @@ constexpr int32_t kOpenId = 0;
 
 /// Time for the threads to begin before the first frame is due.
 constexpr int64_t kLeadNs = 50'000'000;
+
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
 /// The recorder, made for a device, tells why a file cannot be written in the log only.
 void requireWritable(std::string const& path) {
@@ -125,60 +125,43 @@ private:
     bool mIsClosed GUARDED_BY(mLock) = false;
 };
 
-/// A recording as a sensor that delivers it from a given moment on, over and over. Of one thread.
-class LiveFeed {
+/// Waited for by one thread, pressed by any.
+class Button {
 public:
-    /// What the sensor does next.
-    struct Event {
-        int64_t timeNs = 0;  ///< boot time
-        SensorEventKind kind = SensorEventKind::Announce;
-        pipeline::ReportedFrame frame;
+    void press() {
+        {
+            LockGuard const lock(mLock);
+            ++mPresses;
+        }
+        mPressed.notify_one();
+    }
 
-        /// For a queue whose top is what comes next.
-        bool operator<(Event const& other) const {
-            return std::tie(timeNs, kind) > std::tie(other.timeNs, other.kind);
+    /// Waits for a press, which it takes, until boot time `bootNs` or `stop`. Whether it got one.
+    bool awaitPress(int64_t bootNs, std::stop_token const& stop) {
+        std::stop_callback const wake(stop, [this] {
+            LockGuard const lock(mLock);  // or it comes between a look at `stop` and the wait
+            mPressed.notify_one();
+        });
+        LockGuard const lock(mLock);
+        while (mPresses == 0 && !stop.stop_requested()) {
+            int64_t const leftNs = bootNs - pipeline::nowNs();
+            if (leftNs <= 0) {
+                return false;
+            }
+            // What lies too far off would be beyond the wait's own clock.
+            mPressed.wait_for(mLock, std::chrono::nanoseconds(std::min(leftNs, kLongestWaitNs)));
         }
-    };
-
-    /// All but `startNs` is borrowed for the life of the feed; `faults` may be null. The first
-    /// frame's exposure begins at boot time `startNs`.
-    LiveFeed(recording::Recording const& recording, LiveOptions const& options, int64_t startNs,
-             pipeline::FaultInjector* faults)
-        : mRecording(recording), mOptions(options), mStartNs(startNs), mFaults(faults) {}
-
-    /// None at the end of the run.
-    std::optional<Event> next() {
-        // The first events of a pass may come before the last ones of the pass before it.
-        constexpr size_t kEventsAhead = 64;
-        while (mEvents.size() < kEventsAhead && (mPasses == 0 || mOptions.durationNs)) {
-            loadPass();
-        }
-        if (mEvents.empty()) {
-            return std::nullopt;
-        }
-        Event event = mEvents.top();
-        mEvents.pop();
-        if (mOptions.durationNs && event.timeNs > mStartNs + *mOptions.durationNs) {
-            return std::nullopt;
-        }
-        return event;
+        bool const isPressed = mPresses > 0 && !stop.stop_requested();
+        mPresses -= isPressed ? 1 : 0;
+        return isPressed;
     }
 
 private:
-    void loadPass() {
-        pipeline::SensorEvents const pass =
-            pipeline::sensorEvents(mRecording, mOptions.replay, mFaults, mStartNs, mPasses++);
-        for (pipeline::SensorEvent const& event : pass.events) {
-            mEvents.push({event.timeNs, event.kind, pass.frames[event.frame]});
-        }
-    }
+    static constexpr int64_t kLongestWaitNs = 3600 * base::NS_PER_SECOND;
 
-    recording::Recording const& mRecording;
-    LiveOptions const& mOptions;
-    int64_t const mStartNs;
-    pipeline::FaultInjector* const mFaults;
-    std::priority_queue<Event> mEvents;
-    uint32_t mPasses = 0;  ///< loaded so far
+    Mutex mLock;
+    std::condition_variable_any mPressed;
+    size_t mPresses GUARDED_BY(mLock) = 0;  ///< that nobody has taken
 };
 
 }  // namespace
@@ -186,16 +169,18 @@ private:
 /// The pipeline, what it is fed with, and the threads that do so.
 class LiveRun::Threads {
 public:
-    Threads(recording::Recording const& recording, LiveOptions const& options, LogSink log)
-        : mRecording(recording),
+    Threads(FrameSource& source, LiveOptions const& options, LogSink log)
+        : mSource(source),
           mOptions(options),
           mLog(std::move(log)),
           mProperties(pipeline::propertiesOf(options.replay)),
           mStartNs(pipeline::nowNs() + kLeadNs),
-          mFaults(pipeline::makeFaultInjector(options.replay.faults, mStartNs,
-                                              recording.medianIntervalNs)),
-          mResults(options.replay.reprocessDelayNs.value_or(recording.medianIntervalNs)),
-          mPipeline(listeningOptions()) {}
+          mFaults(
+              pipeline::makeFaultInjector(options.replay.faults, mStartNs, source.intervalNs())),
+          mResults(options.replay.reprocessDelayNs.value_or(source.intervalNs())),
+          mPipeline(listeningOptions()) {
+        mSource.start(mStartNs, mFaults.get());
+    }
     ~Threads() { stop(); }
 
     void start() {
@@ -204,6 +189,7 @@ public:
         mCaptureThread = std::jthread([this](std::stop_token const& stop) { runCaptures(stop); });
         mDumpThread = std::jthread([this](std::stop_token const& stop) { runDumps(stop); });
     }
+    void press() { mButton.press(); }
     bool isOver() const { return mIsOver; }
     LiveStatus status() const;
     LiveResult finish();
@@ -217,13 +203,14 @@ private:
     void runResults();
     void stop();
 
-    recording::Recording const& mRecording;
+    FrameSource& mSource;
     LiveOptions const& mOptions;
     LogSink const mLog;
     pipeline::PropertyScope const mProperties;
-    int64_t const mStartNs;  ///< boot time at which the first frame is exposed
+    int64_t const mStartNs;  ///< boot time from which the source counts
     std::shared_ptr<pipeline::FaultInjector> const mFaults;  ///< null: none
     ResultQueue mResults;
+    Button mButton;
     SectionRecorder mSections{SectionRecorder::Kept::Times};
     android::sp<model::ZslRecorder> mRecorder;  ///< null: none
     pipeline::SimulatedPipeline mPipeline;
@@ -265,8 +252,10 @@ pipeline::PipelineOptions LiveRun::Threads::listeningOptions() {
 }
 
 void LiveRun::Threads::runSensor(std::stop_token const& stop) {
-    LiveFeed feed(mRecording, mOptions, mStartNs, mFaults.get());
-    while (auto const event = feed.next()) {
+    while (auto const event = mSource.next(stop)) {
+        if (mOptions.durationNs && event->timeNs > mStartNs + *mOptions.durationNs) {
+            break;
+        }
         if (!waitUntil(event->timeNs, stop)) {
             return;
         }
@@ -291,27 +280,29 @@ void LiveRun::Threads::runCaptures(std::stop_token const& stop) {
             flushes.insert(flushNs);
         }
     }
-    int64_t pressNs = mStartNs + mOptions.pressEveryNs;
-    for (size_t capture = 0;;) {
-        bool const isFlush = !flushes.empty() && *flushes.begin() <= pressNs;
-        if (!waitUntil(isFlush ? *flushes.begin() : pressNs, stop)) {
+    int64_t const everyNs = mOptions.pressEveryNs.value_or(0);
+    int64_t pressNs = mOptions.pressEveryNs ? mStartNs + everyNs : kNever;
+    for (size_t capture = 0; !stop.stop_requested();) {
+        int64_t const flushNs = flushes.empty() ? kNever : *flushes.begin();
+        if (mButton.awaitPress(std::min(flushNs, pressNs), stop)) {
+            press(capture++, pipeline::nowNs(), flushes);
+        } else if (stop.stop_requested()) {
             return;
-        }
-        if (isFlush) {
+        } else if (flushNs <= pressNs) {
             flushes.erase(flushes.begin());
             mFaults->count(pipeline::FaultKind::Flush);
             mResults.push(mPipeline.flush());
         } else {
             press(capture++, pressNs, flushes);
             // By the schedule, not by the clock: a late press makes no other one late.
-            pressNs += mOptions.pressEveryNs;
+            pressNs += everyNs;
         }
     }
 }
 
 void LiveRun::Threads::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
     mResults.push(mPipeline.submit(mOptions.replay.framesPerCapture,
-                                   pipeline::sensorModesAt(mRecording, pressNs - mStartNs)));
+                                   mSource.sensorModesAt(pressNs - mStartNs)));
     if (mFaults != nullptr) {
         if (auto const flushNs = mFaults->flushAfter(capture, pressNs)) {
             flushes.insert(*flushNs);
@@ -362,12 +353,11 @@ LiveResult LiveRun::Threads::finish() {
     int64_t const elapsedNs = pipeline::nowNs() - mStartNs;
     stop();
     LiveResult result;
-    result.source = mRecording.path;
-    result.fps = 1e9 / static_cast<double>(mRecording.medianIntervalNs);
+    result.source = mSource.name();
+    result.fps = 1e9 / static_cast<double>(mSource.intervalNs());
     result.options = mOptions;
     result.startNs = mStartNs;
-    result.plannedNs = mOptions.durationNs.value_or(mRecording.frames.back().timestampNs -
-                                                    mRecording.frames.front().timestampNs);
+    result.plannedNs = mOptions.durationNs ? mOptions.durationNs : mSource.lengthNs();
     result.offsetMs = pipeline::offsetInForceMs();
     result.status = status();
     // The results that came in after the last frame are no part of the run's time.
@@ -391,14 +381,18 @@ LiveResult LiveRun::Threads::finish() {
     return result;
 }
 
-LiveRun::LiveRun(recording::Recording const& recording, LiveOptions const& options, LogSink log)
-    : mThreads(std::make_unique<Threads>(recording, options, std::move(log))) {
+LiveRun::LiveRun(FrameSource& source, LiveOptions const& options, LogSink log)
+    : mThreads(std::make_unique<Threads>(source, options, std::move(log))) {
 }
 
 LiveRun::~LiveRun() = default;
 
 void LiveRun::start() {
     mThreads->start();
+}
+
+void LiveRun::press() {
+    mThreads->press();
 }
 
 bool LiveRun::isOver() const {

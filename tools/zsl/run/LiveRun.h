@@ -15,7 +15,7 @@
 #include "pipeline/CaptureBook.h"
 #include "pipeline/ReplayOptions.h"
 #include "pipeline/SimulatedPipeline.h"
-#include "recording/Recording.h"
+#include "run/FrameSource.h"
 #include "run/ProcessorSections.h"
 #include "run/ReplayResult.h"
 
@@ -25,8 +25,9 @@ namespace zebcam::tool::run {
 /// flushes, dumps) is not used.
 struct LiveOptions {
     pipeline::ReplayOptions replay;
-    std::optional<int64_t> durationNs;      ///< none: once through the recording
-    int64_t pressEveryNs = 500'000'000;     ///< the first press comes one such time after the start
+    std::optional<int64_t> durationNs;  ///< none: until the source ends
+    /// From press to press, the first one such time after the start; none: presses by hand only.
+    std::optional<int64_t> pressEveryNs = 500'000'000;
     int64_t dumpEveryNs = 1'000'000'000;    ///< at least 1 ms
     std::optional<std::string> recordPath;  ///< where a recorder writes what the processor sees
 };
@@ -43,13 +44,13 @@ struct LiveStatus {
 
 /// What is told of a live run once it is over.
 struct LiveResult {
-    std::string source;  ///< path of the recording, or what was generated
-    double fps = 0;      ///< of the source, by its median interval
+    std::string source;  ///< what it calls itself
+    double fps = 0;      ///< of the source, by its usual interval
     LiveOptions options;
-    int64_t startNs = 0;        ///< boot time at which the first frame was exposed
-    int64_t offsetMs = 0;       ///< ZSL offset in force
-    int64_t plannedNs = 0;      ///< how long it was to run
-    std::optional<int> signal;  ///< what ended it early
+    int64_t startNs = 0;               ///< boot time from which the run counts
+    int64_t offsetMs = 0;              ///< ZSL offset in force
+    std::optional<int64_t> plannedNs;  ///< how long it was to run; none: until somebody ends it
+    std::optional<int> signal;         ///< what ended it early
 
     LiveStatus status;
     base::Distribution lateness;  ///< by how much arrivals came after their time
@@ -72,8 +73,7 @@ struct LiveResult {
 
 /**
  * A pipeline in real time, with the threads that a pipeline model has: the sensor's frames come
- * from one, captures from a second, results from a third, dumps from a fourth. The recording is
- * repeated as often as the time asks for.
+ * from one, captures from a second, results from a third, dumps from a fourth.
  *
  * At most one at a time, beside no replay.
  */
@@ -82,16 +82,20 @@ public:
     /// Gets logcat lines; called on any thread with the processor's lock held, one line at a time.
     using LogSink = std::function<void(std::string const& lines)>;
 
-    /// Recording and options are borrowed for the life of the run. `log` gets the processor's log
-    /// up to the level that the options ask for. Throws InputError when the options cannot be
-    /// carried out.
-    LiveRun(recording::Recording const& recording, LiveOptions const& options, LogSink log);
+    /// Source and options are borrowed for the life of the run. `log` gets the processor's log up
+    /// to the level that the options ask for. Throws InputError when the options cannot be carried
+    /// out.
+    LiveRun(FrameSource& source, LiveOptions const& options, LogSink log);
     /// Stops the threads; a run that was not finished is flushed.
     ~LiveRun();
     LiveRun(LiveRun const&) = delete;
     LiveRun& operator=(LiveRun const&) = delete;
 
     void start();
+
+    /// Presses the button, beside those presses that come by the time. Thread-safe; waits for
+    /// nothing.
+    void press();
 
     /// The sensor has no more frames.
     bool isOver() const;
