@@ -1,9 +1,10 @@
 import {byId, element, show, swatch, tableHead} from './dom.js';
-import {chosenText, counted, ms, orNone, seconds, toneOf, valueFrom, whole, wholeMs, words} from './format.js';
+import {centreChosen, chosenPicture, filmStrip} from './film.js';
+import {chosenText, counted, ms, orNone, reasonOf, seconds, toneOf, valueFrom, whole, wholeMs, words} from './format.js';
 
 const ROWS = 30;
-const columnsOf = ({isLog}) => [{label: 'Capture'}, {label: isLog ? 'Wanted instant (s)' : 'Pressed (s)'},
-    {label: 'Frame'}, {label: 'History frame'}, ...isLog ? [] : [{label: 'Lag (ms)'}],
+const columnsOf = ({isLog, pictures}) => [{label: 'Capture'}, {label: isLog ? 'Wanted instant (s)' : 'Pressed (s)'},
+    {label: 'Frame'}, {label: 'History frame'}, ...pictures ? [{label: 'Picture', isText: true}] : [], ...isLog ? [] : [{label: 'Lag (ms)'}],
     {label: 'Served', isText: true}, {label: 'Waited (ms)'}, {label: 'Tries'}, {label: 'Early shutter (ms)'}];
 
 const pressText = ({press}) => seconds(press === null ? null : press * 1e9);
@@ -15,6 +16,7 @@ export class CaptureTable {
         const tellsChosen = model.captures.some(({frames}) => frames.some(({chosen}) => chosenText(chosen)));
         this.chosenOf = tellsChosen ? ({chosen}) => orNone(chosenText(chosen)) : null;
         this.faultsOf = model.replay?.faults ? faultTexts(model) : null;
+        this.pictureOf = model.pictures ? (capture, frame) => chosenPicture(model, capture, frame) : null;
         this.hasLag = !model.isLog;
         this.waitOf = model.isLog ? ({waitNs}) => wholeMs(waitNs) : ({waitNs}) => ms(waitNs);
         this.onSelect = onSelect;
@@ -60,6 +62,7 @@ export class CaptureTable {
             element('td', {}, i === 0 ? pressText(capture) : ''),
             element('td', {}, orNone(frame.index)),
             element('td', {}, orNone(frame.frameNo)),
+            ...this.pictureOf ? [element('td', {class: 'text'}, ...this.pictureOf(capture, frame))] : [],
             ...this.hasLag ? [element('td', {}, ms(frame.lagNs))] : [],
             element('td', {class: 'text'}, swatch(toneOf(frame.served)), words(frame.served)),
             element('td', {}, this.waitOf(frame)),
@@ -98,14 +101,6 @@ function faultTexts({replay}) {
 /// `hasLag`: the times of frames are known; `isOne`: of one try only.
 const candidateColumns = (hasLag, isOne) => [{label: 'History frame'}, ...hasLag ? [{label: 'Lag (ms)'}] : [],
     ...['Verdict', 'Reason', ...isOne ? [] : ['Tries'], 'Wanted', 'Found'].map((label) => ({label, isText: true}))];
-
-/// What a candidate is for or why it was refused.
-export function reasonOf(candidate) {
-    if (candidate.criterion) {
-        return words(candidate.criterion);
-    }
-    return candidate.index === null ? '' : `for frame ${candidate.index}`;
-}
 
 /// `tries`: in which of several it was looked at; empty when it is one.
 function candidateRow(capture, frames, candidate, tries) {
@@ -265,9 +260,10 @@ export function showDetails(model, capture) {
         .map((line) => element('p', {class: 'answer'}, line));
     const folds = foldedTries(capture);
     // The last one tells how it ended.
-    byId('details-body').replaceChildren(...answer, leadOf(capture), ...folds.map(
+    byId('details-body').replaceChildren(...answer, ...filmStrip(model, capture), leadOf(capture), ...folds.map(
         (fold, i) => triesDetails(model, capture, fold, i === folds.length - 1)));
     show('details');
+    centreChosen();
 }
 
 function countByReason(model) {

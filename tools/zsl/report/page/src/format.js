@@ -22,6 +22,13 @@ export function timeAndUnit(ns) {
 }
 
 export const number = (value, decimals) => (isMissing(value) ? NONE : fixed(value, decimals));
+/// Of a picture: small ones differ in their decimals.
+export const measure = (value) => number(value, Math.abs(value) >= 99.5 ? 0 : Math.abs(value) >= 9.95 ? 1 : 2);
+
+/// `9.20 (0.76 of best)`; empty where it is not known.
+export const sharpnessText = ({sharpness, share}) => (isMissing(sharpness) ? ''
+    : `${measure(sharpness)}${isMissing(share) ? '' : ` (${number(share, 2)}\u00a0of\u00a0best)`}`);
+
 export const orNone = (value) => (isMissing(value) || value === '' ? NONE : String(value));
 export const whole = (value) => (isMissing(value) ? NONE : value.toLocaleString('en-US'));
 
@@ -54,6 +61,26 @@ export function valueFrom({pressNs, origin}, value) {
     return value.text ?? (value.op ? `${value.op} ${number}` : String(number));
 }
 
+/// What a candidate is for or why it was refused.
+export function reasonOf(candidate) {
+    if (candidate.criterion) {
+        return words(candidate.criterion);
+    }
+    return candidate.index === null ? '' : `for frame ${candidate.index}`;
+}
+
+/// A verdict with what was wanted and found.
+export function verdictText(capture, candidate) {
+    const reason = reasonOf(candidate);
+    let why = candidate.verdict === 'refused' ? reason : `${candidate.verdict} ${reason}`.trim();
+    const values = [['wanted', candidate.wanted], ['found', candidate.found]]
+        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueFrom(capture, value)}`).join(', ');
+    if (values) {
+        why += `: ${values}`;
+    }
+    return why;
+}
+
 const AF_MODES = ['off', 'auto', 'macro', 'continuous video', 'continuous picture', 'EDOF'];
 const AF_STATES = ['inactive', 'passive scan', 'passive focused', 'active scan', 'focused, locked',
     'not focused, locked', 'passive unfocused'];
@@ -62,12 +89,14 @@ const LENS_STATES = ['stationary', 'moving'];
 /// What the sensor told of a chosen frame, as `10.01 ms, ISO 82, focus settled`; of what it did not
 /// tell nothing.
 export function chosenText(chosen) {
+    const sharpness = sharpnessText({...chosen?.picture, share: chosen?.picture?.sharpnessShare});
     const parts = !chosen ? [] : [
         isMissing(chosen.exposureNs) ? '' : `${ms(chosen.exposureNs)} ms`,
         isMissing(chosen.iso) ? '' : `ISO ${chosen.iso}`,
         isMissing(chosen.focusDistance) ? '' : `${fixed(chosen.focusDistance, 2)} dpt`,
         isMissing(chosen.isFocusSettled) ? '' : `focus ${chosen.isFocusSettled ? 'settled' : 'moving'}`,
         isMissing(chosen.isExposureSettled) ? '' : `AE ${chosen.isExposureSettled ? 'stable' : 'unstable'}`,
+        sharpness ? `sharpness ${sharpness}` : '',
         chosen.hasImageError ? 'unusable' : ''];
     return parts.filter(Boolean).join(', ');
 }

@@ -1,6 +1,7 @@
 import {FONT, theme} from './chart.js';
 import {toneOf} from './format.js';
 import {rankOf} from './model.js';
+import {drawMeasure, drawPictures, measureLanes, pictureAt, picturesLane} from './picturelanes.js';
 
 const GAP = 8;
 const BAR_PITCH = 6;
@@ -25,10 +26,12 @@ export function lanesOf(model) {
         ...hasFrames && model.hasReasons ? [{name: 'refusals', label: 'Refused', height: 20}] : [],
         ...model.kept.length > 0 ? [{name: 'kept', label: 'Set aside', height: 20}] : [],
         ...model.injected.length > 0 ? [{name: 'injected', label: 'Injected', height: 14}] : [],
+        ...picturesLane(model),
         ...hasFrames ? [{name: 'frames', label: 'Frames', height: 26}] : [],
         ...model.arrivals.length > 0 ? [{name: 'arrivals', label: 'Arrivals', height: 14}] : [],
         ...hasFrames ? [{name: 'focus', label: 'Focus', height: 16},
             {name: 'exposure', label: 'Exposure', height: 16}] : [],
+        ...measureLanes(model),
     ];
     let top = GAP;
     return wanted.map((lane) => {
@@ -108,6 +111,10 @@ export function hit(chart, model, lanes, x, y) {
         const capture = captureAt(model, lane, time, y, reach);
         return capture && {kind: 'captures', ...capture};
     }
+    if (lane.name === 'pictures') {
+        const item = pictureAt(lane, x);
+        return item === undefined ? null : {kind: 'frames', item, others: 0};
+    }
     const found = MARKS.includes(lane.name) ? nearest(model[lane.name], time, reach)
         : frameAt(model, time);
     return found && {kind: MARKS.includes(lane.name) ? lane.name : 'frames', ...found};
@@ -127,6 +134,7 @@ class LaneDrawing {
         this.model = model;
         this.lanes = Object.fromEntries(lanes.map((lane) => [lane.name, lane]));
         this.selected = selected;
+        this.redraw = () => chart.redraw(false);
         this.width = chart.bbox.width / devicePixelRatio;
         this.height = chart.bbox.height / devicePixelRatio;
         this.from = chart.scales.x.min;
@@ -154,6 +162,10 @@ class LaneDrawing {
             this.drawConnectors();
             this.drawChoices();
         }
+        if (this.lanes.pictures) {
+            drawPictures(this, this.lanes.pictures);
+        }
+        Object.values(this.lanes).filter(({scale}) => scale).forEach((lane) => drawMeasure(this, lane));
         this.drawCaptures();
         this.drawTries();
         this.drawTicks(this.lanes.shutters, this.model.shutters, 'accent', 2);

@@ -1,3 +1,5 @@
+import {Pictures} from './pictures.js';
+
 /// The sensor's frames. `data` holds a list for each column, or one value where all are equal.
 export class Frames {
     constructor(data) {
@@ -235,10 +237,11 @@ function modelOf(data, all, frames, originNs) {
 }
 
 /// What the page shows of a replay. Times are in s from the first frame.
-export function modelOfReplay({replay, sensor}) {
+export function modelOfReplay({replay, sensor, pictures}) {
     const {recording, options} = replay;
     return modelOf({
         replay,
+        pictures: pictures ? new Pictures(pictures) : null,
         interval: recording.medianIntervalNs / 1e9,
         flushes: options.flushAtNs.map((ns) => ns / 1e9),
     }, replay.captures, new Frames(sensor), recording.firstTimestampNs);

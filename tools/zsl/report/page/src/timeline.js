@@ -54,8 +54,9 @@ function showThinning({replay, frames}) {
 
 function labelLanes(chart, lanes) {
     for (const lane of lanes) {
-        const label = element('div', {class: 'lane-label', 'data-lane': lane.name}, lane.label);
-        label.style.top = `${lane.middle - 8}px`;
+        const label = element('div', {class: 'lane-label', 'data-lane': lane.name}, lane.label,
+            ...lane.scale ? [lane.scale] : []);
+        label.style.top = `${lane.middle - (lane.scale ? 15 : 8)}px`;
         chart.root.querySelector('.u-wrap').append(label);
     }
 }

@@ -1,6 +1,5 @@
-import {reasonOf} from './captures.js';
 import {definitions, element} from './dom.js';
-import {afMode, afState, counted, lensState, ms, number, orNone, seconds, valueFrom, whole, words} from './format.js';
+import {afMode, afState, counted, lensState, measure, ms, number, orNone, seconds, verdictText, whole, words} from './format.js';
 
 const MAX_LINES = 8;
 
@@ -10,17 +9,6 @@ function list(lines) {
         shown.push(element('li', {}, `and ${lines.length - MAX_LINES} more`));
     }
     return element('ul', {}, ...shown);
-}
-
-function verdictText(capture, candidate) {
-    const reason = reasonOf(candidate);
-    let why = candidate.verdict === 'refused' ? reason : `${candidate.verdict} ${reason}`.trim();
-    const values = [['wanted', candidate.wanted], ['found', candidate.found]]
-        .filter(([, value]) => value).map(([what, value]) => `${what} ${valueFrom(capture, value)}`).join(', ');
-    if (values) {
-        why += `: ${values}`;
-    }
-    return why;
 }
 
 /// A capture that waits judges a frame anew in each try, mostly alike.
@@ -52,8 +40,19 @@ function captureTip(capture) {
         list(frames)];
 }
 
-function choiceTip({time, capture, frame}) {
+/// Of a frame, if the page has one; the tip says all about it.
+function pictureOf({pictures}, frameNo) {
+    if (!pictures?.has(frameNo)) {
+        return [];
+    }
+    const picture = pictures.image(frameNo, '');
+    picture.className = 'tip-picture';
+    return [picture];
+}
+
+function choiceTip(model, {time, capture, frame}) {
     return [element('strong', {}, `Frame ${frame.frameNo} for capture ${capture.requestNo}`),
+        ...pictureOf(model, frame.frameNo),
         definitions([
             ['Time', `${seconds(time * 1e9)} s`],
             ['Lag', `${ms(frame.lagNs)} ms`],
@@ -102,13 +101,15 @@ function injectedTip({frames}, {capture, index, faults}) {
 
 const told = (value, text) => (value === null ? 'not told' : text(value));
 
-function frameTip({frames}, i) {
+function frameTip(model, i) {
+    const {frames} = model;
     const get = (column) => frames.get(column, i);
+    const measured = (column, text) => ((get(column) ?? null) === null ? '' : text(get(column)));
     const focus = {settled: 'settled', moving: 'not settled', unknown: 'not told'}[frames.focus(i)];
     const exposure = {settled: 'stable', moving: 'not stable', unknown: 'stability not told'};
     const time = frames.times[i];
     const distance = get('focusDistance');
-    return [element('strong', {}, `Frame ${get('frameNo')}`), definitions([
+    return [element('strong', {}, `Frame ${get('frameNo')}`), ...pictureOf(model, get('frameNo')), definitions([
         ['Time', `${seconds(time * 1e9)} s`],
         ['Interval', frames.intervalNs(i) === null ? '' : `${ms(frames.intervalNs(i))} ms`],
         ['Arrived', get('arrivalNs') === null ? '' : `${ms(get('arrivalNs') - get('timeNs'))} ms after it began`],
@@ -118,6 +119,10 @@ function frameTip({frames}, i) {
         ['AF mode', afMode(get('afMode'))],
         ['AF state', afState(get('afState'))],
         ['Lens', lensState(get('lensState'))],
+        ['Sharpness', measured('sharpness', measure)],
+        ['Motion', measured('motion', measure)],
+        ['Brightness', measured('brightness', measure)],
+        ['Clipped', measured('clipped', (share) => number(share, 4))],
         ['Frame sync', get('frameSync') === null ? 'not told' : ''],
         ['Image', get('hasError') ? 'unusable' : ''],
         ['Injected', get('faults') ?? ''],
@@ -144,7 +149,7 @@ function contentOf(model, {kind, item}) {
         case 'injected':
             return injectedTip(model, item);
         case 'choices':
-            return choiceTip(item);
+            return choiceTip(model, item);
         case 'refusals':
             return markTip(model, item, 'refused');
         case 'kept':
