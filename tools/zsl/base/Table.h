@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -38,7 +39,7 @@ public:
     void addRow(std::vector<std::string> cells) { mRows.push_back({std::move(cells), {}}); }
 
     /// Lines below the last row that are no part of the columns. Ends with a newline.
-    void addBelow(std::string lines) { mRows.back().below += lines; }
+    void addBelow(std::string_view lines) { mRows.back().below += lines; }
 
     std::string text(TextStyle const& style) const;
 

@@ -78,7 +78,7 @@ std::string complaintOf(CLI::App const& command, CLI::ParseError const& error) {
     if (auto const words = command.remaining(); !words.empty()) {
         return unexpected(command, words);
     }
-    std::string const text = oneLine(error.what());
+    std::string text = oneLine(error.what());
     std::string_view one;
     std::string_view other;
     base::FormFields const fields = {{"one", &one}, {"other", &other}};

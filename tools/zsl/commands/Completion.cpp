@@ -27,6 +27,7 @@ struct Values {
 
 std::vector<std::string> propertyWords() {
     std::vector<std::string> words;
+    words.reserve(std::size(pipeline::PROCESSOR_PROPERTIES));
     for (pipeline::ProcessorProperty const& property : pipeline::PROCESSOR_PROPERTIES) {
         words.push_back(std::string(property.name) + "=");
     }

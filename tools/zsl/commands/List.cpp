@@ -197,6 +197,7 @@ void list(std::optional<std::string> const& wanted, CliStreams const& streams) {
 
 std::vector<std::string> topicNames() {
     std::vector<std::string> names;
+    names.reserve(std::size(kTopics));
     for (Topic const& topic : kTopics) {
         names.emplace_back(topic.name);
     }

@@ -433,6 +433,7 @@ void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options) {
 void requireConsistent(CLI::App const& command, pipeline::ReplayOptions const& options,
                        std::span<pipeline::PolicyOption const> policies, bool setsOffset) {
     std::vector<std::string> known;
+    known.reserve(std::size(pipeline::PROCESSOR_PROPERTIES));
     for (pipeline::ProcessorProperty const& property : pipeline::PROCESSOR_PROPERTIES) {
         known.emplace_back(property.name);
     }

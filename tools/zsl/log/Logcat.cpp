@@ -127,7 +127,7 @@ std::optional<LogRecord> parseHeader(std::string_view line, bool& isLong) {
                                      {"tid", &tid},
                                      {"tag", &tag},
                                      {"message", &message}};
-    if (auto const printed = parsePrinted(line)) {
+    if (auto printed = parsePrinted(line)) {
         return printed;
     }
     isLong = line.starts_with("[ ");
