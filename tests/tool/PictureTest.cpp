@@ -58,10 +58,10 @@ TEST_F(Picture, ComesInTheOrderOfPresentationUprightAndSquare) {
         std::vector<int64_t> timesMs;
         while (video.next()) {
             timesMs.push_back(video.timeNs() / MS);
-            Pixels const luma = video.pixels(PixelKind::Luma);
+            Pixels const luma = video.picture()->pixels(PixelKind::Luma);
             ASSERT_EQ(luma.width, 48u);
             ASSERT_EQ(luma.height, 128u);
-            Pixels const rgb = video.pixels(PixelKind::Rgb, 24);
+            Pixels const rgb = video.picture()->pixels(PixelKind::Rgb, 24);
             ASSERT_EQ(rgb.height, 64u);
             // From 16 to 235 in the file, from 0 to 255 here.
             int const expected = (brightnessOf(video.index()) - 16) * 255 / 219;

@@ -29,8 +29,10 @@ void ImageStreamBuffer::setUsersManager(
 }
 
 void ImageStreamBuffer::releaseBuffer() {
+    std::shared_ptr<ImageContent const> content;  // destroyed outside the lock
     LockGuard const lock(mLock);
     mIsReleased = true;
+    mContent.swap(content);
     // Once for each hand-out: an image that was released, or built with, is accounted for.
     if (mLedgerEntry && !std::exchange(mIsAccounted, true)) {
         mLedgerEntry->imageReleased();
@@ -42,6 +44,16 @@ void ImageStreamBuffer::enterFrameBuilder() {
     if (mLedgerEntry && !std::exchange(mIsAccounted, true)) {
         mLedgerEntry->imageInFrameBuilder();
     }
+}
+
+void ImageStreamBuffer::setContent(std::shared_ptr<ImageContent const> content) {
+    LockGuard const lock(mLock);
+    mContent.swap(content);  // the one before goes with the parameter, outside the lock
+}
+
+std::shared_ptr<ImageContent const> ImageStreamBuffer::content() const {
+    LockGuard const lock(mLock);
+    return mContent;
 }
 
 void ImageStreamBuffer::setError(bool error) {

@@ -51,6 +51,9 @@ std::shared_ptr<LedgerEntry> ledgerEntryOf(HistoryBufferSet const& set) {
 android::sp<IImageStreamBuffer> copyOf(IImageStreamBuffer const& original) {
     android::sp<ImageStreamBuffer> copy = new ImageStreamBuffer(original.getStreamInfo());
     copy->setError(original.hasError());
+    if (auto const* const hostBuffer = dynamic_cast<ImageStreamBuffer const*>(&original)) {
+        copy->setContent(hostBuffer->content());
+    }
     return copy;
 }
 

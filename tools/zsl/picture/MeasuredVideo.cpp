@@ -106,15 +106,15 @@ MeasuredVideo measureVideo(VideoFile& video, std::function<void(size_t, size_t)>
     };
     while (video.next()) {
         if (measured.timesNs.empty()) {
-            measured.width = video.width();
-            measured.height = video.height();
+            measured.width = video.picture()->width();
+            measured.height = video.picture()->height();
         }
         if (measured.timesNs.size() == recording::MAX_FRAMES) {
             throw base::InputError(fmt::format("{}: expected at most {} pictures, found one more",
                                                video.name(), recording::MAX_FRAMES));
         }
         measured.timesNs.push_back(video.timeNs());
-        Pixels luma = video.pixels(PixelKind::Luma, MEASURED_WIDTH);
+        Pixels luma = video.picture()->pixels(PixelKind::Luma, MEASURED_WIDTH);
         collect();
         measuring = std::async(std::launch::async, [&meter, luma = std::move(luma)]() mutable {
             return meter.measure(std::move(luma));

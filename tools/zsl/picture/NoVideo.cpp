@@ -1,11 +1,12 @@
 // Takes the videos' place in a build without FFmpeg's libraries: no video is ever opened.
 
 #include "base/InputError.h"
+#include "picture/Jpeg.h"
 #include "picture/VideoFile.h"
 
 namespace zebcam::tool::picture {
 
-class VideoFile::Decoder {};
+class VideoFile::Source {};
 
 bool canReadVideos() {
     return false;
@@ -24,14 +25,6 @@ std::string const& VideoFile::name() const {
 }
 
 int VideoFile::rotation() const {
-    return 0;
-}
-
-uint32_t VideoFile::width() const {
-    return 0;
-}
-
-uint32_t VideoFile::height() const {
     return 0;
 }
 
@@ -54,8 +47,9 @@ int64_t VideoFile::timeNs() const {
     return 0;
 }
 
-Pixels VideoFile::pixels(PixelKind, uint32_t) {
-    return {};
+std::shared_ptr<Picture const> const& VideoFile::picture() const {
+    static std::shared_ptr<Picture const> const NONE;
+    return NONE;
 }
 
 std::string VideoFile::contentKey() {
@@ -63,6 +57,14 @@ std::string VideoFile::contentKey() {
 }
 
 void forEachPicture(VideoFile&, std::span<size_t const>, std::function<void(VideoFile&)> const&) {
+}
+
+Pixels Picture::pixels(PixelKind, uint32_t) const {
+    return {};
+}
+
+std::string toJpeg(Pixels const&, int, PictureFacts const*) {
+    return {};
 }
 
 }  // namespace zebcam::tool::picture

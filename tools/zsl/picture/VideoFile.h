@@ -6,9 +6,9 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "base/InputFile.h"
+#include "picture/Picture.h"
 
 /// Videos: their pictures, and what can be measured of them.
 namespace zebcam::tool::picture {
@@ -21,30 +21,15 @@ inline constexpr char NO_VIDEOS[] =
     "this zsl was built without videos; build it with -DZSL_BUILD_VIDEO=ON, which needs FFmpeg's "
     "libraries (scripts/setup demo)";
 
-/// Points of a picture, row by row without gaps: one byte of luma each, 0 black to 255 white, or
-/// three of red, green and blue.
-struct Pixels {
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::vector<uint8_t> bytes;
-};
-
-enum class PixelKind : uint8_t { Luma, Rgb };
-
-/// More in one direction, or more points altogether, is a slip or an attack: beyond what phones
-/// take.
-inline constexpr uint32_t MAX_PICTURE_SIDE = 16'384;
-inline constexpr int64_t MAX_PICTURE_POINTS = int64_t{1} << 26;
-
 /**
  * The pictures of a video in the order of presentation, one at a time: memory is bounded by the
- * size of a picture and what its codec refers back to. Of several streams the one that FFmpeg holds
- * for the best.
+ * size of a picture and what its codec refers back to, and by the pictures that somebody keeps. Of
+ * several streams the one that FFmpeg holds for the best.
  *
  *     base::InputFile file("video.mp4");
  *     VideoFile video(file);
  *     while (video.next()) {
- *         show(video.timeNs(), video.pixels(PixelKind::Rgb, 320));
+ *         show(video.timeNs(), video.picture()->pixels(PixelKind::Rgb, 320));
  *     }
  *
  * Whatever is wrong is an InputError, with the file's name and the cause: a file without pictures,
@@ -63,11 +48,6 @@ public:
     /// By how much the file wants its pictures turned clockwise: 0, 90, 180 or 270 degrees.
     int rotation() const;
 
-    /// Of the current picture, turned upright, with square points; before the first one as the file
-    /// declares it.
-    uint32_t width() const;
-    uint32_t height() const;
-
     /// How many pictures there are as the file declares it; 0: it does not.
     size_t declaredPictures() const;
 
@@ -83,16 +63,16 @@ public:
     /// Presentation time of the current picture; where the file has none, by its rate.
     int64_t timeNs() const;
 
-    /// The current picture, upright with square points, at most as wide as `width`, scaled by area.
-    Pixels pixels(PixelKind kind, uint32_t width = MAX_PICTURE_SIDE);
+    /// The current picture; null before the first.
+    std::shared_ptr<Picture const> const& picture() const;
 
     /// Stands for what the file holds: two files with the same key have the same pictures.
     std::string contentKey();
 
 private:
-    class Decoder;
+    class Source;
 
-    std::unique_ptr<Decoder> mDecoder;
+    std::unique_ptr<Source> mSource;
 };
 
 /// Decodes `video` from its start and gives the pictures whose positions `wanted` names, ascending;

@@ -86,7 +86,9 @@ struct CaptureRecord {
     int64_t pressNs = 0;                       ///< boot time
     std::map<uint32_t, uint32_t> sensorModes;  ///< required, by sensor id
     std::optional<int64_t> earlyShutterNs;     ///< timestamp of the early shutter, if one was sent
-    std::vector<FrameOutcome> frames;          ///< by index
+    /// Number of the frame that was being exposed at the press, or else of the last one before it.
+    std::optional<uint32_t> pressFrame{};
+    std::vector<FrameOutcome> frames;  ///< by index
     std::vector<TryRecord> tries;
     FaultSet faults;  ///< that were injected into it and its tries
 

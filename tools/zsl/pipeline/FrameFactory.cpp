@@ -1,10 +1,11 @@
 #include "pipeline/FrameFactory.h"
 
-#include <host/ImageStreamBuffer.h>
 #include <host/MetaStreamBuffer.h>
 #include <host/StreamInfos.h>
 #include <metadata/MetadataTags.h>
 #include <policy/zsl/PictureMeasures.h>
+
+#include <utility>
 
 #include "pipeline/MetadataAccess.h"
 
@@ -164,7 +165,8 @@ FrameFactory::FrameFactory()
       mHalControl(halControl()) {
 }
 
-HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) {
+HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame,
+                                           std::shared_ptr<host::ImageContent const> content) {
     // Written over the frame before, so that no entry needs room made for it, and copied whole.
     describe(frame, mAppResult);
     describeToHal(frame, mHalResult);
@@ -178,6 +180,7 @@ HistoryBufferSet FrameFactory::sensorFrame(recording::SensorFrame const& frame) 
     android::sp<host::ImageStreamBuffer> const image =
         new host::ImageStreamBuffer(mStreams.pFullRaw);
     image->setError(frame.hasError);
+    image->setContent(std::move(content));
 
     HistoryBufferSet set;
     set.frameNo = frame.frameNo;

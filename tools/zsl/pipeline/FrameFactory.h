@@ -1,6 +1,7 @@
 #pragma once
 
 #include <host/FrameBuilder.h>
+#include <host/ImageStreamBuffer.h>
 #include <pipeline/IHistoryBufferProvider.h>
 #include <pipelinemodel_utils/ParsedStreamInfo_P1.h>
 #include <policy/zsl/ZslTypes.h>
@@ -39,10 +40,11 @@ class FrameFactory {
 public:
     FrameFactory();
 
-    /// A history buffer set of `frame`. States that the frame lacks are missing from its metadata.
-    /// From one thread at a time.
+    /// A history buffer set of `frame`, whose image shows `content` (null: nothing). States that
+    /// the frame lacks are missing from its metadata. From one thread at a time.
     NSCam::v3::pipeline::NSPipelineContext::HistoryBufferSet sensorFrame(
-        recording::SensorFrame const& frame);
+        recording::SensorFrame const& frame,
+        std::shared_ptr<host::ImageContent const> content = nullptr);
 
     /// A frame builder with the settings of a still capture. The first frame of a capture is its
     /// main one.

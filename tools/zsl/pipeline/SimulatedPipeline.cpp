@@ -129,7 +129,8 @@ void SimulatedPipeline::announce(ReportedFrame const& reported) {
 }
 
 std::vector<BuiltFrame> SimulatedPipeline::arrive(ReportedFrame const& reported) {
-    auto set = mFactory.sensorFrame(reported.frame);
+    auto set = mFactory.sensorFrame(
+        reported.frame, mOptions.contentOf ? mOptions.contentOf(reported.frame) : nullptr);
     if (reported.faults.has(FaultKind::LockedMetadata)) {
         LockGuard const lock(mLock);
         for (auto const* buffers : {&set.halMeta, &set.appMeta}) {

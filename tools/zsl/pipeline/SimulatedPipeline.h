@@ -44,6 +44,10 @@ struct PipelineOptions {
     std::function<android::sp<NSCam::v3::pipeline::model::IZslProcessor>(
         android::sp<NSCam::v3::pipeline::model::IZslProcessor>)>
         wrap;
+    /// What the image of a frame shows, asked for as the frame reaches the history; null: nothing.
+    /// Empty: no image shows anything.
+    std::function<std::shared_ptr<host::ImageContent const>(recording::SensorFrame const&)>
+        contentOf;
     std::shared_ptr<FaultInjector> faults;  ///< what goes wrong; may be empty
     std::function<void(int64_t ns)> pause;  ///< lets time pass while a policy is slow
     uint32_t logLevel = 0;                  ///< see ProcessorLog

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -111,6 +112,13 @@ struct DeviceVerdict {
     bool isSame() const { return operationsThatDiffer == 0; }
 };
 
+/// A frame's picture in small.
+struct PictureCopy {
+    std::string jpeg;
+    uint32_t width = 0;
+    uint32_t height = 0;
+};
+
 /// Everything that is told of a replay.
 struct ReplayResult {
     std::string path;
@@ -125,6 +133,9 @@ struct ReplayResult {
     /// What became of each capture's frames when all had the default policy instead; see
     /// addDefaultOutcomes(). Empty: nobody looked.
     std::vector<std::vector<pipeline::FrameOutcome>> byDefault;
+    /// By frame number, of those that the captures could have had when they were served, or that
+    /// policies kept, and of their press frames. Empty unless somebody wants to look at them.
+    std::map<uint32_t, PictureCopy> pictures;
     host::BufferLedger::Totals ledger;
     std::vector<host::LedgerLine> unsettled;  ///< buffer sets that were not given back
     int64_t longestHeldNs = 0;
