@@ -110,7 +110,8 @@ void exchangeHandlers(void (*from)(int), void (*to)(int)) {
         if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler == from) {
             action.sa_handler = to;
             // A crash of the handler itself ends the program as if there were none.
-            action.sa_flags = to == onCrash ? SA_ONSTACK | SA_RESETHAND : 0;
+            constexpr auto kOnce = static_cast<int>(SA_ONSTACK | SA_RESETHAND);
+            action.sa_flags = to == onCrash ? kOnce : 0;
             sigaction(signal, &action, nullptr);
         }
     }

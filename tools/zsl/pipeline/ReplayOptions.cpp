@@ -69,6 +69,7 @@ int64_t parseTime(FaultTraits const& traits, std::string_view text) {
 
 std::vector<std::string> faultKindNames() {
     std::vector<std::string> names;
+    names.reserve(std::size(FAULT_KINDS));
     for (FaultTraits const& traits : FAULT_KINDS) {
         names.emplace_back(traits.name);
     }

@@ -155,6 +155,7 @@ std::vector<BuiltFrame> SimulatedPipeline::submit(size_t frames,
     }
     std::unordered_map<uint32_t, uint32_t> const modes(sensorModes.begin(), sensorModes.end());
     std::vector<uint32_t> sensors;
+    sensors.reserve(sensorModes.size());
     for (auto const& [sensor, mode] : sensorModes) {
         sensors.push_back(sensor);
     }

@@ -124,8 +124,7 @@ private:
 
     /// The row after `skipped` others from here; null when there is none.
     Row const* ahead(size_t skipped = 0) {
-        Row row;
-        while (mAhead.size() <= skipped && mLines.next(row.cells)) {
+        for (Row row; mAhead.size() <= skipped && mLines.next(row.cells); row = {}) {
             row.line = mLines.line();
             mAhead.push_back(std::move(row));
         }

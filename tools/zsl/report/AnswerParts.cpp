@@ -47,6 +47,7 @@ std::string namesOf(std::set<uint64_t> const& numbers, std::string_view letter) 
         return fmt::format("{0}{1} to {0}{2}", letter, *numbers.begin(), *numbers.rbegin());
     }
     std::vector<std::string> names;
+    names.reserve(numbers.size());
     for (uint64_t const number : numbers) {
         names.push_back(fmt::format("{}{}", letter, number));
     }
@@ -73,6 +74,7 @@ std::string reasonsText(Refused const& refused) {
     std::stable_sort(ordered.begin(), ordered.end(),
                      [](auto const& a, auto const& b) { return a.first > b.first; });
     std::vector<std::string> texts;
+    texts.reserve(ordered.size());
     for (auto& [count, text] : ordered) {
         texts.push_back(std::move(text));
     }

@@ -26,6 +26,7 @@ std::vector<ComparisonNames::Setting> settingsOf(std::vector<ComparisonRow> cons
             }
         }
     }
+    settings.reserve(settings.size() + parameters.size());
     for (std::string const& name : parameters) {
         settings.push_back({name, "", [name](ComparisonRow const& row) {
                                 std::string text;
