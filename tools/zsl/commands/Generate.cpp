@@ -17,6 +17,8 @@
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
+#include "picture/Scene.h"
+#include "picture/VideoFile.h"
 #include "recording/Recording.h"
 #include "recording/RecordingGenerator.h"
 #include "report/Reports.h"
@@ -28,7 +30,9 @@ namespace {
 struct GenerateArguments {
     std::string output;
     std::optional<std::string> json;
+    std::optional<std::string> video;
     recording::GeneratorOptions options;
+    picture::SceneOptions scene;
 };
 
 // Whatever the locale is, unlike std::stod.
@@ -41,13 +45,62 @@ double parseNumber(std::string const& text) {
     return value;
 }
 
+// 640x360, as players tell it.
+void parseSize(std::string const& text, picture::SceneOptions& scene) {
+    size_t const cross = text.find('x');
+    auto const sideOf = [&](std::string const& side) {
+        int64_t const points =
+            parseWholeNumber(side, picture::MIN_SCENE_SIDE, picture::MAX_SCENE_SIDE);
+        return points % 2 == 0 ? static_cast<uint32_t>(points)
+                               : throw std::invalid_argument("expected even sides, found " +
+                                                             base::quoteContent(text));
+    };
+    if (cross == std::string::npos) {
+        throw std::invalid_argument("expected WIDTHxHEIGHT, found " + base::quoteContent(text));
+    }
+    scene.width = sideOf(text.substr(0, cross));
+    scene.height = sideOf(text.substr(cross + 1));
+}
+
+int parseRotation(std::string const& text) {
+    int64_t const degrees = parseWholeNumber(text, 0, 270);
+    return degrees % 90 == 0 ? static_cast<int>(degrees)
+                             : throw std::invalid_argument("expected 0, 90, 180 or 270, found " +
+                                                           base::quoteContent(text));
+}
+
+/// Gives each frame its picture.
+void addVideo(recording::Recording& recording, GenerateArguments const& arguments,
+              base::ResultFile& file, CliStreams const& streams) {
+    picture::SceneOptions const& scene = arguments.scene;
+    Progress progress(streams.err, streams.showProgress, "pictures");
+    file.put([&](std::ostream& out) {
+        picture::writeScene(recording, scene, out,
+                            [&](size_t pictures) { progress(pictures, recording.frames.size()); });
+    });
+    for (size_t i = 0; i < recording.frames.size(); ++i) {
+        recording.frames[i].videoFrame = static_cast<uint32_t>(i);
+    }
+    bool const isTurned = scene.rotation % 180 != 0;
+    recording.video = {.path = *arguments.video,
+                       .width = isTurned ? scene.height : scene.width,
+                       .height = isTurned ? scene.width : scene.height,
+                       .rotation = scene.rotation,
+                       .pictures = recording.frames.size()};
+}
+
 int runGenerate(GenerateArguments const& arguments, CliStreams const& streams) {
-    requireOwnFiles({{"--output", arguments.output}, {"--json", arguments.json}});
-    // Both before the work, so that neither is left behind when the other cannot be written.
+    requireOwnFiles(
+        {{"--output", arguments.output}, {"--json", arguments.json}, {"--video", arguments.video}});
+    // All before the work, so that none is left behind when another cannot be written.
     base::ResultFile output(arguments.output, streams.out);
     base::ResultFile json(arguments.json, streams.out);
+    base::ResultFile video(arguments.video, streams.out);
     recording::Recording recording = recording::generate(arguments.options);
     recording.path = output.isStandard() ? "" : arguments.output;
+    if (arguments.video) {
+        addVideo(recording, arguments, video, streams);
+    }
     output.put([&](std::ostream& out) { recording::writeRecording(recording, out); });
     json.put([&](std::ostream& out) {
         report::writeJson(report::toJson(arguments.options, recording, streams.provenance), out);
@@ -109,6 +162,24 @@ void addOptions(CLI::App& command, recording::GeneratorOptions& options) {
               "Share of frames whose sensors are not synchronised");
 }
 
+void addSceneOptions(CLI::App& command, GenerateArguments& arguments) {
+    CLI::Option* const video =
+        addFile(command, "--video", arguments.video,
+                "Write a video, too, of a scene that tells its own time: a picture for each frame");
+    video->check([](std::string const&) {
+        return picture::canReadVideos() ? std::string() : picture::NO_VIDEOS;
+    });
+    picture::SceneOptions& scene = arguments.scene;
+    addValue(
+        command, "--size", [&scene](std::string const& text) { parseSize(text, scene); },
+        fmt::format("Points of the video's pictures [default: {}x{}]", scene.width, scene.height),
+        "WIDTHxHEIGHT", false)
+        ->needs(video);
+    addParsed(command, "--rotation", scene.rotation, parseRotation,
+              "Degrees by which the video's pictures are to be turned clockwise [default: 0]", "N")
+        ->needs(video);
+}
+
 }  // namespace
 
 void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatus) {
@@ -122,6 +193,7 @@ void addGenerateCommand(CLI::App& app, CliStreams const& streams, int& exitStatu
     command->option_defaults()->group(kRecordingGroup);
     addOptions(*command, arguments->options);
     addJson(*command, arguments->json, "Tell what was made as JSON, - for standard output");
+    addSceneOptions(*command, *arguments);
     command->callback(
         [arguments, &streams, &exitStatus] { exitStatus = runGenerate(*arguments, streams); });
 }

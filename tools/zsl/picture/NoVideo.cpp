@@ -2,6 +2,7 @@
 
 #include "base/InputError.h"
 #include "picture/Jpeg.h"
+#include "picture/Scene.h"
 #include "picture/VideoFile.h"
 
 namespace zebcam::tool::picture {
@@ -54,6 +55,11 @@ std::shared_ptr<Picture const> const& VideoFile::picture() const {
 
 std::string VideoFile::contentKey() {
     return {};
+}
+
+void writeScene(recording::Recording const&, SceneOptions const&, std::ostream&,
+                std::function<void(size_t)> const&) {
+    throw base::InputError(NO_VIDEOS);
 }
 
 void forEachPicture(VideoFile&, std::span<size_t const>, std::function<void(VideoFile&)> const&) {
