@@ -35,9 +35,9 @@ private:
 
 /// Whether the argument could make a command write, load a library, leave the folder or run long.
 bool isHarmful(std::string const& argument) {
-    constexpr std::array<std::string_view, 9> REFUSED{"write-manual", "--json",  "--csv",
-                                                      "--report",     "--trace", "--record",
-                                                      "--output",     "-o",      "live"};
+    constexpr std::array<std::string_view, 10> REFUSED{
+        "write-manual", "--json",   "--csv",    "--report", "--trace",
+        "--pictures",   "--record", "--output", "-o",       "live"};
     return argument.find('/') != std::string::npos || argument.find(".so") != std::string::npos ||
            std::any_of(REFUSED.begin(), REFUSED.end(),
                        [&](auto refused) { return argument.starts_with(refused); });

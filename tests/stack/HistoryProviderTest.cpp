@@ -1,3 +1,5 @@
+#include <host/ImageStreamBuffer.h>
+
 #include <list>
 #include <utility>
 
@@ -175,7 +177,14 @@ TEST_F(HistoryProviderTest, DropsTheOldestThatNobodyHolds) {
 }
 
 TEST_F(HistoryProviderTest, ATrimmedSetComesBackAsItIsAndACloneNever) {
-    provider.arrive(frame(1, 3));
+    HistoryBufferSet arriving = frame(1, 3);
+    std::vector<std::weak_ptr<host::ImageContent const>> contents;
+    for (auto const& image : arriving.halImage) {
+        auto const content = std::make_shared<host::ImageContent const>();
+        static_cast<host::ImageStreamBuffer&>(*image).setContent(content);
+        contents.push_back(content);
+    }
+    provider.arrive(std::move(arriving));
     auto held = takeAll();
     auto clone = provider.cloneBufferSet(held.front());
     EXPECT_NE(clone.halImage[0], held.front().halImage[0]);
@@ -185,9 +194,13 @@ TEST_F(HistoryProviderTest, ATrimmedSetComesBackAsItIsAndACloneNever) {
     metadata->clear();
     cloned.unlock("test", metadata);
 
+    auto const trimmed = held.front().halImage.front();
     trimFirst(held.front());
+    EXPECT_EQ(contents[0].use_count(), 1) << "the clone's";
     giveBack(held.front(), true);
     giveBack(clone, true);
+    EXPECT_TRUE(contents[0].expired());
+    EXPECT_EQ(contents[1].use_count(), 1) << "the history's";
     giveBack(clone, true);
     EXPECT_EQ(provider.strayReturns(), 1U) << "returned twice";
     auto const again = takeAll();

@@ -232,6 +232,7 @@ TEST(Json, HasTheNumbersOfItsParts) {
     frame.chosen->videoFrame = 111;
     frame.chosen->picture = {112.5F, 113.5F, 114.5F, 0.5F};
     frame.sharpnessShare = 0.25;
+    frame.pictureFile = "a.jpg";
     result.captures[0].tries[0] = {47, 48, true, {49}, {50, 51}, {52}, {0}, {}, 53, 54};
     result.captures[0].pressNs = 40;
     result.summary = {51, 52, 53, 54, 55, 56, 57, 58, 59, {1, 61, 62, 63, 64}, {0, 0, 0, 0, 0}};
@@ -268,14 +269,15 @@ TEST(Json, HasTheNumbersOfItsParts) {
         R"("offsetNs":-34000000,"frameSync":false,"fromNs":38,"toNs":null,"anyRate":false,"video":null,)"
         R"("pressAtNs":[35,36],"pressAtBootNs":[39],"flushAtNs":[37],)"
         R"("dumpAtNs":[],"properties":{"a.b":"1"}})");
-    EXPECT_EQ(replay["captures"][0]["frames"][0].dump(),
-              R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"
-              R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46,"chosen":)"
-              R"({"exposureNs":91,"iso":92,"focusDistance":93.5,"afMode":null,)"
-              R"("afState":"focusedLocked","lensState":"94","isFocusSettled":true,)"
-              R"("isExposureSettled":null,"hasImageError":false,"picture":{"videoFrame":111,)"
-              R"("sharpness":112.5,"sharpnessShare":0.25,"motion":113.5,"brightness":114.5,)"
-              R"("clipped":0.5}}})");
+    EXPECT_EQ(
+        replay["captures"][0]["frames"][0].dump(),
+        R"({"index":0,"served":"timedOut","try":41,"frameNo":43,"timestampNs":44,)"
+        R"("lagNs":4,"waitNs":2,"resultNs":45,"reportedTimestampNs":46,"pictureFile":"a.jpg","chosen":)"
+        R"({"exposureNs":91,"iso":92,"focusDistance":93.5,"afMode":null,)"
+        R"("afState":"focusedLocked","lensState":"94","isFocusSettled":true,)"
+        R"("isExposureSettled":null,"hasImageError":false,"picture":{"videoFrame":111,)"
+        R"("sharpness":112.5,"sharpnessShare":0.25,"motion":113.5,"brightness":114.5,)"
+        R"("clipped":0.5}}})");
     EXPECT_EQ(replay["captures"][0]["tries"][0].dump(),
               R"({"timeNs":47,"ageNs":48000000,"isRetry":true,"historyFrames":[49],)"
               R"("inFlightFrames":[50,51],"lockedFrames":[52],"builtFrames":[0],"faults":[],)"

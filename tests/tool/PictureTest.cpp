@@ -15,6 +15,7 @@
 #include "CliFixture.h"
 #include "picture/MeasuredVideo.h"
 #include "picture/PictureMeter.h"
+#include "picture/PictureReel.h"
 #include "pipeline/FrameFactory.h"
 #include "tool/SteadyRecording.h"
 #include "tool/TestVideo.h"
@@ -43,6 +44,18 @@ protected:
         return picture::measureVideo(video);
     }
 
+    /// Luma of the middle of each picture of a file.
+    static std::vector<int> shownBy(std::string const& path) {
+        base::InputFile file(path);
+        picture::VideoFile video(file);
+        std::vector<int> shown;
+        while (video.next()) {
+            Pixels const luma = video.picture()->pixels(PixelKind::Luma);
+            shown.push_back(luma.bytes[(luma.height + 1) / 2 * luma.width + luma.width / 2]);
+        }
+        return shown;
+    }
+
     static std::string whatIsWrongWith(std::string const& path) {
         return errorOf([&] { measured(path); });
     }
@@ -65,17 +78,14 @@ TEST_F(Picture, ComesInTheOrderOfPresentationUprightAndSquare) {
             ASSERT_EQ(rgb.height, 64u);
             // From 16 to 235 in the file, from 0 to 255 here.
             int const expected = (brightnessOf(video.index()) - 16) * 255 / 219;
+            constexpr int dark = (DARK_LUMA - 16) * 255 / 219;
             EXPECT_NEAR(luma.bytes[5 * 48 + 5], expected, 5);
-            EXPECT_NEAR(luma.bytes[5 * 48 + 43], 0, 5) << "the dark quarter is right above";
+            EXPECT_NEAR(luma.bytes[5 * 48 + 43], dark, 5) << "the dark quarter is right above";
             EXPECT_NEAR(rgb.bytes[(60 * 24 + 12) * 3 + 1], expected, 5);
-            EXPECT_NEAR(rgb.bytes[(3 * 24 + 20) * 3 + 1], 0, 5);
+            EXPECT_NEAR(rgb.bytes[(3 * 24 + 20) * 3 + 1], dark, 5);
         }
         EXPECT_EQ(timesMs, TestVideo().timesMs);
     }
-    std::vector<size_t> taken;
-    size_t const wanted[] = {1, 4, 99};
-    picture::forEachPicture(video, wanted, [&](auto& at) { taken.push_back(at.index()); });
-    EXPECT_THAT(taken, ElementsAre(1, 4));
 }
 
 TEST_F(Picture, ComesOutOfAPipeToo) {
@@ -318,6 +328,131 @@ TEST_F(PictureCli, IsMeasuredOnce) {
     EXPECT_EQ(brightness({}), measured);
 }
 
+TEST_F(PictureCli, WritesThePicturesThatFrameBuildersGot) {
+    write("out/other", "stays");
+    Outcome const outcome = zsl(plus(mReplay, {"--captures", "3", "--frames", "2", "--pictures",
+                                               path("out"), "--json", path("r.json")}));
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_THAT(outcome.out, HasSubstr("Pictures   9 files in " + path("out") + "\n"));
+    std::vector<int> const shown = shownBy(mVideo);
+    std::vector<std::string> written = {"other"};
+    auto const expectShown = [&](Json const& file, size_t picture, std::string const& described) {
+        ASSERT_TRUE(file.is_string());
+        std::string const name = file;
+        written.push_back(fs::path(name).filename());
+        ASSERT_EQ(shownBy(name).size(), 1u);
+        EXPECT_NEAR(shownBy(name)[0], shown[picture], 4) << name;
+        EXPECT_THAT(contentOf(name), HasSubstr(described));
+        EXPECT_THAT(contentOf(name), HasSubstr("1970:01:01 01:23:2")) << "5000 s of boot time";
+    };
+    Json const told = Json::parse(contentOf(path("r.json")));
+    for (Json const& capture : told["captures"]) {
+        size_t const press = capture["pressFrame"].get<size_t>() - 1;
+        int64_t const sincePressFrame =
+            capture["pressNs"].get<int64_t>() - START - static_cast<int64_t>(press) * 100 * MS;
+        EXPECT_TRUE(0 <= sincePressFrame && sincePressFrame < 100 * MS);
+        expectShown(capture["pressPictureFile"], press,
+                    "press: frame " + std::to_string(press + 1));
+        for (Json const& frame : capture["frames"]) {
+            size_t const picture = frame["chosen"]["picture"]["videoFrame"];
+            expectShown(frame["pictureFile"], picture,
+                        "history frame " + std::to_string(picture + 1) + ", exposed ");
+        }
+    }
+    EXPECT_EQ(contentOf(path("out/capture-0001-frame-0.jpg")).substr(2, 2), "\xFF\xE1") << "EXIF";
+    EXPECT_THAT(files("out"), testing::UnorderedElementsAreArray(written));
+
+    recording::Recording some = steadyRecording(12);
+    some.frames[5].videoFrame = 5;
+    recording::writeRecording(some, path("some.csv"));
+    Outcome const few = zsl({"replay", path("some.csv"), "--video", mVideo, "--press", "900ms",
+                             "--pictures", path("few")});
+    EXPECT_THAT(few.out, HasSubstr("/few; without a picture:\n           capture 1 frame 0, the "
+                                   "press of capture 1\n"));
+}
+
+TEST_F(PictureCli, CopiesWhatTheCapturesCouldHaveHad) {
+    recording::Recording recording = steadyRecording(12);
+    picture::addPictures(recording, measured(mVideo));
+    base::InputFile file(mVideo);
+    picture::PictureReel reel(picture::VideoFile(file), recording.frames);
+    run::ReplayListener listener;
+    listener.pictures = {[&](recording::SensorFrame& frame) { return reel.of(frame); }, nullptr,
+                         true};
+    pipeline::ReplayOptions const options =
+        with(pressing({950}), [](auto& o) { o.history = 3, o.offsetMs = 300; });
+    run::ReplayResult const result = run::replay(recording, options, listener);
+    std::vector<uint32_t> copied;
+    for (auto const& [frameNo, copy] : result.pictures) {
+        copied.push_back(frameNo);
+        EXPECT_EQ(copy.width, 64u);
+        EXPECT_EQ(copy.height, 48u);
+        std::ofstream(path("copy.jpg")) << copy.jpeg;
+        EXPECT_NEAR(shownBy(path("copy.jpg")).at(0), shownBy(mVideo)[frameNo - 1], 6);
+    }
+    EXPECT_THAT(copied, ElementsAre(7, 8, 9, 10)) << "three in the history, and that of the press";
+}
+
+TEST(PictureBuffers, AreFreedAndSharedWithTheirFrames) {
+    auto const plugin = [](char const* name) {
+        return [name](pipeline::ReplayOptions& o) {
+            o.policy = {pipeline::PolicyKind::Plugin,
+                        std::string(SELECTOR_FOLDER "/selector_") + name + ".so"};
+        };
+    };
+    struct {
+        char const* what;
+        std::function<void(pipeline::ReplayOptions&)> change;
+        size_t mostBuilt;  ///< how many more live than are in the history and kept by policies
+        size_t mostKept;
+    } const cases[] = {
+        {"waited for", [](auto&) {}, 1, 0},
+        {"two at a time", [](auto& o) { o.framesPerCapture = 2, o.offsetMs = 400; }, 2, 0},
+        {"kept by a policy", plugin("hoarder"), 0, 47},
+        {"clones", plugin("cloner"), 0, 0},
+        {"flushed", [](auto& o) { o.offsetMs = -20'000, o.flushesNs = {2'500 * MS}; }, 0, 0},
+        {"arriving twice",
+         [](auto& o) {
+             o.faults.rules = {{pipeline::FaultKind::Duplicate, 1, {}}};
+         },
+         1, 0},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::vector<std::weak_ptr<picture::Picture const>> given;
+        auto const living = [&given] {
+            return static_cast<size_t>(std::ranges::count_if(
+                given, [](auto const& picture) { return !picture.expired(); }));
+        };
+        size_t mostBuilt = 0;
+        size_t mostKept = 0;
+        std::vector<run::OccupancySample> occupancy;
+        run::ReplayListener listener;
+        listener.occupancy = &occupancy;
+        listener.pictures.of = [&](recording::SensorFrame const&) {
+            pipeline::Occupancy const now =
+                occupancy.empty() ? pipeline::Occupancy{} : occupancy.back().occupancy;
+            EXPECT_GE(living(), now.history + now.locked);
+            mostBuilt = std::max(mostBuilt, living() - now.history - now.locked);
+            mostKept = std::max(mostKept, now.locked);
+            auto const picture = std::make_shared<picture::Picture const>(nullptr, 4, 3, 0);
+            given.push_back(picture);
+            return picture;
+        };
+        auto const options = with(pressing({1'000, 2'000}), [&](auto& o) {
+            o.history = 6;
+            o.reprocessDelayNs = 250 * MS;
+            c.change(o);
+        });
+        run::ReplayResult const result = run::replay(steadyRecording(), options, listener);
+        EXPECT_EQ(mostBuilt, c.mostBuilt) << outcomesOf(result);
+        EXPECT_EQ(mostKept, c.mostKept);
+        EXPECT_EQ(living(), 0u) << "the pipeline is gone";
+        EXPECT_TRUE(result.ledger.balances());
+        EXPECT_GE(given.size(), 60u);
+    }
+}
+
 TEST_F(PictureCli, RefusesVideosThatDoNotFit) {
     std::string const csv =
         write("named.csv", "Timestamp[nanosec],Video frame\n1000000,\n2000000,12\n");
@@ -332,6 +467,10 @@ TEST_F(PictureCli, RefusesVideosThatDoNotFit) {
          {{"replay", csv, "--any-rate", "--video", mVideo},
           "v.mp4: expected picture 12, which frame 2 of "},
          {{"replay", mVideo, "--from", "1s", "--any-rate"}, "--from 1s: outside of the recording"},
+         {{"replay", mRecording, "--pictures", path("out")},
+          "out: expected a recording with pictures (--video), found " + mRecording + " alone"},
+         {{"replay", mVideo, "--any-rate", "--pictures", csv},
+          "cannot write to the folder '" + csv},
          {{"compare", mRecording, mRecording, "--video", mVideo},
           "--video: expected one for each recording, found 1 for 2"},
          {{"compare", mRecording, "--video", "-"}, "because each run reads it anew"}});

@@ -28,7 +28,7 @@ void paint(AVFrame& frame, int brightness) {
                 bool const isDark = 2 * x < frame.width >> shift && 2 * y < frame.height >> shift;
                 frame.data[plane][y * frame.linesize[plane] + x] =
                     static_cast<uint8_t>(plane > 0 ? 128
-                                         : isDark  ? 16
+                                         : isDark  ? DARK_LUMA
                                                    : brightness);
             }
         }

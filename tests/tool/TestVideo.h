@@ -17,6 +17,8 @@ struct TestVideo {
     bool startsWithIndex = true;
 };
 
+inline constexpr int DARK_LUMA = 40;
+
 /// The luma that picture `index` was painted with.
 constexpr int brightnessOf(size_t index) {
     return 60 + 20 * static_cast<int>(index);

@@ -72,6 +72,7 @@ public:
     AtomicFolder(AtomicFolder const&) = delete;
     AtomicFolder& operator=(AtomicFolder const&) = delete;
 
+    std::string const& path() const { return mPath; }
     /// Where to write the file of that name, from a child process as well.
     std::string newFile(std::string const& name) const { return mTemporary + "/" + name; }
     /// Where it is to be found afterwards.

@@ -57,9 +57,11 @@ private:
 };
 
 /// Measures videos, and shows how far it is. With the cache each is decoded once only. `check` is
-/// called after each picture and may throw, for somebody who wants it to end.
+/// called after each picture and may throw, for somebody who wants it to end. `kept`, where it is
+/// not null, gets the video, somewhere in its pictures, for who wants to see them.
 picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
-                                 std::function<void()> check = {});
+                                 std::function<void()> check = {},
+                                 std::optional<picture::VideoFile>* kept = nullptr);
 
 /// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
 /// input leaves the parsing as an exception whose text says what was expected and found. `streams`

@@ -54,8 +54,9 @@ void Progress::operator()(size_t done, size_t total) {
 }
 
 picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
-                                 std::function<void()> check) {
-    return [&streams, usesCache, check = std::move(check)](base::InputFile& file) {
+                                 std::function<void()> check,
+                                 std::optional<picture::VideoFile>* kept) {
+    return [&streams, usesCache, check = std::move(check), kept](base::InputFile& file) {
         Progress progress(streams.err, streams.showProgress, "pictures");
         picture::VideoFile video(file);
         auto const tell = [&](size_t done, size_t declared) {
@@ -64,7 +65,12 @@ picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
             }
             progress(done, std::max(done, declared));
         };
-        return usesCache ? picture::measureOnce(video, tell) : picture::measureVideo(video, tell);
+        picture::MeasuredVideo measured =
+            usesCache ? picture::measureOnce(video, tell) : picture::measureVideo(video, tell);
+        if (kept != nullptr) {
+            kept->emplace(std::move(video));
+        }
+        return measured;
     };
 }
 

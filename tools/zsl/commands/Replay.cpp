@@ -13,7 +13,9 @@
 #include <vector>
 
 #include "base/AtomicFile.h"
+#include "base/InputError.h"
 #include "base/InputFile.h"
+#include "base/SignalWatch.h"
 #include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
@@ -22,6 +24,7 @@
 #include "log/Explainer.h"
 #include "log/Logcat.h"
 #include "picture/MeasuredVideo.h"
+#include "picture/PictureReel.h"
 #include "pipeline/ProcessorLog.h"
 #include "recording/Recording.h"
 #include "report/Reports.h"
@@ -33,6 +36,7 @@ namespace zebcam::tool::commands {
 
 namespace {
 
+constexpr int kSignalled = 128;           // and the signal, as shells have it
 constexpr size_t kLongRecording = 2'000;  // what is shorter is done before anybody looks
 
 struct ReplayArguments {
@@ -40,6 +44,7 @@ struct ReplayArguments {
     std::optional<std::string> json;
     std::optional<std::string> trace;
     std::optional<std::string> report;
+    std::optional<std::string> pictures;
     bool explain = false;
     std::vector<compare::Limit> limits;
     std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
@@ -50,16 +55,22 @@ struct ReplayArguments {
 
     /// To name a capture, or to ask for more, is to ask for the reasons.
     bool isExplaining() const { return explain || isVerbose || !requests.empty(); }
+    /// Whether somebody is going to look at pictures.
+    bool isShowing() const { return pictures || report; }
 };
 
 /// Listens to a replay for what goes beyond its result: the log for people, the reasons of every
 /// decision, and what a trace shows. What was not asked for costs nothing and stays empty.
 class Observer {
 public:
-    Observer(ReplayArguments const& arguments, CliStreams const& streams)
+    /// `signals`, where not null, end the replay by an exception.
+    Observer(ReplayArguments const& arguments, CliStreams const& streams,
+             base::SignalWatch const* signals)
         : mShownLevel(arguments.options.logLevel),
           mErr(streams.err),
-          mProgress(std::in_place, streams.err, streams.showProgress, "frames", kLongRecording),
+          mSignals(signals),
+          mProgress(std::in_place, streams.err, streams.showProgress, "frames",
+                    arguments.isShowing() ? 0 : kLongRecording),
           mWantsReasons(arguments.isExplaining() || arguments.json || arguments.trace ||
                         arguments.report || !arguments.limits.empty()) {
         if (arguments.trace) {
@@ -73,9 +84,19 @@ public:
                              : mShownLevel;
     }
 
+    /// Throws Interrupted if a signal has come.
+    void check() const {
+        if (mSignals != nullptr) {
+            mSignals->throwIfAny();
+        }
+    }
+
     run::ReplayListener listener() {
         run::ReplayListener listener;
-        listener.progress = [this](size_t frames, size_t total) { (*mProgress)(frames, total); };
+        listener.progress = [this](size_t frames, size_t total) {
+            check();
+            (*mProgress)(frames, total);
+        };
         if (logLevel() > 0) {
             listener.log = [this](int64_t timeNs, host::LogLine const& line) {
                 onLog(timeNs, line);
@@ -127,6 +148,7 @@ private:
 
     uint32_t const mShownLevel;
     std::ostream& mErr;
+    base::SignalWatch const* const mSignals;
     std::optional<Progress> mProgress;
     bool const mWantsReasons;
     log::Explainer mExplainer;
@@ -151,9 +173,11 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
     }
 }
 
-/// What came of a replay, and the frames that were in it. The observation has ended.
+/// What came of a replay, and the frames that were in it. The observation has ended. `folder` is
+/// for pictures; null: nobody wants files of them.
 std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
                                                               ReplayArguments const& arguments,
+                                                              base::AtomicFolder const* folder,
                                                               Observer& observer,
                                                               CliStreams const& streams) {
     pipeline::ReplayOptions options = arguments.options;
@@ -169,9 +193,24 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
         observer.finish();
         return {std::move(replayed.frames), std::move(replayed.replay)};
     }
+    std::optional<picture::VideoFile> video;
     recording::Recording recording = picture::readWithPictures(
-        file, options.input, pictureMeasurer(streams, !arguments.isCacheOff));
-    run::ReplayResult result = run::replay(recording, options, observer.listener());
+        file, options.input,
+        pictureMeasurer(
+            streams, !arguments.isCacheOff, [&observer] { observer.check(); }, &video));
+    run::ReplayListener listener = observer.listener();
+    if (arguments.pictures && !video) {
+        throw base::InputError(fmt::format(
+            "--pictures {}: expected a recording with pictures (--video), found {} alone",
+            *arguments.pictures, recording.path));
+    }
+    if (arguments.isShowing() && video) {
+        auto const reel =
+            std::make_shared<picture::PictureReel>(*std::move(video), recording.frames);
+        listener.pictures = {[reel](recording::SensorFrame& frame) { return reel->of(frame); },
+                             folder, arguments.report.has_value()};
+    }
+    run::ReplayResult result = run::replay(recording, options, listener);
     observer.finish();
     if (arguments.isExplaining() || arguments.json || arguments.report) {
         run::addDefaultOutcomes(recording, result);
@@ -227,11 +266,19 @@ int runReplay(CLI::App const& command, ReplayArguments const& arguments,
     base::ResultFile json(arguments.json, streams.out);
     base::ResultFile trace(arguments.trace, streams.out);
     base::ResultFile report(arguments.report, streams.out);
+    std::optional<base::SignalWatch> signals;
+    std::optional<base::AtomicFolder> pictures;
+    if (arguments.pictures) {
+        // A signal must not end the program while the folder is half made.
+        signals.emplace();
+        pictures.emplace(*arguments.pictures);
+    }
 
     auto const watch = watchPolicy("zsl replay", arguments.options.policy, arguments.policyLimit);
-    Observer observer(arguments, streams);
+    Observer observer(arguments, streams, signals ? &*signals : nullptr);
     // Not as a structured binding, which clang 14 does not let lambdas capture.
-    auto replayed = replayFile(command, arguments, observer, streams);
+    auto replayed =
+        replayFile(command, arguments, pictures ? &*pictures : nullptr, observer, streams);
     recording::Recording const& recording = replayed.first;
     run::ReplayResult& result = replayed.second;
     log::Explanation const* const reasons = observer.explanation();
@@ -241,6 +288,9 @@ int runReplay(CLI::App const& command, ReplayArguments const& arguments,
             limit.check(compare::numbersOf(result, compare::countRefusals(*reasons))));
     }
 
+    if (pictures) {
+        pictures->commit(result.pictureFiles);
+    }
     json.put([&](std::ostream& out) {
         report::writeJson(recording, result, reasons, streams.provenance, out);
     });
@@ -294,9 +344,16 @@ void addReplayCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
             "Tell each try and frame of the reasons on its own, with times in ns");
     addFile(*command, "--trace", arguments->trace, "Write a trace for ui.perfetto.dev");
     addReportOption(*command, arguments->report);
+    addFile(*command, "--pictures", arguments->pictures,
+            "Write the pictures of the chosen frames and of the presses into this folder, as JPEG")
+        ->type_name("FOLDER");
     addLimitOption(*command, arguments->limits);
     command->callback([command, arguments, &streams, &exitStatus] {
-        exitStatus = runReplay(*command, *arguments, streams);
+        try {
+            exitStatus = runReplay(*command, *arguments, streams);
+        } catch (base::Interrupted const& interrupted) {
+            exitStatus = kSignalled + interrupted.signal();
+        }
     });
 }
 

@@ -30,6 +30,7 @@ struct FreedBy {
 };
 
 constexpr ExifByteOrder kOrder = EXIF_BYTE_ORDER_INTEL;
+constexpr uint32_t kSrgb = 1;
 
 /// An EXIF block that is being written.
 class Exif {
@@ -63,6 +64,12 @@ public:
         Entry const entry = add(EXIF_IFD_EXIF, tag);
         exif_entry_initialize(entry.get(), tag);
         exif_set_rational(entry->data, kOrder, ratio);
+    }
+
+    void addVersion(char const (&version)[5]) {
+        Entry const entry = add(EXIF_IFD_EXIF, EXIF_TAG_EXIF_VERSION);
+        exif_entry_initialize(entry.get(), EXIF_TAG_EXIF_VERSION);
+        std::memcpy(entry->data, version, entry->size);
     }
 
     /// With what the standard gives it.
@@ -116,8 +123,8 @@ ExifRational distanceOf(float diopters) {
 std::string exifOf(Pixels const& rgb, PictureFacts const& facts) {
     Exif exif;
     exif.addDefault(EXIF_IFD_0, EXIF_TAG_ORIENTATION);
-    exif.addDefault(EXIF_IFD_EXIF, EXIF_TAG_EXIF_VERSION);
-    exif.addDefault(EXIF_IFD_EXIF, EXIF_TAG_COLOR_SPACE);
+    exif.addVersion("0231");  // which has offsets of times
+    exif.addNumber(EXIF_TAG_COLOR_SPACE, kSrgb);
     exif.addNumber(EXIF_TAG_PIXEL_X_DIMENSION, rgb.width);
     exif.addNumber(EXIF_TAG_PIXEL_Y_DIMENSION, rgb.height);
     if (!facts.description.empty()) {

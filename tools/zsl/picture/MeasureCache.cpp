@@ -1,10 +1,12 @@
 #include "picture/MeasureCache.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "base/AtomicFile.h"
 
@@ -16,7 +18,9 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 /// To be raised when a measure comes to something else, or the form of the file changes.
-constexpr char kForm[] = "measures-1";
+constexpr char kForm[] = "measures-2";
+/// Of all files: an hour of video has some 17 MB.
+constexpr uintmax_t kMostBytes = 128'000'000;
 
 Json toJson(MeasuredVideo const& video) {
     Json sharpness = Json::array(), motion = sharpness, brightness = sharpness, clipped = sharpness;
@@ -66,6 +70,36 @@ std::optional<MeasuredVideo> read(fs::path const& path) {
     }
 }
 
+struct CachedFile {
+    fs::file_time_type usedAt;
+    uintmax_t bytes = 0;
+    fs::path path;
+};
+
+/// Removes those files of `folder`, of any form, that were not used for longest, until what is left
+/// is as small as it has to be. Another process may do so at the same time.
+void prune(fs::path const& folder) {
+    std::error_code error;
+    std::vector<CachedFile> files;
+    uintmax_t bytes = 0;
+    for (fs::recursive_directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        std::error_code gone;
+        if (entry->is_regular_file(gone)) {
+            files.push_back({entry->last_write_time(gone), entry->file_size(gone), entry->path()});
+            bytes += gone ? 0 : files.back().bytes;
+        }
+    }
+    std::ranges::sort(files, {}, &CachedFile::usedAt);
+    for (CachedFile const& file : files) {
+        if (bytes <= kMostBytes) {
+            break;
+        }
+        fs::remove(file.path, error);
+        bytes -= std::min(bytes, file.bytes);
+    }
+}
+
 void write(fs::path const& path, MeasuredVideo const& video) {
     std::error_code ignored;
     fs::create_directories(path.parent_path(), ignored);
@@ -76,6 +110,7 @@ void write(fs::path const& path, MeasuredVideo const& video) {
     } catch (base::OutputError const&) {
         // Nobody asked for the file: the next one measures again.
     }
+    prune(path.parent_path().parent_path());
 }
 
 }  // namespace
@@ -99,6 +134,8 @@ MeasuredVideo measureOnce(VideoFile& video, std::function<void(size_t, size_t)> 
     }
     fs::path const path = *folder / kForm / (video.contentKey() + ".json");
     if (auto known = read(path)) {
+        std::error_code ignored;
+        fs::last_write_time(path, fs::file_time_type::clock::now(), ignored);  // it was used
         known->path = video.name();
         return *std::move(known);
     }

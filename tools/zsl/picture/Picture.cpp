@@ -46,6 +46,16 @@ Pixels turned(Pixels from, int rotation, size_t size) {
     return to;
 }
 
+/// From video's range to the whole. The scaler does so itself, unless it has nothing to scale.
+void widenRange(std::vector<uint8_t>& luma) {
+    constexpr int kBlack = 16;
+    constexpr int kWhite = 235;
+    for (uint8_t& value : luma) {
+        value = static_cast<uint8_t>((std::clamp<int>(value, kBlack, kWhite) - kBlack) * 255 /
+                                     (kWhite - kBlack));
+    }
+}
+
 /// Whether the first plane of that format holds a byte of luma for each point.
 bool isLumaPlane(AVPixelFormat format) {
     AVPixFmtDescriptor const* const traits = av_pix_fmt_desc_get(format);
@@ -102,6 +112,13 @@ Pixels Picture::pixels(PixelKind kind, uint32_t width) const {
     uint8_t* const planes[4] = {scaled.bytes.data(), nullptr, nullptr, nullptr};
     int const strides[4] = {static_cast<int>(scaled.width * size), 0, 0, 0};
     sws_scale(scaler, mFrame->data, mFrame->linesize, 0, mFrame->height, planes, strides);
+    bool const isCopied = kind == PixelKind::Luma &&
+                          isLumaPlane(static_cast<AVPixelFormat>(mFrame->format)) &&
+                          scaled.width == static_cast<uint32_t>(mFrame->width) &&
+                          scaled.height == static_cast<uint32_t>(mFrame->height);
+    if (isCopied && mFrame->color_range != AVCOL_RANGE_JPEG) {
+        widenRange(scaled.bytes);
+    }
     return turned(std::move(scaled), mRotation, size);
 }
 

@@ -225,9 +225,7 @@ void CaptureBook::book(BuiltFrame const& frame, Served served, std::optional<siz
     outcome.answeredNs = nowNs();
     outcome.tryIndex = tryIndex;
     if (tryIndex && !record.tries.empty()) {
-        // Where only the newest try is kept, it is the last one.
-        size_t const kept = std::min(*tryIndex, record.tries.size() - 1);
-        record.tries[kept].builtFrames.push_back(frame.index);
+        record.tries[keptTry(record, *tryIndex)].builtFrames.push_back(frame.index);
     }
     // One that was built from metadata alone has no buffer of the hand-out any more.
     if (auto const entry = frame.builder->historyEntry()) {
@@ -243,6 +241,11 @@ void CaptureBook::book(BuiltFrame const& frame, Served served, std::optional<siz
     ++mTotals.served[served];
     // A frame is booked once, so that a capture is whole with its last one and only then.
     mTotals.answeredCaptures += record.isAnswered() ? 1 : 0;
+}
+
+/// Where only the newest try is kept, it is the last one.
+size_t CaptureBook::keptTry(CaptureRecord const& record, size_t tryIndex) {
+    return std::min(tryIndex, record.tries.size() - 1);
 }
 
 void CaptureBook::setEarlyShutter(uint32_t requestNo, std::optional<int64_t> timestampNs) {
@@ -263,6 +266,21 @@ void CaptureBook::endResult(BuiltFrame const& frame, std::optional<int64_t> repo
     FrameOutcome& outcome = capture.record.frames[frame.index];
     outcome.resultNs = nowNs();
     outcome.reportedNs = reportedNs;
+}
+
+CaptureRecord CaptureBook::recordOf(BuiltFrame const& frame) const {
+    LockGuard const lock(mLock);
+    // Not copied whole: a capture that waited has many tries.
+    CaptureRecord const& record = mCaptures.at(frame.capture).record;
+    CaptureRecord known;
+    known.requestNo = record.requestNo;
+    known.pressNs = record.pressNs;
+    known.frames = record.frames;
+    auto const tryIndex = record.frames.at(frame.index).tryIndex;
+    if (tryIndex && !record.tries.empty()) {
+        known.tries.push_back(record.tries[keptTry(record, *tryIndex)]);
+    }
+    return known;
 }
 
 uint32_t CaptureBook::requestNoOf(size_t capture) const {

@@ -130,6 +130,9 @@ public:
     /// It was told, and the application saw this sensor timestamp in it.
     void endResult(BuiltFrame const& frame, std::optional<int64_t> reportedNs) EXCLUDES(mLock);
 
+    /// What is known so far of the capture of a frame that came back, of its tries only the one
+    /// that built it: none of a flushed frame.
+    CaptureRecord recordOf(BuiltFrame const& frame) const EXCLUDES(mLock);
     uint32_t requestNoOf(size_t capture) const EXCLUDES(mLock);
     /// As the processor counts it.
     int64_t ageMs(size_t capture) const EXCLUDES(mLock);
@@ -161,6 +164,7 @@ private:
     void answer(BuiltFrame const& frame, bool isFlush, size_t remaining) REQUIRES(mLock);
     void book(BuiltFrame const& frame, Served served, std::optional<size_t> tryIndex)
         REQUIRES(mLock);
+    static size_t keptTry(CaptureRecord const& record, size_t tryIndex);
 
     Tries const mKept;
     mutable Mutex mLock;

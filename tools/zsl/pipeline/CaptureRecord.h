@@ -6,6 +6,7 @@
 #include <map>
 #include <numeric>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "pipeline/ReplayOptions.h"
@@ -73,6 +74,8 @@ struct FrameOutcome {
     std::optional<recording::SensorFrame> chosen{};  ///< what the sensor told of the history frame
     /// Sharpness of its picture by that of the sharpest in the history when it was chosen.
     std::optional<double> sharpnessShare{};
+    /// Where its picture was written, of the buffer that the frame builder got.
+    std::optional<std::string> pictureFile{};
 
     /// A policy chose a history frame for it, which it got.
     bool isChosen() const {
@@ -88,7 +91,8 @@ struct CaptureRecord {
     std::optional<int64_t> earlyShutterNs;     ///< timestamp of the early shutter, if one was sent
     /// Number of the frame that was being exposed at the press, or else of the last one before it.
     std::optional<uint32_t> pressFrame{};
-    std::vector<FrameOutcome> frames;  ///< by index
+    std::optional<std::string> pressPictureFile{};  ///< where its picture was written
+    std::vector<FrameOutcome> frames;               ///< by index
     std::vector<TryRecord> tries;
     FaultSet faults;  ///< that were injected into it and its tries
 

@@ -299,6 +299,7 @@ Json frameJson(pipeline::CaptureRecord const& capture, size_t index) {
         {"waitNs", orNull(capture.waitNs(frame))},
         {"resultNs", orNull(frame.resultNs)},
         {"reportedTimestampNs", orNull(frame.reportedNs)},
+        {"pictureFile", orNull(frame.pictureFile)},
         {"chosen", frame.chosen ? chosenJson(*frame.chosen, frame.sharpnessShare) : Json(nullptr)}};
 }
 

@@ -118,6 +118,8 @@ Json captureJson(pipeline::CaptureRecord const& capture, log::CaptureExplanation
                         return Json{{"sensorId", required.first}, {"sensorMode", required.second}};
                     })},
             {"earlyShutterNs", orNull(capture.earlyShutterNs)},
+            {"pressFrame", orNull(capture.pressFrame)},
+            {"pressPictureFile", orNull(capture.pressPictureFile)},
             {"faults", pipeline::namesOf(capture.faults)},
             {"answer", orNull(answer)},
             {"frames", std::move(frames)},

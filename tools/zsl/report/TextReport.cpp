@@ -333,6 +333,35 @@ std::string verdictText(run::DeviceVerdict const& verdict, TextStyle const& styl
 
 namespace {
 
+/// How many pictures were written, and of which frames there was none to be written.
+std::string pictureFilesText(TextStyle const& style, run::ReplayResult const& result) {
+    if (result.pictureFolder.empty()) {
+        return "";
+    }
+    std::vector<std::string> missing;
+    for (pipeline::CaptureRecord const& capture : result.captures) {
+        for (size_t i = 0; i < capture.frames.size(); ++i) {
+            if (!capture.frames[i].pictureFile) {
+                missing.push_back(fmt::format("capture {} frame {}", capture.requestNo, i));
+            }
+        }
+        if (!capture.pressPictureFile) {
+            missing.push_back(fmt::format("the press of capture {}", capture.requestNo));
+        }
+    }
+    constexpr size_t kMostNamed = 8;
+    std::string text = fmt::format("{} in {}", counted(result.pictureFiles.size(), "file", "files"),
+                                   base::printable(result.pictureFolder));
+    if (!missing.empty()) {
+        size_t const named = std::min(missing.size(), kMostNamed);
+        text += fmt::format(
+            "; without a picture: {}",
+            fmt::join(missing.begin(), missing.begin() + static_cast<std::ptrdiff_t>(named), ", "));
+        text += missing.size() > named ? fmt::format(" and {} more", missing.size() - named) : "";
+    }
+    return labelled(style, "Pictures", text, missing.empty() ? Tone::Heading : Tone::Doubtful);
+}
+
 std::string reasonsText(recording::Recording const& recording, run::ReplayResult const& result,
                         log::Explanation const& explanation, ReasonsStyle how) {
     how.names = explanation.streamNames;
@@ -378,7 +407,7 @@ std::string textReport(recording::Recording const& recording, run::ReplayResult 
     }
     // At the end, where a terminal shows it: what most people run a replay for.
     text += servedText(style, result.summary) + lagText(style, result.summary.lag) +
-            picturesText(style, result.summary.pictures) +
+            picturesText(style, result.summary.pictures) + pictureFilesText(style, result) +
             ledgerText(style, result.ledger, result.unsettled, result.firstTimestampNs) +
             troublesText(style, result.errorLines, result.failures) +
             limitsText(style, result.limits) +

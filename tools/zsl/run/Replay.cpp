@@ -45,6 +45,8 @@ public:
           mFaults(
               pipeline::makeFaultInjector(options.faults, mStartNs, recording.medianIntervalNs)),
           mClock({.bootTimeNs = mStartNs}),
+          mPresses(pipeline::pressTimes(recording, options)),
+          mPictures(listener.pictures, mPresses.size(), options.history),
           mPipeline(listeningOptions()) {
         schedule();
     }
@@ -73,6 +75,11 @@ private:
         options.isRepeat = mListener.isRepeat;
         options.skipRepeat = mListener.skipRepeat;
         options.pause = [this](int64_t ns) { mClock.advance(ns); };
+        if (mPictures.areWanted()) {
+            options.contentOf = [this](recording::SensorFrame const& frame) {
+                return mPictures.of(frame.frameNo);
+            };
+        }
         if (mListener.log) {
             options.logSink = [this](host::LogLine const& line) {
                 mListener.log(mClock.bootTimeNs() - mStartNs, line);
@@ -82,10 +89,11 @@ private:
     }
 
     void schedule() {
-        mPresses = pipeline::pressTimes(mRecording, mOptions);
         int64_t const endNs = scheduleSensor();
         for (size_t i = 0; i < mPresses.size(); ++i) {
             mQueue.push({mStartNs + mPresses[i], EventKind::Press, i});
+            mPictures.expectPress(static_cast<uint32_t>(i + 1), pressFrame(mPresses[i]),
+                                  mStartNs + mPresses[i]);
         }
         for (size_t i = 0; i < mOptions.dumpsNs.size(); ++i) {
             mQueue.push({mStartNs + mOptions.dumpsNs[i], EventKind::Dump, i});
@@ -146,12 +154,21 @@ private:
                 reprocess(mPipeline.flush());
                 break;
         }
+        mPictures.release();
+    }
+
+    /// That was being exposed then, or else the last one before. No press is before the first.
+    recording::SensorFrame const& pressFrame(int64_t pressNs) const {
+        return *std::prev(std::ranges::upper_bound(mRecording.frames, mStartNs + pressNs, {},
+                                                   &recording::SensorFrame::timestampNs));
     }
 
     void arrive(size_t which) {
         if (mFaults != nullptr && !mArrivalsNs[which]) {  // not the second time, of a duplicate
             mArrivalsNs[which] = mClock.bootTimeNs();
         }
+        mPictures.hold();
+        mPictures.arrive(mFrames[which].frame);
         reprocess(mPipeline.arrive(mFrames[which]));
         if (mListener.progress) {
             mListener.progress(++mArrived, mArrivals);
@@ -165,6 +182,7 @@ private:
                 mQueue.push({*flushNs, EventKind::FaultFlush, which});
             }
         }
+        mPictures.hold();
         reprocess(mPipeline.submit(mOptions.framesPerCapture,
                                    pipeline::sensorModesAt(mRecording, mPresses[which])));
     }
@@ -174,7 +192,35 @@ private:
             // From now, not from when the event was due: what served it may have come late.
             mQueue.push({mClock.bootTimeNs() + mReprocessNs, EventKind::Result, mBuilt.size()});
             mBuilt.push_back(frame);
+            if (mPictures.areWanted()) {
+                pipeline::CaptureRecord const capture = mPipeline.captures().recordOf(frame);
+                auto const historyFrame = capture.frames[frame.index].historyFrame;
+                mPictures.built(frame, capture, historyFrame ? findFrame(*historyFrame) : nullptr);
+            }
         }
+    }
+
+    recording::SensorFrame const* findFrame(uint32_t frameNo) const {
+        auto const found = std::ranges::lower_bound(
+            mFrames, frameNo, {},
+            [](pipeline::ReportedFrame const& reported) { return reported.frame.frameNo; });
+        bool const isThere = found != mFrames.end() && found->frame.frameNo == frameNo;
+        return isThere ? &found->frame : nullptr;
+    }
+
+    /// What is known of each capture, with what the sensor told of its frames.
+    std::vector<pipeline::CaptureRecord> finishCaptures() const {
+        std::vector<pipeline::CaptureRecord> captures = mPipeline.captures().records();
+        addChosenFrames(captures, [this](uint32_t frameNo) { return findFrame(frameNo); });
+        for (size_t i = 0; i < captures.size(); ++i) {
+            captures[i].pressFrame = pressFrame(mPresses[i]).frameNo;
+            for (pipeline::FrameOutcome& frame : captures[i].frames) {
+                if (frame.chosen) {
+                    frame.chosen = recording::withoutAssumed(*frame.chosen, mRecording);
+                }
+            }
+        }
+        return captures;
     }
 
     ReplayResult finishResult() {
@@ -186,21 +232,8 @@ private:
         result.options = mOptions;
         result.options.policy.ownName = mPolicyName;
         result.offsetMs = pipeline::offsetInForceMs();
-        result.captures = mPipeline.captures().records();
-        addChosenFrames(result.captures, [this](uint32_t frameNo) {
-            auto const found = std::ranges::lower_bound(
-                mFrames, frameNo, {},
-                [](pipeline::ReportedFrame const& reported) { return reported.frame.frameNo; });
-            bool const isThere = found != mFrames.end() && found->frame.frameNo == frameNo;
-            return isThere ? &found->frame : nullptr;
-        });
-        for (pipeline::CaptureRecord& capture : result.captures) {
-            for (pipeline::FrameOutcome& frame : capture.frames) {
-                if (frame.chosen) {
-                    frame.chosen = recording::withoutAssumed(*frame.chosen, mRecording);
-                }
-            }
-        }
+        result.captures = finishCaptures();
+        mPictures.finish(result);
         result.summary = summarize(result.captures, result.offsetMs);
         result.ledger = mPipeline.ledger().totals();
         result.unsettled = mPipeline.ledger().unsettled();
@@ -231,9 +264,10 @@ private:
     std::shared_ptr<pipeline::FaultInjector> const mFaults;
     std::string mPolicyName;  ///< of a library's policy
     platform::VirtualClock mClock;
+    std::vector<int64_t> const mPresses;
+    CapturePictures mPictures;
     pipeline::SimulatedPipeline mPipeline;
     std::priority_queue<Event> mQueue;
-    std::vector<int64_t> mPresses;
     std::vector<pipeline::ReportedFrame> mFrames;
     std::vector<std::optional<int64_t>> mArrivalsNs;  ///< with faults
     size_t mArrivals = 0;                             ///< that are due, over the whole replay

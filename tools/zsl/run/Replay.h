@@ -10,6 +10,7 @@
 #include "pipeline/ReplayOptions.h"
 #include "pipeline/SimulatedPipeline.h"
 #include "recording/Recording.h"
+#include "run/CapturePictures.h"
 #include "run/ReplayResult.h"
 
 namespace zebcam::tool::run {
@@ -33,6 +34,7 @@ struct ReplayListener {
     /// the log is wanted whole.
     std::function<void(uint32_t requestNo, int64_t ageMs)> skipRepeat;
     std::vector<OccupancySample>* occupancy = nullptr;  ///< gets one for each instant, as it ends
+    PictureWishes pictures{};
 
     /// To be told after each event, if there is somebody to hear it.
     void addOccupancy(int64_t bootTimeNs, pipeline::Occupancy const& now) const;

@@ -136,6 +136,8 @@ struct ReplayResult {
     /// By frame number, of those that the captures could have had when they were served, or that
     /// policies kept, and of their press frames. Empty unless somebody wants to look at them.
     std::map<uint32_t, PictureCopy> pictures;
+    std::string pictureFolder;              ///< of the captures' files; empty: nobody wanted them
+    std::vector<std::string> pictureFiles;  ///< their names in it
     host::BufferLedger::Totals ledger;
     std::vector<host::LedgerLine> unsettled;  ///< buffer sets that were not given back
     int64_t longestHeldNs = 0;

@@ -1,0 +1,74 @@
+#include "picture/PictureReel.h"
+
+#include <utility>
+
+namespace zebcam::tool::picture {
+
+namespace {
+
+/// What may be passed over: a second of 1080p, which is more than frames overtake each other by.
+constexpr size_t kMostKeptPoints = 32 * size_t{1920} * 1080;
+/// Of whom it is known whether somebody still holds them.
+constexpr size_t kMostGiven = 1'000;
+
+}  // namespace
+
+PictureReel::PictureReel(VideoFile video, std::vector<recording::SensorFrame> const& frames)
+    : mVideo(std::move(video)) {
+    for (recording::SensorFrame const& frame : frames) {
+        if (frame.videoFrame) {
+            mWanted.insert(*frame.videoFrame);
+        }
+    }
+    mVideo.rewind();
+}
+
+std::shared_ptr<Picture const> PictureReel::of(recording::SensorFrame const& frame) {
+    if (!frame.videoFrame) {
+        return nullptr;
+    }
+    size_t const index = *frame.videoFrame;
+    mWanted.erase(index);
+    std::shared_ptr<Picture const> picture;
+    if (auto kept = mKept.extract(index)) {
+        picture = std::move(kept.mapped());
+    } else if (auto const given = mGiven.find(index); given != mGiven.end()) {
+        picture = given->second.lock();
+    }
+    if (picture == nullptr) {
+        picture = decode(index);
+    }
+    mGiven[index] = picture;
+    if (mGiven.size() > kMostGiven) {
+        mGiven.erase(mGiven.begin());
+    }
+    return picture;
+}
+
+std::shared_ptr<Picture const> PictureReel::decode(size_t index) {
+    if (index < mNext) {
+        mVideo.rewind();
+        mNext = 0;
+    }
+    while (mVideo.next()) {
+        if (mNext++ == index) {
+            return mVideo.picture();
+        }
+        keep(mNext - 1);
+    }
+    return nullptr;
+}
+
+void PictureReel::keep(size_t index) {
+    if (!mWanted.contains(index)) {
+        return;
+    }
+    Picture const& picture = *mVideo.picture();
+    mKept[index] = mVideo.picture();
+    // The first to go is the one that has waited longest: of a frame that is lost, most likely.
+    if (mKept.size() * picture.width() * picture.height() > kMostKeptPoints) {
+        mKept.erase(mKept.begin());
+    }
+}
+
+}  // namespace zebcam::tool::picture
