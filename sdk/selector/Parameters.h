@@ -11,6 +11,9 @@ namespace kit {
 /// parameter NAME is the system property `vendor.debug.camera3.zsl.policy.NAME`. All policies of a
 /// process share them, so that a name should tell whose it is where two mean different things.
 ///
+/// The names that are read here are all that the library takes; it exports them as
+/// `parameterNames`, so that `zsl` refuses others.
+///
 /// A value that makes no sense costs a line on standard error and leaves the variable as it was.
 class Parameters {
 public:
@@ -18,7 +21,7 @@ public:
     explicit Parameters(char const* policy) : mPolicy(policy) {}
 
     /// Replaces `value`, if the parameter is set, by its number from 0 to `max`; `unit` is for the
-    /// line on standard error.
+    /// line on standard error. `name` is not copied.
     template <typename Number>
     void read(char const* name, Number& value, double max, char const* unit = "") {
         auto number = static_cast<double>(value);

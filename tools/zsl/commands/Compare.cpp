@@ -50,7 +50,7 @@ void requireUsable(CLI::App const& command, CompareArguments const& arguments) {
     requireConsistent(command, plan.common, plan.policies, command.count("--offset") > 0);
     std::error_code ignored;  // whoever opens it will say more
     for (pipeline::PolicyOption const& policy : plan.policies) {
-        std::string const path = policy.libraryPath();
+        std::string const path = policy.file();
         if (!path.empty() && !fs::exists(path, ignored)) {
             throw base::InputError(fmt::format("--policy {}: there is no such file", path));
         }
@@ -235,10 +235,9 @@ std::pair<std::string, std::vector<std::string>> parsePolicyParameters(std::stri
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     command.option_defaults()->group(kCaptures);
     addParsed(command, "--policy", plan.policies, parsePolicy,
-              "default, cshot, multiframe, best-shot or a library with a policy [default: "
-              "default]; may be "
-              "repeated",
-              "NAME|PATH.so");
+              "default, cshot, multiframe, best-shot, a library with a policy or a rule in Python "
+              "[default: default]; may be repeated",
+              "NAME|PATH.so|PATH.py");
     auto const addParameter = [&plan](std::string const& text) {
         auto const [name, values] = parsePolicyParameters(text);
         auto& all = plan.policyParameters;
@@ -252,11 +251,11 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
             known->second.insert(known->second.end(), values.begin(), values.end());
         }
     };
-    addValue(command, "--policy-option", addParameter,
-             "Give best-shot and the libraries' policies a parameter, or try one value after "
-             "another; may be "
-             "repeated",
-             "NAME=VALUE[,VALUE...]", true);
+    addValue(
+        command, "--policy-option", addParameter,
+        "Give best-shot and the files' policies a parameter, or try one value after another; may "
+        "be repeated",
+        "NAME=VALUE[,VALUE...]", true);
     addParsed(
         command, "--offset", plan.offsetsMs, parseMilliseconds,
         "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",

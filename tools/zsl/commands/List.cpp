@@ -55,6 +55,10 @@ Table policies() {
     table.addRow({"PATH.so",
                   "what the policy in this library says; the path has a slash or ends "
                   "with .so"});
+    table.addRow(
+        {"PATH.py",
+         "what the function choose() of this file says, in Python; docs/policies.md begins "
+         "with one"});
     return table;
 }
 

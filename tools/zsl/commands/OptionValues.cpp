@@ -23,6 +23,7 @@
 #include "picture/VideoFile.h"
 #include "pipeline/ProcessorProperties.h"
 #include "report/Page.h"
+#include "script/Rule.h"
 
 namespace zebcam::tool::commands {
 
@@ -123,13 +124,17 @@ pipeline::PolicyOption parsePolicy(std::string const& text) {
         }
     }
     // As dlopen tells a path from a name, so that a misspelt policy is not looked for as a file.
-    if (text.find('/') != std::string::npos || text.ends_with(".so")) {
+    bool const isRule = text.ends_with(script::RULE_SUFFIX);
+    if (isRule || text.find('/') != std::string::npos || text.ends_with(".so")) {
+        if (isRule && !script::canRunRules()) {
+            throw std::invalid_argument(script::NO_RULES);
+        }
         return {pipeline::PolicyKind::Plugin, text};
     }
     std::vector<std::string> const names = policyNames();
-    throw std::invalid_argument(fmt::format("expected {}, or the path of a library, found {}{}",
-                                            base::anyOf(names), base::quoteContent(text),
-                                            base::didYouMean(text, names)));
+    throw std::invalid_argument(
+        fmt::format("expected {}, or the path of a library or of a rule (.py), found {}{}",
+                    base::anyOf(names), base::quoteContent(text), base::didYouMean(text, names)));
 }
 
 uint32_t parseLogLevel(std::string const& text) {
@@ -368,10 +373,11 @@ void addServiceOptions(CLI::App& command, pipeline::ReplayOptions& options) {
     addCount(command, "--frames", options.framesPerCapture, kMaxFramesPerCapture,
              "Frames of each capture");
     addParsed(command, "--policy", options.policy, parsePolicy,
-              "default, cshot, multiframe, best-shot or a library with a policy [default: default]",
-              "NAME|PATH.so");
+              "default, cshot, multiframe, best-shot, a library with a policy or a rule in Python "
+              "[default: default]",
+              "NAME|PATH.so|PATH.py");
     addParsed(command, "--policy-option", options.policyParameters, parsePolicyParameter,
-              "Give best-shot or the library's policy a parameter; may be repeated", "NAME=VALUE");
+              "Give best-shot or the file's policy a parameter; may be repeated", "NAME=VALUE");
     addParsed(command, "--offset", options.offsetMs, parseMilliseconds,
               "How long before the press the wanted instant lies (ZSL offset), whole ms", "T");
     addCount(command, "--history", options.history, kMaxHistory, "Frames that the history keeps")
@@ -390,13 +396,13 @@ void addCaptureOptions(CLI::App& command, pipeline::ReplayOptions& options) {
 
 void addPolicyLimit(CLI::App& command, std::chrono::nanoseconds& limit) {
     addParsed(command, "--time-limit", limit, parseTimeLimit,
-              "Give up when a library's policy takes longer for an answer [default: 600s]", "T");
+              "Give up when a policy from a file takes longer for an answer [default: 600s]", "T");
 }
 
 std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
                                                    pipeline::PolicyOption const& policy,
                                                    std::chrono::nanoseconds limit) {
-    std::string const path = policy.libraryPath();
+    std::string const path = policy.file();
     return path.empty() ? nullptr
                         : std::make_unique<pipeline::PolicyWatch>(command, path, limit, kBadInput);
 }
@@ -453,11 +459,11 @@ void requireConsistent(CLI::App const& command, pipeline::ReplayOptions const& o
     }
     bool const takesParameters =
         std::any_of(policies.begin(), policies.end(),
-                    [](auto const& policy) { return !policy.libraryPath().empty(); });
+                    [](auto const& policy) { return !policy.file().empty(); });
     if (command.count("--policy-option") > 0 && !takesParameters) {
         throw CLI::ValidationError("--policy-option",
-                                   "expected best-shot or a library as --policy, because the "
-                                   "built-in policies take no parameters");
+                                   "expected best-shot, a library or a rule as --policy, because "
+                                   "the built-in policies take no parameters");
     }
     bool const hasTimeout = std::any_of(policies.begin(), policies.end(), [](auto const& policy) {
         return policy.kind == pipeline::PolicyKind::Multiframe;

@@ -40,7 +40,7 @@ int64_t parseBootTime(std::string const& text);
 int64_t parseMilliseconds(std::string const& text);
 
 /// `default`, `cshot`, `multiframe`, `best-shot`, or the path of a library (which contains a slash
-/// or ends with `.so`).
+/// or ends with `.so`) or of a rule (ends with `.py`).
 pipeline::PolicyOption parsePolicy(std::string const& text);
 
 /// The policies that need no path.

@@ -25,7 +25,7 @@ std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan) {
     std::vector<pipeline::ReplayOptions> settings;
     for (pipeline::PolicyOption const& policy : plan.policies) {
         std::vector<pipeline::PolicyParameters> choices(1);
-        bool const takesParameters = !policy.libraryPath().empty();
+        bool const takesParameters = !policy.file().empty();
         for (auto const& [name, values] : plan.policyParameters) {
             std::vector<pipeline::PolicyParameters> const shorter =
                 takesParameters ? std::exchange(choices, {})

@@ -13,6 +13,7 @@
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "pipeline/PolicyWatch.h"
+#include "script/Rule.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -25,12 +26,17 @@ std::string loaderReason() {
     return reason != nullptr ? reason : "no reason given";
 }
 
-std::shared_ptr<void> openLibrary(std::string const& path) {
+void requireFile(std::string const& path) {
     std::error_code ignored;
     if (!std::filesystem::exists(path, ignored)) {
         throw base::InputError(fmt::format("--policy {}: there is no such file", path));
     }
+}
+
+std::shared_ptr<void> openLibrary(std::string const& path) {
+    requireFile(path);
     PolicyQuestion const question("dlopen()");
+    std::error_code ignored;
     // An absolute path keeps the loader from looking in its own folders.
     std::string const absolute = std::filesystem::absolute(path, ignored).string();
     void* const handle = dlopen(absolute.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -61,16 +67,70 @@ ISelector* create(void* library, std::string const& path) {
     }
 }
 
-}  // namespace
+/// Empty where the library does not tell.
+std::optional<std::vector<std::string>> parameterNames(void* library) {
+    auto const function =
+        reinterpret_cast<char const* const* (*)()>(dlsym(library, "parameterNames"));
+    if (function == nullptr) {
+        return std::nullopt;
+    }
+    PolicyQuestion const question("parameterNames()");
+    std::vector<std::string> names;
+    for (char const* const* name = function(); *name != nullptr; ++name) {
+        names.emplace_back(*name);
+    }
+    return names;
+}
 
-std::shared_ptr<ISelector> loadSelector(std::string const& path) {
+LoadedPolicy loadLibrary(std::string const& path) {
     std::shared_ptr<void> library = openLibrary(path);
     ISelector* const selector = create(library.get(), path);
     if (selector == nullptr) {
         throw base::InputError(fmt::format("--policy {}: create() gave null", path));
     }
+    auto names = parameterNames(library.get());
     // The deleter keeps the library, because the policy's destructor is code of the library.
-    return {selector, [library = std::move(library)](ISelector* made) { delete made; }};
+    return {{selector, [library = std::move(library)](ISelector* made) { delete made; }},
+            std::move(names)};
+}
+
+std::optional<std::string> parameterOf(std::string const& name) {
+    std::array<char, PROPERTY_VALUE_MAX> value{};
+    property_get((POLICY_PROPERTY_PREFIX + name).c_str(), value.data(), "");
+    return value.front() != 0 ? std::optional<std::string>(value.data()) : std::nullopt;
+}
+
+/// Of a policy that tells its parameters no others are taken: what is misspelt would count for
+/// nothing.
+std::shared_ptr<ISelector> selectorFor(ReplayOptions const& options) {
+    LoadedPolicy policy = loadPolicy(options.policy.file());
+    for (auto const& [name, value] : options.policyParameters) {
+        if (policy.parameters && std::find(policy.parameters->begin(), policy.parameters->end(),
+                                           name) == policy.parameters->end()) {
+            throw base::InputError(unknownParameter(options.policy, name, *policy.parameters));
+        }
+    }
+    return std::move(policy.selector);
+}
+
+}  // namespace
+
+std::string unknownParameter(PolicyOption const& policy, std::string const& name,
+                             std::vector<std::string> const& known) {
+    return fmt::format("--policy-option: {} takes {}, found {}{}", policy.name(),
+                       known.empty() ? "no parameters" : base::anyOf(known),
+                       base::quoteContent(name), base::didYouMean(name, known));
+}
+
+LoadedPolicy loadPolicy(std::string const& path) {
+    if (!path.ends_with(script::RULE_SUFFIX)) {
+        return loadLibrary(path);
+    }
+    requireFile(path);
+    PolicyQuestion const question("the file");
+    script::Rule rule =
+        script::loadRule(path, {offsetInForceMs(), DEFAULT_TIMEOUT_MS, parameterOf});
+    return {std::move(rule.policy), std::move(rule.options)};
 }
 
 std::string nameOf(ISelector const& selector) {
@@ -134,7 +194,7 @@ PipelineOptions pipelineOptions(ReplayOptions const& options) {
             break;
         case PolicyKind::Plugin:
         case PolicyKind::BestShot:
-            pipeline.pSelector = loadSelector(options.policy.libraryPath());
+            pipeline.pSelector = selectorFor(options);
             break;
     }
     if (!options.faults.rules.empty()) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,10 +14,22 @@
 
 namespace zebcam::tool::pipeline {
 
-/// The selection policy that a library's `extern "C" ISelector* create()` makes. The library stays
-/// loaded as long as the policy lives. Throws InputError, naming the library, when it cannot be
-/// loaded, lacks `create`, or `create` gives null or throws.
-std::shared_ptr<NSCam::ZslPolicy::ISelector> loadSelector(std::string const& path);
+/// A policy of the user's, and the names of the parameters that it takes, if it tells them.
+struct LoadedPolicy {
+    std::shared_ptr<NSCam::ZslPolicy::ISelector> selector;
+    std::optional<std::vector<std::string>> parameters;
+};
+
+/// The selection policy that a library's `extern "C" ISelector* create()` makes, or that a file in
+/// Python is. A library stays loaded as long as the policy lives; what it exports as `extern "C"
+/// char const* const* parameterNames()` are the names, ended by a null. Throws InputError, naming
+/// the file, when it cannot be loaded, lacks `create`, or `create` gives null or throws, and for
+/// whatever Python does not like.
+LoadedPolicy loadPolicy(std::string const& path);
+
+/// What is wrong with a parameter that is none of the `known` ones that the policy takes.
+std::string unknownParameter(PolicyOption const& policy, std::string const& name,
+                             std::vector<std::string> const& known);
 
 /// What a policy calls itself; empty when it does not say.
 std::string nameOf(NSCam::ZslPolicy::ISelector const& selector);
@@ -37,7 +50,7 @@ private:
 };
 
 /// A pipeline as the options describe it, without listeners. Throws InputError for a policy that
-/// cannot be loaded.
+/// cannot be loaded, and for a parameter that it does not take.
 PipelineOptions pipelineOptions(ReplayOptions const& options);
 
 /// The properties that the options ask for, the offset's among them.

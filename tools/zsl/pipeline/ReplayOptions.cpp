@@ -139,7 +139,7 @@ std::string PolicyOption::name() const {
     return pluginPath;
 }
 
-std::string PolicyOption::libraryPath() const {
+std::string PolicyOption::file() const {
     if (kind != PolicyKind::BestShot) {
         return pluginPath;
     }

@@ -138,7 +138,7 @@ enum class PolicyKind {
     Default,     ///< the processor's default
     CShot,       ///< the processor's continuous-shot policy
     Multiframe,  ///< the processor's multi-frame policy
-    Plugin,      ///< a library's, handed in with each capture
+    Plugin,      ///< a library's or a rule in Python, handed in with each capture
     BestShot,    ///< the kit's best-shot policy: a library that comes with the tool
 };
 
@@ -148,17 +148,17 @@ struct PolicyOption {
     std::string pluginPath;  ///< of a Plugin, else empty
     std::string ownName{};   ///< what a Plugin calls itself, once it has been loaded
 
-    /// `default`, `cshot`, `multiframe`, `best-shot` or the path of the library.
+    /// `default`, `cshot`, `multiframe`, `best-shot` or the path of the file.
     std::string name() const;
 
-    /// The library that the policy is to be loaded from; empty for one of the processor's.
-    std::string libraryPath() const;
+    /// The file that the policy is to be loaded from; empty for one of the processor's.
+    std::string file() const;
 };
 
 /// The processor's property for the user's part of the ZSL offset, in ms.
 inline constexpr char OFFSET_PROPERTY[] = "vendor.debug.camera3.zsl.timestamp";
 
-/// What a library's policy is given, by name: each becomes the property with this prefix, which a
+/// What a policy from a file is given, by name: each becomes the property with this prefix, which a
 /// device can set as well.
 using PolicyParameters = std::vector<std::pair<std::string, std::string>>;
 inline constexpr char POLICY_PROPERTY_PREFIX[] = "vendor.debug.camera3.zsl.policy.";
