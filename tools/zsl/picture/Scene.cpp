@@ -126,7 +126,8 @@ std::vector<Stretch> stretchesOf(Region region, int64_t startNs, int64_t exposur
     return stretches;
 }
 
-/// Each row of `width` points at `at`, `step` apart, becomes the mean of its surroundings.
+/// Each of `count` points from `at` on, `step` apart, becomes the mean of those around it. `row` is
+/// room that is used again.
 void blurRow(uint8_t* at, size_t step, int count, int radius, std::vector<uint8_t>& row) {
     row.resize(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
@@ -342,26 +343,19 @@ void Scene::fill(uint32_t u, uint32_t v, uint32_t width, uint32_t height, uint8_
 
 /// Along the lower edge, over the whole width: light and dark, the bits, light and dark.
 void Scene::showBars(int64_t timeNs) {
-    constexpr uint32_t kTimeBytes = 7;
-    std::array<uint8_t, kTimeBytes + 2> bytes{};
-    for (uint32_t i = 0; i < kTimeBytes; ++i) {
-        bytes[i] = static_cast<uint8_t>(timeNs >> 8 * (kTimeBytes - 1 - i));
+    std::array<uint8_t, 7> bytes{};
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<uint8_t>(timeNs >> 8 * (bytes.size() - 1 - i));
     }
     uint32_t const check =
-        ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), UINT32_MAX, bytes.data(), kTimeBytes);
-    bytes[kTimeBytes] = static_cast<uint8_t>(check >> 8);
-    bytes[kTimeBytes + 1] = static_cast<uint8_t>(check);
-    std::vector<bool> bars = {true, false};
-    for (uint32_t bit = 0; bit < 8 * bytes.size(); ++bit) {
-        bars.push_back((bytes[bit / 8] >> (7 - bit % 8) & 1) != 0);
-    }
-    bars.insert(bars.end(), {true, false});
+        ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), UINT32_MAX, bytes.data(), bytes.size());
+    std::string const bars = fmt::format("10{:056b}{:016b}10", timeNs, check & 0xffff);
     auto const count = static_cast<uint32_t>(bars.size());
     uint32_t const height = mHeight / 24;
     for (uint32_t i = 0; i < count; ++i) {
         uint32_t const left = mWidth * i / count;
         fill(left, mHeight - height, mWidth * (i + 1) / count - left, height,
-             bars[i] ? kLight : kDark);
+             bars[i] == '1' ? kLight : kDark);
     }
 }
 
