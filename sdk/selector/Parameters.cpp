@@ -1,15 +1,12 @@
 #include "Parameters.h"
 
 #include <cutils/properties.h>
-#include <zebcam/ThreadSafety.h>
 
-#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 namespace kit {
 
@@ -17,25 +14,16 @@ namespace {
 
 constexpr char PREFIX[] = "vendor.debug.camera3.zsl.policy.";
 
-zebcam::Mutex gLock;
-/// Ended by a null; what `create` has read so far.
-std::vector<char const*> gNames GUARDED_BY(gLock){nullptr};
+}  // namespace
 
-/// Empty where the parameter is not set.
-std::string textOf(char const* name) {
-    {
-        zebcam::LockGuard const lock(gLock);
-        // By address, for names are literals.
-        if (std::find(gNames.begin(), gNames.end(), name) == gNames.end()) {
-            gNames.insert(gNames.end() - 1, name);
-        }
-    }
+std::string Parameters::textOf(char const* name) {
+    mNames.insert(mNames.end() - 1, name);
     char text[PROPERTY_VALUE_MAX] = "";
-    property_get((std::string(PREFIX) + name).c_str(), text, "");
+    if (mPolicy != nullptr) {
+        property_get((std::string(PREFIX) + name).c_str(), text, "");
+    }
     return text;
 }
-
-}  // namespace
 
 void Parameters::refuse(char const* name, std::string const& text, std::string const& expected) {
     std::fprintf(stderr, "%s: %s%s is '%s': expected %s\n", mPolicy, PREFIX, name, text.c_str(),
@@ -81,10 +69,3 @@ size_t Parameters::readWord(char const* name, std::initializer_list<char const*>
 }
 
 }  // namespace kit
-
-/// The names of the parameters that the library takes, ended by a null; for after `create`. The
-/// list stays as it is until `create` is called again.
-extern "C" __attribute__((visibility("default"))) char const* const* parameterNames() {
-    zebcam::LockGuard const lock(kit::gLock);
-    return kit::gNames.data();
-}

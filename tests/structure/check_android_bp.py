@@ -18,8 +18,8 @@ import sys
 # https://ci.android.com/builds/latest/branches/aosp-build-tools/targets/linux/view/soong_build.html
 COMMON = {"name", "defaults", "vendor", "compile_multilib"}
 LINKED = COMMON | {
-    "srcs", "exclude_srcs", "cflags", "cppflags", "cpp_std", "local_include_dirs", "header_libs",
-    "shared_libs", "static_libs"}
+    "srcs", "exclude_srcs", "cflags", "cppflags", "cpp_std", "ldflags", "local_include_dirs",
+    "header_libs", "shared_libs", "static_libs"}
 PROPERTIES = {
     "cc_defaults": LINKED,
     "cc_library_headers": COMMON | {"export_include_dirs", "header_libs",
@@ -125,6 +125,10 @@ class BuildFile:
             for name in sorted(host - device):
                 self.fail(module, f"lacks the {what} {name}, which CMake has")
 
+        # What else CMake hardens, the device's build does by itself.
+        for flag in sorted(set(self.values(module, "ldflags")) - set(library["linkOptions"])):
+            self.fail(module, f"CMake does not have the link flag {flag}")
+
     @staticmethod
     def ours(folders):
         return {folder for folder in folders if not folder.startswith(EXCHANGED)}
@@ -146,6 +150,7 @@ def library_of(facts, top):
         "flags": [flag for flag in facts["options"] if flag] + hidden,
         "searched": inside(facts["searched"], facts["folder"]),
         "exported": inside(facts["exported"], facts["folder"]),
+        "linkOptions": facts["linkOptions"],
         "versionScripts": inside(scripts, facts["folder"]),
         "standard": f"c++{facts['standard']}",
     }

@@ -1,0 +1,22 @@
+# For what goes to devices: whatever an attacker finds there is harder to make use of. The device's
+# own build sets most of it by itself; here it lets the tests see what it costs and that the code
+# bears it. Segments lie on pages of 16 KiB, which current devices may have.
+include(CheckCXXCompilerFlag)
+
+add_library(zsl_hardening INTERFACE)
+target_compile_options(zsl_hardening INTERFACE -fstack-protector-strong)
+# Returns and jumps are checked where the processor can: on arm64 and x86-64.
+foreach(option -mbranch-protection=standard -fcf-protection)
+  string(MAKE_C_IDENTIFIER "ZSL_HAS${option}" has)
+  check_cxx_compiler_flag(${option} ${has})
+  if(${has})
+    target_compile_options(zsl_hardening INTERFACE ${option})
+  endif()
+endforeach()
+# The C library's checks of sizes need the optimiser, and sanitizers have their own.
+if(NOT ZSL_SANITIZE)
+  target_compile_options(zsl_hardening INTERFACE
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE> $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+endif()
+target_link_options(zsl_hardening INTERFACE
+  -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,max-page-size=16384)
