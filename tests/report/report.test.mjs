@@ -18,6 +18,8 @@ const LOAD_LIMIT_MS = 5000;
 const FLAGS = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
     '--disable-background-networking', '--disable-component-update', '--disable-sync'];
 
+const HAS_VIDEO = process.env.HAS_VIDEO === 'ON';
+
 // This would end the script element that holds the data.
 const HOSTILE = '</script><!--<script>\u2028';
 
@@ -30,6 +32,18 @@ function zsl(status, command, ...options) {
         {cwd: pages, encoding: 'utf8'});
     assert.equal(run.status, status, run.stderr);
     return run;
+}
+
+const FRAME_WITHOUT_PICTURE = 26;
+
+function writeFilmPage() {
+    zsl(0, 'generate', '-o recordings/film.csv --frames 60 --size 320x180 --video recordings/film.mp4');
+    const file = join(pages, 'recordings/film.csv');
+    const [head, ...rows] = readFileSync(file, 'utf8').trimEnd().split('\n').map((line) => line.split(','));
+    rows.find(([frameNo]) => Number(frameNo) === FRAME_WITHOUT_PICTURE)[head.indexOf('Video frame')] = '';
+    writeFileSync(file, [head, ...rows].map((cells) => `${cells.join(',')}\n`).join(''));
+    zsl(0, 'replay', 'recordings/film.csv --video recordings/film.mp4 --report film.html --json film.json',
+        '--press 900ms --press 950ms --press 1500ms --frames 2 --offset 100ms --history 12 --policy best-shot');
 }
 
 function writePages() {
@@ -48,6 +62,9 @@ function writePages() {
         '--fault image-error:0.1 --fault late:0.1 --fault policy-throws:1');
     zsl(0, 'replay', 'recordings/short.csv --report dense.html --json dense.json --captures 40 --frames 2',
         '--offset 60ms --fault late:0.5');
+    if (HAS_VIDEO) {
+        writeFilmPage();
+    }
     const {stderr} = zsl(0, 'replay', 'recordings/short.csv --log debug --frames 2 --press 120ms --press 455ms');
     // The last try is missing, and of one more capture there is a warning only.
     const lines = stderr.trimEnd().split('\n');
@@ -141,7 +158,8 @@ async function open(name, size, scheme) {
     page.on('pageerror', (error) => problems.push(error.stack));
     const file = pathToFileURL(join(pages, name)).href;
     page.on('request', (request) => {
-        if (request.url() !== file) {
+        // Pictures that the page makes of its data.
+        if (request.url() !== file && !request.url().startsWith('blob:')) {
             problems.push(`request of ${request.url()}`);
         }
     });
@@ -349,6 +367,109 @@ test('a try that was repeated shows to its last repeat, and no column is out of 
     await page.close();
 });
 
+const filmTest = (name, run) => test(name, {skip: !HAS_VIDEO && 'built without videos'}, run);
+
+// Runs in the page: what its film strip tells of each frame.
+const readFilm = () => [...document.querySelectorAll('.film .shot')].map((shot) => ({
+    frameNo: Number(shot.dataset.frame),
+    isChosen: shot.classList.contains('served'),
+    hasPicture: shot.querySelector('img') !== null,
+    alt: shot.querySelector('img')?.alt ?? shot.querySelector('.empty').getAttribute('aria-label'),
+    text: shot.innerText,
+}));
+
+for (const size of WINDOWS) {
+    filmTest(`film strips, ${size.width} px`, async () => {
+        const {page, problems} = await open('film.html', size, SCHEMES[1]);
+        const {replay: {captures, recording}, sensor, pictures} = JSON.parse(await page.textContent('#data'));
+        for (const {requestNo, pressNs, pressFrame: press, frames, tries} of captures) {
+            await page.click(`#captures-table a:text-is("${requestNo}")`);
+            const lagOf = (i) => sensor.timeNs[i] + recording.firstTimestampNs - pressNs;
+            assert.equal(press, sensor.frameNo[sensor.timeNs.findLastIndex((_, i) => lagOf(i) <= 0)]);
+            const offered = frames.flatMap(({try: i}) => [...tries[i].historyFrames, ...tries[i].lockedFrames]);
+            const film = await page.evaluate(readFilm);
+            assert.deepEqual(film.map(({frameNo}) => frameNo), [...new Set([...offered, press])].sort((a, b) => a - b));
+            for (const {frameNo, isChosen, hasPicture, alt, text} of film) {
+                const chosen = frames.find((frame) => frame.frameNo === frameNo);
+                const i = sensor.frameNo.indexOf(frameNo);
+                assert.equal(isChosen, chosen !== undefined, alt);
+                assert.equal(hasPicture, frameNo !== FRAME_WITHOUT_PICTURE, alt);
+                assert.equal(alt.includes('press frame') && /\bpress\b/.test(text), frameNo === press, alt);
+                const verdict = isChosen ? `chosen for frame ${chosen.index}`
+                    : offered.includes(frameNo) ? 'refused: \\w+' : 'still in flight';
+                const [, sharpness] = alt.match(new RegExp(`^frame ${frameNo}, ${Math.round(-lagOf(i) / 1e6)} ms ` +
+                    `before the press, (?:sharpness ([\\d.]+) \\([\\d.]+.of.best\\), )?${verdict}`)) ?? assert.fail(alt);
+                assert.ok(hasPicture ? Math.abs(sharpness - sensor.sharpness[i]) <= 0.5 : !sharpness, alt);
+                assert.ok(text.includes(`${inMs(lagOf(i))} ms`), text);
+                assert.ok(!isChosen || !hasPicture || text.includes(`${chosen.chosen.picture.sharpnessShare.toFixed(2)} of best`), text);
+            }
+        }
+        // One copy of each picture, which the table shows, too.
+        assert.equal(new Set(pictures.map(({frameNo}) => frameNo)).size, pictures.length);
+        const shown = await page.$$eval('.film img, #captures-table img', (images) => Promise.all(images.map((image) => {
+            image.loading = 'eager';  // those out of sight, too
+            return image.decode().then(() => ({src: image.src, frame: image.alt.split(',')[0]}));
+        })));
+        assert.equal(new Set(shown.map(({src}) => src)).size, new Set(shown.map(({frame}) => frame)).size);
+        const strip = await page.$eval('.film', ({scrollWidth: all, clientWidth: shown}) => ({all, shown}));
+        assert.ok(size.width > 1000 || strip.all > 2 * strip.shown, `the strip is ${strip.all} of ${strip.shown} px wide`);
+        await checkLayout(page, `film-${size.width}`);
+        assert.deepEqual(problems, []);
+        await page.close();
+    });
+}
+
+filmTest('a picture is enlarged, stepped through and closed by keys', async () => {
+    const {page} = await open('film.html', WINDOWS[0], 'light');
+    const film = await page.evaluate(readFilm);
+    const stops = film.filter(({hasPicture}) => hasPicture);
+    const expectShown = async (frameNo) => {
+        assert.match(await page.textContent('#viewer-title'), new RegExp(`frame ${frameNo}$`));
+        const alt = await page.getAttribute('#viewer figure:first-child img', 'alt');
+        assert.equal(alt, film.find((frame) => frame.frameNo === frameNo).alt);
+    };
+    const empty = film.findIndex(({hasPicture}) => !hasPicture);
+    await page.focus(`.shot[data-frame="${film[empty - 1].frameNo}"] button`);
+    await page.keyboard.press('Enter');
+    await expectShown(film[empty - 1].frameNo);
+    await page.keyboard.press('ArrowRight');
+    await expectShown(film[empty + 1].frameNo);
+    for (const _ of film) {
+        await page.keyboard.press('ArrowLeft');
+    }
+    await expectShown(stops[0].frameNo);
+    assert.equal(await page.getAttribute('#viewer [data-do="earlier"]', 'aria-disabled'), 'true');
+    // Beside what was not chosen stands what was.
+    const beside = await page.getAttribute('#viewer figure:nth-child(2) img', 'alt');
+    assert.match(beside, /, chosen for frame/);
+    await page.keyboard.press('Escape');
+    assert.equal(await page.$eval('#viewer', (dialog) => dialog.open), false);
+    assert.equal(await page.evaluate(() => document.activeElement.closest('.shot')?.dataset.frame),
+        String(film[empty - 1].frameNo));
+    await page.close();
+});
+
+filmTest('the time line has pictures and what is measured of them', async () => {
+    const {page} = await open('film.html', WINDOWS[0], 'light');
+    const {replay: {captures}, pictures} = JSON.parse(await page.textContent('#data'));
+    // All chosen ones, for they go before those that would lie on them.
+    const numbersOf = (tips) => tips.map((tip) => Number(tip.match(/^Frame (\d+)/)[1]));
+    const drawn = numbersOf(await sweep(page, 'pictures', 4));
+    assert.ok(drawn.length < pictures.length);
+    assert.ok(drawn.includes(captures.at(-1).frames[0].frameNo), `${drawn}`);
+    const plot = await page.locator('#lanes .u-over').boundingBox();
+    const lane = await page.locator('[data-lane="pictures"]').boundingBox();
+    for (let x = plot.width - 1; x > 0 && !await page.isVisible('#viewer'); x -= 20) {
+        await page.mouse.click(plot.x + x, lane.y + lane.height / 2);
+    }
+    assert.match(await page.textContent('#viewer-title'), new RegExp(`^Capture ${captures.at(-1).requestNo}, frame`));
+    await page.keyboard.press('Escape');
+    const measured = await sweep(page, 'sharpness', 4);
+    assert.equal(measured.length, 60);
+    assert.equal(measured.filter((tip) => /Sharpness[\d.]+Motion/.test(tip)).length, 58, measured[0]);
+    await page.close();
+});
+
 for (const size of WINDOWS) {
     test(`log, ${size.width} px`, async () => {
         const {page, problems} = await open('log.html', size, SCHEMES[1]);
@@ -448,6 +569,7 @@ test('without scripts the numbers are there', async () => {
 test('the data is that of --json, whatever it holds', async () => {
     const {page} = await open('short.html', WINDOWS[0], 'light');
     const data = JSON.parse(await page.textContent('#data'));
+    assert.deepEqual(Object.keys(data).sort(), ['replay', 'sensor', 'version']);
     assert.deepEqual(data.replay, JSON.parse(readFileSync(join(pages, 'short.json'), 'utf8')));
     assert.equal(data.replay.options.properties.note, HOSTILE);
     assert.ok((await page.textContent('#facts-body')).includes(`note=${HOSTILE}`));

@@ -9,10 +9,12 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "recording/RecordingGenerator.h"
+#include "report/Page.h"
 #include "report/Reports.h"
 
 namespace zebcam::tool {
@@ -313,6 +315,26 @@ TEST(Json, IsTheSameWhenItIsWrittenCaptureByCapture) {
         report::writeJson(report::toJson({}, result, &explanation), whole);
         EXPECT_EQ(streamed.str(), whole.str());
     }
+}
+
+TEST(Json, HasThePicturesOfAPageInBase64) {
+    if (report::reportPage() == nullptr) {
+        GTEST_SKIP() << "built without the page";
+    }
+    run::ReplayResult result = fullReplay();
+    auto const data = [&result] {
+        std::ostringstream page;
+        report::writeHtmlReport({}, result, nullptr, {}, page);
+        constexpr std::string_view kBegin = "<script type=\"application/json\" id=\"data\">";
+        std::string const rest = page.str().substr(page.str().find(kBegin) + kBegin.size());
+        return Json::parse(rest.substr(0, rest.find("</script>")));
+    };
+    EXPECT_FALSE(data().contains("pictures")) << "of a replay without a video";
+    result.pictures = {
+        {3, {"\xff\xd8\xfb<", 4, 5}}, {6, {"\xff\xd8", 4, 5}}, {7, {"\xff\xd8\x3e", 5, 4}}};
+    EXPECT_EQ(data()["pictures"].dump(), R"([{"frameNo":3,"width":4,"height":5,"jpeg":"/9j7PA=="},)"
+                                         R"({"frameNo":6,"width":4,"height":5,"jpeg":"/9g="},)"
+                                         R"({"frameNo":7,"width":5,"height":4,"jpeg":"/9g+"}])");
 }
 
 TEST(Json, HasNumbersWordsAndNulls) {

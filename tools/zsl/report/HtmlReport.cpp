@@ -236,16 +236,46 @@ Json sensorJson(recording::Recording const& recording, run::ReplayResult const& 
     return json;
 }
 
+std::string base64(std::string_view bytes) {
+    constexpr std::string_view kDigits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    text.reserve((bytes.size() + 2) / 3 * 4);
+    for (size_t i = 0; i < bytes.size(); i += 3) {
+        std::string_view const group = bytes.substr(i, 3);
+        uint32_t bits = 0;
+        for (size_t k = 0; k < 3; ++k) {
+            bits = bits << 8 | (k < group.size() ? static_cast<unsigned char>(group[k]) : 0U);
+        }
+        for (size_t k = 0; k < 4; ++k) {
+            text += k <= group.size() ? kDigits[bits >> (18 - 6 * k) & 63] : '=';
+        }
+    }
+    return text;
+}
+
+Json picturesJson(run::ReplayResult const& result) {
+    return listOf(result.pictures, [](auto const& entry) {
+        auto const& [frameNo, copy] = entry;
+        return Json{{"frameNo", frameNo},
+                    {"width", copy.width},
+                    {"height", copy.height},
+                    {"jpeg", base64(copy.jpeg)}};
+    });
+}
+
 }  // namespace
 
 void writeHtmlReport(recording::Recording const& recording, run::ReplayResult const& result,
                      log::Explanation const* explanation, base::Provenance const& provenance,
                      std::ostream& out) {
-    writePage(result.path + " - replay", textReport(recording, result),
-              {{"version", VERSION},
-               {"sensor", sensorJson(recording, result)},
-               {"replay", toJson(recording, result, explanation, provenance)}},
-              out);
+    Json data = {{"version", VERSION},
+                 {"sensor", sensorJson(recording, result)},
+                 {"replay", toJson(recording, result, explanation, provenance)}};
+    if (!result.pictures.empty()) {
+        data["pictures"] = picturesJson(result);
+    }
+    writePage(result.path + " - replay", textReport(recording, result), data, out);
 }
 
 void writeHtmlReport(log::Explanation const& explanation, std::string const& path,

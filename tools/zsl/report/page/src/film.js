@@ -9,12 +9,6 @@ function decidingTries({frames, tries}) {
     return deciding.length > 0 ? deciding : tries.slice(-1);
 }
 
-/// The frame that was being exposed at the press, or the last before it; undefined before the first.
-function pressFrameOf({frames}, capture) {
-    const index = frames.atOrAfter(capture.press + 1e-9) - 1;
-    return index < 0 ? undefined : frames.get('frameNo', index);
-}
-
 function verdictOf(capture, tries, frameNo, offered) {
     const got = capture.frames.filter((frame) => frame.frameNo === frameNo);
     if (got.length > 0) {
@@ -46,10 +40,10 @@ export function filmOf(model, capture) {
     const {frames} = model;
     const tries = decidingTries(capture);
     const offered = new Set(tries.flatMap(({historyFrames, lockedFrames}) => [...historyFrames, ...lockedFrames]));
-    const press = pressFrameOf(model, capture);
+    const press = capture.pressFrame ?? null;
     const chosen = new Map(capture.frames.filter(({frameNo}) => frameNo !== null)
         .map((frame) => [frame.frameNo, frame]));
-    const numbers = new Set([...offered, ...chosen.keys(), ...press === undefined ? [] : [press]]);
+    const numbers = new Set([...offered, ...chosen.keys(), ...press === null ? [] : [press]]);
     const film = [...numbers].map((frameNo) => {
         const index = frames.indexOf(frameNo);
         const isKnown = index !== undefined;
@@ -130,7 +124,19 @@ export function filmStrip(model, capture) {
     const film = filmOf(model, capture);
     const strip = element('ol', {class: 'film', tabIndex: 0, 'aria-label': `Pictures of capture ${capture.requestNo}`},
         ...film.map((frame) => shot(model, capture, film, frame)));
+    strip.style.setProperty('--aspect', model.pictures.aspect);
     return [strip];
+}
+
+/// Enlarges a frame in the film of the capture that got it, else of the first that could have.
+export function enlargeFrame(model, frameNo) {
+    const isIn = (capture) => filmOf(model, capture).some((frame) => frame.frameNo === frameNo);
+    const capture = model.placed.find(({frames}) => frames.some((frame) => frame.frameNo === frameNo)) ??
+        model.placed.find(isIn);
+    if (capture) {
+        const film = filmOf(model, capture);
+        openViewer(model, capture, film, film.find((frame) => frame.frameNo === frameNo));
+    }
 }
 
 /// A long history is wider than the page: what was chosen is to be seen at once.

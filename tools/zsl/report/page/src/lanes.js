@@ -113,7 +113,7 @@ export function hit(chart, model, lanes, x, y) {
     }
     if (lane.name === 'pictures') {
         const item = pictureAt(lane, x);
-        return item === undefined ? null : {kind: 'frames', item, others: 0};
+        return item === undefined ? null : {kind: 'pictures', item, others: 0};
     }
     const found = MARKS.includes(lane.name) ? nearest(model[lane.name], time, reach)
         : frameAt(model, time);

@@ -241,7 +241,7 @@ export function modelOfReplay({replay, sensor, pictures}) {
     const {recording, options} = replay;
     return modelOf({
         replay,
-        pictures: pictures ? new Pictures(pictures) : null,
+        pictures: pictures?.length > 0 ? new Pictures(pictures) : null,
         interval: recording.medianIntervalNs / 1e9,
         flushes: options.flushAtNs.map((ns) => ns / 1e9),
     }, replay.captures, new Frames(sensor), recording.firstTimestampNs);

@@ -1,5 +1,6 @@
 import {axis, makeChart, theme} from './chart.js';
 import {byId, element, hideTooltip, show, showTooltip, svgElement} from './dom.js';
+import {enlargeFrame} from './film.js';
 import {OUTCOMES, seconds, toneOf, whole, words} from './format.js';
 import {drawLanes, hit, lanesHeight, lanesOf} from './lanes.js';
 import {Navigation} from './navigation.js';
@@ -177,7 +178,7 @@ export class Timeline {
         const find = (event) => hit(this.chart, this.model, this.lanes, event.offsetX, event.offsetY);
         over.addEventListener('pointermove', (event) => {
             const found = event.buttons === 0 ? find(event) : null;
-            over.style.cursor = found?.kind === 'captures' ? 'pointer' : '';
+            over.style.cursor = {captures: 'pointer', pictures: 'zoom-in'}[found?.kind] ?? '';
             if (found) {
                 showTooltip(tipOf(this.model, found), event.clientX, event.clientY);
             } else {
@@ -187,7 +188,10 @@ export class Timeline {
         over.addEventListener('pointerleave', hideTooltip);
         over.addEventListener('click', (event) => {
             const found = find(event);
-            if (found) {
+            if (found?.kind === 'pictures') {
+                hideTooltip();
+                enlargeFrame(this.model, this.model.frames.get('frameNo', found.item));
+            } else if (found) {
                 showTooltip(tipOf(this.model, found), event.clientX, event.clientY);
             }
             const capture = found?.kind === 'captures' ? found.item : found?.item.capture;
