@@ -17,11 +17,12 @@ namespace {
 
 using picture::Picture;
 
-// Copies are as large as lets a page of 50 captures with 9 pictures each stay well below 12 MB, and
-// those of more captures smaller.
-constexpr uint32_t kWidestCopy = 240;
+// Copies are as large as lets a page of 50 captures with 9 pictures each, 240 wide, stay well below
+// 12 MB: of fewer captures they are larger, as whoever enlarges them wants them, and of more
+// smaller.
+constexpr uint32_t kWidestCopy = 480;
 constexpr uint32_t kNarrowestCopy = 80;
-constexpr double kMostWideCopies = 450;
+constexpr double kMostWideCopies = 112;
 constexpr int kCopyQuality = 72;
 /// What is told in a page takes a third more.
 constexpr size_t kMostCopiedBytes = 9'000'000;
