@@ -14,6 +14,7 @@ import unittest
 
 CMAKE, CXX, LIB_DIR = (os.environ[name] for name in ("CMAKE", "CXX", "LIB_DIR"))
 BUILD_DIR, SOURCE_DIR = (pathlib.Path(os.environ[name]) for name in ("BUILD_DIR", "SOURCE_DIR"))
+HAS_PYTHON = os.environ["HAS_PYTHON"] == "1"
 EXAMPLE = SOURCE_DIR / "docs/examples/serve_capture.cpp"
 RECORDING = SOURCE_DIR / "tools/zsl/demo/demo_30fps.csv"
 CAPTURES = 40
@@ -170,6 +171,10 @@ class InstalledTreeTest(unittest.TestCase):
         built = self.replay(self.policy.with_name("libbest_shot.so"))
         self.assertEqual(shipped["captures"], built["captures"])
         self.assertNotEqual(shipped["captures"], self.replay("default")["captures"])
+        if HAS_PYTHON:
+            rule = self.replay(self.kit / "best_shot" / "best_shot.py")
+            self.assertEqual([capture["frames"] for capture in rule["captures"]],
+                             [capture["frames"] for capture in shipped["captures"]])
         words = run(self.zsl, "compare", RECORDING, "--policy", "best-shot", "--policy", "default",
                     "--policy-option", "burst=run,spread", "--policy-option", "min_share=0.5")
         self.assertRegex(words, r"\n *best-shot +spread ")

@@ -2,6 +2,7 @@
 #include <set>
 
 #include "CliFixture.h"
+#include "picture/VideoFile.h"
 #include "tool/SteadyRecording.h"
 
 namespace zebcam::tool {
@@ -54,16 +55,23 @@ TEST_F(Rule, OfTheKitDecidesAsThePolicyInCpp) {
     for (int ms = 1000; ms < 2200; ms += 80) {
         rapid = plus(rapid, {"--press", std::to_string(ms) + "ms"});
     }
-    Arguments const table[] = {
+    std::string const generated = path("generated.csv");
+    std::vector<Arguments> table = {
         {measured, "--captures", "20", "--offset", "100ms"},
         plus({measured, "--frames", "2", "--frame-sync", "--policy-option", "hold_ms=80"}, rapid),
         plus({measured, "--frames", "3", "--offset", "10ms", "--policy-option", "burst=spread",
               "--fault", "duplicate:0.2", "--fault", "late:0.2", "--fault", "locked-metadata:0.1"},
              rapid),
         // Nobody measured these; what blurs pictures decides.
-        {path("generated.csv"), "--captures", "20", "--offset", "200ms", "--policy-option",
-         "min_share=0.4", "--policy-option", "max_locks=1"},
+        {generated, "--captures", "20", "--offset", "200ms", "--policy-option", "min_share=0.4",
+         "--policy-option", "max_locks=1"},
     };
+    if (picture::canReadVideos()) {
+        std::string const scene = path("scene.csv");
+        zsl({"generate", "--output", scene, "--frames", "50", "--video", path("scene.mp4"),
+             "--size", "320x240"});
+        table.push_back({scene, "--video", path("scene.mp4"), "--no-cache", "--captures", "6"});
+    }
     std::string all;
     for (Arguments const& arguments : table) {
         auto const decisions = [&](std::string const& policy) {
@@ -234,14 +242,22 @@ TEST_F(Rule, ServesARunInRealTimeAndAComparison) {
     auto const summary = Json::parse(contentOf(path("live.json")))["summary"];
     EXPECT_GT(summary["atOnce"].get<int>() + summary["waited"].get<int>(), 3) << summary;
     // The interpreter runs in this process by now, and its children have one that works.
-    Outcome const compared = zsl({"compare", measuredFile(), "--policy", "default", "--policy",
-                                  rule, "--policy-option", "near_ms=50,100", "--json", "-"});
+    Outcome const compared =
+        zsl({"compare", measuredFile(), "--policy", "default", "--policy", rule, "--policy",
+             "best-shot", "--policy-option", "near_ms=50,100", "--policy-option", "max_locks=1",
+             "--json", "-"});
     EXPECT_EQ(compared.status, 0) << compared.err;
     std::string names;
     for (Json const result = Json::parse(compared.out); Json const& row : result["rows"]) {
         names += row["options"]["policyName"].dump() + row["options"]["policyOptions"].dump();
     }
-    EXPECT_EQ(names, R"(null{}"rule"{"near_ms":"50"}"rule"{"near_ms":"100"})");
+    EXPECT_EQ(names, R"(null{}"rule"{"near_ms":"50"}"rule"{"near_ms":"100"})"
+                     R"("BestShotSelector"{"max_locks":"1"})");
+    expectRefused(
+        {"compare", path("measured.csv"), "--policy", "best-shot", "--policy", rule},
+        {{{"--policy-option", "near=1"}, "rule.py takes near_ms, found \"near\"; did you"},
+         {{"--policy", write("wrong.py", "\nchoose = 0 +\n")},
+          "--policy " + path("wrong.py") + ":2: SyntaxError: invalid syntax\n"}});
 }
 
 }  // namespace

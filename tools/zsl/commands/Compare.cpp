@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -16,6 +17,7 @@
 
 #include "base/AtomicFile.h"
 #include "base/InputError.h"
+#include "base/Text.h"
 #include "commands/Commands.h"
 #include "commands/OptionValues.h"
 #include "compare/Comparison.h"
@@ -232,9 +234,24 @@ std::pair<std::string, std::vector<std::string>> parsePolicyParameters(std::stri
     return {text.substr(0, begin - 1), values};
 }
 
+/// Reads one value of a setting of which a comparison takes several.
+template <typename Parse>
+auto oneOfSeveral(Parse parse) {
+    return [parse](std::string const& text) {
+        std::error_code ignored;
+        // Names of files may have commas.
+        if (text.find(',') != std::string::npos && !fs::exists(text, ignored)) {
+            throw std::invalid_argument(
+                fmt::format("expected one value, found {}; repeat the option to try several",
+                            base::quoteContent(text)));
+        }
+        return parse(text);
+    };
+}
+
 void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
     command.option_defaults()->group(kCaptures);
-    addParsed(command, "--policy", plan.policies, parsePolicy,
+    addParsed(command, "--policy", plan.policies, oneOfSeveral(parsePolicy),
               "default, cshot, multiframe, best-shot, a library with a policy or a rule in Python "
               "[default: default]; may be repeated",
               "NAME|PATH.so|PATH.py");
@@ -257,7 +274,7 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
         "be repeated",
         "NAME=VALUE[,VALUE...]", true);
     addParsed(
-        command, "--offset", plan.offsetsMs, parseMilliseconds,
+        command, "--offset", plan.offsetsMs, oneOfSeveral(parseMilliseconds),
         "How long before the press the wanted instant lies (ZSL offset), whole ms; may be repeated",
         "T");
     auto const addCounts = [&command](std::string const& name, std::vector<size_t>& counts,
@@ -265,7 +282,7 @@ void addSettings(CLI::App& command, compare::ComparisonPlan& plan) {
         auto const parse = [max](std::string const& text) {
             return static_cast<size_t>(parseWholeNumber(text, 1, max));
         };
-        addParsed(command, name, counts, parse,
+        addParsed(command, name, counts, oneOfSeveral(parse),
                   fmt::format("{} [default: {}]; may be repeated", help, usual), "N");
     };
     addCounts("--frames", plan.framesPerCapture, plan.common.framesPerCapture, kMaxFramesPerCapture,

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <map>
+#include <sstream>
 #include <type_traits>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include "base/InputFile.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
+#include "pipeline/PipelineSetup.h"
 #include "recording/Recording.h"
 #include "run/Replay.h"
 
@@ -20,16 +22,87 @@ namespace zebcam::tool::compare {
 
 namespace {
 
-/// Every policy with every choice of its parameters' values, the last parameter changing fastest.
-std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan) {
+using Names = std::vector<std::string>;
+
+/// The names of the parameters that a plan's policies take, by file; none of one that does not
+/// tell.
+using Takers = std::map<std::string, std::optional<Names>>;
+
+bool takes(Takers const& takers, pipeline::PolicyOption const& policy, std::string const& name) {
+    auto const taker = takers.find(policy.file());
+    return taker != takers.end() &&
+           (!taker->second ||
+            std::find(taker->second->begin(), taker->second->end(), name) != taker->second->end());
+}
+
+/// A parameter that no policy takes is a slip: it would count for nothing.
+void requireTaken(ComparisonPlan const& plan, Takers const& takers) {
+    for (auto const& [name, values] : plan.policyParameters) {
+        pipeline::PolicyOption const* refusing = nullptr;
+        bool isTaken = false;
+        for (pipeline::PolicyOption const& policy : plan.policies) {
+            isTaken = isTaken || takes(takers, policy, name);
+            refusing = policy.file().empty() ? refusing : &policy;
+        }
+        if (!isTaken && refusing != nullptr) {
+            throw base::InputError(
+                pipeline::unknownParameter(*refusing, name, *takers.at(refusing->file())));
+        }
+    }
+}
+
+/// Asks the policies in children, as the runs will be: they are code of the user's. A rule that
+/// cannot be loaded is told at once, for all its runs would fail alike; of a library its rows tell.
+Takers askTakers(ComparisonPlan const& plan, ChildPoolOptions const& pool,
+                 base::SignalWatch const& signals) {
+    Takers takers;
+    std::vector<pipeline::PolicyOption> asked;
+    for (pipeline::PolicyOption const& policy : plan.policies) {
+        bool const isNew = !policy.file().empty() && takers.try_emplace(policy.file()).second;
+        if (isNew && (policy.isRule() || !plan.policyParameters.empty())) {
+            asked.push_back(policy);
+        }
+    }
+    // A line for each name, behind one that stands for that the policy tells them.
+    constexpr char kTold = '+';
+    auto const ask = [&](size_t i) {
+        auto const names = pipeline::loadPolicy(asked[i].file()).parameters;
+        std::string told = names ? std::string(1, kTold) : "-";
+        for (std::string const& name : names.value_or(Names())) {
+            told += '\n' + name;
+        }
+        return told;
+    };
+    runInChildren(asked.size(), pool, signals, ask, [&](size_t i, ChildOutcome const& outcome) {
+        if (!outcome.failure.empty() && asked[i].isRule()) {
+            bool const isNamed = outcome.failure.starts_with("--policy ");
+            throw base::InputError(
+                isNamed ? outcome.failure : "--policy " + asked[i].name() + ": " + outcome.failure);
+        }
+        if (outcome.data.starts_with(kTold)) {
+            Names& names = takers[asked[i].file()].emplace();
+            std::istringstream lines(outcome.data);
+            std::string line;
+            std::getline(lines, line);
+            while (std::getline(lines, line)) {
+                names.push_back(line);
+            }
+        }
+    });
+    requireTaken(plan, takers);
+    return takers;
+}
+
+/// Every policy with every choice of the values of those parameters that it takes, the last
+/// parameter changing fastest.
+std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan, Takers const& takers) {
     std::vector<pipeline::ReplayOptions> settings;
     for (pipeline::PolicyOption const& policy : plan.policies) {
         std::vector<pipeline::PolicyParameters> choices(1);
-        bool const takesParameters = !policy.file().empty();
         for (auto const& [name, values] : plan.policyParameters) {
             std::vector<pipeline::PolicyParameters> const shorter =
-                takesParameters ? std::exchange(choices, {})
-                                : std::vector<pipeline::PolicyParameters>();
+                takes(takers, policy, name) ? std::exchange(choices, {})
+                                            : std::vector<pipeline::PolicyParameters>();
             for (pipeline::PolicyParameters const& choice : shorter) {
                 for (std::string const& value : values) {
                     choices.emplace_back(choice).emplace_back(name, value);
@@ -45,8 +118,8 @@ std::vector<pipeline::ReplayOptions> policiesOf(ComparisonPlan const& plan) {
     return settings;
 }
 
-std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan) {
-    std::vector<pipeline::ReplayOptions> const policies = policiesOf(plan);
+std::vector<ComparisonRow> rowsOf(ComparisonPlan const& plan, Takers const& takers) {
+    std::vector<pipeline::ReplayOptions> const policies = policiesOf(plan, takers);
     std::vector<ComparisonRow> rows;
     for (size_t i = 0; i < plan.recordings.size(); ++i) {
         for (pipeline::ReplayOptions const& policy : policies) {
@@ -290,7 +363,8 @@ Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
                    std::function<void(size_t, size_t)> const& progress) {
     Comparison comparison;
     comparison.limits = plan.limits;
-    std::vector<ComparisonRow>& rows = comparison.rows = rowsOf(plan);
+    std::vector<ComparisonRow>& rows = comparison.rows =
+        rowsOf(plan, askTakers(plan, pool, signals));
     size_t ended = 0;
     auto const onEnd = [&](size_t task, ChildOutcome outcome) {
         ComparisonRow& row = rows[task];

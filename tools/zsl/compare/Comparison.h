@@ -63,7 +63,7 @@ struct ComparisonPlan {
     std::vector<std::string> videos;      ///< of the recordings, in their order; or none
     picture::Measure measure;             ///< of videos; called once for each file
     std::vector<pipeline::PolicyOption> policies;
-    /// Values for each parameter of the libraries' policies; the built-in ones take none.
+    /// Values for each parameter, for the policies from files that take it; the others take none.
     std::vector<std::pair<std::string, std::vector<std::string>>> policyParameters;
     std::vector<std::optional<int64_t>> offsetsMs;  ///< none: see ReplayOptions
     std::vector<size_t> framesPerCapture;
@@ -92,7 +92,8 @@ struct Comparison {
  * the baseline. Nothing depends on what ends first. A run that fails is a row that says so.
  *
  * `progress` gets the number of runs that have ended. Throws as runInChildren() does, and the same
- * holds for threads.
+ * holds for threads; also InputError, for a rule that cannot be loaded and for a parameter that no
+ * policy takes.
  */
 Comparison compare(ComparisonPlan const& plan, ChildPoolOptions const& pool,
                    base::SignalWatch const& signals,

@@ -127,7 +127,7 @@ LoadedPolicy loadPolicy(std::string const& path) {
         return loadLibrary(path);
     }
     requireFile(path);
-    PolicyQuestion const question("the file");
+    PolicyQuestion const question("import");
     script::Rule rule =
         script::loadRule(path, {offsetInForceMs(), DEFAULT_TIMEOUT_MS, parameterOf});
     return {std::move(rule.policy), std::move(rule.options)};

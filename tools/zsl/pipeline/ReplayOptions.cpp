@@ -10,6 +10,7 @@
 
 #include "Version.h"
 #include "base/Text.h"
+#include "script/Rule.h"
 
 namespace zebcam::tool::pipeline {
 
@@ -137,6 +138,10 @@ std::string PolicyOption::name() const {
             break;
     }
     return pluginPath;
+}
+
+bool PolicyOption::isRule() const {
+    return pluginPath.ends_with(script::RULE_SUFFIX);
 }
 
 std::string PolicyOption::file() const {

@@ -153,6 +153,9 @@ struct PolicyOption {
 
     /// The file that the policy is to be loaded from; empty for one of the processor's.
     std::string file() const;
+
+    /// Whether that is a rule in Python.
+    bool isRule() const;
 };
 
 /// The processor's property for the user's part of the ZSL offset, in ms.
