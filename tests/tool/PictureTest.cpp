@@ -371,11 +371,62 @@ TEST_F(PictureCli, WritesThePicturesThatFrameBuildersGot) {
                                    "press of capture 1\n"));
 }
 
+TEST_F(PictureCli, IsMeasuredWhileItIsShown) {
+    Arguments const replay = plus(mReplay, {"--captures", "3", "--json", "-"});
+    auto const measures = [&](Arguments const& more) {
+        Json told = Json::parse(zsl(plus(replay, more)).out);
+        told.erase("run");
+        for (Json& capture : told["captures"]) {
+            capture["pressPictureFile"] = capture["frames"][0]["pictureFile"] = nullptr;
+        }
+        return told;
+    };
+    Json const measuredBefore = measures({"--no-cache"});
+    EXPECT_EQ(measures({"--no-cache", "--pictures", path("a")}), measuredBefore);
+    EXPECT_TRUE(fs::is_empty(path("cache")));
+    EXPECT_EQ(measures({"--pictures", path("b")}), measuredBefore);
+    EXPECT_FALSE(fs::is_empty(path("cache"))) << "all of it is measured by then";
+    EXPECT_EQ(measures({}), measuredBefore);
+
+    base::InputFile file(mVideo);
+    picture::VideoFile video(file);
+    std::optional<picture::MeasuredVideo> outline = picture::outlineOf(video);
+    ASSERT_TRUE(outline.has_value());
+    EXPECT_EQ(outline->timesNs, measured(mVideo).timesNs);
+    ++outline->timesNs[4];
+    std::vector<recording::SensorFrame> frames(12);
+    frames[0].videoFrame = 3;
+    frames[1].videoFrame = 4;
+    picture::PictureReel reel(std::move(video), *outline, frames);
+    EXPECT_NE(reel.of(frames[0]), nullptr);
+    EXPECT_EQ(frames[0].picture, measured(mVideo).measures[3]);
+    EXPECT_THROW(reel.of(frames[1]), picture::OutlineError);
+}
+
+TEST_F(PictureCli, GivesPicturesInAnyOrder) {
+    std::vector<recording::SensorFrame> frames(4);
+    size_t const order[] = {7, 2, 9, 9};
+    for (size_t i = 0; i < frames.size(); ++i) {
+        frames[i].videoFrame = static_cast<uint32_t>(order[i]);
+    }
+    base::InputFile file(mVideo);
+    picture::PictureReel reel(picture::VideoFile(file), measured(mVideo), frames);
+    std::vector<std::shared_ptr<picture::Picture const>> held;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        held.push_back(reel.of(frames[i]));
+        EXPECT_EQ(held.back()->pixels(PixelKind::Luma).bytes.back(), shownBy(mVideo)[order[i]]);
+    }
+    EXPECT_EQ(held[2], held[3]) << "somebody has it still";
+    recording::SensorFrame unseen;
+    EXPECT_EQ(reel.of(unseen), nullptr);
+}
+
 TEST_F(PictureCli, CopiesWhatTheCapturesCouldHaveHad) {
     recording::Recording recording = steadyRecording(12);
-    picture::addPictures(recording, measured(mVideo));
+    picture::MeasuredVideo const known = measured(mVideo);
+    picture::addPictures(recording, known);
     base::InputFile file(mVideo);
-    picture::PictureReel reel(picture::VideoFile(file), recording.frames);
+    picture::PictureReel reel(picture::VideoFile(file), known, recording.frames);
     run::ReplayListener listener;
     listener.pictures = {[&](recording::SensorFrame& frame) { return reel.of(frame); }, nullptr,
                          true};

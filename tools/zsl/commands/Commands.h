@@ -56,12 +56,14 @@ private:
     std::optional<size_t> mShown;
 };
 
-/// Measures videos, and shows how far it is. With the cache each is decoded once only. `check` is
-/// called after each picture and may throw, for somebody who wants it to end. `kept`, where it is
-/// not null, gets the video, somewhere in its pictures, for who wants to see them.
+/// Measures `video`, and shows how far it is. `check` is called after each picture and may throw,
+/// for somebody who wants it to end.
+picture::MeasuredVideo measureShowing(picture::VideoFile& video, CliStreams const& streams,
+                                      std::function<void()> const& check = {});
+
+/// Does so with the videos that it is given. With the cache each is decoded once only.
 picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
-                                 std::function<void()> check = {},
-                                 std::optional<picture::VideoFile>* kept = nullptr);
+                                 std::function<void()> check = {});
 
 /// Each adds a command to `app`. When parsing meets the command, it runs and sets `exitStatus`; bad
 /// input leaves the parsing as an exception whose text says what was expected and found. `streams`

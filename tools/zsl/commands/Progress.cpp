@@ -53,23 +53,27 @@ void Progress::operator()(size_t done, size_t total) {
     mErr << std::flush;
 }
 
-picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
-                                 std::function<void()> check,
-                                 std::optional<picture::VideoFile>* kept) {
-    return [&streams, usesCache, check = std::move(check), kept](base::InputFile& file) {
-        Progress progress(streams.err, streams.showProgress, "pictures");
-        picture::VideoFile video(file);
-        auto const tell = [&](size_t done, size_t declared) {
-            if (check) {
-                check();
-            }
-            progress(done, std::max(done, declared));
-        };
-        picture::MeasuredVideo measured =
-            usesCache ? picture::measureOnce(video, tell) : picture::measureVideo(video, tell);
-        if (kept != nullptr) {
-            kept->emplace(std::move(video));
+picture::MeasuredVideo measureShowing(picture::VideoFile& video, CliStreams const& streams,
+                                      std::function<void()> const& check) {
+    Progress progress(streams.err, streams.showProgress, "pictures");
+    return picture::measureVideo(video, [&](size_t done, size_t declared) {
+        if (check) {
+            check();
         }
+        progress(done, std::max(done, declared));
+    });
+}
+
+picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
+                                 std::function<void()> check) {
+    return [&streams, usesCache, check = std::move(check)](base::InputFile& file) {
+        picture::VideoFile video(file);
+        picture::MeasureCache const cache(video, usesCache);
+        if (auto known = cache.read()) {
+            return *std::move(known);
+        }
+        picture::MeasuredVideo measured = measureShowing(video, streams, check);
+        cache.write(measured);
         return measured;
     };
 }

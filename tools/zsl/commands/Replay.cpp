@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -23,8 +25,7 @@
 #include "device/DeviceRecordingReader.h"
 #include "log/Explainer.h"
 #include "log/Logcat.h"
-#include "picture/MeasuredVideo.h"
-#include "picture/PictureReel.h"
+#include "picture/Footage.h"
 #include "pipeline/ProcessorLog.h"
 #include "recording/Recording.h"
 #include "report/Reports.h"
@@ -174,12 +175,10 @@ void requireNoFixedOption(CLI::App const& command, std::string const& path) {
 }
 
 /// What came of a replay, and the frames that were in it. The observation has ended. `folder` is
-/// for pictures; null: nobody wants files of them.
-std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& command,
-                                                              ReplayArguments const& arguments,
-                                                              base::AtomicFolder const* folder,
-                                                              Observer& observer,
-                                                              CliStreams const& streams) {
+/// for pictures; null: nobody wants files of them. Throws OutlineError as Footage does.
+std::pair<recording::Recording, run::ReplayResult> replayFile(
+    CLI::App const& command, ReplayArguments const& arguments, base::AtomicFolder const* folder,
+    bool trustsOutline, Observer& observer, CliStreams const& streams) {
     pipeline::ReplayOptions options = arguments.options;
     options.logLevel = observer.logLevel();
     // By its first bytes: people rename files.
@@ -193,29 +192,39 @@ std::pair<recording::Recording, run::ReplayResult> replayFile(CLI::App const& co
         observer.finish();
         return {std::move(replayed.frames), std::move(replayed.replay)};
     }
-    std::optional<picture::VideoFile> video;
-    recording::Recording recording = picture::readWithPictures(
-        file, options.input,
-        pictureMeasurer(
-            streams, !arguments.isCacheOff, [&observer] { observer.check(); }, &video));
-    run::ReplayListener listener = observer.listener();
-    if (arguments.pictures && !video) {
+    picture::Footage footage(
+        file, options.input, {!arguments.isCacheOff, trustsOutline && arguments.isShowing()},
+        [&](picture::VideoFile& video) {
+            return measureShowing(video, streams, [&observer] { observer.check(); });
+        });
+    recording::Recording& recording = footage.recording();
+    if (arguments.pictures && !footage.hasVideo()) {
         throw base::InputError(fmt::format(
             "--pictures {}: expected a recording with pictures (--video), found {} alone",
             *arguments.pictures, recording.path));
     }
-    if (arguments.isShowing() && video) {
-        auto const reel =
-            std::make_shared<picture::PictureReel>(*std::move(video), recording.frames);
-        listener.pictures = {[reel](recording::SensorFrame& frame) { return reel->of(frame); },
-                             folder, arguments.report.has_value()};
+    run::ReplayListener listener = observer.listener();
+    if (arguments.isShowing() && footage.hasVideo()) {
+        listener.pictures = {footage.show(), folder, arguments.report.has_value()};
     }
     run::ReplayResult result = run::replay(recording, options, listener);
+    footage.finish();
     observer.finish();
     if (arguments.isExplaining() || arguments.json || arguments.report) {
         run::addDefaultOutcomes(recording, result);
     }
     return {std::move(recording), std::move(result)};
+}
+
+/// Whether all that is read could be read once more, and nothing has been told when it is.
+bool mayStartAgain(ReplayArguments const& arguments) {
+    std::error_code ignored;
+    auto const isFile = [&](std::string const& path) {
+        return std::filesystem::is_regular_file(path, ignored);
+    };
+    return isFile(arguments.recording) &&
+           isFile(arguments.options.input.video.value_or(arguments.recording)) &&
+           arguments.options.logLevel == 0;
 }
 
 /// Throws CLI::ValidationError for a number that no capture has.
@@ -275,13 +284,23 @@ int runReplay(CLI::App const& command, ReplayArguments const& arguments,
     }
 
     auto const watch = watchPolicy("zsl replay", arguments.options.policy, arguments.policyLimit);
-    Observer observer(arguments, streams, signals ? &*signals : nullptr);
+    std::optional<Observer> observer;
+    auto const replay = [&](bool trustsOutline) {
+        observer.emplace(arguments, streams, signals ? &*signals : nullptr);
+        return replayFile(command, arguments, pictures ? &*pictures : nullptr, trustsOutline,
+                          *observer, streams);
+    };
     // Not as a structured binding, which clang 14 does not let lambdas capture.
-    auto replayed =
-        replayFile(command, arguments, pictures ? &*pictures : nullptr, observer, streams);
+    auto replayed = [&] {
+        try {
+            return replay(mayStartAgain(arguments));
+        } catch (picture::OutlineError const&) {
+            return replay(false);
+        }
+    }();
     recording::Recording const& recording = replayed.first;
     run::ReplayResult& result = replayed.second;
-    log::Explanation const* const reasons = observer.explanation();
+    log::Explanation const* const reasons = observer->explanation();
     requireCaptures(arguments.requests, result.captures);
     for (compare::Limit const& limit : arguments.limits) {
         result.limits.push_back(
@@ -295,7 +314,7 @@ int runReplay(CLI::App const& command, ReplayArguments const& arguments,
         report::writeJson(recording, result, reasons, streams.provenance, out);
     });
     trace.put([&](std::ostream& out) {
-        report::writeTrace({recording, result, reasons, observer.occupancy(), observer.sections(),
+        report::writeTrace({recording, result, reasons, observer->occupancy(), observer->sections(),
                             streams.provenance},
                            out);
     });

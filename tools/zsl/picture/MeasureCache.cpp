@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 
 /// To be raised when a measure comes to something else, or the form of the file changes.
 constexpr char kForm[] = "measures-2";
-/// Of all files: an hour of video has some 17 MB.
+/// Of all files: an hour of video has some 9 MB.
 constexpr uintmax_t kMostBytes = 128'000'000;
 
 Json toJson(MeasuredVideo const& video) {
@@ -57,19 +57,6 @@ MeasuredVideo fromJson(Json const& json) {
     return video;
 }
 
-std::optional<MeasuredVideo> read(fs::path const& path) {
-    std::ifstream file(path);
-    if (!file) {
-        return std::nullopt;
-    }
-    try {
-        MeasuredVideo video = fromJson(Json::parse(file));
-        return video.timesNs.empty() ? std::nullopt : std::optional(std::move(video));
-    } catch (Json::exception const&) {
-        return std::nullopt;  // it is written anew
-    }
-}
-
 struct CachedFile {
     fs::file_time_type usedAt;
     uintmax_t bytes = 0;
@@ -100,19 +87,6 @@ void prune(fs::path const& folder) {
     }
 }
 
-void write(fs::path const& path, MeasuredVideo const& video) {
-    std::error_code ignored;
-    fs::create_directories(path.parent_path(), ignored);
-    try {
-        base::AtomicFile file(path.string());
-        file.stream() << toJson(video).dump();
-        file.commit();
-    } catch (base::OutputError const&) {
-        // Nobody asked for the file: the next one measures again.
-    }
-    prune(path.parent_path().parent_path());
-}
-
 }  // namespace
 
 std::optional<fs::path> cacheFolder() {
@@ -127,21 +101,42 @@ std::optional<fs::path> cacheFolder() {
     return std::nullopt;
 }
 
-MeasuredVideo measureOnce(VideoFile& video, std::function<void(size_t, size_t)> const& progress) {
-    auto const folder = cacheFolder();
-    if (!folder) {
-        return measureVideo(video, progress);
+MeasureCache::MeasureCache(VideoFile& video, bool isUsed) : mName(video.name()) {
+    if (auto const folder = isUsed ? cacheFolder() : std::nullopt) {
+        mPath = *folder / kForm / (video.contentKey() + ".json");
     }
-    fs::path const path = *folder / kForm / (video.contentKey() + ".json");
-    if (auto known = read(path)) {
+}
+
+std::optional<MeasuredVideo> MeasureCache::read() const {
+    std::ifstream file(mPath.value_or(""));
+    if (!file) {
+        return std::nullopt;
+    }
+    try {
+        MeasuredVideo video = fromJson(Json::parse(file));
+        video.path = mName;
         std::error_code ignored;
-        fs::last_write_time(path, fs::file_time_type::clock::now(), ignored);  // it was used
-        known->path = video.name();
-        return *std::move(known);
+        fs::last_write_time(*mPath, fs::file_time_type::clock::now(), ignored);  // it was used
+        return video.timesNs.empty() ? std::nullopt : std::optional(std::move(video));
+    } catch (Json::exception const&) {
+        return std::nullopt;  // it is written anew
     }
-    MeasuredVideo measured = measureVideo(video, progress);
-    write(path, measured);
-    return measured;
+}
+
+void MeasureCache::write(MeasuredVideo const& video) const {
+    if (!mPath) {
+        return;
+    }
+    std::error_code ignored;
+    fs::create_directories(mPath->parent_path(), ignored);
+    try {
+        base::AtomicFile file(mPath->string());
+        file.stream() << toJson(video).dump();
+        file.commit();
+    } catch (base::OutputError const&) {
+        // Nobody asked for the file: the next one measures again.
+    }
+    prune(mPath->parent_path().parent_path());
 }
 
 }  // namespace zebcam::tool::picture

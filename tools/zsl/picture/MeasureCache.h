@@ -1,8 +1,8 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <optional>
+#include <string>
 
 #include "picture/MeasuredVideo.h"
 
@@ -15,8 +15,19 @@ namespace zebcam::tool::picture {
 /// `zsl` in the user's folder for caches (XDG_CACHE_HOME); none where nobody says which that is.
 std::optional<std::filesystem::path> cacheFolder();
 
-/// As measureVideo(), from the cache where it has it, else into it.
-MeasuredVideo measureOnce(
-    VideoFile& video, std::function<void(size_t pictures, size_t declared)> const& progress = {});
+/// What is kept of one video, or will be.
+class MeasureCache {
+public:
+    /// Reads the video's file once. One that is not used has nothing, and keeps nothing.
+    MeasureCache(VideoFile& video, bool isUsed);
+
+    /// None where it is not kept.
+    std::optional<MeasuredVideo> read() const;
+    void write(MeasuredVideo const& video) const;
+
+private:
+    std::string const mName;  ///< of the video
+    std::optional<std::filesystem::path> mPath;
+};
 
 }  // namespace zebcam::tool::picture

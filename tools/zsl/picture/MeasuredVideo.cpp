@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <future>
 #include <optional>
 #include <sstream>
 #include <string_view>
@@ -13,7 +12,6 @@
 
 #include "base/InputError.h"
 #include "base/Text.h"
-#include "picture/PictureMeter.h"
 
 namespace zebcam::tool::picture {
 
@@ -92,39 +90,57 @@ bool looksLikeVideo(base::InputFile const& file) {
     return (isBinary && !record::hasMagic(file.start())) || file.start().starts_with(kTextualMagic);
 }
 
+VideoMeter::VideoMeter(VideoFile const& video) {
+    mMeasured.path = video.name();
+    mMeasured.rotation = video.rotation();
+}
+
+void VideoMeter::add(VideoFile const& video) {
+    if (mMeasured.timesNs.empty()) {
+        mMeasured.width = video.picture()->width();
+        mMeasured.height = video.picture()->height();
+    }
+    if (mMeasured.timesNs.size() == recording::MAX_FRAMES) {
+        throw base::InputError(fmt::format("{}: expected at most {} pictures, found one more",
+                                           video.name(), recording::MAX_FRAMES));
+    }
+    mMeasured.timesNs.push_back(video.timeNs());
+    Pixels luma = video.picture()->pixels(PixelKind::Luma, MEASURED_WIDTH);
+    measured();
+    mMeasuring = std::async(std::launch::async, [this, luma = std::move(luma)]() mutable {
+        return mMeter.measure(std::move(luma));
+    });
+}
+
+MeasuredVideo& VideoMeter::measured() {
+    if (mMeasuring.valid()) {
+        mMeasured.measures.push_back(mMeasuring.get());
+    }
+    return mMeasured;
+}
+
 MeasuredVideo measureVideo(VideoFile& video, std::function<void(size_t, size_t)> const& progress) {
-    MeasuredVideo measured;
-    measured.path = video.name();
-    measured.rotation = video.rotation();
-    PictureMeter meter;
-    // While one is measured the next is decoded.
-    std::future<recording::PictureMeasures> measuring;
-    auto const collect = [&] {
-        if (measuring.valid()) {
-            measured.measures.push_back(measuring.get());
-        }
-    };
-    while (video.next()) {
-        if (measured.timesNs.empty()) {
-            measured.width = video.picture()->width();
-            measured.height = video.picture()->height();
-        }
-        if (measured.timesNs.size() == recording::MAX_FRAMES) {
-            throw base::InputError(fmt::format("{}: expected at most {} pictures, found one more",
-                                               video.name(), recording::MAX_FRAMES));
-        }
-        measured.timesNs.push_back(video.timeNs());
-        Pixels luma = video.picture()->pixels(PixelKind::Luma, MEASURED_WIDTH);
-        collect();
-        measuring = std::async(std::launch::async, [&meter, luma = std::move(luma)]() mutable {
-            return meter.measure(std::move(luma));
-        });
+    VideoMeter meter(video);
+    for (size_t pictures = 1; video.next(); ++pictures) {
+        meter.add(video);
         if (progress) {
-            progress(measured.timesNs.size(), video.declaredPictures());
+            progress(pictures, video.declaredPictures());
         }
     }
-    collect();
-    return measured;
+    return std::move(meter.measured());
+}
+
+std::optional<MeasuredVideo> outlineOf(VideoFile& video) {
+    auto times = video.packetTimes();
+    if (!times || times->size() > recording::MAX_FRAMES || !video.next()) {
+        return std::nullopt;
+    }
+    return MeasuredVideo{.path = video.name(),
+                         .width = video.picture()->width(),
+                         .height = video.picture()->height(),
+                         .rotation = video.rotation(),
+                         .timesNs = *std::move(times),
+                         .measures = {}};
 }
 
 PictureMatch matchPictures(recording::Recording& recording, std::span<int64_t const> timesNs,
@@ -155,7 +171,7 @@ void addPictures(recording::Recording& recording, MeasuredVideo const& video) {
     recording.video = {
         video.path, video.width, video.height, video.rotation, video.timesNs.size(), match, 0};
     for (SensorFrame& frame : recording.frames) {
-        if (frame.videoFrame) {
+        if (frame.videoFrame && video.isMeasured()) {
             frame.picture = video.measures[*frame.videoFrame];
         }
     }

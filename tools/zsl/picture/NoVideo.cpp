@@ -62,7 +62,8 @@ void writeScene(recording::Recording const&, SceneOptions const&, std::ostream&,
     throw base::InputError(NO_VIDEOS);
 }
 
-void forEachPicture(VideoFile&, std::span<size_t const>, std::function<void(VideoFile&)> const&) {
+std::optional<std::vector<int64_t>> VideoFile::packetTimes() {
+    return std::nullopt;
 }
 
 Pixels Picture::pixels(PixelKind, uint32_t) const {

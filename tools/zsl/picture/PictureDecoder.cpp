@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -107,6 +108,36 @@ bool PictureDecoder::next() {
         }
         feed();
     }
+}
+
+std::optional<std::vector<int64_t>> PictureDecoder::packetTimes() {
+    // Those of others may be parts of pictures, or pictures that are not shown.
+    constexpr AVCodecID kPlain[] = {AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4,
+                                    AV_CODEC_ID_MJPEG};
+    if (std::ranges::find(kPlain, mStream->codecpar->codec_id) == std::end(kPlain)) {
+        return std::nullopt;
+    }
+    std::vector<int64_t> times;
+    for (;;) {
+        av_packet_unref(mPacket.get());
+        int const status = av_read_frame(mFormat.get(), mPacket.get());
+        if (status == AVERROR_EOF) {
+            break;
+        }
+        if (status < 0) {
+            return std::nullopt;
+        }
+        if (mPacket->stream_index == mStream->index) {
+            constexpr int kUnsure = AV_PKT_FLAG_CORRUPT | AV_PKT_FLAG_DISCARD;
+            if (mPacket->pts == AV_NOPTS_VALUE || (mPacket->flags & kUnsure) != 0) {
+                return std::nullopt;
+            }
+            times.push_back(inNs(mPacket->pts));
+        }
+    }
+    std::ranges::sort(times);
+    bool const isSure = !times.empty() && std::ranges::adjacent_find(times) == times.end();
+    return isSure ? std::optional(std::move(times)) : std::nullopt;
 }
 
 size_t PictureDecoder::declared() const {
@@ -228,7 +259,7 @@ void PictureDecoder::takePicture() {
     }
     int64_t const time = mFrame->best_effort_timestamp;
     if (time != AV_NOPTS_VALUE) {
-        mTimeNs = av_rescale_q(time, mStream->time_base, {1, base::NS_PER_SECOND});
+        mTimeNs = inNs(time);
     } else {
         mTimeNs = mPictures > 0 ? mTimeNs + intervalNs() : 0;
     }
@@ -251,6 +282,10 @@ int64_t PictureDecoder::intervalNs() const {
     AVRational const rate = mStream->avg_frame_rate;
     constexpr AVRational kUsualRate = {30, 1};
     return av_rescale_q(1, av_inv_q(rate.num > 0 ? rate : kUsualRate), {1, base::NS_PER_SECOND});
+}
+
+int64_t PictureDecoder::inNs(int64_t time) const {
+    return av_rescale_q(time, mStream->time_base, {1, base::NS_PER_SECOND});
 }
 
 /// A file's index, where it has one, tells of what was cut off.

@@ -3,8 +3,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "picture/Picture.h"
 
@@ -52,6 +54,10 @@ public:
     /// Goes to the next picture; false after the last.
     bool next();
 
+    /// Presentation times of all pictures as the packets tell them, ascending; none where those
+    /// need not be the pictures'. Reads the input to its end, so that no picture comes any more.
+    std::optional<std::vector<int64_t>> packetTimes();
+
     /// The current picture; null before the first.
     std::shared_ptr<Picture const> const& picture() const { return mPicture; }
 
@@ -75,6 +81,7 @@ private:
     void feed();
     void takePicture();
     int64_t intervalNs() const;
+    int64_t inNs(int64_t time) const;
     void requireWhole() const;
 
     std::string const mName;

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "picture/VideoFile.h"
+#include "picture/Picture.h"
 #include "recording/Recording.h"
 
 namespace zebcam::tool::picture {

@@ -1,6 +1,11 @@
 #include "picture/PictureReel.h"
 
+#include <fmt/format.h>
+
 #include <utility>
+
+#include "base/InputError.h"
+#include "base/Text.h"
 
 namespace zebcam::tool::picture {
 
@@ -13,8 +18,12 @@ constexpr size_t kMostGiven = 1'000;
 
 }  // namespace
 
-PictureReel::PictureReel(VideoFile video, std::vector<recording::SensorFrame> const& frames)
-    : mVideo(std::move(video)) {
+PictureReel::PictureReel(VideoFile video, MeasuredVideo known,
+                         std::vector<recording::SensorFrame> const& frames)
+    : mVideo(std::move(video)), mKnown(std::move(known)) {
+    if (!mKnown.isMeasured()) {
+        mMeter.emplace(mVideo);
+    }
     for (recording::SensorFrame const& frame : frames) {
         if (frame.videoFrame) {
             mWanted.insert(*frame.videoFrame);
@@ -23,7 +32,7 @@ PictureReel::PictureReel(VideoFile video, std::vector<recording::SensorFrame> co
     mVideo.rewind();
 }
 
-std::shared_ptr<Picture const> PictureReel::of(recording::SensorFrame const& frame) {
+std::shared_ptr<Picture const> PictureReel::of(recording::SensorFrame& frame) {
     if (!frame.videoFrame) {
         return nullptr;
     }
@@ -38,6 +47,9 @@ std::shared_ptr<Picture const> PictureReel::of(recording::SensorFrame const& fra
     if (picture == nullptr) {
         picture = decode(index);
     }
+    if (mMeter) {
+        frame.picture = mMeter->measured().measures[index];
+    }
     mGiven[index] = picture;
     if (mGiven.size() > kMostGiven) {
         mGiven.erase(mGiven.begin());
@@ -50,13 +62,47 @@ std::shared_ptr<Picture const> PictureReel::decode(size_t index) {
         mVideo.rewind();
         mNext = 0;
     }
-    while (mVideo.next()) {
-        if (mNext++ == index) {
+    while (next()) {
+        if (mNext - 1 == index) {
             return mVideo.picture();
         }
         keep(mNext - 1);
     }
-    return nullptr;
+    if (mMeter) {
+        throw OutlineError();
+    }
+    throw base::InputError(fmt::format("{}: expected picture {} as before, found {}", mVideo.name(),
+                                       index, base::counted(mNext, "picture", "pictures")));
+}
+
+/// Measures each picture when it comes for the first time.
+bool PictureReel::next() {
+    bool const isThere = mVideo.next();
+    size_t const measured = mMeter ? mMeter->measured().timesNs.size() : 0;
+    if (isThere && mMeter && mNext == measured) {
+        if (mNext >= mKnown.timesNs.size() || mVideo.timeNs() != mKnown.timesNs[mNext]) {
+            throw OutlineError();
+        }
+        mMeter->add(mVideo);
+    }
+    mNext += isThere ? 1 : 0;
+    return isThere;
+}
+
+MeasuredVideo const& PictureReel::measured() {
+    if (mMeter) {
+        if (mNext < mMeter->measured().timesNs.size()) {
+            decode(mMeter->measured().timesNs.size() - 1);
+        }
+        while (next()) {
+        }
+        if (mMeter->measured().timesNs.size() != mKnown.timesNs.size()) {
+            throw OutlineError();
+        }
+        mKnown = std::move(mMeter->measured());
+        mMeter.reset();
+    }
+    return mKnown;
 }
 
 void PictureReel::keep(size_t index) {

@@ -219,16 +219,11 @@ std::string VideoFile::contentKey() {
     return mSource->contentKey();
 }
 
-void forEachPicture(VideoFile& video, std::span<size_t const> wanted,
-                    std::function<void(VideoFile& video)> const& take) {
-    video.rewind();
-    auto next = wanted.begin();
-    while (next != wanted.end() && video.next()) {
-        if (video.index() == *next) {
-            take(video);
-            ++next;
-        }
-    }
+std::optional<std::vector<int64_t>> VideoFile::packetTimes() {
+    mSource->start();
+    auto times = mSource->decoder().packetTimes();
+    mSource->start();
+    return times;
 }
 
 }  // namespace zebcam::tool::picture

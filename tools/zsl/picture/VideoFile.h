@@ -2,10 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <span>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "base/InputFile.h"
 #include "picture/Picture.h"
@@ -66,6 +66,10 @@ public:
     /// The current picture; null before the first.
     std::shared_ptr<Picture const> const& picture() const;
 
+    /// Presentation times of all pictures without decoding them, as the file's packets tell them;
+    /// none where those need not be the pictures'. Goes back to before the first picture.
+    std::optional<std::vector<int64_t>> packetTimes();
+
     /// Stands for what the file holds: two files with the same key have the same pictures.
     std::string contentKey();
 
@@ -74,10 +78,5 @@ private:
 
     std::unique_ptr<Source> mSource;
 };
-
-/// Decodes `video` from its start and gives the pictures whose positions `wanted` names, ascending;
-/// those that it has not are left out. Ends with the last that is wanted.
-void forEachPicture(VideoFile& video, std::span<size_t const> wanted,
-                    std::function<void(VideoFile& video)> const& take);
 
 }  // namespace zebcam::tool::picture

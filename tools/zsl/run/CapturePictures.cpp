@@ -75,8 +75,8 @@ std::shared_ptr<Picture const> pictureIn(host::FrameBuilder const& builder) {
     return nullptr;
 }
 
-CapturePictures::CapturePictures(PictureWishes wishes, size_t captures, size_t history)
-    : mWishes(std::move(wishes)), mCopyWidth(copyWidth(captures * (history + 1))) {
+CapturePictures::CapturePictures(PictureWishes wishes, size_t copies)
+    : mWishes(std::move(wishes)), mCopyWidth(copyWidth(copies)) {
 }
 
 void CapturePictures::expectPress(uint32_t requestNo, recording::SensorFrame const& frame,

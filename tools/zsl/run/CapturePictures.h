@@ -48,8 +48,8 @@ struct PictureWishes {
 /// buffers, but for the time of a call into the processor. For one thread.
 class CapturePictures {
 public:
-    /// `captures` and `history`: how many copies are to be expected.
-    CapturePictures(PictureWishes wishes, size_t captures, size_t history);
+    /// `copies`: how many are to be expected at most.
+    CapturePictures(PictureWishes wishes, size_t copies);
 
     bool areWanted() const { return static_cast<bool>(mWishes.of); }
 

@@ -46,7 +46,8 @@ public:
               pipeline::makeFaultInjector(options.faults, mStartNs, recording.medianIntervalNs)),
           mClock({.bootTimeNs = mStartNs}),
           mPresses(pipeline::pressTimes(recording, options)),
-          mPictures(listener.pictures, mPresses.size(), options.history),
+          mPictures(listener.pictures,
+                    std::min(mPresses.size() * (options.history + 1), recording.frames.size())),
           mPipeline(listeningOptions()) {
         schedule();
     }
