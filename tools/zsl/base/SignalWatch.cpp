@@ -14,10 +14,12 @@ Interrupted::Interrupted(int signal)
     : std::runtime_error(std::string("interrupted: ") + strsignal(signal)), mSignal(signal) {
 }
 
-SignalWatch::SignalWatch() {
+SignalWatch::SignalWatch(std::vector<int> const& others) {
+    std::vector<int> signals = {SIGINT, SIGTERM, SIGHUP};
+    signals.insert(signals.end(), others.begin(), others.end());
     sigset_t watched;
     sigemptyset(&watched);
-    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (int const signal : signals) {
         // Blocking one that is ignored, as nohup makes it, would bring it back.
         struct sigaction action {};
         if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
@@ -40,10 +42,16 @@ SignalWatch::~SignalWatch() {
     restoreMask();
 }
 
-void SignalWatch::throwIfAny() const {
+std::optional<int> SignalWatch::take() const {
     signalfd_siginfo info{};
-    if (read(mFd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
-        throw Interrupted(static_cast<int>(info.ssi_signo));
+    return read(mFd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)
+               ? std::optional(static_cast<int>(info.ssi_signo))
+               : std::nullopt;
+}
+
+void SignalWatch::throwIfAny() const {
+    if (auto const signal = take()) {
+        throw Interrupted(*signal);
     }
 }
 

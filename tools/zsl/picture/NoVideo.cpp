@@ -1,6 +1,7 @@
 // Takes the videos' place in a build without FFmpeg's libraries: no video is ever opened.
 
 #include "base/InputError.h"
+#include "picture/Camera.h"
 #include "picture/Jpeg.h"
 #include "picture/Scene.h"
 #include "picture/VideoFile.h"
@@ -8,6 +9,10 @@
 namespace zebcam::tool::picture {
 
 class VideoFile::Source {};
+
+std::unique_ptr<Camera> openCamera(CameraOptions const& options, std::function<void()> const&) {
+    throw base::InputError(options.source + ": " + NO_VIDEOS);
+}
 
 bool canReadVideos() {
     return false;

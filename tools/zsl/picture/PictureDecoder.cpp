@@ -83,9 +83,10 @@ std::string reasonOf(int status) {
     return sLastLine.text.empty() ? reason : fmt::format("{} ({})", reason, sLastLine.text);
 }
 
-PictureDecoder::PictureDecoder(std::string name, FormatContext format)
+PictureDecoder::PictureDecoder(std::string name, FormatContext format, ReadPacket read)
     : mName(std::move(name)),
       mFormat(std::move(format)),
+      mRead(std::move(read)),
       mPacket(av_packet_alloc()),
       mFrame(av_frame_alloc()) {
     findStreams();
@@ -206,6 +207,9 @@ void PictureDecoder::openCodec() {
     avcodec_parameters_to_context(mCodec.get(), mStream->codecpar);
     mCodec->max_pixels = MAX_PICTURE_POINTS;
     mCodec->thread_count = 0;  // as many as there are cores
+    if (mRead) {
+        mCodec->thread_type = FF_THREAD_SLICE;  // of several pictures at once each comes later
+    }
     mCodec->pkt_timebase = mStream->time_base;
     if (int const status = avcodec_open2(mCodec.get(), codec, nullptr); status < 0) {
         fail("a video", reasonOf(status));
@@ -226,7 +230,8 @@ std::string PictureDecoder::streamKinds() const {
 void PictureDecoder::feed() {
     for (;;) {
         av_packet_unref(mPacket.get());
-        int const status = av_read_frame(mFormat.get(), mPacket.get());
+        int const status = mRead ? mRead(*mPacket, mCodec->reordered_opaque)
+                                 : av_read_frame(mFormat.get(), mPacket.get());
         if (status == AVERROR_EOF) {
             avcodec_send_packet(mCodec.get(), nullptr);
             return;
@@ -257,6 +262,7 @@ void PictureDecoder::takePicture() {
     if (sws_isSupportedInput(static_cast<AVPixelFormat>(mFrame->format)) == 0) {
         failAtPicture("its points cannot be converted");
     }
+    mTag = mRead ? mFrame->reordered_opaque : 0;
     int64_t const time = mFrame->best_effort_timestamp;
     if (time != AV_NOPTS_VALUE) {
         mTimeNs = inNs(time);
@@ -291,7 +297,7 @@ int64_t PictureDecoder::inNs(int64_t time) const {
 /// A file's index, where it has one, tells of what was cut off.
 void PictureDecoder::requireWhole() const {
     auto const indexed = static_cast<size_t>(avformat_index_get_entries_count(mStream));
-    if (mPackets < indexed) {
+    if (!mRead && mPackets < indexed) {
         fail(fmt::format("{} pictures as its index tells", indexed),
              fmt::format("{}: it is cut off", mPackets));
     }

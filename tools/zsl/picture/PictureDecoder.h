@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -48,10 +49,15 @@ std::string reasonOf(int status);
  */
 class PictureDecoder {
 public:
-    /// `name` is the input's. Reads as far as it takes to know the streams.
-    PictureDecoder(std::string name, FormatContext format);
+    /// Gives the next packet as av_read_frame() does, and a tag for its picture.
+    using ReadPacket = std::function<int(AVPacket& packet, int64_t& tag)>;
 
-    /// Goes to the next picture; false after the last.
+    /// `name` is the input's. Reads as far as it takes to know the streams. Its packets are read by
+    /// `read` then, whose input is never cut off and shall not wait for pictures; empty: by the
+    /// decoder.
+    PictureDecoder(std::string name, FormatContext format, ReadPacket read = {});
+
+    /// Goes to the next picture; false after the last. After an error to the one after that.
     bool next();
 
     /// Presentation times of all pictures as the packets tell them, ascending; none where those
@@ -63,6 +69,9 @@ public:
 
     /// Presentation time of the current picture; where the input has none, by its rate.
     int64_t timeNs() const { return mTimeNs; }
+
+    /// What the current picture's packet was given; 0 without such a reader.
+    int64_t tag() const { return mTag; }
 
     size_t decoded() const { return mPictures; }  ///< pictures so far
     size_t declared() const;  ///< how many there are as the input declares it; 0: it does not
@@ -86,6 +95,7 @@ private:
 
     std::string const mName;
     FormatContext const mFormat;
+    ReadPacket const mRead;
     AVStream* mStream = nullptr;  ///< the format's
     CodecContext mCodec;
     Packet const mPacket;
@@ -93,6 +103,7 @@ private:
     std::shared_ptr<Picture const> mPicture;
     int mRotation = 0;
     int64_t mTimeNs = 0;
+    int64_t mTag = 0;
     size_t mPictures = 0;
     size_t mPackets = 0;
 };
