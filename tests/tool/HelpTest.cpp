@@ -25,8 +25,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-constexpr char const* kCommands[] = {"replay",  "live", "generate", "explain",
-                                     "compare", "list", "help",     "version"};
+constexpr char const* kCommands[] = {"replay",  "live", "camera", "generate", "explain",
+                                     "compare", "list", "help",   "version"};
 
 class Help : public CliTest {
 protected:
@@ -68,7 +68,7 @@ TEST_F(Help, FitsTheTerminalAndIsTheSameHoweverAsked) {
 
 TEST_F(Help, IsNoLongerThanTheDocumentation) {
     std::regex const option("\n  (?:-\\w,)?(--[\\w-]+)");
-    for (std::string const command : {"replay", "live", "explain", "compare"}) {
+    for (std::string const command : {"replay", "live", "camera", "explain", "compare"}) {
         std::string const page = contentOf(std::string(ZSL_ROOT) + "/docs/" +
                                            std::string(commands::guideOf(command).page));
         std::string const help = told({"help", command}, 100);
@@ -97,8 +97,8 @@ TEST_F(Help, GivesExamplesThatWork) {
             }
             bool const hasPage = report::reportPage() != nullptr || !here.ends_with("html");
             bool const hasVideo = picture::canReadVideos() || here.find("mp4") == std::string::npos;
-            if (command == "live" || command == "explain" || !hasPage || !hasVideo ||
-                here.find(" | ") != std::string::npos) {
+            if (command == "live" || command == "camera" || command == "explain" || !hasPage ||
+                !hasVideo || here.find(" | ") != std::string::npos) {
                 continue;
             }
             Outcome const outcome = zsl(arguments);

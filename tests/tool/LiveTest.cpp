@@ -38,7 +38,9 @@ protected:
                                                                run::LiveOptions options) {
         options.recordPath = path("live.zslrec");
         run::RecordedFrames frames(source, options.replay, options.durationNs.has_value());
-        run::LiveRun run(frames, options, [this](std::string const& lines) { mLog += lines; });
+        run::LiveRun run(
+            frames, options,
+            {.log = [this](std::string const& lines) { mLog += lines; }, .press = {}, .frame = {}});
         run.start();
         while (!run.isOver()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));

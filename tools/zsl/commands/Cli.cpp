@@ -122,6 +122,7 @@ void addCommands(CLI::App& app, CliStreams const& streams, int& status) {
     std::string const version = fmt::format("zsl {} ({})", VERSION, REVISION);
     addReplayCommand(app, streams, status);
     addLiveCommand(app, streams, status);
+    addCameraCommand(app, streams, status);
     addGenerateCommand(app, streams, status);
     addExplainCommand(app, streams, status);
     addCompareCommand(app, streams, status);

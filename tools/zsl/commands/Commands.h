@@ -69,6 +69,10 @@ picture::Measure pictureMeasurer(CliStreams const& streams, bool usesCache,
 /// input leaves the parsing as an exception whose text says what was expected and found. `streams`
 /// and `exitStatus` must outlive `app`'s parsing.
 
+/// `camera`, runs the pipeline with a camera's pictures: as `live`, and 1 too when the camera broke
+/// off; 128 and the signal when one came before the first picture.
+void addCameraCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);
+
 /// `compare`, replays recordings under several settings: 0 when all runs are in order and within
 /// the limits, else 1; 128 and the signal when one ended it.
 void addCompareCommand(CLI::App& app, CliStreams const& streams, int& exitStatus);

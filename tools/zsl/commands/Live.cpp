@@ -8,7 +8,6 @@
 #include <memory>
 #include <optional>
 #include <ostream>
-#include <stdexcept>
 #include <string>
 
 #include "base/AtomicFile.h"
@@ -28,7 +27,6 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr int64_t kMaxDurationNs = 7 * 24 * 3600 * base::NS_PER_SECOND;
 constexpr int64_t kGeneratedNs = 10 * base::NS_PER_SECOND;
 // What phones do, from preview to slow motion.
 constexpr int64_t kMinFps = 30;
@@ -46,16 +44,6 @@ struct LiveArguments {
     std::chrono::nanoseconds policyLimit = pipeline::PolicyWatch::DEFAULT_LIMIT;
     run::LiveOptions options;
 };
-
-int64_t parseTime(std::string const& text) {
-    int64_t const ns = base::parseDuration(text);
-    if (ns < base::NS_PER_MS || ns > kMaxDurationNs) {
-        throw std::invalid_argument(fmt::format(
-            "expected a time from {} to {}, found {}", base::formatDuration(base::NS_PER_MS),
-            base::formatDuration(kMaxDurationNs), base::formatDuration(ns)));
-    }
-    return ns;
-}
 
 /// The recording that was named, or a made-up one of ten seconds, which a longer run repeats.
 recording::Recording sourceOf(LiveArguments& arguments, CliStreams const& streams) {
@@ -108,7 +96,7 @@ void tell(run::LiveResult const& result, recording::Recording const& recording,
         streams.out << '\n' << report::liveReport(result, streams.outStyle) << std::flush;
     }
     json.put([&](std::ostream& out) {
-        report::writeJson(report::toJson(result, recording, streams.provenance), out);
+        report::writeJson(report::toJson(result, &recording, streams.provenance), out);
         // Nobody shall have run it for nothing.
         if (json.isStandard() && !out.flush()) {
             streams.err << report::liveReport(result, streams.errStyle);
@@ -134,8 +122,9 @@ int runLive(CLI::App const& command, LiveArguments& arguments, CliStreams const&
     base::LineWriter err(streams.err, kLogBytes);
     run::RecordedFrames frames(recording, arguments.options.replay,
                                arguments.options.durationNs.has_value());
-    run::LiveRun live(frames, arguments.options,
-                      [&err](std::string const& lines) { err.push(lines); });
+    run::LiveRun live(
+        frames, arguments.options,
+        {.log = [&err](std::string const& lines) { err.push(lines); }, .press = {}, .frame = {}});
     live.start();
     auto const& style = json.isStandard() ? streams.errStyle : streams.outStyle;
     std::optional<int> const signal = watch(live, *signals, style, [&](std::string const& line) {
@@ -174,13 +163,13 @@ void addSourceOptions(CLI::App& command, LiveArguments& arguments) {
               fmt::format("Rate of the generated frames, {} to {} [default: {}]", kMinFps, kMaxFps,
                           kMinFps),
               "N");
-    addParsed(command, "--duration", arguments.options.durationNs, parseTime,
+    addParsed(command, "--duration", arguments.options.durationNs, parseRunTime,
               "How long to run; the recording is repeated [default: once through it; generated: "
               "10s]",
               "T");
-    addParsed(command, "--press-every", arguments.options.pressEveryNs, parseTime,
+    addParsed(command, "--press-every", arguments.options.pressEveryNs, parseRunTime,
               "Time from press to press [default: 0.5s]", "T");
-    addParsed(command, "--dump-every", arguments.options.dumpEveryNs, parseTime,
+    addParsed(command, "--dump-every", arguments.options.dumpEveryNs, parseRunTime,
               "Time from dump to dump [default: 1s]", "T");
 }
 

@@ -58,6 +58,17 @@ int64_t parseDelay(std::string const& text) {
     return ns;
 }
 
+int64_t parseRunTime(std::string const& text) {
+    constexpr int64_t kMaxRunNs = 7 * 24 * 3600 * base::NS_PER_SECOND;
+    int64_t const ns = base::parseDuration(text);
+    if (ns < base::NS_PER_MS || ns > kMaxRunNs) {
+        throw std::invalid_argument(fmt::format(
+            "expected a time from {} to {}, found {}", base::formatDuration(base::NS_PER_MS),
+            base::formatDuration(kMaxRunNs), base::formatDuration(ns)));
+    }
+    return ns;
+}
+
 std::chrono::nanoseconds parseTimeLimit(std::string const& text) {
     std::chrono::nanoseconds const limit(parseDelay(text));
     if (limit.count() == 0) {
@@ -407,10 +418,13 @@ std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
                         : std::make_unique<pipeline::PolicyWatch>(command, path, limit, kBadInput);
 }
 
-void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options) {
+void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options, bool hasDelivery) {
     command.option_defaults()->group(kPipeline);
-    addParsed(command, "--delivery-delay", options.deliveryDelayNs, parseDelay,
-              "From the end of the readout to the history [default: the frame's duration]", "T");
+    if (hasDelivery) {
+        addParsed(command, "--delivery-delay", options.deliveryDelayNs, parseDelay,
+                  "From the end of the readout to the history [default: the frame's duration]",
+                  "T");
+    }
     addParsed(command, "--reprocess-delay", options.reprocessDelayNs, parseDelay,
               "From a served frame to its result [default: the median interval]", "T");
     addParsed(command, "--property", options.properties, parseProperty,

@@ -30,7 +30,10 @@ int64_t parseWholeNumber(std::string const& text, int64_t min, int64_t max);
 /// A time from 0 to an hour, in ns.
 int64_t parseDelay(std::string const& text);
 
-/// The same without 0.
+/// From 1 ms to a week, in ns.
+int64_t parseRunTime(std::string const& text);
+
+/// From 0 to an hour, but not 0.
 std::chrono::nanoseconds parseTimeLimit(std::string const& text);
 
 /// A boot time in ns: with a unit, in seconds with a point as logs have it, or in whole ns.
@@ -153,8 +156,9 @@ std::unique_ptr<pipeline::PolicyWatch> watchPolicy(char const* command,
                                                    pipeline::PolicyOption const& policy,
                                                    std::chrono::nanoseconds limit);
 
-/// --delivery-delay, --reprocess-delay, --property.
-void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options);
+/// --delivery-delay, unless frames come by themselves, --reprocess-delay, --property.
+void addPipelineOptions(CLI::App& command, pipeline::ReplayOptions& options,
+                        bool hasDelivery = true);
 
 /// --fault, --seed.
 void addFaultOptions(CLI::App& command, pipeline::FaultOptions& options);

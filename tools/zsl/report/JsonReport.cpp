@@ -174,10 +174,28 @@ Json distributionJson(base::Distribution const& times) {
 /// A run without end keeps no frames, so that some of what a replay tells is not known.
 Json liveSummaryJson(run::LiveResult const& result) {
     Json json = summaryJson(result.summary(), result.droppedFrames, result.errorLines);
-    for (char const* const unknown : {"distance", "chosen"}) {
-        json[unknown] = nullptr;
+    if (!result.camera) {
+        for (char const* const unknown : {"distance", "chosen"}) {
+            json[unknown] = nullptr;
+        }
     }
     return json;
+}
+
+Json cameraJson(picture::CameraFacts const& camera) {
+    return {{"source", camera.source},
+            {"format", camera.format},
+            {"width", camera.width},
+            {"height", camera.height},
+            {"clock", toString(camera.clock)},
+            {"intervalNs", camera.intervalNs},
+            {"pictures", camera.pictures},
+            {"droppedPictures", camera.dropped},
+            {"brokenPictures", camera.broken},
+            {"replacedTimes", camera.replacedTimes},
+            {"resizedPictures", camera.resized},
+            {"end", orNull(camera.end)},
+            {"hasBrokenOff", camera.hasBrokenOff}};
 }
 
 Json logJson(std::optional<base::LineWriter::Counts> const& log) {
@@ -198,17 +216,25 @@ Json recorderJson(run::LiveResult const& result) {
 
 }  // namespace
 
-Json toJson(run::LiveResult const& result, recording::Recording const& recording,
+Json toJson(run::LiveResult const& result, recording::Recording const* recording,
             base::Provenance const& provenance) {
     run::LiveOptions const& options = result.options;
-    Json json = documentOf("live", result.isClean(), provenance);
+    Json json = documentOf(result.camera ? "camera" : "live", result.isClean(), provenance);
     json["verdict"] = verdictJson(verdictOf(result));
     json["elapsedNs"] = result.status.elapsedNs;
     json["plannedNs"] = orNull(result.plannedNs);
     json["endedBySignal"] = orNull(result.signal);
-    json["recording"] =
-        recordingJson(recording.path, recording.notes, recording::computeFacts(recording),
-                      recording.frames.front().timestampNs);
+    if (result.camera) {
+        json["camera"] = cameraJson(*result.camera);
+        json["captures"] = listOf(result.captures, [](pipeline::CaptureRecord const& capture) {
+            return captureJson(capture, nullptr, "");
+        });
+    }
+    if (recording != nullptr) {
+        json["recording"] =
+            recordingJson(recording->path, recording->notes, recording::computeFacts(*recording),
+                          recording->frames.front().timestampNs);
+    }
     json["options"] = optionsJson(options.replay, result.offsetMs);
     json["options"]["durationNs"] = orNull(options.durationNs);
     json["options"]["pressEveryNs"] = orNull(options.pressEveryNs);
@@ -224,7 +250,9 @@ Json toJson(run::LiveResult const& result, recording::Recording const& recording
     json["dumpCount"] = result.status.dumps;
     json["summary"] = liveSummaryJson(result);
     json["ledger"] = ledgerJson(result.status.ledger, result.longestHeldNs, &result.unsettled);
-    json["faults"] = faultsJson(options.replay.faults, result.faults);
+    if (!result.camera) {  // which has enough of its own
+        json["faults"] = faultsJson(options.replay.faults, result.faults);
+    }
     json["recorder"] = recorderJson(result);
     json["log"] = logJson(result.log);
     json["failures"] = result.failures;

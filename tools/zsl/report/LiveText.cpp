@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "report/Reports.h"
 #include "report/RunText.h"
+#include "run/CameraFrames.h"
 #include "run/Verdict.h"
 
 namespace zebcam::tool::report {
@@ -65,7 +66,9 @@ std::string lockText(TextStyle const& style, run::LiveResult const& result) {
 std::string headText(TextStyle const& style, run::LiveResult const& result) {
     pipeline::ReplayOptions const& replay = result.options.replay;
     std::string ran = base::formatSeconds(result.status.elapsedNs) + " s";
-    if (result.signal && result.plannedNs) {
+    if (result.signal && !result.plannedNs) {
+        ran += fmt::format(", until {}", strsignal(*result.signal));
+    } else if (result.signal) {
         ran = fmt::format("interrupted after {} of {} s ({})", ran,
                           base::formatSeconds(*result.plannedNs), strsignal(*result.signal));
     }
@@ -73,19 +76,30 @@ std::string headText(TextStyle const& style, run::LiveResult const& result) {
         result.options.pressEveryNs
             ? fmt::format("every {} ms", base::formatMs(*result.options.pressEveryNs))
             : "for each press";
-    return labelled(style, "Live",
-                    fmt::format("{}, {:.2f} frames/s, {}",
-                                result.source.empty() ? "generated frames" : result.source,
-                                result.fps, ran)) +
-           labelled(
-               style, "Captures",
-               fmt::format("policy {}, {} {}, history of {}, ZSL offset {} ms{}",
-                           policyText(replay), counted(replay.framesPerCapture, "frame", "frames"),
-                           when, counted(replay.history, "frame", "frames"), result.offsetMs,
-                           replay.frameSync ? ", frame sync" : ""));
+    std::string const source =
+        result.camera
+            ? cameraText(*result.camera, style) + labelled(style, "", "ran for " + ran)
+            : labelled(style, "Live",
+                       fmt::format("{}, {:.2f} frames/s, {}",
+                                   result.source.empty() ? "generated frames" : result.source,
+                                   result.fps, ran));
+    return source + labelled(style, "Captures",
+                             fmt::format("policy {}, {} {}, history of {}, ZSL offset {} ms{}",
+                                         policyText(replay),
+                                         counted(replay.framesPerCapture, "frame", "frames"), when,
+                                         counted(replay.history, "frame", "frames"),
+                                         result.offsetMs, replay.frameSync ? ", frame sync" : ""));
 }
 
 std::string sensorText(TextStyle const& style, run::LiveResult const& result) {
+    if (result.camera) {
+        return labelled(style, "Sensor",
+                        fmt::format("{} arrived, {} dropped from the history; {} ms after their "
+                                    "times at most, 95 % {} ms",
+                                    counted(result.status.arrivedFrames, "frame", "frames"),
+                                    result.droppedFrames, base::formatMs(result.lateness.max()),
+                                    base::formatMs(result.lateness.quantile(0.95))));
+    }
     return labelled(
         style, "Sensor",
         fmt::format(
@@ -139,12 +153,60 @@ std::string statusLine(run::LiveStatus const& status, TextStyle const& style) {
                                : "lost 0");
 }
 
+std::string cameraText(picture::CameraFacts const& camera, TextStyle const& style) {
+    using picture::CameraClock;
+    char const* const clock =
+        camera.clock == CameraClock::Driver ? "times are the driver's (monotonic clock)"
+        : camera.clock == CameraClock::Own  ? "shown at its own pace, to which its times are kept"
+                                            : "times are those of arrival";
+    std::string text = labelled(style, "Camera",
+                                fmt::format("{} ({}): {} x {}, {:.2f} frames/s; {}", camera.source,
+                                            camera.format, camera.width, camera.height,
+                                            1e9 / static_cast<double>(camera.intervalNs), clock));
+    if (std::string const troubles = cameraTroubles(camera); !troubles.empty()) {
+        text += labelled(style, "", troubles);
+    }
+    return text + (camera.end.empty() ? "" : labelled(style, "", "ended: " + camera.end));
+}
+
+std::string cameraTroubles(picture::CameraFacts const& camera) {
+    std::string text;
+    for (auto const& [count, what] :
+         {std::pair{camera.dropped, "dropped, for they come faster than they are decoded"},
+          {camera.broken, "broken"},
+          {camera.replacedTimes, "with a time that goes back or is too far off, replaced"},
+          {camera.resized, "of another size than the one before"}}) {
+        if (count > 0) {
+            text += fmt::format("{}{} {}", text.empty() ? "" : ", ",
+                                counted(count, "picture", "pictures"), what);
+        }
+    }
+    return text;
+}
+
+std::string shotLine(run::CameraShot const& shot, int64_t startNs) {
+    pipeline::FrameOutcome const& frame = shot.capture.frames.at(shot.index);
+    std::string line = fmt::format("pressed at {:>7} s  capture {:>4}, frame {}  {:<9}",
+                                   base::formatSeconds(shot.capture.pressNs - startNs),
+                                   shot.capture.requestNo, shot.index, toString(frame.served));
+    if (auto const lagNs = shot.capture.lagNs(frame)) {
+        line += fmt::format("  lag {:>8} ms  waited {:>7} ms", base::formatMs(*lagNs),
+                            base::formatMs(shot.capture.waitNs(frame).value_or(0)));
+    }
+    if (frame.chosen && frame.chosen->picture && frame.sharpnessShare) {
+        line += fmt::format("  sharpness {:>6.2f} ({:.2f} of best)",
+                            frame.chosen->picture->sharpness, *frame.sharpnessShare);
+    }
+    return line + (frame.pictureFile ? "  " + *frame.pictureFile : "") + "\n";
+}
+
 std::string liveReport(run::LiveResult const& result, TextStyle const& style) {
     run::ReplaySummary const summary = result.summary();
     run::Verdict const verdict = verdictOf(result);
     return verdictLines(style, verdict) + headText(style, result) + sensorText(style, result) +
            "\n" + timesText(style, result) + "\n" + lockText(style, result) +
            servedText(style, summary) + lagText(style, summary.lag) +
+           picturesText(style, summary.pictures) +
            ledgerText(style, result.status.ledger, result.unsettled, result.startNs) +
            recorderText(style, result) + droppedLinesText(style, result) +
            (result.faults ? labelled(style, "Faults", result.faults->text()) : "") +

@@ -18,6 +18,10 @@
 #include "run/ProcessorSections.h"
 #include "run/Replay.h"
 
+namespace zebcam::tool::run {
+struct CameraShot;
+}
+
 /// What the commands tell, in each form that they tell it in. Where an explanation may be null it
 /// is of the replay's log, and without it nothing says why frames were refused. What is written to
 /// a stream leaves its errors in the stream's state.
@@ -52,6 +56,15 @@ std::string verdictText(run::DeviceVerdict const& verdict, base::TextStyle const
 /// One line on how a live run stands.
 std::string statusLine(run::LiveStatus const& status, base::TextStyle const& style = {});
 
+/// The head of a camera's run.
+std::string cameraText(picture::CameraFacts const& camera, base::TextStyle const& style = {});
+
+/// What went wrong with a camera so far; empty: nothing.
+std::string cameraTroubles(picture::CameraFacts const& camera);
+
+/// One line on a frame of a capture that came back. Its time counts from boot time `startNs` on.
+std::string shotLine(run::CameraShot const& shot, int64_t startNs);
+
 /// What is told once a live run is over.
 std::string liveReport(run::LiveResult const& result, base::TextStyle const& style = {});
 
@@ -83,8 +96,8 @@ nlohmann::ordered_json toJson(recording::Recording const& recording,
                               run::ReplayResult const& result, log::Explanation const* explanation,
                               base::Provenance const& provenance = {});
 
-/// `recording` is what the run played; without a path it was generated.
-nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const& recording,
+/// `recording` is what the run played, without a path if it was generated; null of a camera.
+nlohmann::ordered_json toJson(run::LiveResult const& result, recording::Recording const* recording,
                               base::Provenance const& provenance = {});
 
 nlohmann::ordered_json toJson(compare::Comparison const& comparison,

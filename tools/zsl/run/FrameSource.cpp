@@ -29,7 +29,7 @@ void RecordedFrames::loadPass() {
     pipeline::SensorEvents const pass =
         pipeline::sensorEvents(mRecording, mOptions, mFaults, mStartNs, mPasses++);
     for (pipeline::SensorEvent const& event : pass.events) {
-        mEvents.push({event.timeNs, event.kind, pass.frames[event.frame]});
+        mEvents.push({event.timeNs, event.kind, pass.frames[event.frame], nullptr});
     }
 }
 

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <host/ImageStreamBuffer.h>
+
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <queue>
 #include <stop_token>
@@ -24,6 +27,7 @@ public:
         int64_t timeNs = 0;  ///< boot time at which it is due
         pipeline::SensorEventKind kind = pipeline::SensorEventKind::Announce;
         pipeline::ReportedFrame frame;
+        std::shared_ptr<host::ImageContent const> content{};  ///< of one that arrives; may be null
 
         /// For a queue whose top is what comes next.
         bool operator<(Event const& other) const {

@@ -22,6 +22,7 @@
 #include "log/Logcat.h"
 #include "pipeline/FaultInjector.h"
 #include "pipeline/PipelineSetup.h"
+#include "run/CapturePictures.h"
 
 namespace zebcam::tool::run {
 
@@ -70,15 +71,18 @@ bool waitUntil(int64_t bootNs, std::stop_token const& stop) {
 /// Thread-safe.
 class ResultQueue {
 public:
+    /// A frame, and what was known of its capture when it was built.
+    using Result = std::pair<BuiltFrame, pipeline::CaptureRecord>;
+
     explicit ResultQueue(int64_t delayNs) : mDelayNs(delayNs) {}
 
-    void push(std::vector<BuiltFrame> const& frames) {
+    void push(std::vector<Result> results) {
         {
             // The clock is read under the lock, so that the entries stay in order.
             LockGuard const lock(mLock);
             int64_t const dueNs = pipeline::nowNs() + mDelayNs;
-            for (BuiltFrame const& frame : frames) {
-                mEntries.emplace_back(dueNs, frame);
+            for (Result& result : results) {
+                mEntries.emplace_back(dueNs, std::move(result));
             }
         }
         mWake.notify_one();
@@ -94,7 +98,7 @@ public:
     }
 
     /// Waits for the next frame that is due; none once the queue is closed and empty.
-    std::optional<BuiltFrame> pop() {
+    std::optional<Result> pop() {
         LockGuard const lock(mLock);
         while (true) {
             if (mEntries.empty()) {
@@ -104,12 +108,12 @@ public:
                 mWake.wait(mLock);
                 continue;
             }
-            auto const& [dueNs, next] = mEntries.front();
+            auto& [dueNs, next] = mEntries.front();
             std::chrono::nanoseconds const left(dueNs - pipeline::nowNs());
             if (mIsClosed || left.count() <= 0) {
-                BuiltFrame frame = next;
+                Result result = std::move(next);
                 mEntries.pop_front();
-                return frame;
+                return result;
             }
             // What comes meanwhile is due later; only an end changes anything.
             mWake.wait_for(mLock, left);
@@ -121,7 +125,7 @@ private:
     Mutex mLock;
     std::condition_variable_any mWake;
     /// With the boot times at which they are due, ascending.
-    std::deque<std::pair<int64_t, BuiltFrame>> mEntries GUARDED_BY(mLock);
+    std::deque<std::pair<int64_t, Result>> mEntries GUARDED_BY(mLock);
     bool mIsClosed GUARDED_BY(mLock) = false;
 };
 
@@ -169,10 +173,10 @@ private:
 /// The pipeline, what it is fed with, and the threads that do so.
 class LiveRun::Threads {
 public:
-    Threads(FrameSource& source, LiveOptions const& options, LogSink log)
+    Threads(FrameSource& source, LiveOptions const& options, LiveListener listener)
         : mSource(source),
           mOptions(options),
-          mLog(std::move(log)),
+          mListener(std::move(listener)),
           mProperties(pipeline::propertiesOf(options.replay)),
           mStartNs(pipeline::nowNs() + kLeadNs),
           mFaults(
@@ -201,11 +205,12 @@ private:
     void press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes);
     void runDumps(std::stop_token const& stop);
     void runResults();
+    void reprocess(std::vector<BuiltFrame> const& frames);
     void stop();
 
     FrameSource& mSource;
     LiveOptions const& mOptions;
-    LogSink const mLog;
+    LiveListener const mListener;
     pipeline::PropertyScope const mProperties;
     int64_t const mStartNs;  ///< boot time from which the source counts
     std::shared_ptr<pipeline::FaultInjector> const mFaults;  ///< null: none
@@ -222,6 +227,8 @@ private:
     mutable Mutex mLatenessLock;
     base::Distribution mLateness GUARDED_BY(mLatenessLock);
 
+    std::shared_ptr<host::ImageContent const> mContent;  ///< the sensor's, of what arrives
+
     std::jthread mResultThread;
     std::jthread mSensorThread;
     std::jthread mCaptureThread;
@@ -232,9 +239,10 @@ pipeline::PipelineOptions LiveRun::Threads::listeningOptions() {
     pipeline::PipelineOptions options = pipeline::pipelineOptions(mOptions.replay);
     options.tries = pipeline::CaptureBook::Tries::Newest;
     options.faults = mFaults;
+    options.contentOf = [this](recording::SensorFrame const&) { return mContent; };
     options.pause = [](int64_t ns) { std::this_thread::sleep_for(std::chrono::nanoseconds(ns)); };
     options.logSink = [this](host::LogLine const& line) {
-        mLog(log::toThreadtime(log::fromLogLine(line), pipeline::nowNs() - mStartNs));
+        mListener.log(log::toThreadtime(log::fromLogLine(line), pipeline::nowNs() - mStartNs));
     };
     if (mOptions.recordPath) {
         requireWritable(*mOptions.recordPath);
@@ -267,7 +275,9 @@ void LiveRun::Threads::runSensor(std::stop_token const& stop) {
             LockGuard const lock(mLatenessLock);
             mLateness.add(pipeline::nowNs() - event->timeNs);
         }
-        mResults.push(mPipeline.arrive(event->frame));
+        mContent = event->content;
+        reprocess(mPipeline.arrive(event->frame));
+        mContent.reset();  // from here on the history's
         ++mArrived;
     }
     mIsOver = true;
@@ -291,7 +301,7 @@ void LiveRun::Threads::runCaptures(std::stop_token const& stop) {
         } else if (flushNs <= pressNs) {
             flushes.erase(flushes.begin());
             mFaults->count(pipeline::FaultKind::Flush);
-            mResults.push(mPipeline.flush());
+            reprocess(mPipeline.flush());
         } else {
             press(capture++, pressNs, flushes);
             // By the schedule, not by the clock: a late press makes no other one late.
@@ -301,8 +311,11 @@ void LiveRun::Threads::runCaptures(std::stop_token const& stop) {
 }
 
 void LiveRun::Threads::press(size_t capture, int64_t pressNs, std::multiset<int64_t>& flushes) {
-    mResults.push(mPipeline.submit(mOptions.replay.framesPerCapture,
-                                   mSource.sensorModesAt(pressNs - mStartNs)));
+    if (mListener.press) {
+        mListener.press(static_cast<uint32_t>(capture + 1), pipeline::nowNs());
+    }
+    reprocess(mPipeline.submit(mOptions.replay.framesPerCapture,
+                               mSource.sensorModesAt(pressNs - mStartNs)));
     if (mFaults != nullptr) {
         if (auto const flushNs = mFaults->flushAfter(capture, pressNs)) {
             flushes.insert(*flushNs);
@@ -317,9 +330,25 @@ void LiveRun::Threads::runDumps(std::stop_token const& stop) {
     }
 }
 
+void LiveRun::Threads::reprocess(std::vector<BuiltFrame> const& frames) {
+    std::vector<ResultQueue::Result> results;
+    for (BuiltFrame const& frame : frames) {
+        // Now, while the try that built it is the newest.
+        results.emplace_back(frame, mListener.frame ? mPipeline.captures().recordOf(frame)
+                                                    : pipeline::CaptureRecord{});
+    }
+    mResults.push(std::move(results));
+}
+
 void LiveRun::Threads::runResults() {
-    while (auto const frame = mResults.pop()) {
-        mPipeline.finish(*frame);
+    while (auto result = mResults.pop()) {
+        auto& [frame, capture] = *result;
+        // Before the buffers are let go.
+        auto content = mListener.frame ? pictureIn(*frame.builder) : nullptr;
+        mPipeline.finish(frame);
+        if (mListener.frame) {
+            mListener.frame({std::move(capture), frame.index, std::move(content)});
+        }
     }
 }
 
@@ -333,7 +362,7 @@ void LiveRun::Threads::stop() {
         }
     }
     // Nothing is submitted any more, so that the flush answers everything; the results follow it.
-    mResults.push(mPipeline.flush());
+    reprocess(mPipeline.flush());
     mResults.close();
     if (mResultThread.joinable()) {
         mResultThread.join();
@@ -366,6 +395,9 @@ LiveResult LiveRun::Threads::finish() {
         LockGuard const lock(mLatenessLock);
         result.lateness = mLateness;
     }
+    if (mListener.frame) {
+        result.captures = mPipeline.captures().records();
+    }
     result.times = mSections.times();
     result.unsettled = mPipeline.ledger().unsettled();
     result.longestHeldNs = mPipeline.ledger().longestHeldNs();
@@ -381,8 +413,8 @@ LiveResult LiveRun::Threads::finish() {
     return result;
 }
 
-LiveRun::LiveRun(FrameSource& source, LiveOptions const& options, LogSink log)
-    : mThreads(std::make_unique<Threads>(source, options, std::move(log))) {
+LiveRun::LiveRun(FrameSource& source, LiveOptions const& options, LiveListener listener)
+    : mThreads(std::make_unique<Threads>(source, options, std::move(listener))) {
 }
 
 LiveRun::~LiveRun() = default;
@@ -413,23 +445,28 @@ ReplaySummary LiveResult::summary() const {
         auto const found = totals.served.find(served);
         return found != totals.served.end() ? found->second : 0;
     };
-    return {.captures = totals.captures,
-            .answeredCaptures = totals.answeredCaptures,
-            .frames = totals.frames,
-            .atOnce = frames(pipeline::Served::AtOnce),
-            .waited = frames(pipeline::Served::Waited),
-            .timedOut = frames(pipeline::Served::TimedOut),
-            .flushed = frames(pipeline::Served::Flushed),
-            .unanswered = frames(pipeline::Served::Unanswered),
-            .withoutHistory = totals.withoutHistory,
-            .lag = totals.lag.spread(),
-            .wait = totals.wait.spread()};
+    ReplaySummary summary = summarize(captures, offsetMs);
+    summary.captures = totals.captures;
+    summary.answeredCaptures = totals.answeredCaptures;
+    summary.frames = totals.frames;
+    summary.atOnce = frames(pipeline::Served::AtOnce);
+    summary.waited = frames(pipeline::Served::Waited);
+    summary.timedOut = frames(pipeline::Served::TimedOut);
+    summary.flushed = frames(pipeline::Served::Flushed);
+    summary.unanswered = frames(pipeline::Served::Unanswered);
+    summary.withoutHistory = totals.withoutHistory;
+    if (captures.empty()) {
+        summary.lag = totals.lag.spread();
+        summary.wait = totals.wait.spread();
+    }
+    return summary;
 }
 
 bool LiveResult::isClean() const {
     return status.captures.answeredCaptures == status.captures.captures &&
            status.ledger.balances() && failures.empty() &&
-           (!recorder || recorder->end == model::ZslRecordingEnd::FINISHED);
+           (!recorder || recorder->end == model::ZslRecordingEnd::FINISHED) &&
+           (!camera || !camera->hasBrokenOff);
 }
 
 }  // namespace zebcam::tool::run

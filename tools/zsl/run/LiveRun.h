@@ -2,6 +2,7 @@
 
 #include <ZslRecorder.h>
 #include <host/BufferLedger.h>
+#include <host/ImageStreamBuffer.h>
 
 #include <cstdint>
 #include <functional>
@@ -12,7 +13,9 @@
 
 #include "base/Distribution.h"
 #include "base/LineWriter.h"
+#include "picture/Camera.h"
 #include "pipeline/CaptureBook.h"
+#include "pipeline/CaptureRecord.h"
 #include "pipeline/ReplayOptions.h"
 #include "pipeline/SimulatedPipeline.h"
 #include "run/FrameSource.h"
@@ -62,13 +65,31 @@ struct LiveResult {
     std::optional<pipeline::FaultTally> faults;  ///< none were asked for
     std::vector<std::string> failures;
     std::optional<NSCam::v3::pipeline::model::ZslRecorderStatus> recorder;
-    std::optional<base::LineWriter::Counts> log;  ///< of the lines that were shown; none were
+    std::optional<base::LineWriter::Counts> log;    ///< of the lines that were shown; none were
+    std::optional<picture::CameraFacts> camera;     ///< none: of a recording
+    std::vector<pipeline::CaptureRecord> captures;  ///< of a camera's run; else nobody keeps them
 
-    /// Every capture was answered, the ledger balances, nothing failed and the recording, if any,
-    /// is whole.
+    /// Every capture was answered, the ledger balances, nothing failed, the recording, if any, is
+    /// whole, and the camera, if any, is still there or came to its end.
     bool isClean() const;
-    /// The captures as a replay sums them up; spreads are to within a sixteenth.
+    /// The captures as a replay sums them up; where they were not kept spreads are to within a
+    /// sixteenth.
     ReplaySummary summary() const;
+};
+
+/// A frame of a capture as its result comes.
+struct LiveFrame {
+    pipeline::CaptureRecord capture;  ///< as CaptureBook::recordOf() had it when it was built
+    size_t index = 0;                 ///< within the capture
+    std::shared_ptr<host::ImageContent const> content;  ///< of the image that it got; may be null
+};
+
+/// What may be heard of a live run, on its threads. Any may be empty.
+struct LiveListener {
+    /// Gets logcat lines; called with the processor's lock held, one line at a time.
+    std::function<void(std::string const& lines)> log;
+    std::function<void(uint32_t requestNo, int64_t pressNs)> press;
+    std::function<void(LiveFrame const&)> frame;
 };
 
 /**
@@ -79,13 +100,10 @@ struct LiveResult {
  */
 class LiveRun {
 public:
-    /// Gets logcat lines; called on any thread with the processor's lock held, one line at a time.
-    using LogSink = std::function<void(std::string const& lines)>;
-
-    /// Source and options are borrowed for the life of the run. `log` gets the processor's log up
-    /// to the level that the options ask for. Throws InputError when the options cannot be carried
+    /// Source and options are borrowed for the life of the run. The processor's log is told up to
+    /// the level that the options ask for. Throws InputError when the options cannot be carried
     /// out.
-    LiveRun(FrameSource& source, LiveOptions const& options, LogSink log);
+    LiveRun(FrameSource& source, LiveOptions const& options, LiveListener listener);
     /// Stops the threads; a run that was not finished is flushed.
     ~LiveRun();
     LiveRun(LiveRun const&) = delete;

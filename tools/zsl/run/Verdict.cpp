@@ -193,6 +193,17 @@ public:
         }
     }
 
+    void judgeCamera(std::optional<picture::CameraFacts> const& camera) {
+        if (camera && camera->hasBrokenOff) {
+            add({Level::Bad,
+                 "cameraBrokeOff",
+                 camera->broken,
+                 camera->pictures + camera->broken,
+                 fmt::format("the camera broke off: {}", camera->end),
+                 {}});
+        }
+    }
+
     void judgeLog(log::Explanation const& explanation) {
         uint64_t const captures = explanation.captures.size();
         std::map<log::CaptureOutcome, uint64_t> counts;
@@ -292,6 +303,7 @@ Verdict verdictOf(LiveResult const& result) {
     Judge judge;
     judge.judgeFailures(result.failures);
     judge.judgeRecorder(result.recorder);
+    judge.judgeCamera(result.camera);
     ReplaySummary const summary = result.summary();
     judge.judgeAnswers(summary, result.status.ledger, Level::Bad);
     judge.judgeTimeouts(summary);
