@@ -26,7 +26,7 @@ protected:
     std::string measuredFile() const {
         std::string const file = path("generated.csv");
         zsl({"generate", "--output", file, "--frames", "240", "--error-rate", "0.1",
-             "--missing-af-state-rate", "0.2", "--unsynced-rate", "0.2"});
+             "--missing-af-state-rate", "0.2", "--unsynced-rate", "0.2", "--scan-rate", "0.05"});
         std::istringstream rows(contentOf(file));
         std::string row;
         std::getline(rows, row);
