@@ -9,7 +9,7 @@ bool canRunRules() {
     return false;
 }
 
-Rule loadRule(std::string const& path, RuleSettings /*settings*/) {
+Rule loadRule(std::string const& path, RuleSettings const& /*settings*/) {
     throw base::InputError("--policy " + path + ": " + NO_RULES);
 }
 

@@ -88,6 +88,13 @@ std::string policyName(std::string const& path) {
     return name;
 }
 
+/// Where a function begins; 0 for another object that can be called.
+int lineOf(py::handle function) {
+    return py::hasattr(function, "__code__")
+               ? function.attr("__code__").attr("co_firstlineno").cast<int>()
+               : 0;
+}
+
 class RuleSelector final : public ISelector {
 public:
     /// `choose` is the function.
@@ -97,8 +104,10 @@ public:
           mSettings(std::move(settings)),
           mChoose(std::move(choose)) {}
     ~RuleSelector() override {
-        py::gil_scoped_acquire const gil;
-        mChoose.release().dec_ref();
+        // By Python's own functions, which throw nothing.
+        PyGILState_STATE const gil = PyGILState_Ensure();
+        Py_DECREF(mChoose.release().ptr());
+        PyGILState_Release(gil);
     }
     RuleSelector(RuleSelector const&) = delete;
     RuleSelector& operator=(RuleSelector const&) = delete;
@@ -126,7 +135,7 @@ private:
         try {
             return call.answer(returned);
         } catch (std::runtime_error const& error) {
-            throw std::runtime_error(fmt::format("{}:{}: choose(): {} ({})", mPath, line(mChoose),
+            throw std::runtime_error(fmt::format("{}:{}: choose(): {} ({})", mPath, lineOf(mChoose),
                                                  error.what(), call.place()));
         }
     }
@@ -134,7 +143,7 @@ private:
     /// One line; the first time that something goes wrong there, with Python's on standard error.
     std::string tell(py::error_already_set const& error, RuleCall const& call) const {
         std::string const place = placeOf(error, mPath);
-        std::string const text = fmt::format("{}: {} ({})", place, messageOf(error), call.place());
+        std::string text = fmt::format("{}: {} ({})", place, messageOf(error), call.place());
         std::string const type = py::str(error.type().attr("__name__"));
         if (mTold.insert(place + type).second) {
             auto const traceback = py::module_::import("traceback").attr("format_exception");
@@ -145,15 +154,6 @@ private:
         return text;
     }
 
-public:
-    static int line(py::handle function) {
-        // Of a function only, not of an object that can be called.
-        return py::hasattr(function, "__code__")
-                   ? function.attr("__code__").attr("co_firstlineno").cast<int>()
-                   : 0;
-    }
-
-private:
     std::string const mPath;
     std::string const mName;
     RuleSettings const mSettings;
@@ -189,7 +189,7 @@ py::object runFile(std::string const& path) {
         py::module_::import("inspect").attr("signature")(choose).attr("bind")(1, 2);
     } catch (py::error_already_set const& error) {
         throw base::InputError(fmt::format("--policy {}:{}: expected choose(capture, frames): {}",
-                                           path, RuleSelector::line(choose), messageOf(error)));
+                                           path, lineOf(choose), messageOf(error)));
     }
     return choose;
 }
@@ -200,7 +200,7 @@ bool canRunRules() {
     return true;
 }
 
-Rule loadRule(std::string const& path, RuleSettings settings) {
+Rule loadRule(std::string const& path, RuleSettings const& settings) {
     Interpreter::start();
     py::gil_scoped_acquire const gil;
     Rule rule;

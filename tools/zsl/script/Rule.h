@@ -38,7 +38,7 @@ struct Rule {
 /// Runs the file, and with the first one of a process starts the interpreter, which lasts until the
 /// program exits. Throws InputError, with file and line, for what Python does not like, for a file
 /// without the function, and in a build without Python.
-Rule loadRule(std::string const& path, RuleSettings settings);
+Rule loadRule(std::string const& path, RuleSettings const& settings);
 
 /// Whether this build has Python.
 bool canRunRules();

@@ -280,7 +280,7 @@ py::object parse(std::string const& name, std::string const& text, py::handle by
         throw py::value_error(fmt::format("option {}: expected {}, found {}", name, expected,
                                           base::quoteContent(text)));
     };
-    py::str const value(text);
+    py::str value(text);
     if (!words.is_none()) {
         if (!py::bool_(words.attr("__contains__")(value))) {
             refuse("one of " + textOf(py::str(", ").attr("join")(words)));
