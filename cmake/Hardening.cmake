@@ -1,18 +1,14 @@
 # For what goes to devices: whatever an attacker finds there is harder to make use of. The device's
 # own build sets most of it by itself; here it lets the tests see what it costs and that the code
 # bears it. Segments lie on pages of 16 KiB, which current devices may have.
-include(CheckCXXCompilerFlag)
-
 add_library(zsl_hardening INTERFACE)
 target_compile_options(zsl_hardening INTERFACE -fstack-protector-strong)
-# Returns and jumps are checked where the processor can: on arm64 and x86-64.
-foreach(option -mbranch-protection=standard -fcf-protection)
-  string(MAKE_C_IDENTIFIER "ZSL_HAS${option}" has)
-  check_cxx_compiler_flag(${option} ${has})
-  if(${has})
-    target_compile_options(zsl_hardening INTERFACE ${option})
-  endif()
-endforeach()
+# Returns and jumps are checked where the processor can.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+  target_compile_options(zsl_hardening INTERFACE -mbranch-protection=standard)
+elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
+  target_compile_options(zsl_hardening INTERFACE -fcf-protection)
+endif()
 # The C library's checks of sizes need the optimiser, and sanitizers have their own.
 if(NOT ZSL_SANITIZE)
   target_compile_options(zsl_hardening INTERFACE
