@@ -2,11 +2,10 @@ import {byId, element} from './dom.js';
 import {measure, ms, number, reasonOf, sharpnessText, toneOf, wholeMs} from './format.js';
 import {openViewer} from './viewer.js';
 
-/// The tries that gave a capture its frames; where none did, the last one.
+/// The tries that gave a capture its frames.
 function decidingTries({frames, tries}) {
     const served = new Set(frames.map((frame) => frame.try));
-    const deciding = tries.filter((_, i) => served.has(i));
-    return deciding.length > 0 ? deciding : tries.slice(-1);
+    return tries.filter((_, i) => served.has(i));
 }
 
 function verdictOf(capture, tries, frameNo, offered) {
@@ -35,7 +34,8 @@ function describe({frameNo, lagNs, sharpness, share, verdict, isPress}) {
         ...isPress ? ['press frame'] : []].join(', ');
 }
 
-/// What a capture could choose from when it did, in order of time, and the press frame.
+/// What a capture could choose from when it did, in order of time, and the press frame: that alone of
+/// one that never could.
 export function filmOf(model, capture) {
     const {frames} = model;
     const tries = decidingTries(capture);
@@ -58,7 +58,7 @@ export function filmOf(model, capture) {
             served: chosen.get(frameNo)?.served ?? null,
             isOffered: offered.has(frameNo) || chosen.has(frameNo),
             isPress: frameNo === press,
-            verdict: verdictOf(capture, tries, frameNo, offered),
+            verdict: verdictOf(capture, tries.length > 0 ? tries : capture.tries.slice(-1), frameNo, offered),
         };
     }).sort((a, b) => (a.time ?? -Infinity) - (b.time ?? -Infinity) || a.frameNo - b.frameNo);
     const sharpest = film.filter(({isOffered, sharpness}) => isOffered && sharpness !== null)
