@@ -234,6 +234,46 @@ TEST_F(Rule, LosesNothingWhenItFails) {
     }
 }
 
+TEST_F(Rule, DoesWhatAPolicyMay) {
+    write("helper.py", "HOLD_MS = 950\n");
+    std::string const rule = write("may.py", R"(
+import helper
+import zsl
+
+def choose(capture, frames):
+    if capture.number == 1:
+        return zsl.NO_FRAME
+    if capture.number == 2:
+        return [capture.in_flight[0]]
+    if capture.number < 5:
+        capture.clone(frames[3])
+        return frames[3]
+    kept = [frame for frame in frames if frame.is_locked]
+    if not kept:
+        capture.lock(frames[0])
+        capture.lock(frames[1])
+    elif capture.age_ms > helper.HOLD_MS:
+        capture.unlock(kept[1])
+        return kept[0].number
+)");
+    Arguments command = {"replay",   steadyFile(path("steady.csv"), 80),
+                         "--policy", rule,
+                         "--json",   path("result.json")};
+    for (char const* const press : {"1s", "2s", "3s", "3001ms", "4s"}) {
+        command = plus(command, {"--press", press});
+    }
+    zsl(command);
+    Json const result = Json::parse(contentOf(path("result.json")));
+    EXPECT_EQ(result["failures"].size(), 0U) << result["failures"];
+    EXPECT_EQ(result["ledger"]["lost"], 0);
+    std::string found;
+    for (Json const& capture : result["captures"]) {
+        Json const& frame = capture["frames"][0];
+        found += frame["frameNo"].dump() + ' ' + frame["served"].get<std::string>() + ", ";
+    }
+    EXPECT_EQ(found, "null atOnce, 20 waited, 25 atOnce, 25 atOnce, 32 waited, ");
+}
+
 TEST_F(Rule, ServesARunInRealTimeAndAComparison) {
     std::string const rule = ruleOfTheDocument();
     Outcome const live = zsl({"live", "--duration", "600ms", "--press-every", "100ms", "--fps",
