@@ -141,6 +141,9 @@ TEST_F(Scene, LooksAsItWasTaken) {
     };
     EXPECT_LT(lean(take([](SensorFrame& frame) { frame.readoutNs = 0; })), 3);
     EXPECT_GT(lean(take([](SensorFrame&) {})), 10);
+    std::string const before = contentOf(mVideo);
+    take([](SensorFrame&) {});
+    EXPECT_TRUE(contentOf(mVideo) == before) << "the same bytes";
 }
 
 /// Holds that each file of a result shows what its frame of `rows` saw, and that only those have
