@@ -34,15 +34,9 @@ namespace zebcam::tool::commands {
 
 namespace {
 
-constexpr int kPollMs = 20;
-constexpr int kSignalStatus = 128;
 constexpr uint32_t kPreviewWidth = 640;
 constexpr int kPreviewQuality = 70;
 constexpr size_t kLateFrames = 8;
-// Seconds of debug lines, should somebody stop the terminal.
-constexpr size_t kLogBytes = 8U << 20U;
-// For a reader who is slow but not gone.
-constexpr std::chrono::seconds kPatience(1);
 
 using Tell = std::function<void(std::string const& line)>;
 

@@ -30,6 +30,13 @@ struct CliStreams {
 
 /// Exit status for arguments and input that are no good.
 inline constexpr int kBadInput = 2;
+/// And the signal, as shells have it, of a command that one ended.
+inline constexpr int kSignalStatus = 128;
+
+// Of the commands that run in real time.
+inline constexpr int kPollMs = 20;              ///< how late a line or the end may be
+inline constexpr size_t kLogBytes = 8U << 20U;  ///< seconds of debug lines, at a stopped terminal
+inline constexpr std::chrono::seconds kPatience(1);  ///< for a reader who is slow but not gone
 
 /// How far a long work is, and how long it will still take, on one line of a terminal that is wiped
 /// at the end. Silent while nobody looks, and for less than `leastTotal` items, which are done

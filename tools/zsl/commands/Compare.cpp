@@ -31,7 +31,6 @@ namespace fs = std::filesystem;
 
 // More is a slip: each is a process that reads a recording.
 constexpr int64_t kMaxJobs = 1'024;
-constexpr int kSignalStatus = 128;  // and the signal, as shells have it
 
 struct CompareArguments {
     compare::ComparisonPlan plan;

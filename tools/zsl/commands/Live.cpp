@@ -31,11 +31,6 @@ constexpr int64_t kGeneratedNs = 10 * base::NS_PER_SECOND;
 // What phones do, from preview to slow motion.
 constexpr int64_t kMinFps = 30;
 constexpr int64_t kMaxFps = 960;
-constexpr int kPollMs = 20;  // how late a line or the end may be
-// Seconds of debug lines, should somebody stop the terminal.
-constexpr size_t kLogBytes = 8U << 20U;
-// For a reader who is slow but not gone.
-constexpr std::chrono::seconds kPatience(1);
 
 struct LiveArguments {
     std::optional<std::string> recording;
