@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <exception>
 #include <limits>
 #include <thread>
@@ -16,14 +14,13 @@
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "picture/CameraInput.h"
+#include "picture/Channel.h"
 #include "picture/PictureMeter.h"
 
 namespace zebcam::tool::picture {
 
 namespace {
 
-/// Of packets and of pictures each: what a thread that is held up for a moment needs.
-constexpr size_t kMostWaiting = 8;
 /// So many broken pictures in a row are no pictures.
 constexpr int kMostBroken = 100;
 /// Who falls behind its own pace by more does not catch up.
@@ -32,79 +29,11 @@ constexpr int64_t kMostBehindNs = base::NS_PER_SECOND;
 constexpr int64_t kAtOnceNs = base::NS_PER_MS;
 constexpr int64_t kCatchingUpNs = 2 * base::NS_PER_SECOND;
 constexpr std::chrono::milliseconds kMoment(2);
-constexpr std::chrono::milliseconds kPatience(20);
+constexpr std::chrono::milliseconds kLongestNap(20);
 
 int64_t bootNs() {
     return systemTime(SYSTEM_TIME_BOOTTIME);
 }
-
-/// What one thread hands to another, in order. Thread-safe.
-template <typename T>
-class Channel {
-public:
-    /// False where there is no room.
-    bool tryPush(T&& item) {
-        LockGuard const lock(mLock);
-        if (mItems.size() >= kMostWaiting) {
-            return false;
-        }
-        mItems.push_back(std::move(item));
-        mChanged.notify_all();
-        return true;
-    }
-
-    /// Waits for room; what comes after the end is lost.
-    void push(T&& item) {
-        LockGuard const lock(mLock);
-        while (mItems.size() >= kMostWaiting && !mIsClosed) {
-            mChanged.wait(mLock);
-        }
-        if (!mIsClosed) {
-            mItems.push_back(std::move(item));
-            mChanged.notify_all();
-        }
-    }
-
-    /// Waits until boot time `untilNs`. None: it is past, or the channel closed and empty.
-    std::optional<T> pop(int64_t untilNs) {
-        LockGuard const lock(mLock);
-        while (mItems.empty() && !mIsClosed && bootNs() < untilNs) {
-            mChanged.wait_for(mLock, kPatience);
-        }
-        if (mItems.empty()) {
-            return std::nullopt;
-        }
-        T item = std::move(mItems.front());
-        mItems.pop_front();
-        mChanged.notify_all();
-        return item;
-    }
-
-    /// Nothing more goes in; `drops`: what is in it is wanted no more.
-    void close(bool drops) {
-        LockGuard const lock(mLock);
-        mIsClosed = true;
-        if (drops) {
-            mItems.clear();
-        }
-        mChanged.notify_all();
-    }
-
-    bool isClosed() const {
-        LockGuard const lock(mLock);
-        return mIsClosed;
-    }
-    bool isEmpty() const {
-        LockGuard const lock(mLock);
-        return mItems.empty();
-    }
-
-private:
-    mutable Mutex mLock;
-    std::condition_variable_any mChanged;
-    std::deque<T> mItems GUARDED_BY(mLock);
-    bool mIsClosed GUARDED_BY(mLock) = false;
-};
 
 class FfmpegCamera final : public Camera {
 public:
@@ -373,7 +302,7 @@ int64_t FfmpegCamera::waitForTurn(AVPacket const& packet) {
         leftNs = mOriginNs + ownNs - bootNs();
         std::this_thread::sleep_for(std::clamp(std::chrono::nanoseconds(leftNs),
                                                std::chrono::nanoseconds(0),
-                                               std::chrono::nanoseconds(kPatience)));
+                                               std::chrono::nanoseconds(kLongestNap)));
     }
     return mOriginNs;
 }

@@ -145,6 +145,29 @@ std::optional<PicturedFrame> CameraFrames::takePress(uint32_t requestNo) {
     return frame.picture != nullptr ? std::optional(std::move(frame)) : std::nullopt;
 }
 
+/// Those that a capture has got or could have got.
+std::map<uint32_t, recording::SensorFrame> CameraFrames::framesOf(
+    pipeline::CaptureRecord const& capture) const {
+    std::vector<uint32_t> wanted;
+    for (pipeline::FrameOutcome const& frame : capture.frames) {
+        wanted.push_back(frame.historyFrame.value_or(0));
+    }
+    for (pipeline::TryRecord const& attempt : capture.tries) {
+        wanted.insert(wanted.end(), attempt.historyFrames.begin(), attempt.historyFrames.end());
+        wanted.insert(wanted.end(), attempt.lockedFrames.begin(), attempt.lockedFrames.end());
+    }
+    std::map<uint32_t, recording::SensorFrame> known;
+    LockGuard const lock(mLock);
+    for (uint32_t const frameNo : wanted) {
+        auto const found =
+            std::ranges::lower_bound(mFrames, frameNo, {}, &recording::SensorFrame::frameNo);
+        if (found != mFrames.end() && found->frameNo == frameNo) {
+            known.emplace(frameNo, *found);
+        }
+    }
+    return known;
+}
+
 CameraShot CameraFrames::shotOf(LiveFrame const& frame) {
     CameraShot shot{frame.capture, frame.index, nullptr, takePress(frame.capture.requestNo)};
     shot.picture = std::dynamic_pointer_cast<picture::Picture const>(frame.content);
@@ -160,17 +183,12 @@ CameraShot CameraFrames::shotOf(LiveFrame const& frame) {
     one.frames = {outcome};
     one.frames.front().tryIndex =
         outcome.tryIndex && !one.tries.empty() ? std::optional<size_t>(0) : std::nullopt;
+    std::map<uint32_t, recording::SensorFrame> const known = framesOf(one);
     std::vector<pipeline::CaptureRecord> captures = {std::move(one)};
-    {
-        LockGuard const lock(mLock);
-        // Within the lock, which the analysis does not see in a lambda.
-        std::deque<recording::SensorFrame> const& frames = mFrames;
-        addChosenFrames(captures, [&frames](uint32_t frameNo) {
-            auto const found =
-                std::ranges::lower_bound(frames, frameNo, {}, &recording::SensorFrame::frameNo);
-            return found != frames.end() && found->frameNo == frameNo ? &*found : nullptr;
-        });
-    }
+    addChosenFrames(captures, [&known](uint32_t frameNo) {
+        auto const found = known.find(frameNo);
+        return found != known.end() ? &found->second : nullptr;
+    });
     outcome = captures.front().frames.front();
     if (outcome.chosen) {
         outcome.chosen = recording::withoutAssumed(std::move(*outcome.chosen), mRecording);

@@ -77,6 +77,8 @@ private:
 
     recording::SensorFrame frameOf(picture::CameraPicture const& picture);
     void keep(PicturedFrame const& arrived) EXCLUDES(mLock);
+    std::map<uint32_t, recording::SensorFrame> framesOf(
+        pipeline::CaptureRecord const& capture) const EXCLUDES(mLock);
     std::optional<PicturedFrame> takePress(uint32_t requestNo) EXCLUDES(mLock);
 
     std::unique_ptr<picture::Camera> const mCamera;
