@@ -44,6 +44,7 @@ function writeFilmPage() {
     writeFileSync(file, [head, ...rows].map((cells) => `${cells.join(',')}\n`).join(''));
     zsl(0, 'replay', 'recordings/film.csv --video recordings/film.mp4 --report film.html --json film.json',
         '--press 900ms --press 950ms --press 1500ms --frames 2 --offset 100ms --history 12 --policy best-shot');
+    zsl(0, 'replay', 'recordings/film.csv --video recordings/film.mp4 --report films.html --captures 50 --history 12');
 }
 
 function writePages() {
@@ -447,6 +448,14 @@ filmTest('a picture is enlarged, stepped through and closed by keys', async () =
     assert.equal(await page.evaluate(() => document.activeElement.closest('.shot')?.dataset.frame),
         String(film[empty - 1].frameNo));
     await page.close();
+});
+
+filmTest('a page of 50 captures that share pictures is small', () => {
+    const page = readFileSync(join(pages, 'films.html'), 'utf8');
+    const {replay: {captures}, pictures} = JSON.parse(page.match(/id="data">(.*)<\/script>/)[1]);
+    const shown = captures.flatMap(({tries}) => tries.at(-1).historyFrames);
+    assert.ok(shown.length > 300 && pictures.length < 60, `${pictures.length} pictures of ${shown.length}`);
+    assert.ok(page.length < 2.5e6, `${page.length} bytes`);
 });
 
 filmTest('the time line has pictures and what is measured of them', async () => {
