@@ -2,13 +2,15 @@
 //
 // usage: node build.mjs OUTPUT.cpp     in a folder whose node_modules holds the packages
 //
+// What it was made of is told in OUTPUT.cpp.d, for the build to see changes of it.
+//
 // Script and style are named by their hashes in the page's policy, so that nothing else can run in
 // it, whatever a recording or a log contains.
 
 import {createHash} from 'node:crypto';
 import {readFile, writeFile} from 'node:fs/promises';
 import {createRequire} from 'node:module';
-import {dirname, join} from 'node:path';
+import {dirname, join, resolve} from 'node:path';
 import process from 'node:process';
 import {fileURLToPath} from 'node:url';
 
@@ -19,12 +21,15 @@ const source = join(dirname(fileURLToPath(import.meta.url)), 'src');
 // Compilers need not take longer literals.
 const LITERAL_SIZE = 8000;
 
+const inputs = new Set([join(source, 'page.html')]);
+
 async function bundle(entry) {
     const result = await esbuild.build({
         entryPoints: [join(source, entry)],
         bundle: true,
         minify: true,
         write: false,
+        metafile: true,
         charset: 'ascii',
         format: 'iife',
         target: 'es2020',
@@ -32,6 +37,7 @@ async function bundle(entry) {
         nodePaths: [packages],
         logLevel: 'warning',
     });
+    Object.keys(result.metafile.inputs).forEach((file) => inputs.add(resolve(file)));
     return result.outputFiles[0].text.trim().replaceAll('</', '<\\/');
 }
 
@@ -105,3 +111,6 @@ ReportPage const* reportPage() {
 
 }  // namespace zebcam::tool::report
 `);
+const escaped = (file) => file.replaceAll(' ', '\\ ');
+await writeFile(`${process.argv[2]}.d`,
+    `${escaped(resolve(process.argv[2]))}: ${[...inputs].sort().map(escaped).join(' ')}\n`);
