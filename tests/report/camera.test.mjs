@@ -1,4 +1,4 @@
-// Takes pictures in Chromium with the page of `zsl camera --serve`.
+// Takes pictures in Chromium with the page of `zsl camera --serve`, and looks at its report.
 // A screenshot goes to the folder `screenshots` of the working folder.
 
 import assert from 'node:assert/strict';
@@ -11,10 +11,12 @@ import {tmpdir} from 'node:os';
 import {join, resolve} from 'node:path';
 import {createInterface} from 'node:readline';
 import {after, before, test} from 'node:test';
+import {pathToFileURL} from 'node:url';
 
 const {chromium} = createRequire(resolve('node_modules/x.js'))('playwright-core');
 
 const SOURCE = 'lavfi:testsrc2=size=640x360:rate=30';
+const REPORT = resolve('pages/camera.html');
 let camera;
 let address;
 let profile;
@@ -31,7 +33,8 @@ async function statusOf(path, {method = 'GET', headers = {}} = {}) {
 
 before(async () => {
     mkdirSync('screenshots', {recursive: true});
-    camera = spawn(process.env.ZSL, ['camera', SOURCE, '--serve', '--frames', '2', '--offset', '100ms'],
+    mkdirSync('pages', {recursive: true});
+    camera = spawn(process.env.ZSL, ['camera', SOURCE, '--serve', '--frames', '2', '--offset', '100ms', '--report', REPORT],
         {stdio: ['ignore', 'pipe', 'inherit']});
     for await (const line of createInterface({input: camera.stdout})) {
         address = line.match(/^Page +(http\S+)$/)?.[1];
@@ -103,4 +106,14 @@ test('it previews, takes pictures and tells the end', async () => {
     assert.deepEqual(await ended, [0, null]);
     await page.waitForFunction(() => document.getElementById('shutter').disabled);
     assert.match(await page.textContent('#status'), /^The camera has ended/);
+
+    // Both frames of the first capture were in the history of eight.
+    await page.goto(pathToFileURL(REPORT).href);
+    await page.waitForSelector('.film');
+    const film = await page.$$eval('.film .picture img', (images) => Promise.all(images.map((image) => {
+        image.loading = 'eager';
+        return image.decode().then(() => image.naturalWidth);
+    })));
+    assert.ok(film.length >= 8 && film.every((width) => width > 0), String(film));
+    assert.equal(await page.locator('.film .shot.served').count(), 2);
 });
