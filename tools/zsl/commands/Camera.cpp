@@ -266,7 +266,8 @@ void addCameraCommand(CLI::App& app, CliStreams const& streams, int& exitStatus)
     addPolicyLimit(*command, arguments->policyLimit);
     addLogOption(*command, arguments->options.replay);
     addFile(*command, "--pictures", arguments->pictures,
-            "Write each picture into this folder as it comes");
+            "Write each picture into this folder as it comes")
+        ->type_name("DIR");
     addServeOption(*command, arguments->port);
     addReportOption(*command, arguments->report);
     addFile(*command, "--record", arguments->options.recordPath,
