@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using Json = nlohmann::json;
 
 /// To be raised when a measure comes to something else, or the form of the file changes.
-constexpr char kForm[] = "measures-2";
+constexpr char kForm[] = "measures-3";
 /// Of all files: an hour of video has some 9 MB.
 constexpr uintmax_t kMostBytes = 128'000'000;
 

@@ -51,8 +51,8 @@ void widenRange(std::vector<uint8_t>& luma) {
     constexpr int kBlack = 16;
     constexpr int kWhite = 235;
     for (uint8_t& value : luma) {
-        value = static_cast<uint8_t>((std::clamp<int>(value, kBlack, kWhite) - kBlack) * 255 /
-                                     (kWhite - kBlack));
+        int const above = std::clamp<int>(value, kBlack, kWhite) - kBlack;
+        value = static_cast<uint8_t>((above * 255 + (kWhite - kBlack) / 2) / (kWhite - kBlack));
     }
 }
 
