@@ -189,10 +189,11 @@ std::string shotLine(run::CameraShot const& shot, int64_t startNs) {
     std::string line = fmt::format("pressed at {:>7} s  capture {:>4}, frame {}  {:<9}",
                                    base::formatSeconds(shot.capture.pressNs - startNs),
                                    shot.capture.requestNo, shot.index, toString(frame.served));
-    if (auto const lagNs = shot.capture.lagNs(frame)) {
-        line += fmt::format("  lag {:>8} ms  waited {:>7} ms", base::formatMs(*lagNs),
-                            base::formatMs(shot.capture.waitNs(frame).value_or(0)));
-    }
+    auto const lagNs = shot.capture.lagNs(frame);
+    line += lagNs ? fmt::format("  lag {:>8} ms", base::formatMs(*lagNs))
+                  : std::string("  no history frame");
+    line +=
+        fmt::format("  waited {:>7} ms", base::formatMs(shot.capture.waitNs(frame).value_or(0)));
     if (frame.chosen && frame.chosen->picture && frame.sharpnessShare) {
         line += fmt::format("  sharpness {:>6.2f} ({:.2f} of best)",
                             frame.chosen->picture->sharpness, *frame.sharpnessShare);
