@@ -48,7 +48,7 @@ TEST_F(ReplayCli, RefusesWhatItCannotDo) {
     std::string const broken = write("broken.csv", "Timestamp[nanosec]\n1000\nnoon\n");
     std::string const selectors = SELECTOR_FOLDER "/selector_";
     std::vector<Refusal> const table = {
-        {{}, "zsl: expected the command replay, live, generate, explain, compare, list, help or"},
+        {{}, "zsl: expected the command replay, live, camera, generate, explain, compare, list, "},
         {{}, "version, found nothing; see zsl help\n"},
         {{"repaly"}, "found \"repaly\"; did you mean replay?\n"},
         {{"help", "rep"}, "found \"rep\"; did you mean replay?\n"},
