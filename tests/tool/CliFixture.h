@@ -45,6 +45,16 @@ inline Outcome zsl(Arguments const& arguments, bool showProgress = false) {
     return {status, out.str(), err.str()};
 }
 
+/// Where a line of text breaks depends on how long the names of folders are.
+inline std::string unwrapped(std::string const& text) {
+    std::istringstream words(text);
+    std::string line;
+    for (std::string word; words >> word;) {
+        line += line.empty() ? word : " " + word;
+    }
+    return line;
+}
+
 inline std::string contentOf(std::string const& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

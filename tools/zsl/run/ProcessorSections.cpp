@@ -85,7 +85,8 @@ void SectionRecorder::addTimes(OpenSection const& ended, bool isOutermost) {
     ProcessorSection const& section = ended.section;
     if (section.name == "selectBuf_Locked") {
         mTimes.selection.add(section.realDurationNs);
-    } else if (section.name == pipeline::kPolicySection) {
+    } else if (section.name == pipeline::kPolicySection && !isOutermost) {
+        // Outside an operation it is loaded, which holds no lock.
         mTimes.policy.add(section.realDurationNs);
     }
     bool const isSubmission = section.name == "submitZslRequest";
