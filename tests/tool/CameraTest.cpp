@@ -156,7 +156,7 @@ TEST_F(Camera, TellsWhatBecameOfIt) {
         press, 1);
     EXPECT_EQ(result["camera"]["resizedPictures"], 1);
     EXPECT_EQ(result["camera"]["width"], 160);
-    EXPECT_THAT(mOutcome.err, HasSubstr("camera: 1 picture of another size than the one before\n"));
+    EXPECT_THAT(mOutcome.err, HasSubstr("1 picture of another size than the one before\n"));
 
     result = resultOfPipe(
         [&](int pipe) {

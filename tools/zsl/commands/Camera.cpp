@@ -68,12 +68,22 @@ std::optional<int> watch(run::LiveRun& live, base::SignalWatch const& signals,
                          run::CameraFrames const& frames, Tell const& tell) {
     std::array<pollfd, 2> inputs = {{{signals.fd(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}}};
     std::string troubles;
+    auto const tellTroubles = [&](int64_t elapsedNs) {
+        std::string now = report::cameraTroubles(frames.facts());
+        bool const areNew = now != troubles;
+        if (areNew) {
+            tell(fmt::format("{:>7} s  camera: {}\n", base::formatSeconds(elapsedNs), now));
+            troubles = std::move(now);
+        }
+        return areNew;
+    };
     int64_t nextNs = 0;  // of a line on them
     // Polled, for a run ends by itself as well.
     while (!live.isOver()) {
         poll(inputs.data(), inputs.size(), kPollMs);
         while (auto const signal = signals.take()) {
             if (*signal != SIGUSR1) {
+                tellTroubles(live.status().elapsedNs);
                 return signal;
             }
             live.press();
@@ -85,14 +95,12 @@ std::optional<int> watch(run::LiveRun& live, base::SignalWatch const& signals,
             }
             inputs[1].fd = presses ? STDIN_FILENO : -1;
         }
-        std::string const now = report::cameraTroubles(frames.facts());
         int64_t const elapsedNs = live.status().elapsedNs;
-        if (now != troubles && elapsedNs >= nextNs) {
-            tell(fmt::format("{:>7} s  camera: {}\n", base::formatSeconds(elapsedNs), now));
-            troubles = now;
+        if (elapsedNs >= nextNs && tellTroubles(elapsedNs)) {
             nextNs = elapsedNs + base::NS_PER_SECOND;
         }
     }
+    tellTroubles(live.status().elapsedNs);
     return std::nullopt;
 }
 
