@@ -332,6 +332,7 @@ void LiveRun::Threads::runDumps(std::stop_token const& stop) {
 
 void LiveRun::Threads::reprocess(std::vector<BuiltFrame> const& frames) {
     std::vector<ResultQueue::Result> results;
+    results.reserve(frames.size());
     for (BuiltFrame const& frame : frames) {
         // Now, while the try that built it is the newest.
         results.emplace_back(frame, mListener.frame ? mPipeline.captures().recordOf(frame)

@@ -6,6 +6,7 @@ namespace zebcam::tool::serve {
 
 class CameraPage::Server {};
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the other build keeps the source
 CameraPage::CameraPage(uint16_t, CameraPageSource) {
 }
 
